@@ -1,0 +1,96 @@
+#include <kel/src/container/JsonText.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+
+namespace kel::src::detail {
+
+void appendJsonNumber(std::string& text, double value) {
+    const picojson::value checked(value); // refuses what JSON cannot hold, with picojson's own exception
+    static_cast<void>(checked);
+    char digits[32];
+    std::to_chars_result end{};
+    if (std::fabs(value) < 9007199254740992.0 && std::trunc(value) == value) {
+        if (value == 0.0 && std::signbit(value)) text += '-';
+        end = std::to_chars(digits, digits + sizeof digits, static_cast<std::int64_t>(value));
+    } else {
+        end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, 17);
+    }
+    text.append(digits, end.ptr);
+}
+
+void appendJsonString(std::string& text, std::string_view value) {
+    text += '"';
+    std::size_t plainFrom = 0;
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const char c = value[i];
+        const auto code = static_cast<unsigned char>(c);
+        if (code >= 0x20 && c != '"' && c != '\\' && c != '/' && code != 0x7f) continue;
+        text.append(value, plainFrom, i - plainFrom);
+        plainFrom = i + 1;
+        text += '\\';
+        switch (c) {
+        case '"':
+        case '\\':
+        case '/':
+            text += c;
+            break;
+        case '\b':
+            text += 'b';
+            break;
+        case '\f':
+            text += 'f';
+            break;
+        case '\n':
+            text += 'n';
+            break;
+        case '\r':
+            text += 'r';
+            break;
+        case '\t':
+            text += 't';
+            break;
+        default: {
+            constexpr char HEX[] = "0123456789abcdef";
+            text += "u00";
+            text += HEX[code >> 4];
+            text += HEX[code & 15];
+        }
+        }
+    }
+    text.append(value, plainFrom, value.size() - plainFrom);
+    text += '"';
+}
+
+void appendJson(std::string& text, const picojson::value& value) {
+    if (value.is<picojson::object>()) {
+        char separator = '{';
+        for (const auto& [key, member] : value.get<picojson::object>()) {
+            text += separator;
+            separator = ',';
+            appendJsonString(text, key);
+            text += ':';
+            appendJson(text, member);
+        }
+        if (separator == '{') text += '{';
+        text += '}';
+    } else if (value.is<picojson::array>()) {
+        char separator = '[';
+        for (const picojson::value& element : value.get<picojson::array>()) {
+            text += separator;
+            separator = ',';
+            appendJson(text, element);
+        }
+        if (separator == '[') text += '[';
+        text += ']';
+    } else if (value.is<std::string>()) {
+        appendJsonString(text, value.get<std::string>());
+    } else if (value.is<double>() && std::isfinite(value.get<double>())) {
+        appendJsonNumber(text, value.get<double>());
+    } else {
+        text += value.serialize();
+    }
+}
+
+} // namespace kel::src::detail
