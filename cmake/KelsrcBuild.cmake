@@ -1,0 +1,73 @@
+# How every target of this project is compiled, and how a room is declared.
+
+include(GNUInstallDirs)
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+if(KELSRC_USE_CCACHE)
+    find_program(KELSRC_CCACHE ccache)
+    if(KELSRC_CCACHE)
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${KELSRC_CCACHE})
+    endif()
+endif()
+
+# The files written are a contract to the last bit: the same input gives the same bytes on every machine.
+# So no multiply and add may be fused (the product would keep bits that the contract rounds away), and
+# nothing may be reordered or assumed finite.
+add_library(kelsrc_flags INTERFACE)
+target_compile_options(kelsrc_flags INTERFACE -ffp-contract=off -fno-fast-math)
+target_compile_options(kelsrc_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual)
+if(KELSRC_WERROR)
+    target_compile_options(kelsrc_flags INTERFACE -Werror)
+endif()
+if(KELSRC_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+if(KELSRC_COVERAGE)
+    add_compile_options(--coverage -O0)
+    add_link_options(--coverage)
+endif()
+
+# kelsrc_room(<name> [DIR <include root>] [HEADERS <header>...] [SOURCES ...] [USES <target>...])
+#
+# One room of the house: an object library that sees only its own headers and those of the rooms that it
+# USES. A room with DIR owns that folder as its include root. Rooms below kel/src share one source tree, so each
+# gets an include root of its own in the build tree that holds nothing but links to its HEADERS: including a header
+# of a room that is not in USES does not compile, and calling into it does not link (the tests named room_* try).
+# Paths are relative to the project's root. HEADERS are public: they are installed under the same path.
+function(kelsrc_room name)
+    cmake_parse_arguments(ROOM "" "DIR" "HEADERS;SOURCES;USES" ${ARGN})
+    list(TRANSFORM ROOM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
+    add_library(room_${name} OBJECT ${ROOM_SOURCES})
+    if(ROOM_DIR)
+        set(root ${PROJECT_SOURCE_DIR}/${ROOM_DIR})
+    else()
+        set(root ${CMAKE_BINARY_DIR}/rooms/${name})
+        foreach(header IN LISTS ROOM_HEADERS)
+            get_filename_component(parent ${root}/${header} DIRECTORY)
+            file(MAKE_DIRECTORY ${parent})
+            file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${header} ${root}/${header} SYMBOLIC)
+            if(NOT header MATCHES "_p\\.h$")
+                get_filename_component(folder ${header} DIRECTORY)
+                install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT development)
+            endif()
+        endforeach()
+    endif()
+    target_include_directories(room_${name} PUBLIC $<BUILD_INTERFACE:${root}>)
+    target_link_libraries(room_${name} PRIVATE kelsrc_flags PUBLIC ${ROOM_USES})
+    set_property(GLOBAL APPEND PROPERTY KELSRC_ROOMS ${name})
+    set_property(GLOBAL APPEND PROPERTY KELSRC_INCLUDE_ROOTS ${root})
+endfunction()

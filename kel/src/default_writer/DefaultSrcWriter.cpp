@@ -1,0 +1,43 @@
+#include <kel/src/default_writer/DefaultSrcWriter.h>
+
+#include <kel/src/default_writer/ClassicMaterial.h>
+#include <kel/src/default_writer/MeshToContainer.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace kel::src::detail {
+
+void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
+    ShapeResourceContainer container;
+    // One map for all meshes, on purpose: see addMeshToSrc.
+    std::map<std::string, std::string> attributeIds;
+    SRCEncodingConfig config = getSRCEncodingPreset("default");
+    if (input.useCompressedPreset) config = getSRCEncodingPreset("CMP1");
+
+    unsigned long position = 0;
+    for (const auto& mesh : input.meshes) {
+        const auto metaEntry = input.metaData.find(mesh);
+        const MetaDataPtr metaData = metaEntry != input.metaData.end()
+                                         ? metaEntry->second
+                                         : std::make_shared<std::map<std::string, std::string>>();
+        const std::string meshId = addMeshToSrc(container, attributeIds, position, mesh, metaData, config);
+
+        const auto materialEntry = input.meshMaterials.find(mesh);
+        if (materialEntry != input.meshMaterials.end()) {
+            if (const auto classic =
+                    std::dynamic_pointer_cast<kel::material::MaterialClassic>(materialEntry->second)) {
+                const std::string materialId = "material" + std::to_string(position);
+                addMaterialDataToSRC(classic, container, materialId);
+                container.assignMaterialToMesh(materialId, meshId);
+            }
+        }
+        ++position;
+    }
+
+    container.addTechnique(X3D_TECHNIQUE_ID, createStandardX3DMaterialTechnique());
+    container.writeToStream(out);
+}
+
+} // namespace kel::src::detail
