@@ -1,6 +1,8 @@
 #include <kel/src/container/ShapeResourceContainer.h>
 
-#include <kel/src/container/JsonText.h>
+#include <kel/src/json/JsonText.h>
+#include <kel/src/json/StreamSink.h>
+#include <kel/src/json/TextOrder.h>
 
 #include <algorithm>
 #include <cstring>
@@ -20,85 +22,10 @@ std::string numberedId(const char* prefix, std::uint32_t number) {
     return prefix + std::to_string(number);
 }
 
-void appendMember(std::string& text, std::string_view keyWithColon, double number) {
-    text += keyWithColon;
-    appendJsonNumber(text, number);
-}
-
-void appendMember(std::string& text, std::string_view keyWithColon, std::string_view string) {
-    text += keyWithColon;
-    appendJsonString(text, string);
-}
-
-template<typename Number>
-void appendArrayMember(std::string& text, std::string_view keyWithColon, const Number* numbers,
-                       std::size_t count) {
-    text += keyWithColon;
-    char separator = '[';
-    for (std::size_t i = 0; i < count; ++i) {
-        text += separator;
-        separator = ',';
-        appendJsonNumber(text, static_cast<double>(numbers[i]));
-    }
-    text += ']';
-}
-
-/// Calls visit(i) for i = 0 .. count - 1 in the byte order of their decimal texts: 0, 1, 10, 100, ..., 11,
-/// ..., 2.
-template<typename Visit>
-void inTextOrder(std::size_t count, Visit visit) {
-    if (count == 0) return;
-    visit(std::size_t(0));
-    std::size_t n = 1;
-    for (std::size_t visited = 1; visited < count; ++visited) {
-        visit(n);
-        if (n * 10 < count) {
-            n *= 10;
-        } else {
-            if (n + 1 >= count) n /= 10;
-            ++n;
-            while (n % 10 == 0)
-                n /= 10;
-        }
-    }
-}
-
 struct CountingSink {
     std::uint64_t bytes = 0;
     void append(std::string_view text) { bytes += text.size(); }
     void append(char) { ++bytes; }
-};
-
-/// Hands a stream large blocks: a small write costs far more than its bytes.
-class StreamSink {
-public:
-    explicit StreamSink(std::ostream& out) : out(out) { block.reserve(BLOCK_BYTES); }
-
-    void append(std::string_view text) {
-        if (text.size() > BLOCK_BYTES - block.size()) {
-            flush();
-            if (text.size() >= BLOCK_BYTES) {
-                out.write(text.data(), static_cast<std::streamsize>(text.size()));
-                return;
-            }
-        }
-        block.append(text);
-    }
-    void append(char c) { append(std::string_view(&c, 1)); }
-    void appendUint32(std::uint64_t value) {
-        const char bytes[4] = {static_cast<char>(value & 255), static_cast<char>(value >> 8 & 255),
-                               static_cast<char>(value >> 16 & 255), static_cast<char>(value >> 24 & 255)};
-        append(std::string_view(bytes, sizeof bytes));
-    }
-    void flush() {
-        if (!block.empty()) out.write(block.data(), static_cast<std::streamsize>(block.size()));
-        block.clear();
-    }
-
-private:
-    static constexpr std::size_t BLOCK_BYTES = 256 * 1024;
-    std::ostream& out;
-    std::string block;
 };
 
 template<typename Sink>

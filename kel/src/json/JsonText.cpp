@@ -1,4 +1,4 @@
-#include <kel/src/container/JsonText.h>
+#include <kel/src/json/JsonText.h>
 
 #include <charconv>
 #include <cmath>
@@ -91,6 +91,16 @@ void appendJson(std::string& text, const picojson::value& value) {
     } else {
         text += value.serialize();
     }
+}
+
+void appendMember(std::string& text, std::string_view keyWithColon, double number) {
+    text += keyWithColon;
+    appendJsonNumber(text, number);
+}
+
+void appendMember(std::string& text, std::string_view keyWithColon, std::string_view string) {
+    text += keyWithColon;
+    appendJsonString(text, string);
 }
 
 } // namespace kel::src::detail

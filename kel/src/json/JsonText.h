@@ -1,0 +1,38 @@
+#pragma once
+
+#include <kel/src/Export.h>
+
+#include <picojson.h>
+
+#include <string>
+#include <string_view>
+
+namespace kel::src::detail {
+
+/// Appends JSON text, byte for byte as picojson's compact serialisation gives it, but without a string and a
+/// formatted print per value: these three are the hot path of a header with many meshes.
+
+/// throws  std::overflow_error for NaN and infinities, as a picojson number does
+KELSRC_EXPORT void appendJsonNumber(std::string& text, double value);
+KELSRC_EXPORT void appendJsonString(std::string& text, std::string_view value);
+KELSRC_EXPORT void appendJson(std::string& text, const picojson::value& value);
+
+/// Append a member behind its key, which comes as it stands in the file: `,"count":`.
+KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, double number);
+KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, std::string_view string);
+
+/// The same for an array of numbers.
+template<typename Number>
+void appendArrayMember(std::string& text, std::string_view keyWithColon, const Number* numbers,
+                       std::size_t count) {
+    text += keyWithColon;
+    char separator = '[';
+    for (std::size_t i = 0; i < count; ++i) {
+        text += separator;
+        separator = ',';
+        appendJsonNumber(text, static_cast<double>(numbers[i]));
+    }
+    text += ']';
+}
+
+} // namespace kel::src::detail
