@@ -1,0 +1,72 @@
+#include <kel/mesh/DefaultMesh.h>
+#include <kel/src/container/ShapeResourceContainer.h>
+#include <kel/src/encoding/DataTypes.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using namespace kel::src::detail;
+
+SRCDataType type(std::uint32_t value) {
+    return static_cast<SRCDataType>(value);
+}
+
+TEST(DataTypes, HaveTheirNames) {
+    const char* expected[] = {"UBYTE", "BYTE", "USHORT", "SHORT", "UINT", "INT", "FLOAT", "UNKNOWN"};
+    for (std::uint32_t value = 0; value < 8; ++value)
+        EXPECT_EQ(getTypeString(type(value)), expected[value]);
+}
+
+TEST(DataTypes, HaveTheirSizes) {
+    const std::uint32_t expected[] = {1, 1, 2, 2, 4, 4, 4, 4294967295u};
+    for (std::uint32_t value = 0; value < 8; ++value)
+        EXPECT_EQ(getTypeSizeInBytes(type(value)), expected[value]);
+}
+
+TEST(DataTypes, HaveTheirWebGLIdentifiers) {
+    const std::uint32_t expected[] = {5121, 5120, 5123, 5122, 5125, 5124, 5126, 5126};
+    for (std::uint32_t value = 0; value < 8; ++value) {
+        EXPECT_EQ(ShapeResourceContainer::getWebGLTypeIdentifier(type(value)), expected[value]);
+    }
+}
+
+TEST(PrimitiveTypes, HaveTheirWebGLIdentifiers) {
+    const std::uint32_t expected[] = {4, 1, 0, 4};
+    for (std::uint32_t value = 0; value < 4; ++value) {
+        EXPECT_EQ(
+            ShapeResourceContainer::getWebGLPrimitiveTypeIdentifier(static_cast<SRCPrimitiveType>(value)),
+            expected[value]);
+    }
+}
+
+TEST(ComponentTypes, HaveTheirStrings) {
+    const char* expected[] = {"INVALID", "SCALAR", "VEC2", "VEC3", "VEC4", "INVALID"};
+    for (unsigned int components = 0; components < 6; ++components) {
+        EXPECT_EQ(ShapeResourceContainer::getComponentTypeString(components), expected[components]);
+    }
+}
+
+TEST(ConvertUint32ToUshort16, KeepsTheLowSixteenBits) {
+    const unsigned char data[12] = {0, 0, 1, 0, 1, 0, 1, 0, 0xfe, 0xff, 0, 0}; // 65536, 65537, 65534
+    const std::unique_ptr<unsigned short[]> narrowed(convertUint32ToUshort16(data, 3));
+    EXPECT_EQ(narrowed[0], 0);
+    EXPECT_EQ(narrowed[1], 1);
+    EXPECT_EQ(narrowed[2], 65534);
+}
+
+TEST(ConvertUint32ToUshort16, OfNothingIsAnArray) {
+    const std::unique_ptr<unsigned short[]> narrowed(convertUint32ToUshort16(nullptr, 0));
+    EXPECT_NE(narrowed, nullptr);
+}
+
+TEST(GetNumAttributeValues, IsTheNumberOfAttributeBuffers) {
+    const auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
+    mesh->addAttribute("position", 3, std::vector<float>(9));
+    mesh->addAttribute("normal", 3, std::vector<float>(9));
+    EXPECT_EQ(getNumAttributeValues(mesh), 2u);
+}
+
+} // namespace
