@@ -78,7 +78,8 @@ TEST(OctahedralNormals, TakesTheNearestOfTheFourCodesAround) {
             for (const double cornerV : {std::floor(v), std::min(std::floor(v) + 1, 254.0)}) {
                 const Code corner = {static_cast<unsigned char>(cornerU),
                                      static_cast<unsigned char>(cornerV)};
-                ASSERT_LE(error, degreesBetween(direction, decodeByFormula(corner)) + 1e-4) << i;
+                // Cosines in single precision cannot tell angles apart that are closer than this.
+                ASSERT_LE(error, degreesBetween(direction, decodeByFormula(corner)) + 2e-3) << i;
             }
         }
     }
