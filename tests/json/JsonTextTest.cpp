@@ -1,4 +1,4 @@
-#include <kel/src/container/JsonText.h>
+#include <kel/src/json/JsonText.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
