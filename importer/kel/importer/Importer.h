@@ -1,0 +1,149 @@
+#pragma once
+
+#include <kel/importer/Export.h>
+#include <kel/src/SrcWriterInput.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// Any model file that Assimp reads, into a SrcWriterInput.
+///
+/// **Geometry.** Every use of a mesh by a node becomes one mesh, in the order of a walk through the nodes from
+/// the root, parents first; a mesh that mixes primitives becomes one mesh each of triangles, lines and points.
+/// Node transforms are baked into positions and normals (in double precision; normals by the inverse
+/// transpose; a mirroring transform swaps two corners of each triangle). Polygons are triangulated. Vertices
+/// whose attributes are equal to the last bit are joined (-0 becomes 0 before). Every mesh has an index buffer:
+/// 2 bytes per index up to 65,535 vertices, else 4. Coordinates keep the unit and the axes that "source" states.
+///
+/// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
+/// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and so
+/// on. Triangles without normals get some: corners at one position share a normal, weighted by area, with
+/// those neighbours that lean less than 60 degrees; sharper edges stay sharp. Points and lines get none.
+///
+/// **Materials.** Each material in use becomes one MaterialClassic, shared by its meshes; its identifier is its
+/// place in the source. Files that describe none get none. Where a file states classic colours:
+///     diffuse, emissive   as stated
+///     ambient intensity   mean of the ambient colour over mean of the diffuse colour, at most 1; the mean
+///                         of the ambient colour alone where diffuse is black; 0.2 where not stated
+///     specular            the specular colour times its strength
+///     shininess           the Phong exponent over 128, within 0 to 1
+///     transparency        1 - opacity
+/// From metallic-roughness (base colour c with alpha a, metallic m, roughness r):
+///     diffuse             c (1 - m)
+///     emissive            as stated
+///     ambient intensity   0.2
+///     specular            0.04 (1 - m) + c m
+///     shininess           (2 / r^4 - 2) / 128, within 0 to 1: the exponent whose highlight is as wide
+///     transparency        1 - a where the file asks for blending, else 0
+/// An unlit material is diffuse and specular black, with its base colour as emissive.
+///
+/// **Metadata** of each mesh, as JSON texts:
+///     "name"    the name of the mesh, or of its node where the mesh has none: a string. Left out when both
+///               are empty. Bytes that are not UTF-8 become U+FFFD.
+///     "node"    the names from the root to the mesh's node, joined by "/": a string. In a name "~" is written
+///               "~0" and "/" is written "~1", as in a JSON Pointer.
+///     "source"  an object: "file" (name without folder), "format", and "unit" (metres per unit, a number)
+///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both as
+///               they hold for the positions delivered.
+///     "extras"  an object with what the file attaches to the mesh's node; left out when there is nothing.
+namespace kel::importer {
+
+/// What to do with primitives whose positions are not finite.
+enum class BadGeometry {
+    FAIL, ///< refuse the file
+    DROP  ///< leave those primitives out and report how many
+};
+
+/// Called with the name of a stage, for people, and how much of it is done, 0 to 1. Return false to cancel,
+/// which ends the import with the code "cancelled". Called on the thread of the import.
+using Progress = std::function<bool(const char* stage, double done)>;
+
+struct ImportOptions {
+    BadGeometry onBadGeometry = BadGeometry::FAIL;
+    Progress progress;
+};
+
+/// Something that the source has and the result does not; once per kind.
+struct Dropped {
+    std::string kind; ///< for people, in the plural: "textures", "bones", "cameras"
+    std::size_t count = 0;
+    std::string detail; ///< which, or why; may be empty
+};
+
+struct ImportReport {
+    std::vector<Dropped> dropped;
+    /// Sentences about what was changed or is worth knowing.
+    std::vector<std::string> notes;
+    /// Of the result.
+    std::size_t meshes = 0;
+    std::size_t triangles = 0;
+    std::size_t lines = 0;
+    std::size_t points = 0;
+    std::size_t vertices = 0;
+    /// Of the source, for people.
+    std::string format;
+};
+
+struct ImportResult {
+    kel::src::SrcWriterInput input;
+    ImportReport report;
+};
+
+/// Why a file was refused. what() is one sentence, "file: what (place); remedy".
+///
+/// Codes are stable:
+///     file-not-found, not-a-file, file-unreadable, empty-file
+///     wrong-content       the content is of another kind than the name says
+///     unknown-format      no reader knows the extension or the content
+///     truncated           the file ends before what its header announces
+///     impossible-count    a header claims more elements than the file can hold
+///     invalid-model       the content is broken in another way, or a file beside it that it needs is missing
+///     index-out-of-range  a primitive uses a vertex that does not exist
+///     no-mesh             nothing to draw
+///     no-extent           every vertex at one place, or nothing but triangles without area
+///     non-finite-positions, non-finite-transform
+///     extent-overflow     positions or their extent do not fit a 32-bit float
+///     too-deep            nodes or values are nested deeper than any real model
+///     out-of-memory, cancelled
+class KEL_IMPORTER_EXPORT ImportError : public std::runtime_error {
+public:
+    ImportError(std::string code, std::string file, const std::string& what, std::string place,
+                std::string remedy);
+    ~ImportError() override;
+
+    const std::string& code() const { return codeText; }
+    const std::string& file() const { return fileText; }
+    /// Where in the file: a line, a byte, a JSON path, a mesh. May be empty.
+    const std::string& place() const { return placeText; }
+    const std::string& remedy() const { return remedyText; }
+
+private:
+    std::string codeText;
+    std::string fileText;
+    std::string placeText;
+    std::string remedyText;
+};
+
+/// Reads a model and the files beside it that it names.
+///
+/// The result depends on nothing but the content of these files: equal input gives equal meshes in equal order.
+/// Prints nothing. Imports may run at the same time on several threads.
+///
+/// throws  ImportError
+KEL_IMPORTER_EXPORT ImportResult importModel(const std::filesystem::path& file,
+                                             const ImportOptions& options = {});
+
+/// Reads a model from memory, for instance from standard input.
+///
+/// bytes  not kept; may be freed on return
+/// name   stands for the file in messages and metadata; its extension says the format, without one the
+///        content decides. Files that the model names are looked for in the working directory.
+/// throws ImportError
+KEL_IMPORTER_EXPORT ImportResult importModel(const void* bytes, std::size_t size, const std::string& name,
+                                             const ImportOptions& options = {});
+
+} // namespace kel::importer

@@ -1,0 +1,127 @@
+#include <kel/importer/Importer.h>
+
+#include "AssimpReader.h"
+#include "SceneConversion.h"
+#include "Source.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <system_error>
+#include <utility>
+
+namespace kel::importer {
+
+namespace {
+
+std::string sentence(const std::string& file, const std::string& what, const std::string& place,
+                     const std::string& remedy) {
+    return file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy;
+}
+
+ImportResult import(const detail::Source& source, const ImportOptions& options) {
+    detail::Stages stages(options.progress, source);
+    try {
+        return convertScene(readWithAssimp(source, stages), source, options, stages);
+    } catch (const std::bad_alloc&) {
+        source.refuse("out-of-memory", "the model does not fit into memory", "",
+                      "free some memory or split the model");
+    }
+}
+
+} // namespace
+
+ImportError::ImportError(std::string code, std::string file, const std::string& what, std::string place,
+                         std::string remedy)
+    : std::runtime_error(sentence(file, what, place, remedy)), codeText(std::move(code)),
+      fileText(std::move(file)), placeText(std::move(place)), remedyText(std::move(remedy)) {}
+
+ImportError::~ImportError() = default;
+
+namespace detail {
+
+std::string Source::extension() const {
+    const auto dot = name.rfind('.');
+    if (dot == std::string::npos) return {};
+    std::string text = name.substr(dot + 1);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+void Source::refuse(const char* code, const std::string& what, const std::string& place,
+                    const std::string& remedy) const {
+    throw ImportError(code, shown, what, place, remedy);
+}
+
+void Stages::at(const char* stage, double done) {
+    if (!progress) return;
+    if (stage != lastStage) {
+        lastStage = stage;
+        lastDone = -1.0;
+    }
+    // Callers draw a bar: never backwards, and not more often than it can change.
+    if (done < lastDone + 0.005 && !(done >= 1.0 && lastDone < 1.0)) return;
+    lastDone = done;
+    if (!progress(stage, done)) {
+        stopped = true;
+        refuseCancelled();
+    }
+}
+
+void Stages::refuseCancelled() const {
+    source.refuse("cancelled", "the import was cancelled", "", "start it again to finish it");
+}
+
+} // namespace detail
+
+ImportResult importModel(const std::filesystem::path& file, const ImportOptions& options) {
+    detail::Source source;
+    source.shown = file.string();
+    source.name = file.filename().string();
+    source.path = file.string();
+
+    std::error_code failure;
+    const auto status = std::filesystem::status(file, failure);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        source.refuse("file-not-found", "there is no such file", "", "check the path");
+    }
+    if (failure) source.refuse("file-unreadable", failure.message(), "", "check the path and its permissions");
+    if (std::filesystem::is_directory(status)) {
+        source.refuse("not-a-file", "this is a directory", "", "name the model file in it");
+    }
+
+    errno = 0;
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        source.refuse("file-unreadable", errno ? std::strerror(errno) : "it cannot be opened", "",
+                      "check the file's permissions");
+    }
+    if (!std::filesystem::is_regular_file(status)) {
+        // Pipes and devices can be read once and do not know their size.
+        const std::string content{std::istreambuf_iterator<char>(stream), {}};
+        return importModel(content.data(), content.size(), source.shown, options);
+    }
+    if (std::filesystem::file_size(file, failure) == 0 && !failure) {
+        source.refuse("empty-file", "the file is empty", "", "export or download the model again");
+    }
+    stream.close();
+    return import(source, options);
+}
+
+ImportResult importModel(const void* bytes, std::size_t size, const std::string& name,
+                         const ImportOptions& options) {
+    detail::Source source;
+    source.shown = name;
+    source.name = std::filesystem::path(name).filename().string();
+    source.path = source.name.empty() ? "model" : source.name;
+    source.bytes = static_cast<const char*>(bytes);
+    source.size = size;
+    if (size == 0) source.refuse("empty-file", "the input is empty", "", "check what writes to it");
+    return import(source, options);
+}
+
+} // namespace kel::importer

@@ -1,0 +1,218 @@
+#include "Metadata.h"
+
+#include <kel/src/container/JsonText.h>
+
+#include <assimp/scene.h>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <vector>
+
+namespace kel::importer::detail {
+
+namespace {
+
+/// Below what picojson reads back, so that a writer never meets a text that it cannot parse.
+constexpr int DEEPEST = 64;
+
+/// Length of the UTF-8 sequence at the front of `text`, or 0 when there is none; `broken` is then how many
+/// bytes one U+FFFD stands for.
+std::size_t sequenceLength(std::string_view text, std::size_t& broken) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    broken = 1;
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return 1;
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;  // shorter forms exist
+        if (lead == 0xED) high = 0x9F; // surrogates
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F; // beyond U+10FFFF
+    } else {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if (i >= text.size() || byte(i) < low || byte(i) > high) {
+            broken = i;
+            return 0;
+        }
+        low = 0x80;
+        high = 0xBF;
+    }
+    return length;
+}
+
+template<typename T>
+std::string shortest(T value, TextRepairs& repairs) {
+    if (!std::isfinite(value)) {
+        ++repairs.notFinite;
+        return "null";
+    }
+    std::array<char, 40> text;
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value);
+    return std::string(text.data(), end.ptr);
+}
+
+std::string object(const aiMetadata& metadata, int depth, TextRepairs& repairs);
+
+std::string value(const aiMetadataEntry& entry, int depth, TextRepairs& repairs) {
+    if (!entry.mData) return "null";
+    switch (entry.mType) {
+    case AI_BOOL:
+        return *static_cast<const bool*>(entry.mData) ? "true" : "false";
+    case AI_INT32:
+        return std::to_string(*static_cast<const std::int32_t*>(entry.mData));
+    case AI_UINT64:
+        return std::to_string(*static_cast<const std::uint64_t*>(entry.mData));
+    case AI_FLOAT:
+        return jsonNumber(*static_cast<const float*>(entry.mData), repairs);
+    case AI_DOUBLE:
+        return jsonNumber(*static_cast<const double*>(entry.mData), repairs);
+    case AI_AISTRING:
+        return jsonString(nameOf(*static_cast<const aiString*>(entry.mData), repairs), repairs);
+    case AI_AIVECTOR3D: {
+        const auto& v = *static_cast<const aiVector3D*>(entry.mData);
+        return "[" + jsonNumber(v.x, repairs) + "," + jsonNumber(v.y, repairs) + "," +
+               jsonNumber(v.z, repairs) + "]";
+    }
+    case AI_AIMETADATA:
+        if (depth >= DEEPEST) {
+            ++repairs.tooDeep;
+            return "null";
+        }
+        return object(*static_cast<const aiMetadata*>(entry.mData), depth + 1, repairs);
+    default:
+        return "null";
+    }
+}
+
+std::string object(const aiMetadata& metadata, int depth, TextRepairs& repairs) {
+    std::string text = "{";
+    for (unsigned i = 0; i < metadata.mNumProperties; ++i) {
+        if (text.size() > 1) text += ',';
+        text += jsonString(nameOf(metadata.mKeys[i], repairs), repairs) + ":" +
+                value(metadata.mValues[i], depth, repairs);
+    }
+    return text + "}";
+}
+
+/// FBX takes a node's pivots apart into a chain of nodes of its own making.
+bool isPivot(std::string_view name) {
+    return name.find("_$AssimpFbx$_") != std::string_view::npos;
+}
+
+void appendEscaped(std::string& path, std::string_view name) {
+    for (const char c : name) {
+        if (c == '~') {
+            path += "~0";
+        } else if (c == '/') {
+            path += "~1";
+        } else {
+            path += c;
+        }
+    }
+}
+
+} // namespace
+
+std::string asUtf8(std::string_view text, bool& changed) {
+    std::string result;
+    result.reserve(text.size());
+    changed = false;
+    while (!text.empty()) {
+        std::size_t broken = 0;
+        const std::size_t length = sequenceLength(text, broken);
+        if (length > 0) {
+            result.append(text.substr(0, length));
+            text.remove_prefix(length);
+        } else {
+            result += "\xEF\xBF\xBD";
+            text.remove_prefix(broken);
+            changed = true;
+        }
+    }
+    return result;
+}
+
+std::string jsonString(std::string_view text, TextRepairs& repairs) {
+    bool changed = false;
+    const std::string utf8 = asUtf8(text, changed);
+    repairs.notUtf8 += changed;
+    std::string json;
+    kel::src::detail::appendJsonString(json, utf8);
+    return json;
+}
+
+std::string jsonNumber(double number, TextRepairs& repairs) {
+    return shortest(number, repairs);
+}
+
+std::string jsonNumber(float number, TextRepairs& repairs) {
+    return shortest(number, repairs);
+}
+
+std::string_view nameOf(const aiString& text, TextRepairs& repairs) {
+    if (text.length + 1 >= MAXLEN) ++repairs.cut;
+    return {text.data, text.length};
+}
+
+std::string nodePath(const aiNode& node, bool withRoot, TextRepairs& repairs) {
+    std::vector<const aiNode*> chain;
+    for (const aiNode* n = &node; n; n = n->mParent) {
+        if (!n->mParent && !withRoot && n != &node) break;
+        if (!isPivot({n->mName.data, n->mName.length})) chain.push_back(n);
+    }
+    std::string path;
+    for (auto n = chain.rbegin(); n != chain.rend(); ++n) {
+        if (n != chain.rbegin()) path += '/';
+        appendEscaped(path, nameOf((*n)->mName, repairs));
+    }
+    return jsonString(path, repairs);
+}
+
+std::string extras(const aiMetadata* metadata, TextRepairs& repairs) {
+    if (!metadata || metadata->mNumProperties == 0) return {};
+    return object(*metadata, 1, repairs);
+}
+
+std::string sourceObject(const std::string& fileName, const std::string& format, const aiScene& scene,
+                         TextRepairs& repairs) {
+    std::string unit;
+    std::string up;
+    const auto is = [&](const char* word) { return format.find(word) != std::string::npos; };
+    if (is("glTF") || is("Collada") || is("X3D")) {
+        // All three are metres with Y up by definition, or are brought there by the reader.
+        unit = "1";
+        up = "Y";
+    } else if (is("FBX") && scene.mMetaData) {
+        double centimetres = 0.0;
+        float asFloat = 0.0f;
+        if (scene.mMetaData->Get("UnitScaleFactor", asFloat)) {
+            centimetres = static_cast<double>(asFloat);
+        } else {
+            scene.mMetaData->Get("UnitScaleFactor", centimetres);
+        }
+        if (std::isfinite(centimetres) && centimetres > 0.0) unit = jsonNumber(centimetres / 100.0, repairs);
+        int axis = -1;
+        int sign = 1;
+        scene.mMetaData->Get("UpAxisSign", sign);
+        if (scene.mMetaData->Get("UpAxis", axis) && axis >= 0 && axis <= 2) {
+            up = std::string(sign < 0 ? "-" : "") + "XYZ"[axis];
+        }
+    }
+    std::string text = "{\"file\":" + jsonString(fileName, repairs);
+    if (!format.empty()) text += ",\"format\":" + jsonString(format, repairs);
+    if (!unit.empty()) text += ",\"unit\":" + unit;
+    if (!up.empty()) text += ",\"upAxis\":\"" + up + "\"";
+    return text + "}";
+}
+
+} // namespace kel::importer::detail
