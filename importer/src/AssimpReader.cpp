@@ -60,7 +60,8 @@ public:
         const bool model = source.path == file;
         Assimp::IOStream* stream = nullptr;
         if (model && source.bytes) {
-            stream = new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
+            stream =
+                new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
         } else {
             stream = disk.Open(file, mode);
         }
@@ -147,7 +148,8 @@ bool hasPolygons(const aiScene& scene) {
                       "convert it to a common format such as glTF, OBJ, STL or PLY");
     }
     std::string what = text.empty() ? "the reader gave up without a reason" : "the reader gave up: " + text;
-    while (!what.empty() && (what.back() == '.' || what.back() == '\n')) what.pop_back();
+    while (!what.empty() && (what.back() == '.' || what.back() == '\n'))
+        what.pop_back();
     if (!missing.empty()) what += "; not found: " + *missing.begin();
     source.refuse("invalid-model", what, "",
                   missing.empty() ? "export the model again" : "put the missing file beside the model");
@@ -171,8 +173,8 @@ AssimpScene readWithAssimp(const Source& source, Stages& stages) {
     if (stages.cancelled()) stages.refuseCancelled();
 
     AssimpScene result;
-    if (const aiImporterDesc* info = importer.GetImporterInfo(static_cast<std::size_t>(
-            std::max(0, importer.GetPropertyInteger("importerIndex", -1))))) {
+    if (const aiImporterDesc* info = importer.GetImporterInfo(
+            static_cast<std::size_t>(std::max(0, importer.GetPropertyInteger("importerIndex", -1))))) {
         result.format = info->mName;
     }
     result.scene.reset(importer.GetOrphanedScene());

@@ -89,7 +89,8 @@ ImportResult importModel(const std::filesystem::path& file, const ImportOptions&
     if (status.type() == std::filesystem::file_type::not_found) {
         source.refuse("file-not-found", "there is no such file", "", "check the path");
     }
-    if (failure) source.refuse("file-unreadable", failure.message(), "", "check the path and its permissions");
+    if (failure)
+        source.refuse("file-unreadable", failure.message(), "", "check the path and its permissions");
     if (std::filesystem::is_directory(status)) {
         source.refuse("not-a-file", "this is a directory", "", "name the model file in it");
     }

@@ -1,8 +1,6 @@
 #include "Metadata.h"
 
-#include <kel/src/container/JsonText.h>
-
-#include <assimp/scene.h>
+#include <kel/src/json/JsonText.h>
 
 #include <array>
 #include <charconv>

@@ -1,14 +1,10 @@
 #pragma once
 
-#include <assimp/metadata.h>
-#include <assimp/types.h>
+#include <assimp/scene.h>
 
 #include <cstddef>
 #include <string>
 #include <string_view>
-
-struct aiNode;
-struct aiScene;
 
 namespace kel::importer::detail {
 

@@ -83,7 +83,8 @@ CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::ui
     for (const Group& group : groups) {
         // Every member lies within 60 degrees of the first, so the sum is never zero.
         const glm::dvec3 normal = group.sum / glm::length(group.sum);
-        for (int axis = 0; axis < 3; ++axis) result.normals.push_back(static_cast<float>(normal[axis]));
+        for (int axis = 0; axis < 3; ++axis)
+            result.normals.push_back(static_cast<float>(normal[axis]));
     }
     return result;
 }

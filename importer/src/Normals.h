@@ -15,8 +15,8 @@ struct CornerNormals {
     std::size_t undefined = 0;
 };
 
-/// Normals of a triangle list. Corners at one position share a normal, weighted by area, with those neighbours
-/// that lean less than 60 degrees.
+/// Normals of a triangle list. Corners at one position share a normal, weighted by area, with those
+/// neighbours that lean less than 60 degrees.
 ///
 /// corners  three indices into `positions` per triangle; the positions are finite
 CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::uint32_t>& corners);

@@ -55,7 +55,10 @@ struct Part {
 
 glm::dmat4 matrixOf(const aiMatrix4x4& m) {
     // Assimp's rows are glm's columns.
-    return {{m.a1, m.b1, m.c1, m.d1}, {m.a2, m.b2, m.c2, m.d2}, {m.a3, m.b3, m.c3, m.d3}, {m.a4, m.b4, m.c4, m.d4}};
+    return {{m.a1, m.b1, m.c1, m.d1},
+            {m.a2, m.b2, m.c2, m.d2},
+            {m.a3, m.b3, m.c3, m.d3},
+            {m.a4, m.b4, m.c4, m.d4}};
 }
 
 bool isFinite(const aiVector3D& v) {
@@ -170,7 +173,8 @@ void Converter::collectInstances() {
             instances.push_back({node, node->mMeshes[m], world});
             ++uses[node->mMeshes[m]];
         }
-        for (unsigned c = node->mNumChildren; c > 0; --c) waiting.emplace_back(node->mChildren[c - 1], world);
+        for (unsigned c = node->mNumChildren; c > 0; --c)
+            waiting.emplace_back(node->mChildren[c - 1], world);
     }
     for (const Instance& instance : instances) {
         for (int column = 0; column < 4; ++column) {
@@ -193,7 +197,8 @@ void Converter::checkPositions() {
         if (uses[m] == 0) continue;
         const aiMesh& mesh = *scene.mMeshes[m];
         std::size_t here = 0;
-        for (unsigned v = 0; v < mesh.mNumVertices; ++v) here += !isFinite(mesh.mVertices[v]);
+        for (unsigned v = 0; v < mesh.mNumVertices; ++v)
+            here += !isFinite(mesh.mVertices[v]);
         if (here > 0 && meshes++ == 0) first = m;
         bad += here;
     }
@@ -218,7 +223,8 @@ std::vector<Part> Converter::prepare(const aiMesh& mesh) {
         }
         auto& list = count == 3 ? triangles : count == 2 ? lines : points;
         list.insert(list.end(), indices, indices + count);
-        for (unsigned i = 0; i < count; ++i) used[indices[i]] = 1;
+        for (unsigned i = 0; i < count; ++i)
+            used[indices[i]] = 1;
     };
     std::size_t otherFaces = 0;
     if (mesh.mVertices) {
@@ -232,7 +238,8 @@ std::vector<Part> Converter::prepare(const aiMesh& mesh) {
         }
         // A point cloud: vertices without faces.
         if (mesh.mNumFaces == 0) {
-            for (unsigned v = 0; v < mesh.mNumVertices; ++v) take(&v, 1);
+            for (unsigned v = 0; v < mesh.mNumVertices; ++v)
+                take(&v, 1);
         }
     }
     drop("primitives with positions that are not finite", notFinite);
@@ -279,7 +286,8 @@ Part Converter::join(const aiMesh& mesh, PrimitiveType type, std::vector<std::ui
     std::vector<unsigned> colors;
     for (unsigned c = 0; c < AI_MAX_NUMBER_OF_COLOR_SETS; ++c) {
         if (!mesh.mColors[c]) continue;
-        part.attributes.push_back({colors.empty() ? "color" : "color" + std::to_string(colors.size()), 3, {}});
+        part.attributes.push_back(
+            {colors.empty() ? "color" : "color" + std::to_string(colors.size()), 3, {}});
         colors.push_back(c);
     }
 
@@ -320,7 +328,8 @@ Part Converter::join(const aiMesh& mesh, PrimitiveType type, std::vector<std::ui
                 replacedNormals += given;
                 const float up[3] = {0.0f, 0.0f, 1.0f};
                 const float* normal = surface ? &made.normals[3 * std::size_t{made.ofCorner[corner]}] : up;
-                for (int axis = 0; axis < 3; ++axis) put(normal[axis]);
+                for (int axis = 0; axis < 3; ++axis)
+                    put(normal[axis]);
             }
         }
         for (const unsigned t : texcoords) {
@@ -349,7 +358,8 @@ void Converter::bake(const Instance& instance, Part& part) {
     if (m != glm::dmat4(1.0)) {
         for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
             const glm::dvec4 p = m * glm::dvec4(positions[i], positions[i + 1], positions[i + 2], 1.0);
-            for (int axis = 0; axis < 3; ++axis) positions[i + axis] = static_cast<float>(p[axis]) + 0.0f;
+            for (int axis = 0; axis < 3; ++axis)
+                positions[i + axis] = static_cast<float>(p[axis]) + 0.0f;
         }
     }
 
@@ -359,7 +369,8 @@ void Converter::bake(const Instance& instance, Part& part) {
     glm::dmat3 linear(m);
     double largest = 0.0;
     for (int c = 0; c < 3; ++c) {
-        for (int r = 0; r < 3; ++r) largest = std::max(largest, std::abs(linear[c][r]));
+        for (int r = 0; r < 3; ++r)
+            largest = std::max(largest, std::abs(linear[c][r]));
     }
     if (largest > 0.0) linear /= largest;
     glm::dmat3 cofactors(glm::cross(linear[1], linear[2]), glm::cross(linear[2], linear[0]),
@@ -377,7 +388,8 @@ void Converter::bake(const Instance& instance, Part& part) {
                 n = {0.0, 0.0, 1.0};
                 ++undefinedNormals;
             }
-            for (int axis = 0; axis < 3; ++axis) normals[i + axis] = static_cast<float>(n[axis]) + 0.0f;
+            for (int axis = 0; axis < 3; ++axis)
+                normals[i + axis] = static_cast<float>(n[axis]) + 0.0f;
         }
     }
     if (mirrors && part.type == kel::mesh::TRIANGLES) {
@@ -492,8 +504,10 @@ void Converter::release(unsigned mesh) {
     free(m.mBitangents);
     free(m.mFaces);
     m.mNumFaces = 0;
-    for (auto*& set : m.mTextureCoords) free(set);
-    for (auto*& set : m.mColors) free(set);
+    for (auto*& set : m.mTextureCoords)
+        free(set);
+    for (auto*& set : m.mColors)
+        free(set);
 }
 
 void Converter::reportMesh(const aiMesh& mesh) {
@@ -519,7 +533,8 @@ void Converter::reportMesh(const aiMesh& mesh) {
 
 void Converter::reportScene() {
     Textures textures;
-    for (unsigned m = 0; m < scene.mNumMaterials; ++m) textures.add(*scene.mMaterials[m]);
+    for (unsigned m = 0; m < scene.mNumMaterials; ++m)
+        textures.add(*scene.mMaterials[m]);
     std::size_t unnamed = 0;
     for (unsigned t = 0; t < scene.mNumTextures; ++t) {
         unnamed += textures.names.count("*" + std::to_string(t)) == 0 &&
@@ -553,14 +568,16 @@ void Converter::checkExtent() const {
     if (low == high) source.refuse("no-extent", "all vertices are at one place", "", remedy);
     const ImportReport& report = result.report;
     if (report.lines == 0 && report.points == 0 && !hasArea) {
-        source.refuse("no-extent", "none of the " + std::to_string(report.triangles) + " triangles has an area",
-                      "", remedy);
+        source.refuse("no-extent",
+                      "none of the " + std::to_string(report.triangles) + " triangles has an area", "",
+                      remedy);
     }
 }
 
 void Converter::writeReport() {
     ImportReport& report = result.report;
-    for (auto& entry : dropped) report.dropped.push_back(std::move(entry.second));
+    for (auto& entry : dropped)
+        report.dropped.push_back(std::move(entry.second));
     const auto note = [&](std::size_t count, const std::string& text) {
         if (count > 0) report.notes.push_back(std::to_string(count) + " " + text);
     };
@@ -587,7 +604,8 @@ ImportResult Converter::run() {
     reportScene();
 
     std::size_t all = 0;
-    for (const Instance& instance : instances) all += scene.mMeshes[instance.mesh]->mNumVertices;
+    for (const Instance& instance : instances)
+        all += scene.mMeshes[instance.mesh]->mNumVertices;
     std::size_t done = 0;
     std::map<unsigned, std::vector<Part>> kept; // parts of meshes with uses to come
     for (const Instance& instance : instances) {
@@ -599,10 +617,12 @@ ImportResult Converter::run() {
             release(m);
         }
         if (--uses[m] == 0) {
-            for (Part& part : found->second) add(instance, std::move(part));
+            for (Part& part : found->second)
+                add(instance, std::move(part));
             kept.erase(found);
         } else {
-            for (const Part& part : found->second) add(instance, part);
+            for (const Part& part : found->second)
+                add(instance, part);
         }
         done += scene.mMeshes[m]->mNumVertices;
         stages.at(CONVERTING, all == 0 ? 1.0 : static_cast<double>(done) / static_cast<double>(all));

@@ -7,7 +7,8 @@
 namespace kel::importer::detail {
 
 VertexJoiner::VertexJoiner(std::vector<std::size_t> widths)
-    : widths(std::move(widths)), width(std::accumulate(this->widths.begin(), this->widths.end(), std::size_t{0})),
+    : widths(std::move(widths)),
+      width(std::accumulate(this->widths.begin(), this->widths.end(), std::size_t{0})),
       streams(this->widths.size()), slots(64, 0) {}
 
 std::uint32_t VertexJoiner::add(const float* vertex) {
@@ -48,7 +49,8 @@ void VertexJoiner::grow() {
     std::vector<std::uint32_t> larger(2 * slots.size(), 0);
     for (std::size_t index = 0; index < count; ++index) {
         std::size_t slot = hashes[index] & (larger.size() - 1);
-        while (larger[slot] != 0) slot = (slot + 1) & (larger.size() - 1);
+        while (larger[slot] != 0)
+            slot = (slot + 1) & (larger.size() - 1);
         larger[slot] = static_cast<std::uint32_t>(index + 1);
     }
     slots = std::move(larger);

@@ -12,20 +12,21 @@
 
 /// Any model file that Assimp reads, into a SrcWriterInput.
 ///
-/// **Geometry.** Every use of a mesh by a node becomes one mesh, in the order of a walk through the nodes from
-/// the root, parents first; a mesh that mixes primitives becomes one mesh each of triangles, lines and points.
-/// Node transforms are baked into positions and normals (in double precision; normals by the inverse
+/// **Geometry.** Every use of a mesh by a node becomes one mesh, in the order of a walk through the nodes
+/// from the root, parents first; a mesh that mixes primitives becomes one mesh each of triangles, lines and
+/// points. Node transforms are baked into positions and normals (in double precision; normals by the inverse
 /// transpose; a mirroring transform swaps two corners of each triangle). Polygons are triangulated. Vertices
-/// whose attributes are equal to the last bit are joined (-0 becomes 0 before). Every mesh has an index buffer:
-/// 2 bytes per index up to 65,535 vertices, else 4. Coordinates keep the unit and the axes that "source" states.
+/// whose attributes are equal to the last bit are joined (-0 becomes 0 before). Every mesh has an index
+/// buffer: 2 bytes per index up to 65,535 vertices, else 4. Coordinates keep the unit and the axes that
+/// "source" states.
 ///
 /// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
-/// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and so
-/// on. Triangles without normals get some: corners at one position share a normal, weighted by area, with
+/// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and
+/// so on. Triangles without normals get some: corners at one position share a normal, weighted by area, with
 /// those neighbours that lean less than 60 degrees; sharper edges stay sharp. Points and lines get none.
 ///
-/// **Materials.** Each material in use becomes one MaterialClassic, shared by its meshes; its identifier is its
-/// place in the source. Files that describe none get none. Where a file states classic colours:
+/// **Materials.** Each material in use becomes one MaterialClassic, shared by its meshes; its identifier is
+/// its place in the source. Files that describe none get none. Where a file states classic colours:
 ///     diffuse, emissive   as stated
 ///     ambient intensity   mean of the ambient colour over mean of the diffuse colour, at most 1; the mean
 ///                         of the ambient colour alone where diffuse is black; 0.2 where not stated
@@ -44,11 +45,12 @@
 /// **Metadata** of each mesh, as JSON texts:
 ///     "name"    the name of the mesh, or of its node where the mesh has none: a string. Left out when both
 ///               are empty. Bytes that are not UTF-8 become U+FFFD.
-///     "node"    the names from the root to the mesh's node, joined by "/": a string. In a name "~" is written
+///     "node"    the names from the root to the mesh's node, joined by "/": a string. In a name "~" is
+///     written
 ///               "~0" and "/" is written "~1", as in a JSON Pointer.
 ///     "source"  an object: "file" (name without folder), "format", and "unit" (metres per unit, a number)
-///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both as
-///               they hold for the positions delivered.
+///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both
+///               as they hold for the positions delivered.
 ///     "extras"  an object with what the file attaches to the mesh's node; left out when there is nothing.
 namespace kel::importer {
 
@@ -130,8 +132,8 @@ private:
 
 /// Reads a model and the files beside it that it names.
 ///
-/// The result depends on nothing but the content of these files: equal input gives equal meshes in equal order.
-/// Prints nothing. Imports may run at the same time on several threads.
+/// The result depends on nothing but the content of these files: equal input gives equal meshes in equal
+/// order. Prints nothing. Imports may run at the same time on several threads.
 ///
 /// throws  ImportError
 KEL_IMPORTER_EXPORT ImportResult importModel(const std::filesystem::path& file,

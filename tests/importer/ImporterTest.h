@@ -1,0 +1,100 @@
+#pragma once
+
+#include <kel/importer/Importer.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace kel::importer::test {
+
+/// A folder of its own for each test, removed with it.
+class ImporterTest : public testing::Test {
+protected:
+    ImporterTest() {
+        std::string name = (std::filesystem::temp_directory_path() / "kelsrc-importer-XXXXXX").string();
+        if (!mkdtemp(name.data())) throw std::runtime_error("no folder for the test");
+        folder = name;
+    }
+    ~ImporterTest() override { std::filesystem::remove_all(folder); }
+
+    std::filesystem::path file(const std::string& name, const std::string& content) const {
+        std::ofstream(folder / name, std::ios::binary) << content;
+        return folder / name;
+    }
+    ImportResult import(const std::string& name, const std::string& content,
+                        const ImportOptions& options = {}) const {
+        return importModel(file(name, content), options);
+    }
+
+    std::filesystem::path folder;
+};
+
+inline std::vector<std::size_t> indicesOf(const kel::mesh::Mesh& mesh) {
+    std::vector<std::size_t> indices;
+    const auto buffer = mesh.getIndexBuffer();
+    for (std::size_t i = 0; buffer && i < buffer->getElementCount(); ++i)
+        indices.push_back(buffer->getIndex(i));
+    return indices;
+}
+
+/// All numbers of an attribute of floats, vertex after vertex; none when the mesh does not have it.
+inline std::vector<float> numbersOf(const kel::mesh::Mesh& mesh, const std::string& attribute) {
+    std::vector<float> numbers;
+    const auto buffer = mesh.getAttributeBuffer(attribute);
+    if (!buffer || buffer->getComponentType() != kel::mesh::FLOAT) return numbers;
+    const std::size_t width = buffer->getComponentCountPerElement();
+    numbers.resize(width * buffer->getElementCount());
+    for (std::size_t i = 0; i < buffer->getElementCount(); ++i)
+        buffer->getElement(i, &numbers[width * i]);
+    return numbers;
+}
+
+/// An attribute as the corners of the primitives see it: element of index 0, of index 1, ...
+inline std::vector<std::vector<float>> cornersOf(const kel::mesh::Mesh& mesh, const std::string& attribute) {
+    const std::vector<float> numbers = numbersOf(mesh, attribute);
+    std::vector<std::vector<float>> corners;
+    if (numbers.empty()) return corners;
+    const std::size_t width = mesh.getAttributeBuffer(attribute)->getComponentCountPerElement();
+    for (const std::size_t i : indicesOf(mesh)) {
+        corners.emplace_back(numbers.begin() + static_cast<std::ptrdiff_t>(width * i),
+                             numbers.begin() + static_cast<std::ptrdiff_t>(width * (i + 1)));
+    }
+    return corners;
+}
+
+inline std::string metadataOf(const ImportResult& result, std::size_t mesh, const std::string& key) {
+    const auto& map = *result.input.metaData.at(result.input.meshes.at(mesh));
+    const auto found = map.find(key);
+    return found == map.end() ? "" : found->second;
+}
+
+inline std::size_t droppedOf(const ImportResult& result, const std::string& kind) {
+    std::size_t count = 0;
+    for (const Dropped& dropped : result.report.dropped) {
+        if (dropped.kind == kind) count += dropped.count;
+    }
+    return count;
+}
+
+/// The error of an import that must fail.
+template<typename Import>
+ImportError errorOf(Import&& import) {
+    try {
+        import();
+    } catch (const ImportError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "the import went through";
+    return {"", "", "", "", ""};
+}
+
+} // namespace kel::importer::test
