@@ -1,7 +1,11 @@
 #include "Buffers.h"
 
+#include <kel/mesh/AttributeNames.h>
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/PackedAccess.h>
+#if KELSRC_BUNDLED_MESH
+#include <kel/mesh/DefaultIndexBuffer.h>
+#endif
 
 #include <picojson.h>
 
@@ -34,6 +38,113 @@ AttributePtr makeAttribute(kel::mesh::ComponentType type, std::size_t components
         std::move(name));
 }
 
+namespace {
+
+#if KELSRC_BUNDLED_MESH
+template<typename T>
+using Indices = kel::mesh::DefaultIndexBuffer<T>; // writers copy it in bulk
+#else
+/// The pipeline's own mesh library offers no index buffer that callers can make.
+template<typename T>
+class Indices final : public kel::mesh::IndexBuffer {
+public:
+    explicit Indices(std::vector<T> indices) : indices(std::move(indices)) {}
+
+    kel::mesh::ComponentType getComponentType() const override {
+        return sizeof(T) == 1   ? kel::mesh::UNSIGNED_BYTE
+               : sizeof(T) == 2 ? kel::mesh::UNSIGNED_SHORT
+                                : kel::mesh::UNSIGNED_INT;
+    }
+    std::size_t getComponentCountPerElement() const override { return 1; }
+    std::size_t getComponentSizeInBytes() const override { return sizeof(T); }
+    std::size_t getElementSizeInBytes() const override { return sizeof(T); }
+    std::size_t getElementStrideInBytes() const override { return sizeof(T); }
+    std::size_t getElementOffsetInBytes() const override { return 0; }
+    std::size_t getElementCount() const override { return indices.size(); }
+    void resize(std::size_t elementCount) override { indices.resize(elementCount); }
+    std::size_t getIndex(std::size_t position) const override { return indices.at(position); }
+
+private:
+    std::vector<T> indices;
+};
+#endif
+
+} // namespace
+
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint8_t> indices) {
+    return std::make_shared<Indices<std::uint8_t>>(std::move(indices));
+}
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint16_t> indices) {
+    return std::make_shared<Indices<std::uint16_t>>(std::move(indices));
+}
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint32_t> indices) {
+    return std::make_shared<Indices<std::uint32_t>>(std::move(indices));
+}
+
+std::size_t vertexCountOf(const kel::mesh::Mesh& mesh, const std::vector<AttributePtr>& attributes) {
+    if (const auto positions = mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME)) {
+        return positions->getElementCount();
+    }
+    std::size_t count = 0;
+    for (const AttributePtr& buffer : attributes) {
+        if (buffer) count = std::max(count, buffer->getElementCount());
+    }
+    return count;
+}
+
+std::vector<std::size_t> indicesOf(const kel::mesh::IndexBuffer& indices) {
+    const std::size_t count = indices.getElementCount();
+    if (const auto* packed = kel::src::detail::packedIndices<std::uint32_t>(indices)) {
+        return std::vector<std::size_t>(packed, packed + count);
+    }
+    if (const auto* packed = kel::src::detail::packedIndices<std::uint16_t>(indices)) {
+        return std::vector<std::size_t>(packed, packed + count);
+    }
+    std::vector<std::size_t> copy(count);
+    for (std::size_t i = 0; i < count; ++i)
+        copy[i] = indices.getIndex(i);
+    return copy;
+}
+
+namespace {
+
+/// A size that the compiler knows turns the copy into plain moves.
+template<std::size_t SIZE>
+void gather(const kel::src::detail::ElementSpan& span, const std::vector<std::uint32_t>& vertices,
+            unsigned char* target) {
+    for (const std::uint32_t vertex : vertices) {
+        std::memcpy(target, span.first + vertex * span.stride, SIZE);
+        target += SIZE;
+    }
+}
+
+} // namespace
+
+AttributePtr gatherElements(const kel::mesh::AttributeBuffer& buffer,
+                            const std::vector<std::uint32_t>& vertices) {
+    const std::size_t size = buffer.getElementSizeInBytes();
+    Bytes bytes(vertices.size() * size);
+    const kel::src::detail::ElementSpan span =
+        kel::src::detail::elementsInMemory(buffer, buffer.getElementCount());
+    if (span && size == 12) {
+        gather<12>(span, vertices, bytes.data());
+    } else if (span && size == 8) {
+        gather<8>(span, vertices, bytes.data());
+    } else {
+        unsigned char* target = bytes.data();
+        for (const std::uint32_t vertex : vertices) {
+            if (span) {
+                std::memcpy(target, span.first + vertex * span.stride, size);
+            } else {
+                buffer.getElement(vertex, target);
+            }
+            target += size;
+        }
+    }
+    return makeAttribute(buffer.getComponentType(), buffer.getComponentCountPerElement(), std::move(bytes),
+                         buffer.getAttributeName());
+}
+
 PackedFloats::PackedFloats(const kel::mesh::AttributeBuffer& buffer) {
     const std::size_t count = buffer.getElementCount();
     const std::size_t elementSize = buffer.getElementSizeInBytes();
@@ -47,6 +158,11 @@ PackedFloats::PackedFloats(const kel::mesh::AttributeBuffer& buffer) {
     copy.resize(valueCount);
     kel::src::detail::copyElements(buffer, count, elementSize, reinterpret_cast<unsigned char*>(copy.data()));
     values = copy.data();
+}
+
+std::string placeOf(const kel::src::SrcWriterInput& input, std::size_t mesh) {
+    const std::string name = nameOf(input, input.meshes[mesh]);
+    return "Mesh " + std::to_string(mesh) + (name.empty() ? "" : " (\"" + name + "\")");
 }
 
 std::string nameOf(const kel::src::SrcWriterInput& input, const kel::mesh::MeshPtr& mesh) {

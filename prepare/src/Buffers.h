@@ -6,6 +6,7 @@
 #include <kel/src/SrcWriterInput.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -48,6 +49,22 @@ std::vector<AttributePtr> attributesOf(const kel::mesh::Mesh& mesh);
 AttributePtr makeAttribute(kel::mesh::ComponentType type, std::size_t components, Bytes bytes,
                            std::string name);
 
+/// A packed index buffer that takes the indices over.
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint8_t> indices);
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint16_t> indices);
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint32_t> indices);
+
+/// How many vertices a mesh has: the elements of "position", or of its longest attribute when it has none.
+std::size_t vertexCountOf(const kel::mesh::Mesh& mesh, const std::vector<AttributePtr>& attributes);
+
+/// All indices, one after another.
+std::vector<std::size_t> indicesOf(const kel::mesh::IndexBuffer& indices);
+
+/// The elements `vertices[0]`, `vertices[1]`, ... of an attribute as a new one of the same type and name. All
+/// of them lie inside the buffer.
+AttributePtr gatherElements(const kel::mesh::AttributeBuffer& buffer,
+                            const std::vector<std::uint32_t>& vertices);
+
 /// The components of a float attribute in one packed array: the buffer's own memory where it is laid out so,
 /// else a copy. Valid while the buffer lives and is not changed.
 class PackedFloats {
@@ -67,6 +84,9 @@ private:
     const float* values = nullptr;
     std::size_t valueCount = 0;
 };
+
+/// For messages: `Mesh 3 ("bolt")`.
+std::string placeOf(const kel::src::SrcWriterInput& input, std::size_t mesh);
 
 /// The metadata's "name" for people: a JSON string's content, another text as it is, else empty.
 std::string nameOf(const kel::src::SrcWriterInput& input, const kel::mesh::MeshPtr& mesh);

@@ -2,8 +2,8 @@
 
 #include "Buffers.h"
 
-#include <kel/src/json/JsonText.h>
 #include <kel/src/encoding/EncodingPresets.h>
+#include <kel/src/json/JsonText.h>
 
 #include <picojson.h>
 
