@@ -10,6 +10,7 @@
 #include <picojson.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 
 namespace kel::prepare::detail {
@@ -158,6 +159,12 @@ PackedFloats::PackedFloats(const kel::mesh::AttributeBuffer& buffer) {
     copy.resize(valueCount);
     kel::src::detail::copyElements(buffer, count, elementSize, reinterpret_cast<unsigned char*>(copy.data()));
     values = copy.data();
+}
+
+std::string numberText(double value) {
+    char text[32];
+    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 4);
+    return std::string(text, end.ptr);
 }
 
 std::string placeOf(const kel::src::SrcWriterInput& input, std::size_t mesh) {

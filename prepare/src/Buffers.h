@@ -85,6 +85,9 @@ private:
     std::size_t valueCount = 0;
 };
 
+/// For messages: four significant digits, the same in any locale.
+std::string numberText(double value);
+
 /// For messages: `Mesh 3 ("bolt")`.
 std::string placeOf(const kel::src::SrcWriterInput& input, std::size_t mesh);
 
