@@ -1,0 +1,148 @@
+#include "Cli.h"
+
+#include "ConvertCommand.h"
+#include "HelpFormatter.h"
+#include "Messages.h"
+#include "Signals.h"
+#include "Status.h"
+#include "Suggest.h"
+#include "Terminal.h"
+#include "Version.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+
+#include <exception>
+#include <map>
+#include <memory>
+#include <ostream>
+
+namespace kelsrc::cli {
+
+namespace {
+
+constexpr const char* FOOTER = R"(
+Exit status:
+  0  done
+  1  done, but not all is well: a check has findings, or some files of several failed
+  2  wrong command line
+  3  the input cannot be read, is empty or invalid
+  4  the output was not written; an older file is still as it was
+  128 + n  ended by signal n
+
+Data goes to standard output, everything else to standard error. Colours and progress are only shown on a terminal;
+NO_COLOR=1 takes the colours away.)";
+
+constexpr const char* SHORT_USAGE = "usage: kelsrc convert MODEL -o OUT.src [OPTIONS]\n"
+                                    "Try \"kelsrc --help\" or \"kelsrc convert --help\".\n";
+
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const auto& name : option->get_lnames())
+            names.push_back("--" + name);
+        for (const auto& name : option->get_snames())
+            names.push_back("-" + name);
+    }
+    return names;
+}
+
+bool isKnown(const CLI::App& app, const std::string& argument) {
+    if (argument.compare(0, 2, "--") == 0) {
+        const std::string name = argument.substr(2, argument.find('=') - 2);
+        for (const CLI::Option* option : app.get_options()) {
+            if (option->check_lname(name)) return true;
+        }
+        return false;
+    }
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->check_sname(argument.substr(1, 1))) return true;
+    }
+    return false;
+}
+
+/// Why a command line was not understood, with what was probably meant.
+Failure usageFailure(CLI::App& app, const std::vector<std::string>& args, const CLI::ParseError& error) {
+    const CLI::App* verb = nullptr;
+    std::vector<std::string> verbs;
+    for (const CLI::App* known : app.get_subcommands(nullptr)) {
+        verbs.push_back(known->get_name());
+        if (!args.empty() && args[0] == known->get_name()) verb = known;
+    }
+    if (!verb && !args.empty() && args[0].compare(0, 1, "-") != 0) {
+        const std::string nearest = nearestWord(args[0], verbs);
+        return Failure(STATUS_USAGE, "", "unknown command \"" + args[0] + "\"",
+                       nearest.empty() ? "\"kelsrc --help\" lists the commands."
+                                       : "Did you mean \"" + nearest + "\"?");
+    }
+    const CLI::App& scope = verb ? *verb : app;
+    const std::string help = verb ? "kelsrc " + verb->get_name() + " --help" : "kelsrc --help";
+    for (std::size_t i = verb ? 1 : 0; i < args.size(); ++i) {
+        if (args[i] == "--") break;
+        if (args[i].size() < 2 || args[i][0] != '-' || isKnown(scope, args[i])) continue;
+        const std::string name = args[i].substr(0, args[i].find('='));
+        const std::string nearest = nearestWord(name, optionNames(scope));
+        return Failure(STATUS_USAGE, "", "unknown option \"" + name + "\"",
+                       nearest.empty() ? "\"" + help + "\" lists the options."
+                                       : "Did you mean \"" + nearest + "\"?");
+    }
+    return Failure(STATUS_USAGE, "", error.what(), "See \"" + help + "\".");
+}
+
+int dispatch(const std::vector<std::string>& args, const Streams& streams) {
+    CLI::App app("Turns 3D models into SRC files for the web.", "kelsrc");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", "kelsrc " KELSRC_VERSION, "Print the version and exit");
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.footer(FOOTER);
+    app.require_subcommand(1);
+    std::map<std::string, Action> actions;
+    actions["convert"] = addConvert(app);
+
+    if (args.empty()) {
+        streams.err << SHORT_USAGE;
+        return STATUS_USAGE;
+    }
+    try {
+        // The parser takes its arguments last first.
+        app.parse(std::vector<std::string>(args.rbegin(), args.rend()));
+    } catch (const CLI::CallForVersion& version) {
+        streams.out << version.what() << '\n';
+        return STATUS_OK;
+    } catch (const CLI::CallForHelp&) {
+        streams.out << app.help();
+        return STATUS_OK;
+    } catch (const CLI::ParseError& error) {
+        Messages(streams.err, Messages::NORMAL, terminalOf(streams.err).colour)
+            .error(usageFailure(app, args, error));
+        return STATUS_USAGE;
+    }
+    return actions.at(app.get_subcommands().front()->get_name())(streams);
+}
+
+} // namespace
+
+int run(const std::vector<std::string>& args, std::istream& in, std::ostream& out, std::ostream& err) {
+    const SignalGuard signals;
+    const Streams streams{in, out, err};
+    int status = STATUS_OK;
+    try {
+        status = dispatch(args, streams);
+    } catch (const Failure& failure) {
+        Messages(err, Messages::NORMAL, terminalOf(err).colour).error(failure);
+        status = failure.status();
+    } catch (const std::exception& error) {
+        Messages(err, Messages::NORMAL, terminalOf(err).colour)
+            .error(Failure(STATUS_NOT_WRITTEN, "", std::string("unexpected: ") + error.what(),
+                           "Please report this."));
+        status = STATUS_NOT_WRITTEN;
+    }
+    if (!out.flush() && status == STATUS_OK) {
+        Messages(err, Messages::NORMAL, terminalOf(err).colour)
+            .error(Failure(STATUS_NOT_WRITTEN, "standard output", "cannot be written"));
+        status = STATUS_NOT_WRITTEN;
+    }
+    return status;
+}
+
+} // namespace kelsrc::cli

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+namespace kelsrc::cli {
+
+/// While it lives, SIGINT, SIGTERM and SIGHUP remove the files noted with ScopedTempFile and end the process
+/// with 128 + their number; a crash removes them too and goes on crashing. A signal that the process was
+/// started to ignore stays ignored. Writing past a size limit or into a closed pipe becomes an error of the
+/// write instead of a signal. Restores what was set before; not to be nested.
+class SignalGuard {
+public:
+    SignalGuard();
+    ~SignalGuard();
+    SignalGuard(const SignalGuard&) = delete;
+    SignalGuard& operator=(const SignalGuard&) = delete;
+};
+
+/// Notes a file that must not outlive the process, until it is destroyed. Does not remove the file itself.
+class ScopedTempFile {
+public:
+    /// throws  std::runtime_error when the path is too long or too many files are noted at once
+    explicit ScopedTempFile(const std::string& path);
+    ~ScopedTempFile();
+    ScopedTempFile(const ScopedTempFile&) = delete;
+    ScopedTempFile& operator=(const ScopedTempFile&) = delete;
+
+private:
+    int slot;
+};
+
+/// Tells the signal handler whether a line on standard error has to be erased before the process ends.
+void noteStatusLine(bool drawn);
+
+} // namespace kelsrc::cli
