@@ -1,5 +1,5 @@
-// Writes one triangle of the pipeline's own mesh class through libkelSrc, and looks for the traces that only the
-// pipeline's own libraries leave.
+// Writes one triangle of the pipeline's own mesh class through libkelSrc, and looks for the traces that only
+// the pipeline's own libraries leave.
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/Mesh.h>
 #include <kel/src/SrcWriterInput.h>
@@ -40,7 +40,9 @@ public:
     std::size_t getNumPrimitives() const override { return 1; }
     std::shared_ptr<kel::mesh::IndexBuffer> getIndexBuffer() const override { return indices; }
     std::size_t getNumAttributeBuffers() const override { return 1; }
-    std::shared_ptr<kel::mesh::AttributeBuffer> getAttributeBuffer(std::size_t) const override { return positions; }
+    std::shared_ptr<kel::mesh::AttributeBuffer> getAttributeBuffer(std::size_t) const override {
+        return positions;
+    }
     std::shared_ptr<kel::mesh::AttributeBuffer> getAttributeBuffer(const std::string& name) const override {
         return name == "position" ? positions : nullptr;
     }

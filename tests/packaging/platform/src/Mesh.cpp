@@ -56,15 +56,33 @@ DefaultAttributeBuffer::~DefaultAttributeBuffer() {}
 
 using Base = DefaultBuffer;
 using This = DefaultAttributeBuffer;
-ComponentType This::getComponentType() const { return Base::getComponentType(); }
-std::size_t This::getComponentCountPerElement() const { return Base::getComponentCountPerElement(); }
-std::size_t This::getComponentSizeInBytes() const { return Base::getComponentSizeInBytes(); }
-std::size_t This::getElementSizeInBytes() const { return Base::getElementSizeInBytes(); }
-std::size_t This::getElementStrideInBytes() const { return Base::getElementStrideInBytes(); }
-std::size_t This::getElementOffsetInBytes() const { return Base::getElementOffsetInBytes(); }
-std::size_t This::getElementCount() const { return Base::getElementCount(); }
-void This::resize(std::size_t count) { Base::resize(count); }
-std::string This::getAttributeName() const { return attributeName; }
+ComponentType This::getComponentType() const {
+    return Base::getComponentType();
+}
+std::size_t This::getComponentCountPerElement() const {
+    return Base::getComponentCountPerElement();
+}
+std::size_t This::getComponentSizeInBytes() const {
+    return Base::getComponentSizeInBytes();
+}
+std::size_t This::getElementSizeInBytes() const {
+    return Base::getElementSizeInBytes();
+}
+std::size_t This::getElementStrideInBytes() const {
+    return Base::getElementStrideInBytes();
+}
+std::size_t This::getElementOffsetInBytes() const {
+    return Base::getElementOffsetInBytes();
+}
+std::size_t This::getElementCount() const {
+    return Base::getElementCount();
+}
+void This::resize(std::size_t count) {
+    Base::resize(count);
+}
+std::string This::getAttributeName() const {
+    return attributeName;
+}
 
 void This::getElement(std::size_t i, void* to) const {
     std::memcpy(to, getBufferData()->getData() + i * getElementStrideInBytes(), getElementSizeInBytes());
