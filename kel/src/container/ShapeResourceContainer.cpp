@@ -16,17 +16,38 @@ namespace kel::src::detail {
 
 namespace {
 
-constexpr std::size_t STORE_BLOCK_BYTES = 256 * 1024;
+constexpr std::size_t STORE_BLOCK_BYTES = 512 * 1024;
+// From this size on a chunk gets memory of its own, so that bytes that were given away are never copied.
+constexpr std::size_t OWN_CHUNK_BYTES = 32 * 1024;
 
 std::string numberedId(const char* prefix, std::uint32_t number) {
     return prefix + std::to_string(number);
 }
 
-struct CountingSink {
-    std::uint64_t bytes = 0;
-    void append(std::string_view text) { bytes += text.size(); }
-    void append(char) { ++bytes; }
-};
+template<typename Number>
+void appendArray(std::string& text, std::string_view keyWithColon, const Number* numbers, std::size_t count) {
+    text += keyWithColon;
+    char separator = '[';
+    for (std::size_t i = 0; i < count; ++i) {
+        text += separator;
+        separator = ',';
+        appendJsonNumber(text, static_cast<double>(numbers[i]));
+    }
+    text += ']';
+}
+
+/// A size as a header number: a double, and so not exact from 2^53 on.
+template<typename Sink>
+void emitSize(Sink& sink, std::string_view keyWithColon, std::uint64_t size) {
+    sink.append(keyWithColon);
+    if (size < std::uint64_t(1) << 53) {
+        sink.appendNumber(size);
+    } else {
+        std::string text;
+        appendJsonNumber(text, static_cast<double>(size));
+        sink.append(std::string_view(text));
+    }
+}
 
 template<typename Sink>
 void emitKey(Sink& sink, bool& first, std::string& scratch, std::string_view id) {
@@ -40,23 +61,25 @@ void emitKey(Sink& sink, bool& first, std::string& scratch, std::string_view id)
 
 } // namespace
 
-std::string_view ShapeResourceContainer::TextStore::keep(std::string_view text) {
-    if (text.size() > freeBytes) {
-        const std::size_t size = std::max(STORE_BLOCK_BYTES, text.size());
-        blocks.emplace_back(new char[size]);
+const char* ShapeResourceContainer::BlockStore::keep(const void* bytes, std::size_t size) {
+    if (size > freeBytes) {
+        const std::size_t blockSize = std::max(STORE_BLOCK_BYTES, size);
+        blocks.emplace_back(new char[blockSize]);
         free = blocks.back().get();
-        freeBytes = size;
+        freeBytes = blockSize;
     }
-    std::memcpy(free, text.data(), text.size());
-    const std::string_view kept(free, text.size());
-    free += text.size();
-    freeBytes -= text.size();
+    char* kept = free;
+    if (size != 0) std::memcpy(kept, bytes, size);
+    free += size;
+    freeBytes -= size;
     return kept;
 }
 
-void ShapeResourceContainer::NumberedSection::put(std::uint32_t number, std::string_view text) {
-    if (number >= texts.size()) texts.resize(std::size_t(number) + 1);
-    texts[number] = text;
+template<typename Entry>
+void ShapeResourceContainer::NumberedSection<Entry>::put(std::uint32_t number, Entry entry) {
+    if (number >= entries.size()) entries.resize(std::size_t(number) + 1);
+    entry.present = true;
+    entries[number] = entry;
 }
 
 template<typename Entry>
@@ -105,77 +128,70 @@ std::string ShapeResourceContainer::createBufferChunkID() {
     return numberedId(bufferChunks.prefix, bufferChunkCounter++);
 }
 
-std::uint32_t ShapeResourceContainer::storeChunk(const std::string& bufferViewId,
-                                                 std::vector<unsigned char>&& bytes) {
+void ShapeResourceContainer::storeChunk(Chunk chunk) {
     const std::uint32_t number = bufferChunkCounter++;
-    const std::uint64_t size = bytes.size();
-    const auto position = static_cast<unsigned int>(chunks.size());
-    chunks.push_back(std::move(bytes));
-    // View IDs count upwards, so a new one mostly belongs right behind the last.
-    const auto hint =
-        lastViewIndices == bufferViewChunkIndices.end() ? lastViewIndices : std::next(lastViewIndices);
-    lastViewIndices = bufferViewChunkIndices.try_emplace(hint, bufferViewId);
-    lastViewIndices->second.push_back(position);
-    scratch = "{";
-    appendMember(scratch, "\"byteLength\":", static_cast<double>(size));
-    appendMember(scratch, ",\"byteOffset\":", static_cast<double>(chunkBytes));
-    scratch += '}';
-    bufferChunks.put(number, store.keep(scratch));
-    chunkBytes += size;
-    return number;
+    chunks.push_back(chunk);
+    bufferChunks.put(number, {chunk.size, chunkBytes});
+    chunkBytes += chunk.size;
 }
 
-void ShapeResourceContainer::appendChunk(const std::string& bufferViewId, picojson::object& bufferViewObject,
-                                         const std::vector<unsigned char>& bytes) {
-    const std::uint32_t number = storeChunk(bufferViewId, std::vector<unsigned char>(bytes));
-    bufferViewObject["chunks"].get<picojson::array>().emplace_back(numberedId(bufferChunks.prefix, number));
-}
-
-void ShapeResourceContainer::storeBufferView(std::uint32_t number, unsigned long size,
-                                             std::uint32_t firstChunk, std::size_t chunkCount) {
-    scratch = "{";
-    appendMember(scratch, "\"byteLength\":", static_cast<double>(size));
-    scratch += ",\"chunks\":[";
-    for (std::size_t i = 0; i < chunkCount; ++i) {
-        if (i != 0) scratch += ',';
-        scratch += '"';
-        scratch += numberedId(bufferChunks.prefix, firstChunk + static_cast<std::uint32_t>(i));
-        scratch += '"';
+void ShapeResourceContainer::storeChunk(std::vector<unsigned char>&& bytes) {
+    if (bytes.size() < OWN_CHUNK_BYTES) {
+        storeChunk(Chunk{store.keep(bytes.data(), bytes.size()), bytes.size()});
+    } else {
+        ownedChunks.push_back(std::move(bytes));
+        const auto& owned = ownedChunks.back();
+        storeChunk(Chunk{reinterpret_cast<const char*>(owned.data()), owned.size()});
     }
-    scratch += "]}";
-    bufferViews.put(number, store.keep(scratch));
+}
+
+void ShapeResourceContainer::storeChunk(const unsigned char* data, std::uint64_t size) {
+    if (size < OWN_CHUNK_BYTES) {
+        storeChunk(Chunk{store.keep(data, size), size});
+    } else {
+        storeChunk(std::vector<unsigned char>(data, data + size));
+    }
+}
+
+void ShapeResourceContainer::appendChunk(const std::string&, picojson::object& bufferViewObject,
+                                         const std::vector<unsigned char>& bytes) {
+    const std::uint32_t number = bufferChunkCounter;
+    storeChunk(bytes.data(), bytes.size());
+    bufferViewObject["chunks"].get<picojson::array>().emplace_back(numberedId(bufferChunks.prefix, number));
 }
 
 std::string ShapeResourceContainer::addBufferView(std::vector<unsigned char>&& bytes) {
     const std::uint32_t number = bufferViewCounter;
     std::string id = createBufferViewID();
-    const unsigned long size = bytes.size();
-    const std::uint32_t firstChunk = storeChunk(id, std::move(bytes));
-    storeBufferView(number, size, firstChunk, 1);
+    const BufferViewEntry entry{bytes.size(), bufferChunkCounter, 1};
+    storeChunk(std::move(bytes));
+    bufferViews.put(number, entry);
     return id;
 }
 
 std::string ShapeResourceContainer::addBufferView(const unsigned char* data, unsigned long size,
                                                   const std::vector<unsigned int>* chunkBorders) {
-    if (!chunkBorders) return addBufferView(std::vector<unsigned char>(data, data + size));
-
     const std::uint32_t number = bufferViewCounter;
     std::string id = createBufferViewID();
-    const std::uint32_t firstChunk = bufferChunkCounter;
-    std::size_t chunkCount = 0;
-    unsigned long start = 0;
-    for (const unsigned int border : *chunkBorders) {
-        if (border >= size || border < start) {
-            std::cerr << "ERROR: Invalid buffer chunk border specified for SRC export. Finishing buffer "
-                         "export before "
-                         "parsing all chunk borders.\n";
-            break;
+    BufferViewEntry entry{size, bufferChunkCounter, 0};
+    if (!chunkBorders) {
+        storeChunk(data, size);
+        entry.chunkCount = 1;
+    } else {
+        unsigned long start = 0;
+        for (const unsigned int border : *chunkBorders) {
+            if (border >= size || border < start) {
+                std::cerr
+                    << "ERROR: Invalid buffer chunk border specified for SRC export. Finishing buffer export "
+                       "before parsing all chunk borders.\n";
+                break;
+            }
+            storeChunk(data + start, border - start);
+            ++entry.chunkCount;
+            start = border;
         }
-        storeChunk(id, std::vector<unsigned char>(data + start, data + border));
-        ++chunkCount;
-        start = border;
     }
-    storeBufferView(number, size, firstChunk, chunkCount);
+    bufferViews.put(number, entry);
     return id;
 }
 
@@ -183,13 +199,9 @@ std::string ShapeResourceContainer::addIndexView(const std::string& bufferViewId
                                                  unsigned long count, SRCDataType dataType) {
     const std::uint32_t number = indexViewCounter;
     std::string id = createIndexViewID();
-    scratch = "{";
-    appendMember(scratch, "\"bufferView\":", bufferViewId);
-    appendMember(scratch, ",\"byteOffset\":", static_cast<double>(byteOffset));
-    appendMember(scratch, ",\"componentType\":", getWebGLTypeIdentifier(dataType));
-    appendMember(scratch, ",\"count\":", static_cast<double>(count));
-    scratch += '}';
-    indexViews.put(number, store.keep(scratch));
+    scratch.clear();
+    appendJsonString(scratch, bufferViewId);
+    indexViews.put(number, {store.keep(scratch), byteOffset, count, getWebGLTypeIdentifier(dataType)});
     return id;
 }
 
@@ -199,17 +211,15 @@ std::string ShapeResourceContainer::addAttributeView(unsigned int components, co
                                                      const double* decodeOffset, const double* decodeScale) {
     const std::uint32_t number = attributeViewCounter;
     std::string id = createAttributeViewID();
-    scratch = "{";
-    appendMember(scratch, "\"bufferView\":", bufferViewId);
-    appendMember(scratch, ",\"byteOffset\":", static_cast<double>(byteOffset));
-    appendMember(scratch, ",\"byteStride\":", static_cast<double>(byteStride));
-    appendMember(scratch, ",\"componentType\":", getWebGLTypeIdentifier(dataType));
-    appendMember(scratch, ",\"count\":", static_cast<double>(count));
-    appendArrayMember(scratch, ",\"decodeOffset\":", decodeOffset, components);
-    appendArrayMember(scratch, ",\"decodeScale\":", decodeScale, components);
-    appendMember(scratch, ",\"type\":", getComponentTypeString(components));
-    scratch += '}';
-    attributeViews.put(number, store.keep(scratch));
+    scratch.clear();
+    appendArray(scratch, ",\"decodeOffset\":", decodeOffset, components);
+    appendArray(scratch, ",\"decodeScale\":", decodeScale, components);
+    if (scratch != lastDecode) lastDecode = store.keep(scratch);
+    scratch.clear();
+    appendJsonString(scratch, bufferViewId);
+    attributeViews.put(number, {store.keep(scratch), lastDecode, byteOffset, byteStride, count,
+                                static_cast<std::uint16_t>(getWebGLTypeIdentifier(dataType)),
+                                static_cast<std::uint8_t>(components)});
     return id;
 }
 
@@ -244,20 +254,24 @@ void ShapeResourceContainer::addMesh(const std::string& id,
         if (!first) scratch += ',';
         first = false;
         appendJsonString(scratch, name);
-        appendMember(scratch, ":", viewId);
+        scratch += ':';
+        appendJsonString(scratch, viewId);
     }
     scratch += '}';
-    if (bboxCenter) appendArrayMember(scratch, ",\"bboxCenter\":", bboxCenter, 3);
-    if (bboxSize) appendArrayMember(scratch, ",\"bboxSize\":", bboxSize, 3);
-    appendMember(scratch, ",\"indices\":", indexViewId);
+    if (bboxCenter) appendArray(scratch, ",\"bboxCenter\":", bboxCenter, 3);
+    if (bboxSize) appendArray(scratch, ",\"bboxSize\":", bboxSize, 3);
+    scratch += ",\"indices\":";
+    appendJsonString(scratch, indexViewId);
     scratch += ",\"material\":";
 
-    MeshEntry entry;
+    MeshEntry entry{};
     entry.head = store.keep(scratch);
-    entry.material = materialId;
+    scratch.clear();
+    appendJsonString(scratch, materialId);
+    entry.material = store.keep(scratch);
     entry.primitive = getWebGLPrimitiveTypeIdentifier(primitiveType);
     entry.hasMeta = meta.is<picojson::object>();
-    meshes.put(id, std::move(entry));
+    meshes.put(id, entry);
     if (meta.is<picojson::object>()) {
         for (const auto& [key, value] : meta.get<picojson::object>())
             addMetaDataToMesh(key, value, id);
@@ -283,16 +297,52 @@ void ShapeResourceContainer::addMetaDataToMesh(const std::string& key, const pic
                   << "\", no such mesh found.\n";
         return;
     }
-    mesh->hasMeta = true;
     scratch.clear();
+    appendJsonString(scratch, key);
+    const bool keyIsPlain = scratch.size() == key.size() + 2; // then the text holds the key itself, too
+    scratch += ':';
     appendJson(scratch, value);
-    mesh->meta.insert_or_assign(mesh->meta.end(), key, store.keep(scratch));
+    MetaMember member;
+    member.text = store.keep(scratch);
+    member.key = keyIsPlain ? member.text.substr(1, key.size()) : store.keep(key);
+
+    // Appending keeps this cheap; members that did not come in order are sorted when the document is written.
+    const auto number = static_cast<std::uint32_t>(metaMembers.size());
+    if (mesh->firstMember == NO_MEMBER) {
+        mesh->firstMember = number;
+    } else {
+        MetaMember& last = metaMembers[mesh->lastMember];
+        last.next = number;
+        if (!(last.key < member.key)) mesh->membersInOrder = false;
+    }
+    metaMembers.push_back(member);
+    mesh->lastMember = number;
+    mesh->hasMeta = true;
+}
+
+void ShapeResourceContainer::sortMembers(MeshEntry& mesh) {
+    std::vector<MetaMember> members;
+    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next)
+        members.push_back(metaMembers[i]);
+    std::stable_sort(members.begin(), members.end(),
+                     [](const MetaMember& a, const MetaMember& b) { return a.key < b.key; });
+    // Of members with one key the last added counts. The list's places are filled anew, in order.
+    std::uint32_t place = mesh.firstMember;
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        if (i + 1 < members.size() && members[i].key == members[i + 1].key) continue;
+        metaMembers[place].key = members[i].key;
+        metaMembers[place].text = members[i].text;
+        mesh.lastMember = place;
+        place = metaMembers[place].next;
+    }
+    metaMembers[mesh.lastMember].next = NO_MEMBER;
+    mesh.membersInOrder = true;
 }
 
 void ShapeResourceContainer::addMaterial(const std::string& id, const std::string& techniqueId,
                                          const picojson::value& values) {
-    scratch = "{\"instanceTechnique\":{";
-    appendMember(scratch, "\"technique\":", techniqueId);
+    scratch = "{\"instanceTechnique\":{\"technique\":";
+    appendJsonString(scratch, techniqueId);
     scratch += ",\"values\":";
     appendJson(scratch, values);
     scratch += "}}";
@@ -306,7 +356,9 @@ void ShapeResourceContainer::assignMaterialToMesh(const std::string& materialId,
                   << "\", no such mesh found.\n";
         return;
     }
-    mesh->material = materialId;
+    scratch.clear();
+    appendJsonString(scratch, materialId);
+    mesh->material = store.keep(scratch);
     if (!materials.find(materialId)) {
         std::cout << "WARNING: Assigning material with ID \"" << materialId
                   << "\", to mesh, but such a material doesn't exist yet.\n";
@@ -321,18 +373,18 @@ picojson::object& ShapeResourceContainer::getMetaData() {
 template<typename Sink>
 void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) const {
     std::string text;
-    const auto numbered = [&](std::string_view opening, const NumberedSection& section) {
+    const auto numbered = [&](std::string_view opening, const auto& section, const auto& emitEntry) {
         sink.append(opening);
         bool first = true;
-        inTextOrder(section.texts.size(), [&](std::size_t i) {
-            if (section.texts[i].empty()) return;
-            text = first ? "\"" : ",\"";
+        inTextOrder(section.entries.size(), [&](std::size_t i) {
+            if (!section.entries[i].present) return;
+            sink.append(first ? std::string_view("\"") : std::string_view(",\""));
             first = false;
-            text += section.prefix;
-            text += std::to_string(i);
-            text += "\":";
-            sink.append(std::string_view(text));
-            sink.append(section.texts[i]);
+            sink.append(std::string_view(section.prefix));
+            sink.appendNumber(i);
+            sink.append(std::string_view("\":{"));
+            emitEntry(section.entries[i]);
+            sink.append('}');
         });
         sink.append('}');
     };
@@ -347,32 +399,59 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
     };
 
     // Keys in ascending byte order, on every level.
-    numbered("{\"accessors\":{\"attributeViews\":{", attributeViews);
-    numbered(",\"indexViews\":{", indexViews);
-    numbered("},\"bufferChunks\":{", bufferChunks);
-    numbered(",\"bufferViews\":{", bufferViews);
+    const std::string typeNames[4] = {"", getComponentTypeString(1), getComponentTypeString(2),
+                                      getComponentTypeString(3)};
+    numbered("{\"accessors\":{\"attributeViews\":{", attributeViews, [&](const AttributeViewEntry& view) {
+        sink.append(std::string_view("\"bufferView\":"));
+        sink.append(view.bufferView);
+        emitSize(sink, ",\"byteOffset\":", view.byteOffset);
+        emitSize(sink, ",\"byteStride\":", view.byteStride);
+        emitSize(sink, ",\"componentType\":", view.componentType);
+        emitSize(sink, ",\"count\":", view.count);
+        sink.append(view.decode);
+        sink.append(std::string_view(",\"type\":\""));
+        sink.append(std::string_view(typeNames[view.components]));
+        sink.append('"');
+    });
+    numbered(",\"indexViews\":{", indexViews, [&](const IndexViewEntry& view) {
+        sink.append(std::string_view("\"bufferView\":"));
+        sink.append(view.bufferView);
+        emitSize(sink, ",\"byteOffset\":", view.byteOffset);
+        emitSize(sink, ",\"componentType\":", view.componentType);
+        emitSize(sink, ",\"count\":", view.count);
+    });
+    numbered("},\"bufferChunks\":{", bufferChunks, [&](const ChunkEntry& chunk) {
+        emitSize(sink, "\"byteLength\":", chunk.byteLength);
+        emitSize(sink, ",\"byteOffset\":", chunk.byteOffset);
+    });
+    numbered(",\"bufferViews\":{", bufferViews, [&](const BufferViewEntry& view) {
+        emitSize(sink, "\"byteLength\":", view.byteLength);
+        sink.append(std::string_view(",\"chunks\":["));
+        for (std::uint32_t i = 0; i < view.chunkCount; ++i) {
+            sink.append(i == 0 ? std::string_view("\"") : std::string_view(",\""));
+            sink.append(std::string_view(bufferChunks.prefix));
+            sink.appendNumber(std::uint32_t(view.firstChunk + i)); // the counter wraps, and so do its IDs
+            sink.append('"');
+        }
+        sink.append(']');
+    });
     keyed(",\"materials\":{", materials);
     sink.append(std::string_view(",\"meshes\":{"));
     bool firstMesh = true;
     for (const auto& [id, mesh] : meshes.all()) {
         emitKey(sink, firstMesh, text, id);
         sink.append(mesh.head);
-        text.clear();
-        appendJsonString(text, mesh.material);
-        sink.append(std::string_view(text));
+        sink.append(mesh.material);
         if (mesh.hasMeta) {
             sink.append(std::string_view(",\"meta\":{"));
-            bool firstKey = true;
-            for (const auto& [key, value] : mesh.meta) {
-                emitKey(sink, firstKey, text, key);
-                sink.append(value);
+            for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
+                if (i != mesh.firstMember) sink.append(',');
+                sink.append(metaMembers[i].text);
             }
             sink.append('}');
         }
-        text.clear();
-        appendMember(text, ",\"primitive\":", mesh.primitive);
-        text += '}';
-        sink.append(std::string_view(text));
+        emitSize(sink, ",\"primitive\":", mesh.primitive);
+        sink.append('}');
     }
     sink.append(std::string_view("},\"meta\":"));
     sink.append(metaText);
@@ -380,10 +459,14 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
     sink.append(std::string_view(",\"textureViews\":{},\"textures\":{}}"));
 }
 
-std::string ShapeResourceContainer::serializeMetaData() {
-    std::string text;
-    appendJson(text, picojson::value(getMetaData()));
-    return text;
+/// Returns the document's metadata as text, which the caller may have changed in place since the last write.
+std::string ShapeResourceContainer::prepareToWrite() {
+    for (auto& [id, mesh] : meshes.all()) {
+        if (!mesh.membersInOrder) sortMembers(mesh);
+    }
+    std::string metaText;
+    appendJson(metaText, header.get<picojson::object>()["meta"]);
+    return metaText;
 }
 
 void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string& metaText) const {
@@ -395,19 +478,18 @@ void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string&
     sink.appendUint32(42);
     sink.appendUint32(length.bytes);
     emitHeader(sink, metaText);
-    for (const auto& chunk : chunks) {
-        sink.append(std::string_view(reinterpret_cast<const char*>(chunk.data()), chunk.size()));
-    }
+    for (const Chunk& chunk : chunks)
+        sink.append(std::string_view(chunk.data, chunk.size));
     sink.flush();
 }
 
 void ShapeResourceContainer::writeToStream(std::ostream& out) {
-    writeDocument(out, serializeMetaData());
+    writeDocument(out, prepareToWrite());
 }
 
 void ShapeResourceContainer::writeToFile(const char* path) {
     // What can fail in the header fails before the file is touched.
-    const std::string metaText = serializeMetaData();
+    const std::string metaText = prepareToWrite();
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) {
         std::cerr << "Unable to open file \"" << path << "\" for writing SRC data." << std::endl;

@@ -129,14 +129,16 @@ public:
     picojson::object& getMetaData();
 
 private:
-    // The entries of the large sections are kept as the JSON text that the file will hold, not as a JSON
-    // tree: a tree costs some 70 map nodes and 10 KB per mesh, its text 1.4 KB, and the text is needed
-    // anyway.
+    // The entries of the large sections are kept as small records and as the text that the file will hold,
+    // not as a JSON tree: a tree costs some 70 map nodes and 10 KB per mesh, the records half a kilobyte.
+    // With many small meshes memory touched for the first time is most of the cost of an export, and freeing
+    // it node by node much of the rest.
 
-    /// Text that lives as long as the container, in blocks that never move.
-    class TextStore {
+    /// Bytes that live as long as the container, in blocks that never move.
+    class BlockStore {
     public:
-        std::string_view keep(std::string_view text);
+        const char* keep(const void* bytes, std::size_t size);
+        std::string_view keep(std::string_view text) { return {keep(text.data(), text.size()), text.size()}; }
 
     private:
         std::vector<std::unique_ptr<char[]>> blocks;
@@ -144,11 +146,40 @@ private:
         std::size_t freeBytes = 0;
     };
 
-    /// A section keyed by a prefix and a counter: entry i has the ID prefix + i. An empty text is no entry.
+    struct Chunk {
+        const char* data;
+        std::uint64_t size;
+    };
+    struct ChunkEntry {
+        std::uint64_t byteLength, byteOffset;
+        bool present = false;
+    };
+    struct BufferViewEntry {
+        std::uint64_t byteLength;
+        std::uint32_t firstChunk, chunkCount;
+        bool present = false;
+    };
+    struct IndexViewEntry {
+        std::string_view bufferView; ///< as JSON text, like all texts in entries
+        std::uint64_t byteOffset, count;
+        std::uint32_t componentType;
+        bool present = false;
+    };
+    struct AttributeViewEntry {
+        std::string_view bufferView, decode; ///< decode holds both decode vectors with their keys
+        std::uint64_t byteOffset, byteStride, count;
+        std::uint16_t componentType;
+        std::uint8_t components;
+        bool present = false;
+    };
+
+    /// A section keyed by a prefix and a counter: entry i has the ID prefix + i. IDs that were only created
+    /// have none.
+    template<typename Entry>
     struct NumberedSection {
         const char* prefix;
-        std::vector<std::string_view> texts;
-        void put(std::uint32_t number, std::string_view text);
+        std::vector<Entry> entries;
+        void put(std::uint32_t number, Entry entry);
     };
 
     /// A section keyed by the caller's IDs. Remembers the last entry touched: the next is most often that one
@@ -158,6 +189,7 @@ private:
     public:
         Entry& put(const std::string& id, Entry entry);
         Entry* find(const std::string& id);
+        std::map<std::string, Entry>& all() { return entries; }
         const std::map<std::string, Entry>& all() const { return entries; }
 
     private:
@@ -165,43 +197,53 @@ private:
         typename std::map<std::string, Entry>::iterator last = entries.end();
     };
 
+    static constexpr std::uint32_t NO_MEMBER = 0xffffffff;
+
+    /// One member of a mesh's metadata; a mesh's members form a list.
+    struct MetaMember {
+        std::string_view key, text; ///< text holds the key as JSON, a colon and the value
+        std::uint32_t next = NO_MEMBER;
+    };
     struct MeshEntry {
         std::string_view head; ///< from "attributes" up to the material's ID
-        std::string material;
+        std::string_view material;
+        std::uint32_t primitive;
+        std::uint32_t firstMember = NO_MEMBER, lastMember = NO_MEMBER;
         bool hasMeta = false;
-        std::map<std::string, std::string_view> meta;
-        std::uint32_t primitive = 0;
+        bool membersInOrder = true; ///< ascending keys, each once
     };
 
-    std::uint32_t storeChunk(const std::string& bufferViewId, std::vector<unsigned char>&& bytes);
-    void storeBufferView(std::uint32_t number, unsigned long size, std::uint32_t firstChunk,
-                         std::size_t chunkCount);
+    void storeChunk(Chunk chunk);
+    void storeChunk(const unsigned char* data, std::uint64_t size);
+    void storeChunk(std::vector<unsigned char>&& bytes);
+    void sortMembers(MeshEntry& mesh);
     std::string addAttributeView(unsigned int components, const std::string& bufferViewId,
                                  unsigned long byteOffset, unsigned long byteStride, unsigned long count,
                                  SRCDataType dataType, const double* decodeOffset, const double* decodeScale);
-    std::string serializeMetaData();
+    std::string prepareToWrite();
     void writeDocument(std::ostream& out, const std::string& metaText) const;
     template<typename Sink>
     void emitHeader(Sink& sink, std::string_view metaText) const;
 
-    picojson::value header; ///< all sections; the large ones are empty here and kept as text below
+    picojson::value header; ///< all sections; the large ones are empty here and kept below
     std::uint32_t indexViewCounter = 0;
     std::uint32_t attributeViewCounter = 0;
     std::uint32_t bufferViewCounter = 0;
     std::uint32_t bufferChunkCounter = 0;
-    std::vector<std::vector<unsigned char>> chunks;
-    std::map<std::string, std::vector<unsigned int>> bufferViewChunkIndices;
 
-    std::map<std::string, std::vector<unsigned int>>::iterator lastViewIndices = bufferViewChunkIndices.end();
+    std::vector<Chunk> chunks; ///< in file order
+    std::vector<std::vector<unsigned char>> ownedChunks;
     std::uint64_t chunkBytes = 0; ///< the sum of all chunks' lengths: where the next chunk begins
-    TextStore store;
-    std::string scratch; ///< the entry under construction
-    NumberedSection attributeViews{"attributeView", {}};
-    NumberedSection indexViews{"indexView", {}};
-    NumberedSection bufferChunks{"chunk", {}};
-    NumberedSection bufferViews{"bufferView", {}};
+    BlockStore store;             ///< small chunks and all texts
+    std::string scratch;          ///< the text under construction
+    NumberedSection<AttributeViewEntry> attributeViews{"attributeView", {}};
+    NumberedSection<IndexViewEntry> indexViews{"indexView", {}};
+    NumberedSection<ChunkEntry> bufferChunks{"chunk", {}};
+    NumberedSection<BufferViewEntry> bufferViews{"bufferView", {}};
+    std::string_view lastDecode; ///< most views repeat the decode vectors of an earlier one
     KeyedSection<std::string_view> materials;
     KeyedSection<MeshEntry> meshes;
+    std::vector<MetaMember> metaMembers;
     KeyedSection<std::string_view> techniques;
 };
 

@@ -1,43 +1,72 @@
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
 
 namespace kel::src::detail {
 
+/// Where document text goes in the end. The two sinks take the same calls, so that one function gives the
+/// length of a text and, called again, the text itself.
+
+/// Only counts.
+class CountingSink {
+public:
+    std::uint64_t bytes = 0;
+
+    void append(std::string_view text) { bytes += text.size(); }
+    void append(char) { ++bytes; }
+    /// A whole number in decimal.
+    void appendNumber(std::uint64_t value) {
+        do {
+            ++bytes;
+            value /= 10;
+        } while (value != 0);
+    }
+};
+
 /// Hands a stream large blocks: a small write costs far more than its bytes.
 class StreamSink {
 public:
-    explicit StreamSink(std::ostream& out) : out(out) { block.reserve(BLOCK_BYTES); }
+    explicit StreamSink(std::ostream& out) : out(out), block(new char[BLOCK_BYTES]) {}
 
     void append(std::string_view text) {
-        if (text.size() > BLOCK_BYTES - block.size()) {
+        if (text.size() > BLOCK_BYTES - used) {
             flush();
             if (text.size() >= BLOCK_BYTES) {
                 out.write(text.data(), static_cast<std::streamsize>(text.size()));
                 return;
             }
         }
-        block.append(text);
+        std::memcpy(block.get() + used, text.data(), text.size());
+        used += text.size();
     }
     void append(char c) { append(std::string_view(&c, 1)); }
+    void appendNumber(std::uint64_t value) {
+        char digits[20];
+        append(std::string_view(
+            digits, static_cast<std::size_t>(std::to_chars(digits, digits + 20, value).ptr - digits)));
+    }
     void appendUint32(std::uint64_t value) {
         const char bytes[4] = {static_cast<char>(value & 255), static_cast<char>(value >> 8 & 255),
                                static_cast<char>(value >> 16 & 255), static_cast<char>(value >> 24 & 255)};
         append(std::string_view(bytes, sizeof bytes));
     }
     void flush() {
-        if (!block.empty()) out.write(block.data(), static_cast<std::streamsize>(block.size()));
-        block.clear();
+        if (used != 0) out.write(block.get(), static_cast<std::streamsize>(used));
+        used = 0;
     }
 
 private:
     static constexpr std::size_t BLOCK_BYTES = 256 * 1024;
     std::ostream& out;
-    std::string block;
+    std::unique_ptr<char[]> block;
+    std::size_t used = 0;
 };
 
 } // namespace kel::src::detail
