@@ -182,42 +182,12 @@ void computeBoundingBoxCenterSize(std::shared_ptr<kel::mesh::AttributeBuffer> bu
 
 namespace {
 
-/// Reads the corners of triangles, straight from memory where the buffers are our own.
-class CornerReader {
-public:
-    CornerReader(const kel::mesh::AttributeBuffer& positions, const kel::mesh::IndexBuffer& indices)
-        : positions(positions), indices(indices), indices16(packedIndices<std::uint16_t>(indices)),
-          indices32(packedIndices<std::uint32_t>(indices)) {
-        if (indices16 || indices32) {
-            positionCount = positions.getElementCount();
-            span = elementsInMemory(positions, positionCount);
-        }
-    }
-
-    glm::vec3 operator()(std::size_t k) const {
-        const std::size_t index = indices16 ? indices16[k] : indices32 ? indices32[k] : indices.getIndex(k);
-        glm::vec3 corner;
-        if (span && index < positionCount) {
-            std::memcpy(&corner, span.first + index * span.stride, sizeof corner);
-        } else {
-            positions.getElement(index, &corner);
-        }
-        return corner;
-    }
-
-private:
-    const kel::mesh::AttributeBuffer& positions;
-    const kel::mesh::IndexBuffer& indices;
-    const std::uint16_t* indices16;
-    const std::uint32_t* indices32;
-    std::size_t positionCount = 0;
-    ElementSpan span;
-};
-
 class AreaSum {
 public:
     void add(const glm::vec3& c0, const glm::vec3& c1, const glm::vec3& c2) {
-        const float area = utils::computeTriangleArea(c0, c1, c2);
+        add(utils::computeTriangleArea(c0, c1, c2));
+    }
+    void add(float area) {
         const float magnitude = std::fabs(area);
         if (magnitude >= std::numeric_limits<float>::min() &&
             magnitude <= std::numeric_limits<float>::max()) {
@@ -226,6 +196,149 @@ public:
     }
     float sum = 0.0f;
 };
+
+#if defined(__x86_64__) && KELSRC_BUNDLED_MESH
+#define KELSRC_FAST_AREAS 1
+
+struct Lanes3 {
+    __m256 x, y, z;
+};
+
+/// One corner of eight triangles as x, y and z lanes. Reads 16 bytes per corner.
+template<typename Index>
+__attribute__((target("avx2"))) Lanes3 loadCorners(ElementSpan span, const Index* indices) {
+    __m256 corner[4];
+    for (int t = 0; t < 4; ++t) {
+        const auto* low = reinterpret_cast<const float*>(span.first + indices[3 * t] * span.stride);
+        const auto* high = reinterpret_cast<const float*>(span.first + indices[3 * (t + 4)] * span.stride);
+        corner[t] = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(low)), _mm_loadu_ps(high), 1);
+    }
+    const __m256 xy01 = _mm256_unpacklo_ps(corner[0], corner[1]),
+                 xy23 = _mm256_unpacklo_ps(corner[2], corner[3]);
+    const __m256 zw01 = _mm256_unpackhi_ps(corner[0], corner[1]),
+                 zw23 = _mm256_unpackhi_ps(corner[2], corner[3]);
+    return {_mm256_shuffle_ps(xy01, xy23, _MM_SHUFFLE(1, 0, 1, 0)),
+            _mm256_shuffle_ps(xy01, xy23, _MM_SHUFFLE(3, 2, 3, 2)),
+            _mm256_shuffle_ps(zw01, zw23, _MM_SHUFFLE(1, 0, 1, 0))};
+}
+
+/// Areas of triangles of a list, eight at a time through the same operations as utils::computeTriangleArea;
+/// they are added one by one, in order. Returns how many triangles it has done: it stops before one with a
+/// corner that is not followed by four bytes more, or is none.
+template<typename Index>
+__attribute__((target("avx2"))) std::size_t
+addAreasAvx2(ElementSpan span, std::size_t count, const Index* indices, std::size_t triangles, AreaSum& sum) {
+    const auto minus = [](const Lanes3& a, const Lanes3& b) __attribute__((target("avx2"))) {
+        return Lanes3{_mm256_sub_ps(a.x, b.x), _mm256_sub_ps(a.y, b.y), _mm256_sub_ps(a.z, b.z)};
+    };
+    std::size_t done = 0;
+    for (; done + 8 <= triangles; done += 8) {
+        const Index* at = indices + 3 * done;
+        std::size_t largest = 0;
+        for (int i = 0; i < 24; ++i)
+            largest = std::max<std::size_t>(largest, at[i]);
+        if (largest + 1 >= count) break;
+        const Lanes3 c0 = loadCorners(span, at);
+        const Lanes3 u = minus(loadCorners(span, at + 1), c0), v = minus(loadCorners(span, at + 2), c0);
+        const __m256 x = _mm256_sub_ps(_mm256_mul_ps(u.y, v.z), _mm256_mul_ps(v.y, u.z));
+        const __m256 y = _mm256_sub_ps(_mm256_mul_ps(u.z, v.x), _mm256_mul_ps(v.z, u.x));
+        const __m256 z = _mm256_sub_ps(_mm256_mul_ps(u.x, v.y), _mm256_mul_ps(v.x, u.y));
+        const __m256 dot =
+            _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(x, x), _mm256_mul_ps(y, y)), _mm256_mul_ps(z, z));
+        alignas(32) float areas[8];
+        _mm256_store_ps(areas, _mm256_mul_ps(_mm256_set1_ps(0.5f), _mm256_sqrt_ps(dot)));
+        for (const float area : areas)
+            sum.add(area);
+    }
+    return done;
+}
+
+#endif
+
+/// Reads corners through the interface.
+class InterfaceCorners {
+public:
+    InterfaceCorners(const kel::mesh::AttributeBuffer& positions, const kel::mesh::IndexBuffer& indices)
+        : positions(positions), indices(indices) {}
+
+    glm::vec3 operator()(std::size_t k) const {
+        glm::vec3 corner;
+        positions.getElement(indices.getIndex(k), &corner);
+        return corner;
+    }
+    std::size_t addAreas(std::size_t, std::size_t, AreaSum&) const { return 0; }
+
+private:
+    const kel::mesh::AttributeBuffer& positions;
+    const kel::mesh::IndexBuffer& indices;
+};
+
+/// Reads corners straight from memory; an index past the positions gets the buffer's own answer.
+template<typename Index>
+class MemoryCorners {
+public:
+    MemoryCorners(const kel::mesh::AttributeBuffer& positions, ElementSpan span, std::size_t count,
+                  const Index* indices)
+        : positions(positions), span(span), count(count), indices(indices) {}
+
+    glm::vec3 operator()(std::size_t k) const {
+        const std::size_t index = indices[k];
+        glm::vec3 corner;
+        if (index < count) {
+            std::memcpy(&corner, span.first + index * span.stride, sizeof corner);
+        } else {
+            positions.getElement(index, &corner);
+        }
+        return corner;
+    }
+
+    /// Adds the areas of up to `triangles` triangles of a list from index position k on in bulk; returns how
+    /// many.
+    std::size_t addAreas(std::size_t k, std::size_t triangles, AreaSum& sum) const {
+#if KELSRC_FAST_AREAS
+        if (activeKernels() == KernelSet::AVX2) return addAreasAvx2(span, count, indices + k, triangles, sum);
+#endif
+        static_cast<void>(k);
+        static_cast<void>(triangles);
+        static_cast<void>(sum);
+        return 0;
+    }
+
+private:
+    const kel::mesh::AttributeBuffer& positions;
+    ElementSpan span;
+    std::size_t count;
+    const Index* indices;
+};
+
+template<typename Corners>
+float sumAreas(kel::mesh::PrimitiveType type, std::size_t n, const Corners& corner) {
+    AreaSum area;
+    if (type == kel::mesh::TRIANGLES) {
+        const std::size_t end = n / 3 * 3;
+        std::size_t k = 0;
+        while (k != end) {
+            k += 3 * corner.addAreas(k, (end - k) / 3, area);
+            // What the kernel leaves, one by one, until it can go on.
+            for (const std::size_t stop = std::min(end, k + 24); k != stop; k += 3) {
+                const glm::vec3 c0 = corner(k), c1 = corner(k + 1), c2 = corner(k + 2);
+                area.add(c0, c1, c2);
+            }
+        }
+    } else if (type == kel::mesh::TRIANGLE_STRIP) {
+        for (std::size_t k = 0; k + 2 < n; ++k) {
+            const glm::vec3 c0 = corner(k), c1 = corner(k + 1), c2 = corner(k + 2);
+            area.add(c0, c1, c2);
+        }
+    } else if (type == kel::mesh::TRIANGLE_FAN) {
+        const glm::vec3 hub = corner(0);
+        for (std::size_t k = 0; k + 2 < n; ++k) {
+            const glm::vec3 c1 = corner(k + 1), c2 = corner(k + 2);
+            area.add(hub, c1, c2);
+        }
+    }
+    return area.sum;
+}
 
 std::string areaText(float area) {
     // "%f" whatever the process's locale says: metadata texts are read as JSON.
@@ -253,33 +366,18 @@ float computeTriangleSurfaceArea(const kel::mesh::MeshPtr& mesh) {
     const std::size_t n = indices->getElementCount();
     if (n <= 2) return 0.0f;
 
-    const CornerReader corner(*positions, *indices);
-    AreaSum area;
-    switch (mesh->getPrimitiveType()) {
-    case kel::mesh::TRIANGLES:
-        for (std::size_t k = 0; k != n / 3 * 3; k += 3) {
-            const glm::vec3 c0 = corner(k), c1 = corner(k + 1), c2 = corner(k + 2);
-            area.add(c0, c1, c2);
+    const kel::mesh::PrimitiveType type = mesh->getPrimitiveType();
+    const auto* indices16 = packedIndices<std::uint16_t>(*indices);
+    const auto* indices32 = packedIndices<std::uint32_t>(*indices);
+    if (indices16 || indices32) {
+        const std::size_t count = positions->getElementCount();
+        if (const ElementSpan span = elementsInMemory(*positions, count)) {
+            if (indices16)
+                return sumAreas(type, n, MemoryCorners<std::uint16_t>(*positions, span, count, indices16));
+            return sumAreas(type, n, MemoryCorners<std::uint32_t>(*positions, span, count, indices32));
         }
-        break;
-    case kel::mesh::TRIANGLE_STRIP:
-        for (std::size_t k = 0; k + 2 < n; ++k) {
-            const glm::vec3 c0 = corner(k), c1 = corner(k + 1), c2 = corner(k + 2);
-            area.add(c0, c1, c2);
-        }
-        break;
-    case kel::mesh::TRIANGLE_FAN: {
-        const glm::vec3 hub = corner(0);
-        for (std::size_t k = 0; k + 2 < n; ++k) {
-            const glm::vec3 c1 = corner(k + 1), c2 = corner(k + 2);
-            area.add(hub, c1, c2);
-        }
-        break;
     }
-    default:
-        break;
-    }
-    return area.sum;
+    return sumAreas(type, n, InterfaceCorners(*positions, *indices));
 }
 
 void addStatisticsMetaData(kel::mesh::MeshPtr mesh, kel::src::MetaDataPtr metaData) {
