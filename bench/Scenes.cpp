@@ -1,0 +1,115 @@
+#include "Scenes.h"
+
+#include <kel/material/MaterialClassic.h>
+#include <kel/mesh/KelMesh.h>
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <new>
+
+namespace kel::bench {
+
+Sphere displacedSphere(std::size_t triangles) {
+    // rings x 2 rings quads of two triangles, minus the poles' degenerate halves, which are kept for
+    // simplicity.
+    const auto rings =
+        static_cast<std::size_t>(std::max(2.0, std::round(std::sqrt(static_cast<double>(triangles) / 4))));
+    const std::size_t segments = triangles / (2 * rings);
+    Sphere sphere;
+    const double pi = std::acos(-1.0);
+    for (std::size_t i = 0; i <= rings; ++i) {
+        for (std::size_t j = 0; j <= segments; ++j) {
+            const double theta = pi * static_cast<double>(i) / static_cast<double>(rings);
+            const double phi = 2 * pi * static_cast<double>(j) / static_cast<double>(segments);
+            const double n[3] = {std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi),
+                                 std::cos(theta)};
+            const double radius = 0.45 + 0.02 * std::sin(11 * theta) * std::cos(7 * phi);
+            for (const double axis : n) {
+                sphere.positions.push_back(static_cast<float>(radius * axis));
+                sphere.normals.push_back(static_cast<float>(axis));
+            }
+            sphere.texcoords.push_back(static_cast<float>(j) / static_cast<float>(segments));
+            sphere.texcoords.push_back(static_cast<float>(i) / static_cast<float>(rings));
+        }
+    }
+    for (std::size_t i = 0; i < rings; ++i) {
+        for (std::size_t j = 0; j < segments; ++j) {
+            const auto at = static_cast<std::uint32_t>(i * (segments + 1) + j);
+            const auto below = static_cast<std::uint32_t>(at + segments + 1);
+            for (const std::uint32_t index : {at, below, at + 1, at + 1, below, below + 1}) {
+                sphere.indices.push_back(index);
+            }
+        }
+    }
+    return sphere;
+}
+
+std::size_t Scene::indexBytes() const {
+    return meshes * sphere.indices.size() * (sphere.positions.size() / 3 <= 65535 ? 2 : 4);
+}
+
+std::size_t Scene::inputBytes() const {
+    return vertices() * 8 * sizeof(float) + indexBytes();
+}
+
+Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh) {
+    Scene scene{meshes, trianglesPerMesh, displacedSphere(trianglesPerMesh), {}};
+    const Sphere& sphere = scene.sphere;
+    const auto material = std::make_shared<kel::material::MaterialClassic>(0);
+    scene.input.materials.insert(material);
+    for (std::size_t i = 0; i < meshes; ++i) {
+        const auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
+        mesh->addAttribute("position", 3, sphere.positions);
+        mesh->addAttribute("normal", 3, sphere.normals);
+        mesh->addAttribute("texcoord", 2, sphere.texcoords);
+        if (sphere.positions.size() / 3 <= 65535) {
+            mesh->setIndices(std::vector<std::uint16_t>(sphere.indices.begin(), sphere.indices.end()));
+        } else {
+            mesh->setIndices(sphere.indices);
+        }
+        scene.input.meshes.push_back(mesh);
+        scene.input.meshMaterials[mesh] = material;
+        scene.input.metaData[mesh] = std::make_shared<std::map<std::string, std::string>>();
+    }
+    return scene;
+}
+
+const Scene& scene(char name) {
+    static std::map<char, std::unique_ptr<Scene>> scenes;
+    auto& slot = scenes[name];
+    if (!slot) {
+        slot = std::make_unique<Scene>(name == 'a'   ? makeScene(1, 1000000)
+                                       : name == 'b' ? makeScene(1000, 1000)
+                                                     : makeScene(20000, 50));
+    }
+    return *slot;
+}
+
+std::size_t copyToFreshMemory(const Scene& scene) {
+    const std::size_t size = scene.inputBytes();
+    void* fresh = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (fresh == MAP_FAILED) throw std::bad_alloc();
+    auto* to = static_cast<unsigned char*>(fresh);
+    const auto copy = [&](const void* from, std::size_t bytes) {
+        std::memcpy(to, from, bytes);
+        to += bytes;
+    };
+    for (const auto& mesh : scene.input.meshes) {
+        for (std::size_t a = 0; a < 3; ++a) {
+            const auto buffer = std::static_pointer_cast<kel::mesh::detail::DefaultAttributeBuffer>(
+                mesh->getAttributeBuffer(a));
+            const auto& data = *buffer->getBufferData();
+            copy(data.getData(), data.getSizeInBytes());
+        }
+        copy(scene.sphere.indices.data(), scene.indexBytes() / scene.meshes);
+    }
+    munmap(fresh, size);
+    return size;
+}
+
+} // namespace kel::bench

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <kel/src/SrcWriterInput.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+namespace kel::bench {
+
+/// One displaced sphere, in plain arrays: what every writer is given.
+struct Sphere {
+    std::vector<float> positions, normals, texcoords; ///< 3, 3 and 2 floats per vertex
+    std::vector<std::uint32_t> indices;
+};
+
+/// A sphere of about `triangles` triangles with a wavy surface, inside the box -0.5 to 0.5.
+Sphere displacedSphere(std::size_t triangles);
+
+/// The same sphere `meshes` times, each with arrays of its own.
+struct Scene {
+    std::size_t meshes;
+    std::size_t trianglesPerMesh;
+    Sphere sphere;
+    kel::src::SrcWriterInput input;
+
+    std::size_t vertices() const { return meshes * sphere.positions.size() / 3; }
+    std::size_t triangles() const { return meshes * sphere.indices.size() / 3; }
+    /// Bytes of floats and indices as the input holds them; indices are 2 bytes wide in meshes of up to
+    /// 65,535 vertices.
+    std::size_t inputBytes() const;
+    std::size_t indexBytes() const;
+};
+
+Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh);
+
+/// The three scenes of all comparisons: a = 1 mesh of 1,000,000 triangles, b = 1,000 of 1,000, c = 20,000
+/// of 50.
+const Scene& scene(char name);
+
+/// A stream that counts what it is given and keeps nothing.
+class CountingStream : public std::ostream {
+public:
+    CountingStream() : std::ostream(nullptr) { rdbuf(&buffer); }
+    std::size_t bytes() const { return buffer.count; }
+
+private:
+    class Buffer : public std::streambuf {
+    public:
+        std::size_t count = 0;
+
+    protected:
+        std::streamsize xsputn(const char*, std::streamsize n) override {
+            count += static_cast<std::size_t>(n);
+            return n;
+        }
+        int_type overflow(int_type c) override {
+            ++count;
+            return c;
+        }
+    };
+    Buffer buffer;
+};
+
+/// Copies every array of the scene into memory that no page of has been touched yet, and gives it back: the
+/// limit for a writer that has to hold its output once. Returns the bytes copied.
+std::size_t copyToFreshMemory(const Scene& scene);
+
+/// The bytes by which resident memory peaks above its level at the start while `work` runs, in a child
+/// process.
+template<typename Work>
+std::size_t peakMemoryOf(Work work);
+std::size_t peakMemoryOfCall(void (*call)(void*), void* argument);
+
+template<typename Work>
+std::size_t peakMemoryOf(Work work) {
+    return peakMemoryOfCall([](void* argument) { (*static_cast<Work*>(argument))(); }, &work);
+}
+
+} // namespace kel::bench
