@@ -24,7 +24,7 @@ fi
 
 say "building the command in build/demo"
 if [ ! -f build/demo/build.ninja ]; then
-    cmake -S . -B build/demo -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DKELSRC_USE_CCACHE=ON
+    cmake -S . -B build/demo -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DKELSRC_USE_CCACHE=ON >&2
 fi
 cmake --build build/demo --target kelsrc --parallel "$(build_jobs)" >&2
 
@@ -33,4 +33,4 @@ target=build/demo/models/${name%.*}.src
 mkdir -p build/demo/models
 say "build/demo/bin/kelsrc convert \"$model\" -o \"$target\" --list"
 build/demo/bin/kelsrc convert "$model" -o "$target" --list
-say "$target, $(stat -c %s "$target") bytes from $(stat -c %s "$model")"
+say "that was $target; the command is build/demo/bin/kelsrc"
