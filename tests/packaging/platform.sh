@@ -10,7 +10,9 @@ mkdir -p "$build/pipeline/include"
 
 # The pipeline's headers are the interfaces alone, not the concrete meshes that this tree adds to them.
 cp -r "$pipeline/." "$build/pipeline"
-cp -r "$source/mesh/kel" "$source/platform/utils/utils" "$source/platform/logging/logging" "$build/pipeline/include"
+cp -r "$source/mesh/kel" "$source/platform/utils/utils" "$source/platform/logging/logging" \
+    "$source/platform/src/src" "$build/pipeline/include"
+cp "$pipeline"/../../writer/RecordingSrcLib.{h,cpp} "$build/pipeline/src"
 rm "$build"/pipeline/include/kel/mesh/{DefaultMesh,DefaultIndexBuffer,KelMesh}.h
 "$cmake" -S "$build/pipeline" -B "$build/pipeline-build" "${common[@]}"
 "$cmake" --build "$build/pipeline-build" --parallel 2
