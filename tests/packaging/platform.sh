@@ -29,7 +29,7 @@ cp -r "$source"/{CMakeLists.txt,cmake,include,kel} "$build/tree"
 # What the library takes from the pipeline it must not hold itself.
 nm -D --undefined-only "$build/tree-build/lib/libkelSrc.so" >"$build/undefined"
 for name in _ZN5utils19computeTriangleArea _ZN7logging6Logger14getBoostLogger _ZTIN3kel4mesh6detail22DefaultAttributeBuffer \
-    _ZTIN3kel8material15MaterialClassic; do
+    _ZTIN3kel8material15MaterialClassic _ZN3src7builder10SrcBuilder6create; do
     grep -q "$name" "$build/undefined" || { echo "libkelSrc.so does not take $name from outside"; exit 1; }
 done
 
@@ -38,3 +38,4 @@ done
 "$cmake" --build "$build/caller-build"
 "$build/caller-build/caller" | tee "$build/output"
 grep -q "the pipeline's logger was asked by void kel::src::detail::addStatisticsMetaData" "$build/output"
+grep -q "written by the recording library" "$build/output"

@@ -2,7 +2,7 @@
 // the pipeline's own libraries leave.
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/Mesh.h>
-#include <kel/src/SrcWriterInput.h>
+#include <kel/src/SrcWriter.h>
 #include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <iostream>
@@ -67,5 +67,6 @@ int main() {
         std::cerr << "the file lacks the pipeline's area or material\n";
         return 1;
     }
+    kel::src::SrcWriter::write(input, std::cout, kel::src::SrcWriter::POSITION_COMPRESSED);
     std::cout << "wrote " << file.size() << " bytes\n";
 }
