@@ -51,6 +51,6 @@ fi
 say "installing ${#missing[@]} missing Debian packages${as_root[0]:+ with sudo}: ${missing[*]}"
 # Without questions and, where the system has no message catalogue yet, in plain English.
 quietly=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8)
-"${quietly[@]}" apt-get -q -o Acquire::Retries=3 update
-"${quietly[@]}" "${install[0]}" -q -o Acquire::Retries=3 -o Dpkg::Use-Pty=0 "${install[@]:1}"
+"${quietly[@]}" apt-get -q -o Acquire::Retries=3 update >&2
+"${quietly[@]}" "${install[0]}" -q -o Acquire::Retries=3 -o Dpkg::Use-Pty=0 "${install[@]:1}" >&2
 say "done"
