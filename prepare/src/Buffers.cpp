@@ -1,11 +1,9 @@
 #include "Buffers.h"
 
 #include <kel/mesh/AttributeNames.h>
+#include <kel/mesh/DefaultIndexBuffer.h>
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/PackedAccess.h>
-#if KELSRC_BUNDLED_MESH
-#include <kel/mesh/DefaultIndexBuffer.h>
-#endif
 
 #include <picojson.h>
 
@@ -39,47 +37,14 @@ AttributePtr makeAttribute(kel::mesh::ComponentType type, std::size_t components
         std::move(name));
 }
 
-namespace {
-
-#if KELSRC_BUNDLED_MESH
-template<typename T>
-using Indices = kel::mesh::DefaultIndexBuffer<T>; // writers copy it in bulk
-#else
-/// The pipeline's own mesh library offers no index buffer that callers can make.
-template<typename T>
-class Indices final : public kel::mesh::IndexBuffer {
-public:
-    explicit Indices(std::vector<T> indices) : indices(std::move(indices)) {}
-
-    kel::mesh::ComponentType getComponentType() const override {
-        return sizeof(T) == 1   ? kel::mesh::UNSIGNED_BYTE
-               : sizeof(T) == 2 ? kel::mesh::UNSIGNED_SHORT
-                                : kel::mesh::UNSIGNED_INT;
-    }
-    std::size_t getComponentCountPerElement() const override { return 1; }
-    std::size_t getComponentSizeInBytes() const override { return sizeof(T); }
-    std::size_t getElementSizeInBytes() const override { return sizeof(T); }
-    std::size_t getElementStrideInBytes() const override { return sizeof(T); }
-    std::size_t getElementOffsetInBytes() const override { return 0; }
-    std::size_t getElementCount() const override { return indices.size(); }
-    void resize(std::size_t elementCount) override { indices.resize(elementCount); }
-    std::size_t getIndex(std::size_t position) const override { return indices.at(position); }
-
-private:
-    std::vector<T> indices;
-};
-#endif
-
-} // namespace
-
 std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint8_t> indices) {
-    return std::make_shared<Indices<std::uint8_t>>(std::move(indices));
+    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint8_t>>(std::move(indices));
 }
 std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint16_t> indices) {
-    return std::make_shared<Indices<std::uint16_t>>(std::move(indices));
+    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint16_t>>(std::move(indices));
 }
 std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint32_t> indices) {
-    return std::make_shared<Indices<std::uint32_t>>(std::move(indices));
+    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint32_t>>(std::move(indices));
 }
 
 std::size_t vertexCountOf(const kel::mesh::Mesh& mesh, const std::vector<AttributePtr>& attributes) {

@@ -1,8 +1,8 @@
 #include <kel/prepare/FitToRange.h>
 
 #include "Buffers.h"
+#include "Presets.h"
 
-#include <kel/src/encoding/EncodingPresets.h>
 #include <kel/src/json/JsonText.h>
 
 #include <picojson.h>
@@ -53,12 +53,10 @@ void requireBox(const FitOptions& options) {
 }
 
 bool isQuantized(const AttributePtr& buffer) {
-    static const auto precision = kel::src::detail::getSRCEncodingPreset("CMP1").precision;
     if (!buffer || buffer->getComponentType() != kel::mesh::FLOAT) return false;
     const std::size_t components = buffer->getComponentCountPerElement();
     if (components == 0 || components > MAX_COMPONENTS) return false;
-    const auto found = precision.find(buffer->getAttributeName());
-    return found != precision.end() && found->second != 32;
+    return detail::isQuantizedByCmp1(buffer->getAttributeName());
 }
 
 /// The smallest and largest finite value of every component.

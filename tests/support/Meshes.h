@@ -47,6 +47,21 @@ inline DefaultMeshPtr tetrahedron() {
     return mesh;
 }
 
+/// The octahedron with its corners on the axes at -0.5 and 0.5, faces outwards, with unit normals that point
+/// away from the origin: six vertices, eight triangles.
+inline DefaultMeshPtr octahedron() {
+    auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
+    std::vector<float> corners = {1, 0, 0, -1, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 1, 0, 0, -1};
+    std::vector<float> positions = corners;
+    for (float& component : positions)
+        component *= 0.5f;
+    mesh->addAttribute("position", 3, std::move(positions));
+    mesh->addAttribute("normal", 3, std::move(corners));
+    mesh->setIndices(std::vector<std::uint16_t>{0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, //
+                                                2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5});
+    return mesh;
+}
+
 /// The unit square from (0, 0, 0) to (1, 1, 0) as `columns` times `rows` cells of two triangles each, row by
 /// row, with (columns + 1) * (rows + 1) vertices, normals +z and indices of four bytes.
 inline DefaultMeshPtr grid(std::size_t columns, std::size_t rows) {

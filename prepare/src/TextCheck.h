@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace kel::prepare::detail {
+
+enum class JsonFault {
+    NONE,
+    SYNTAX, ///< not one JSON value, or something after it
+    DEPTH,  ///< objects and arrays nested deeper than MAX_JSON_DEPTH
+    NUMBER  ///< a number beyond the range of doubles
+};
+
+/// The writers' parser refuses arrays nested deeper than this, and follows objects until the stack ends.
+constexpr std::size_t MAX_JSON_DEPTH = 100;
+
+struct JsonCheck {
+    JsonFault fault = JsonFault::NONE;
+    std::size_t at = 0; ///< byte in the text
+};
+
+/// Whether a text is exactly one JSON value (RFC 8259) that a writer's parser can take. Needs no stack,
+/// however deeply the text nests.
+JsonCheck checkJson(std::string_view text);
+
+/// The first byte that is not part of UTF-8 as RFC 3629 defines it; text.size() when all of it is.
+std::size_t firstNonUtf8(std::string_view text);
+
+} // namespace kel::prepare::detail

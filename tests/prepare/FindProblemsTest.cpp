@@ -1,0 +1,508 @@
+#include <kel/prepare/FindProblems.h>
+
+#include <support/Meshes.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <set>
+
+namespace {
+
+using namespace kel::prepare;
+using kel::mesh::DefaultMesh;
+using kel::src::SrcWriterInput;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+constexpr Target ALL[] = {Target::PRESET_DEFAULT, Target::PRESET_CMP1, Target::UNCOMPRESSED,
+                          Target::POSITION_COMPRESSED, Target::POSITION_NORMAL_COMPRESSED};
+
+/// A mesh whose list of attributes can hold what DefaultMesh refuses.
+class ListMesh final : public kel::mesh::Mesh {
+public:
+    explicit ListMesh(const DefaultMesh& mesh) : indices(mesh.getIndexBuffer()) {
+        for (std::size_t i = 0; i < mesh.getNumAttributeBuffers(); ++i)
+            attributes.push_back(mesh.getAttributeBuffer(i));
+    }
+    kel::mesh::PrimitiveType getPrimitiveType() const override { return kel::mesh::TRIANGLES; }
+    std::size_t getNumPrimitives() const override { return indices->getElementCount() / 3; }
+    std::shared_ptr<kel::mesh::IndexBuffer> getIndexBuffer() const override { return indices; }
+    std::size_t getNumAttributeBuffers() const override { return attributes.size(); }
+    std::shared_ptr<kel::mesh::AttributeBuffer> getAttributeBuffer(std::size_t index) const override {
+        return attributes.at(index);
+    }
+    std::shared_ptr<kel::mesh::AttributeBuffer> getAttributeBuffer(const std::string& name) const override {
+        for (const auto& buffer : attributes) {
+            if (buffer && buffer->getAttributeName() == name) return buffer;
+        }
+        return nullptr;
+    }
+
+    std::shared_ptr<kel::mesh::IndexBuffer> indices;
+    std::vector<std::shared_ptr<kel::mesh::AttributeBuffer>> attributes;
+};
+
+class PlainMaterial final : public kel::material::Material {
+public:
+    PlainMaterial() : Material(0) {}
+    const std::shared_ptr<kel::material::MaterialDescription>& getDescription() const override {
+        return none;
+    }
+    kel::material::AttributeValues getAttribute(const std::string&) const override { return {}; }
+
+private:
+    std::shared_ptr<kel::material::MaterialDescription> none;
+};
+
+std::vector<float> times(std::size_t count, float value) {
+    return std::vector<float>(count, value);
+}
+
+/// One octahedron with a material and metadata that has nothing to find for the target.
+SrcWriterInput goodInput(Target target) {
+    auto mesh = fixture::octahedron();
+    if (target == Target::PRESET_CMP1) mesh->addAttribute("normal", 3, times(18, 0.25f));
+    auto input = fixture::inputOf({mesh});
+    const auto red = fixture::material(1, 0, 0);
+    input.materials = {red};
+    input.meshMaterials[mesh] = red;
+    input.useCompressedPreset = target == Target::PRESET_CMP1;
+    return input;
+}
+
+DefaultMesh& meshOf(SrcWriterInput& input) {
+    return static_cast<DefaultMesh&>(*input.meshes.at(0));
+}
+
+std::map<std::string, std::string>& metaOf(SrcWriterInput& input) {
+    return *input.metaData.at(input.meshes.at(0));
+}
+
+/// Puts another mesh in the place of the only one.
+void replaceMesh(SrcWriterInput& input, const kel::mesh::MeshPtr& mesh) {
+    input.metaData[mesh] = input.metaData.at(input.meshes[0]);
+    input.meshMaterials[mesh] = input.meshMaterials.at(input.meshes[0]);
+    input.meshes = {mesh};
+}
+
+/// The octahedron without one of its attributes.
+kel::mesh::MeshPtr without(SrcWriterInput& input, const std::string& name) {
+    auto mesh = std::make_shared<DefaultMesh>();
+    mesh->setIndexBuffer(input.meshes[0]->getIndexBuffer());
+    for (std::size_t i = 0; i < input.meshes[0]->getNumAttributeBuffers(); ++i) {
+        const auto buffer = input.meshes[0]->getAttributeBuffer(i);
+        if (buffer->getAttributeName() != name) mesh->addAttribute(buffer);
+    }
+    return mesh;
+}
+
+/// 65,536 vertices in a box, all triangles use the first few.
+void makeLong(DefaultMesh& mesh) {
+    std::vector<float> positions(65536 * 3);
+    for (std::size_t i = 0; i < positions.size(); ++i)
+        positions[i] = static_cast<float>(i % 17) / 34.0f;
+    mesh.addAttribute("position", 3, std::move(positions));
+    mesh.addAttribute("normal", 3, times(65536 * 3, 0.25f));
+}
+
+struct Break {
+    const char* code;
+    Target target;
+    std::function<void(SrcWriterInput&)> spoil;
+};
+
+const std::vector<Break>& breaks() {
+    using T = Target;
+    using I = SrcWriterInput;
+    static const std::vector<Break> list = {
+        {"attribute-components", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("color", 4, times(24, 0)); }},
+        {"attribute-dropped", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("weight", 1, times(6, 0)); }},
+        {"attribute-dropped", T::PRESET_CMP1, [](I& i) { meshOf(i).addAttribute("weight", 1, times(6, 0)); }},
+        {"attribute-dropped", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("texcoord", 2, times(12, 0)); }},
+        {"attribute-duplicate", T::UNCOMPRESSED,
+         [](I& i) {
+             auto mesh = std::make_shared<ListMesh>(meshOf(i));
+             mesh->attributes.push_back(mesh->attributes.back());
+             replaceMesh(i, mesh);
+         }},
+        {"attribute-inherited", T::PRESET_DEFAULT,
+         [](I& i) {
+             i.meshes.push_back(without(i, "normal"));
+             i.metaData[i.meshes[1]] = nullptr;
+         }},
+        {"attribute-length", T::UNCOMPRESSED, [](I& i) { meshOf(i).addAttribute("color", 3, times(15, 0)); }},
+        {"attribute-length", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("color", 3, times(21, 0)); }},
+        {"attribute-length", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) {
+             meshOf(i).addAttribute("normal", 3, std::vector<float>{0, 0, 1});
+         }},
+        {"attribute-missing", T::POSITION_COMPRESSED,
+         [](I& i) {
+             auto mesh = std::make_shared<ListMesh>(meshOf(i));
+             mesh->attributes.push_back(nullptr);
+             replaceMesh(i, mesh);
+         }},
+        {"attribute-not-finite", T::UNCOMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("texcoord", 2, times(12, NaN)); }},
+        {"attribute-not-finite", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).addAttribute("color", 1, times(6, NaN)); }},
+        {"attribute-not-float", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("id", 1, std::vector<std::int32_t>(6)); }},
+        {"attribute-not-float", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).addAttribute("id", 1, std::vector<std::uint32_t>(6)); }},
+        {"attribute-not-float-quantized", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).addAttribute("color", 3, std::vector<std::int32_t>(18)); }},
+        {"attribute-type", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("color", 3, std::vector<std::uint8_t>(18)); }},
+        {"box-degenerate", T::POSITION_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("position", 3, times(18, 3)); }},
+        {"box-flat", T::POSITION_COMPRESSED,
+         [](I& i) {
+             meshOf(i).addAttribute("position", 3,
+                                    std::vector<float>{0, 0, 7, 1, 0, 7, 1, 1, 7, 0, 1, 7, 0, 0, 7, 2, 2, 7});
+         }},
+        {"box-overflow", T::PRESET_DEFAULT,
+         [](I& i) {
+             auto positions = times(18, 0.0f);
+             positions[0] = -3e38f;
+             positions[17] = positions[4] = 1.0f;
+             positions[3] = 3e38f;
+             meshOf(i).addAttribute("position", 3, positions);
+         }},
+        {"component-clamped", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).addAttribute("texcoord", 2, times(12, 0.6f)); }},
+        {"index-incomplete", T::UNCOMPRESSED,
+         [](I& i) {
+             meshOf(i).setIndices(std::vector<std::uint16_t>{0, 1, 2, 3});
+         }},
+        {"index-missing", T::PRESET_DEFAULT, [](I& i) { meshOf(i).setIndexBuffer(nullptr); }},
+        {"index-out-of-range", T::PRESET_DEFAULT,
+         [](I& i) {
+             meshOf(i).setIndices(std::vector<std::uint32_t>{0, 1, 6});
+         }},
+        {"index-out-of-range", T::UNCOMPRESSED,
+         [](I& i) {
+             meshOf(i).setIndices(std::vector<std::uint8_t>{0, 1, 200});
+         }},
+        {"index-restart", T::PRESET_DEFAULT,
+         [](I& i) {
+             makeLong(meshOf(i));
+             meshOf(i).setIndices(std::vector<std::uint16_t>{0, 1, 65535});
+         }},
+        {"input-empty", T::UNCOMPRESSED, [](I& i) { i.meshes.clear(); }},
+        {"material-not-classic", T::UNCOMPRESSED,
+         [](I& i) { i.meshMaterials[i.meshes[0]] = std::make_shared<PlainMaterial>(); }},
+        {"material-not-classic", T::PRESET_DEFAULT,
+         [](I& i) { i.meshMaterials[i.meshes[0]] = std::make_shared<PlainMaterial>(); }},
+        {"material-not-finite", T::PRESET_DEFAULT,
+         [](I& i) {
+             std::dynamic_pointer_cast<kel::material::MaterialClassic>(*i.materials.begin())
+                 ->setShininess(NaN);
+         }},
+        {"material-not-finite", T::UNCOMPRESSED,
+         [](I& i) {
+             std::dynamic_pointer_cast<kel::material::MaterialClassic>(*i.materials.begin())
+                 ->setTransparency(NaN);
+         }},
+        {"material-not-in-set", T::UNCOMPRESSED, [](I& i) { i.materials.clear(); }},
+        {"mesh-duplicate", T::UNCOMPRESSED, [](I& i) { i.meshes.push_back(i.meshes[0]); }},
+        {"mesh-missing", T::PRESET_DEFAULT, [](I& i) { i.meshes.push_back(nullptr); }},
+        {"mesh-unindexed", T::UNCOMPRESSED, [](I& i) { meshOf(i).setIndexBuffer(nullptr); }},
+        {"mesh-without-primitives", T::UNCOMPRESSED,
+         [](I& i) {
+             meshOf(i).setIndices(std::vector<std::uint16_t>{0, 1});
+         }},
+        {"mesh-without-vertices", T::PRESET_DEFAULT,
+         [](I& i) {
+             meshOf(i).addAttribute("position", 3, times(0, 0));
+             meshOf(i).addAttribute("normal", 3, times(0, 0));
+             meshOf(i).setIndices(std::vector<std::uint16_t>{});
+         }},
+        {"metadata-key", T::UNCOMPRESSED, [](I& i) { metaOf(i)["a\"b"] = "1"; }},
+        {"metadata-missing", T::UNCOMPRESSED, [](I& i) { i.metaData.clear(); }},
+        {"metadata-missing", T::POSITION_COMPRESSED, [](I& i) { i.metaData[i.meshes[0]] = nullptr; }},
+        {"metadata-not-json", T::PRESET_DEFAULT, [](I& i) { metaOf(i)["note"] = "hello"; }},
+        {"metadata-not-json", T::UNCOMPRESSED, [](I& i) { metaOf(i)["note"] = "1 2"; }},
+        {"metadata-number", T::PRESET_DEFAULT, [](I& i) { metaOf(i)["note"] = "[1e999]"; }},
+        {"metadata-too-deep", T::PRESET_DEFAULT,
+         [](I& i) {
+             for (int level = 0; level < 200000; ++level)
+                 metaOf(i)["note"] += "{\"a\":";
+         }},
+        {"normal-missing", T::POSITION_NORMAL_COMPRESSED, [](I& i) { replaceMesh(i, without(i, "normal")); }},
+        {"normal-not-unit", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("normal", 3, times(18, 1)); }},
+        {"normal-type", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("normal", 3, std::vector<std::int8_t>(18, 1)); }},
+        {"normal-without-direction", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("normal", 3, times(18, 0)); }},
+        {"normal-without-direction", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("normal", 3, times(18, NaN)); }},
+        {"position-missing", T::PRESET_DEFAULT, [](I& i) { replaceMesh(i, without(i, "position")); }},
+        {"position-missing", T::POSITION_COMPRESSED, [](I& i) { replaceMesh(i, without(i, "position")); }},
+        {"position-missing-unbounded", T::UNCOMPRESSED, [](I& i) { replaceMesh(i, without(i, "position")); }},
+        {"position-not-finite", T::POSITION_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("position", 3, times(18, NaN)); }},
+        {"position-not-finite", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).addAttribute("position", 3, times(18, NaN)); }},
+        {"position-type", T::POSITION_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("position", 2, times(12, 0)); }},
+        {"position-type", T::POSITION_NORMAL_COMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("position", 3, std::vector<std::int16_t>(18)); }},
+        {"position-type", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("position", 4, times(24, 0)); }},
+        {"position-type", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).addAttribute("position", 3, std::vector<std::uint32_t>(18)); }},
+        {"position-type-unbounded", T::UNCOMPRESSED,
+         [](I& i) { meshOf(i).addAttribute("position", 4, times(24, 0)); }},
+        {"primitive-mislabeled", T::PRESET_DEFAULT,
+         [](I& i) { meshOf(i).setPrimitiveType(kel::mesh::LINES); }},
+        {"primitive-mislabeled", T::PRESET_CMP1,
+         [](I& i) { meshOf(i).setPrimitiveType(kel::mesh::TRIANGLE_STRIP); }},
+        {"primitive-unknown", T::UNCOMPRESSED,
+         [](I& i) { meshOf(i).setPrimitiveType(static_cast<kel::mesh::PrimitiveType>(9)); }},
+        {"text-not-utf8", T::UNCOMPRESSED, [](I& i) { metaOf(i)["note"] = "\"\xc3(\""; }},
+        {"text-not-utf8", T::PRESET_DEFAULT, [](I& i) { metaOf(i)["\xff"] = "1"; }},
+        {"text-not-utf8", T::UNCOMPRESSED, [](I& i) { meshOf(i).addAttribute("\xe9t\xe9", 1, times(6, 0)); }},
+        {"too-many-vertices", T::POSITION_COMPRESSED, [](I& i) { makeLong(meshOf(i)); }},
+        {"too-many-vertices", T::UNCOMPRESSED, [](I& i) { makeLong(meshOf(i)); }},
+    };
+    return list;
+}
+
+std::vector<std::string> codesOf(const Problems& problems) {
+    std::vector<std::string> codes;
+    for (const Finding& finding : problems.findings)
+        codes.emplace_back(finding.code);
+    return codes;
+}
+
+Finding onlyFinding(const SrcWriterInput& input, Target target) {
+    const Problems problems = findProblems(input, target);
+    EXPECT_EQ(problems.findings.size(), 1u);
+    return problems.findings.empty() ? Finding() : problems.findings.front();
+}
+
+class GoodInput : public testing::TestWithParam<Target> {};
+
+TEST_P(GoodInput, HasNothingToFind) {
+    EXPECT_THAT(codesOf(findProblems(goodInput(GetParam()), GetParam())), testing::IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, GoodInput, testing::ValuesIn(ALL), [](const auto& instance) {
+    return "Target" + std::to_string(static_cast<int>(instance.param));
+});
+
+class BreakOneThing : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(BreakOneThing, FindsExactlyThat) {
+    const Break& broken = breaks()[GetParam()];
+    auto input = goodInput(broken.target);
+    broken.spoil(input);
+    const Problems problems = findProblems(input, broken.target);
+    EXPECT_THAT(codesOf(problems), ElementsAre(broken.code));
+    EXPECT_THAT(problems.findings[0].sentence, testing::Not(HasSubstr("{}")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Breaks, BreakOneThing, testing::Range<std::size_t>(0, breaks().size()),
+                         [](const auto& instance) {
+                             std::string name = breaks()[instance.param].code;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name + '_' + std::to_string(instance.param);
+                         });
+
+TEST(ProblemTable, IsSortedWithEveryCodeOnce) {
+    const auto& table = problemTable();
+    for (std::size_t i = 1; i < table.size(); ++i)
+        EXPECT_LT(table[i - 1].code, table[i].code);
+}
+
+TEST(ProblemTable, SaysWhatIsWrongAndWhatToDo) {
+    for (const ProblemKind& kind : problemTable()) {
+        EXPECT_EQ(kind.code.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-"),
+                  std::string_view::npos)
+            << kind.code;
+        EXPECT_TRUE(kind.sentence.size() > 10 && kind.sentence.back() == '.') << kind.code;
+        EXPECT_TRUE(kind.remedy.size() > 5 && kind.remedy.back() == '.') << kind.code;
+    }
+}
+
+TEST(ProblemTable, HasNoCodeThatNoTestBreaks) {
+    std::set<std::string_view> broken;
+    for (const Break& entry : breaks())
+        broken.insert(entry.code);
+    for (const ProblemKind& kind : problemTable())
+        EXPECT_EQ(broken.count(kind.code), 1u) << kind.code;
+}
+
+TEST(FindProblems, NamesThePlace) {
+    auto input = goodInput(Target::POSITION_COMPRESSED);
+    auto normals = times(18, 0.5f);
+    normals[7] = normals[8] = normals[12] = NaN; // elements 2, 2 and 4
+    meshOf(input).addAttribute("normal", 3, normals);
+    const Finding finding = onlyFinding(input, Target::POSITION_COMPRESSED);
+    EXPECT_EQ(finding.code, "attribute-not-finite");
+    EXPECT_EQ(finding.severity, Severity::WARNING);
+    EXPECT_EQ(finding.mesh, 0u);
+    EXPECT_EQ(finding.meshName, "mesh0");
+    EXPECT_EQ(finding.attribute, "normal");
+    EXPECT_EQ(finding.element, 2u);
+    EXPECT_EQ(finding.count, 2u);
+    EXPECT_EQ(describe(finding),
+              "Mesh 0 (\"mesh0\"), attribute \"normal\", element 2 (and 1 more): It has values "
+              "that are NaN or infinite. Replace them by finite values.");
+}
+
+TEST(FindProblems, PutsTheDetailIntoTheSentence) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    makeLong(meshOf(input));
+    EXPECT_THAT(onlyFinding(input, Target::UNCOMPRESSED).sentence, HasSubstr("It has 65536 vertices"));
+}
+
+TEST(FindProblems, NamesTheMetadataEntry) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    metaOf(input)["note"] = "[1, 2,]";
+    const Finding finding = onlyFinding(input, Target::UNCOMPRESSED);
+    EXPECT_EQ(finding.key, "note");
+    EXPECT_EQ(finding.element, 6u);
+    EXPECT_THAT(describe(finding), HasSubstr("metadata \"note\", byte 6:"));
+}
+
+TEST(FindProblems, CountsClampedComponents) {
+    auto input = goodInput(Target::PRESET_CMP1);
+    meshOf(input).addAttribute("texcoord", 2, std::vector<float>{0, 0, 0, 0.5f, 0, 0.6f, 7, -7, 0, 0, 0, 0});
+    const Finding finding = onlyFinding(input, Target::PRESET_CMP1);
+    EXPECT_EQ(finding.element, 2u);
+    EXPECT_EQ(finding.count, 3u);
+}
+
+TEST(FindProblems, GivesEachMeshItsOwn) {
+    auto input = fixture::inputOf({fixture::octahedron(), fixture::octahedron(), fixture::octahedron()});
+    static_cast<DefaultMesh&>(*input.meshes[2]).setIndices(std::vector<std::uint16_t>{9, 9, 9});
+    static_cast<DefaultMesh&>(*input.meshes[1]).setIndices(std::vector<std::uint16_t>{0, 1, 6});
+    const Problems problems = findProblems(input, Target::UNCOMPRESSED);
+    ASSERT_EQ(problems.findings.size(), 2u);
+    EXPECT_EQ(problems.findings[0].mesh, 1u);
+    EXPECT_EQ(problems.findings[0].element, 2u);
+    EXPECT_EQ(problems.findings[0].count, 1u);
+    EXPECT_EQ(problems.findings[1].mesh, 2u);
+    EXPECT_EQ(problems.findings[1].count, 3u);
+}
+
+TEST(FindProblems, KeepsAsManyAsAskedAndCountsAll) {
+    SrcWriterInput input;
+    input.meshes.assign(50, nullptr);
+    const Problems problems = findProblems(input, Target::UNCOMPRESSED, {3});
+    EXPECT_EQ(problems.findings.size(), 3u);
+    EXPECT_EQ(problems.errors, 50u);
+    EXPECT_EQ(findProblems(input, Target::UNCOMPRESSED, {0}).findings.size(), 50u);
+}
+
+TEST(FindProblems, CountsBySeverity) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    meshOf(input).setIndexBuffer(nullptr);
+    input.metaData.clear();
+    input.materials.clear();
+    const Problems problems = findProblems(input, Target::UNCOMPRESSED);
+    EXPECT_EQ(problems.errors, 1u);
+    EXPECT_EQ(problems.warnings, 1u);
+    EXPECT_EQ(problems.hints, 1u);
+}
+
+TEST(FindProblems, AllowsPointsInOnePlace) {
+    EXPECT_THAT(codesOf(findProblems(fixture::inputOf({fixture::pointRow(1)}), Target::UNCOMPRESSED)),
+                testing::IsEmpty());
+}
+
+TEST(FindProblems, AllowsTheLargestMeshThatFits) {
+    EXPECT_THAT(codesOf(findProblems(fixture::inputOf({fixture::pointRow(65535)}), Target::UNCOMPRESSED)),
+                testing::IsEmpty());
+}
+
+TEST(FindProblems, DoesNotMindManyVerticesInTheContainer) {
+    auto input = goodInput(Target::PRESET_DEFAULT);
+    makeLong(meshOf(input));
+    EXPECT_THAT(codesOf(findProblems(input, Target::PRESET_DEFAULT)), testing::IsEmpty());
+}
+
+TEST(FindProblems, TakesAnyJsonText) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    for (const char* text :
+         {"42", "-0.5e-3", " [1, {\"a\": [true, false, null]}, []] ",
+          "\"\\u00e9\\ud83d\\ude00\\n\\/ \xc3\xa9\"", "{}", "1e-999", "{\"a\":{},\"b\":[[]]}", "0"}) {
+        metaOf(input)["note"] = text;
+        EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), testing::IsEmpty()) << text;
+    }
+}
+
+TEST(FindProblems, RefusesWhatIsAlmostJson) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    for (const char* text : {"",
+                             " ",
+                             "01",
+                             "+1",
+                             ".5",
+                             "1.",
+                             "1e",
+                             "-",
+                             "nul",
+                             "truex",
+                             "'a'",
+                             "\"",
+                             "\"\n\"",
+                             "\"\\x\"",
+                             "\"\\u12g4\"",
+                             "\"\\ud83d\"",
+                             "\"\\ude00\"",
+                             "\"\\u-123\"",
+                             "{a:1}",
+                             "{\"a\" 1}",
+                             "{\"a\":1,}",
+                             "[1,]",
+                             "[1 2]",
+                             "[1}",
+                             "{\"a\":1]",
+                             "[",
+                             "{",
+                             "[]]",
+                             "\xef\xbb\xbf"
+                             "1",
+                             "NaN"}) {
+        metaOf(input)["note"] = text;
+        EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), ElementsAre("metadata-not-json"))
+            << text;
+    }
+}
+
+TEST(FindProblems, RefusesWhatIsAlmostUtf8) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    for (const char* text : {"\x80", "\xc0\x80", "\xc3", "\xe0\x80\x80", "\xe2\x82", "\xed\xa0\x80",
+                             "\xf0\x80\x80\x80", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff"}) {
+        metaOf(input)["note"] = std::string("\"") + text + '"';
+        EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), ElementsAre("text-not-utf8"));
+    }
+    for (const char* text : {"\xc2\x80", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xef\xbf\xbf", "\xf0\x90\x80\x80",
+                             "\xf4\x8f\xbf\xbf"}) {
+        metaOf(input)["note"] = std::string("\"") + text + '"';
+        EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), testing::IsEmpty());
+    }
+}
+
+TEST(FindProblems, TakesAHundredLevels) {
+    auto input = goodInput(Target::UNCOMPRESSED);
+    metaOf(input)["note"] = std::string(100, '[') + std::string(100, ']');
+    EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), testing::IsEmpty());
+    metaOf(input)["note"] = std::string(101, '[') + std::string(101, ']');
+    EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), ElementsAre("metadata-too-deep"));
+}
+
+} // namespace
