@@ -1,5 +1,7 @@
 #include "AssimpReader.h"
 
+#include "checks/GltfDocument.h"
+
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/IOStream.hpp>
 #include <assimp/IOSystem.hpp>
@@ -10,6 +12,7 @@
 #include <assimp/postprocess.h>
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <set>
@@ -46,11 +49,54 @@ private:
     Stages& stages;
 };
 
+/// A text of ours with a range of the model behind it.
+class SplicedStream final : public Assimp::IOStream {
+public:
+    SplicedStream(const Source& source, const Findings& findings) : findings(findings), content(source) {}
+
+    std::size_t Read(void* buffer, std::size_t size, std::size_t count) override {
+        if (size == 0) return 0;
+        std::size_t wanted = std::min(count, (FileSize() - position) / size) * size;
+        auto* out = static_cast<char*>(buffer);
+        const std::size_t front = findings.front.size();
+        if (position < front) {
+            const std::size_t here = std::min(wanted, front - position);
+            std::memcpy(out, findings.front.data() + position, here);
+            out += here;
+            position += here;
+            wanted -= here;
+        }
+        std::size_t read = static_cast<std::size_t>(out - static_cast<char*>(buffer));
+        if (wanted > 0) {
+            const std::size_t here = content.read(findings.tailOffset + (position - front), out, wanted);
+            position += here;
+            read += here;
+        }
+        return read / size;
+    }
+    std::size_t Write(const void*, std::size_t, std::size_t) override { return 0; }
+    aiReturn Seek(std::size_t offset, aiOrigin origin) override {
+        const std::size_t base = origin == aiOrigin_SET ? 0 : origin == aiOrigin_CUR ? position : FileSize();
+        const std::size_t target = origin == aiOrigin_END ? base - std::min(base, offset) : base + offset;
+        if (target > FileSize()) return aiReturn_FAILURE;
+        position = target;
+        return aiReturn_SUCCESS;
+    }
+    std::size_t Tell() const override { return position; }
+    std::size_t FileSize() const override { return findings.front.size() + findings.tailLength; }
+    void Flush() override {}
+
+private:
+    const Findings& findings;
+    Content content;
+    std::size_t position = 0;
+};
+
 /// The file system, with the model in memory where there is one, and a list of what was asked for in vain.
 class Files final : public Assimp::IOSystem {
 public:
-    Files(const Source& source, Stages& stages, std::set<std::string>& missing)
-        : source(source), stages(stages), missing(missing) {}
+    Files(const Source& source, const Findings& findings, Stages& stages, std::set<std::string>& missing)
+        : source(source), findings(findings), stages(stages), missing(missing) {}
 
     bool Exists(const char* file) const override {
         return (source.bytes && source.path == file) || disk.Exists(file);
@@ -59,11 +105,15 @@ public:
     Assimp::IOStream* Open(const char* file, const char* mode) override {
         const bool model = source.path == file;
         Assimp::IOStream* stream = nullptr;
-        if (model && source.bytes) {
+        if (model && !findings.front.empty()) {
+            stream = new SplicedStream(source, findings);
+        } else if (model && source.bytes) {
             stream =
                 new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
         } else {
             stream = disk.Open(file, mode);
+            // glTF names the files beside it by URI.
+            if (!stream && findings.gltf) stream = disk.Open(percentDecoded(file).c_str(), mode);
         }
         if (!stream) {
             missing.insert(file);
@@ -78,6 +128,7 @@ public:
 
 private:
     const Source& source;
+    const Findings& findings;
     Stages& stages;
     std::set<std::string>& missing;
     Assimp::DefaultIOSystem disk;
@@ -150,17 +201,20 @@ bool hasPolygons(const aiScene& scene) {
     std::string what = text.empty() ? "the reader gave up without a reason" : "the reader gave up: " + text;
     while (!what.empty() && (what.back() == '.' || what.back() == '\n'))
         what.pop_back();
-    if (!missing.empty()) what += "; not found: " + *missing.begin();
-    source.refuse("invalid-model", what, "",
-                  missing.empty() ? "export the model again" : "put the missing file beside the model");
+    if (!missing.empty()) {
+        source.refuse("missing-file", what + "; not found: " + *missing.begin(), "",
+                      "put that file beside the model");
+    }
+    const bool range = what.find("index out of range") != std::string::npos;
+    source.refuse(range ? "index-out-of-range" : "invalid-model", what, "", "export the model again");
 }
 
 } // namespace
 
-AssimpScene readWithAssimp(const Source& source, Stages& stages) {
+AssimpScene readWithAssimp(const Source& source, const Findings& findings, Stages& stages) {
     std::set<std::string> missing;
     Assimp::Importer importer;
-    importer.SetIOHandler(new Files(source, stages, missing));
+    importer.SetIOHandler(new Files(source, findings, stages, missing));
     importer.SetProgressHandler(new Handler(stages));
 
     stages.at(READING, 0.0);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Source.h"
+#include "checks/Checks.h"
 
 #include <assimp/scene.h>
 
@@ -22,6 +23,6 @@ struct AssimpScene {
 /// Every index of the scene is valid on return: faces to vertices, nodes to meshes, meshes to materials.
 ///
 /// throws  ImportError
-AssimpScene readWithAssimp(const Source& source, Stages& stages);
+AssimpScene readWithAssimp(const Source& source, const Findings& findings, Stages& stages);
 
 } // namespace kel::importer::detail

@@ -3,6 +3,7 @@
 #include "AssimpReader.h"
 #include "SceneConversion.h"
 #include "Source.h"
+#include "checks/Checks.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -25,7 +26,8 @@ std::string sentence(const std::string& file, const std::string& what, const std
 ImportResult import(const detail::Source& source, const ImportOptions& options) {
     detail::Stages stages(options.progress, source);
     try {
-        return convertScene(readWithAssimp(source, stages), source, options, stages);
+        const detail::Findings findings = checkBeforeReading(source, stages);
+        return convertScene(readWithAssimp(source, findings, stages), findings, source, options, stages);
     } catch (const std::bad_alloc&) {
         source.refuse("out-of-memory", "the model does not fit into memory", "",
                       "free some memory or split the model");

@@ -4,9 +4,11 @@
 #include "Metadata.h"
 #include "Normals.h"
 #include "VertexJoiner.h"
+#include "checks/GltfDocument.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/mesh/DefaultMesh.h>
+#include <kel/src/json/JsonText.h>
 
 #include <assimp/GltfMaterial.h>
 #include <glm/geometric.hpp>
@@ -19,7 +21,9 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 namespace kel::importer::detail {
@@ -36,8 +40,10 @@ constexpr std::uint32_t NONE = std::numeric_limits<std::uint32_t>::max();
 /// One use of a mesh by a node.
 struct Instance {
     const aiNode* node;
-    unsigned mesh;
+    unsigned slot; // which of the node's meshes
     glm::dmat4 world;
+
+    unsigned mesh() const { return node->mMeshes[slot]; }
 };
 
 struct Attribute {
@@ -97,20 +103,24 @@ std::string listed(const std::set<std::string>& names) {
 
 class Converter {
 public:
-    Converter(AssimpScene& read, const Source& source, const ImportOptions& options, Stages& stages)
-        : read(read), scene(*read.scene), source(source), options(options), stages(stages),
-          uses(scene.mNumMeshes, 0) {}
+    Converter(AssimpScene& read, const Findings& findings, const Source& source, const ImportOptions& options,
+              Stages& stages)
+        : read(read), scene(*read.scene), findings(findings), source(source), options(options),
+          stages(stages), uses(scene.mNumMeshes, 0) {}
 
     ImportResult run();
 
 private:
     AssimpScene& read;
     aiScene& scene;
+    const Findings& findings;
     const Source& source;
     const ImportOptions& options;
     Stages& stages;
 
     std::vector<Instance> instances;
+    /// Which node of the glTF each node is.
+    std::unordered_map<const aiNode*, std::size_t> gltfNodes;
     std::vector<std::size_t> uses; // of each mesh, still to come
     ImportResult result;
     TextRepairs repairs;
@@ -128,6 +138,8 @@ private:
     void drop(const std::string& kind, std::size_t count, const std::string& detail = "");
     std::string place(unsigned mesh) const;
     void collectInstances();
+    void matchGltfNodes();
+    void repairTree();
     void checkPositions();
     std::vector<Part> prepare(const aiMesh& mesh);
     Part join(const aiMesh& mesh, PrimitiveType type, std::vector<std::uint32_t> corners);
@@ -138,7 +150,11 @@ private:
     void reportScene();
     void reportMesh(const aiMesh& mesh);
     bool describesMaterials() const;
-    std::shared_ptr<kel::material::MaterialClassic> material(unsigned index);
+    std::shared_ptr<kel::material::MaterialClassic> material(unsigned index,
+                                                             std::optional<std::uint32_t> identifier = {});
+    void describe(const Instance& instance, std::map<std::string, std::string>& metadata);
+    void describeGltf(std::size_t node, unsigned slot, std::map<std::string, std::string>& metadata);
+    std::shared_ptr<kel::material::MaterialClassic> materialOf(const Instance& instance);
     void writeReport();
 };
 
@@ -157,6 +173,28 @@ std::string Converter::place(unsigned mesh) const {
            (name.length == 0 ? "" : " \"" + asUtf8({name.data, name.length}, changed) + "\"");
 }
 
+void Converter::repairTree() {
+    // The reader of RAW files puts every group but the last out of reach. Their meshes need no transform.
+    aiNode* root = scene.mRootNode;
+    if (!root) return;
+    aiNode** end = std::remove(root->mChildren, root->mChildren + root->mNumChildren, nullptr);
+    const auto kept = static_cast<unsigned>(end - root->mChildren);
+    if (kept == root->mNumChildren) return;
+    root->mNumChildren = kept;
+    std::vector<char> used(scene.mNumMeshes, 0);
+    for (unsigned c = 0; c < kept; ++c) {
+        const aiNode& child = *root->mChildren[c];
+        for (unsigned m = 0; m < child.mNumMeshes; ++m)
+            used.at(child.mMeshes[m]) = 1;
+    }
+    delete[] root->mMeshes;
+    root->mNumMeshes = 0;
+    root->mMeshes = new unsigned[scene.mNumMeshes];
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        if (!used[m]) root->mMeshes[root->mNumMeshes++] = m;
+    }
+}
+
 void Converter::collectInstances() {
     // Not recursive: how deep the nodes are nested is the file's choice.
     std::vector<std::pair<const aiNode*, glm::dmat4>> waiting;
@@ -170,11 +208,12 @@ void Converter::collectInstances() {
                 source.refuse("invalid-model", "a node uses a mesh that does not exist",
                               std::string("node \"") + node->mName.C_Str() + "\"", "export the model again");
             }
-            instances.push_back({node, node->mMeshes[m], world});
+            instances.push_back({node, m, world});
             ++uses[node->mMeshes[m]];
         }
-        for (unsigned c = node->mNumChildren; c > 0; --c)
+        for (unsigned c = node->mNumChildren; c > 0; --c) {
             waiting.emplace_back(node->mChildren[c - 1], world);
+        }
     }
     for (const Instance& instance : instances) {
         for (int column = 0; column < 4; ++column) {
@@ -185,6 +224,28 @@ void Converter::collectInstances() {
                               "correct the node's position, rotation and scale");
             }
         }
+    }
+}
+
+void Converter::matchGltfNodes() {
+    if (!findings.gltf || !scene.mRootNode) return;
+    const std::vector<std::size_t>& roots = findings.gltf->sceneRoots();
+    std::vector<std::pair<const aiNode*, std::size_t>> waiting;
+    const auto push = [&](const aiNode& parent, const std::vector<std::size_t>& nodes) {
+        if (parent.mNumChildren != nodes.size()) return;
+        for (unsigned c = 0; c < parent.mNumChildren; ++c)
+            waiting.emplace_back(parent.mChildren[c], nodes[c]);
+    };
+    if (roots.size() == 1) {
+        waiting.emplace_back(scene.mRootNode, roots[0]);
+    } else {
+        push(*scene.mRootNode, roots);
+    }
+    while (!waiting.empty()) {
+        const auto [node, index] = waiting.back();
+        waiting.pop_back();
+        gltfNodes[node] = index;
+        push(*node, findings.gltf->childrenOf(index));
     }
 }
 
@@ -406,7 +467,7 @@ void Converter::bake(const Instance& instance, Part& part) {
             if (!std::isfinite(value)) {
                 source.refuse("extent-overflow",
                               "a position does not fit a 32-bit float once the node's transform is applied",
-                              place(instance.mesh), "scale the model down");
+                              place(instance.mesh()), "scale the model down");
             }
             partLow[axis] = std::min(partLow[axis], value);
             partHigh[axis] = std::max(partHigh[axis], value);
@@ -417,7 +478,7 @@ void Converter::bake(const Instance& instance, Part& part) {
     const glm::dvec3 extent = high - low;
     if (std::max({extent.x, extent.y, extent.z}) > static_cast<double>(std::numeric_limits<float>::max())) {
         source.refuse("extent-overflow", "the extent of the model does not fit a 32-bit float",
-                      place(instance.mesh), "scale the model down");
+                      place(instance.mesh()), "scale the model down");
     }
 
     if (part.type == kel::mesh::TRIANGLES) {
@@ -455,20 +516,66 @@ void Converter::add(const Instance& instance, Part part) {
                                        : report.points) += primitives;
 
     auto metadata = std::make_shared<std::map<std::string, std::string>>();
-    const aiString& meshName = scene.mMeshes[instance.mesh]->mName;
-    const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
-    if (name.length > 0) (*metadata)["name"] = jsonString(nameOf(name, repairs), repairs);
-    (*metadata)["node"] = nodePath(*instance.node, true, repairs);
-    (*metadata)["source"] = sourceObject(source.name, read.format, scene, repairs);
-    std::string own = extras(instance.node->mMetaData, repairs);
-    if (!own.empty()) (*metadata)["extras"] = std::move(own);
-
-    if (auto classic = material(scene.mMeshes[instance.mesh]->mMaterialIndex)) {
+    describe(instance, *metadata);
+    if (auto classic = materialOf(instance)) {
         result.input.materials.insert(classic);
         result.input.meshMaterials[mesh] = std::move(classic);
     }
     result.input.metaData[mesh] = std::move(metadata);
     result.input.meshes.push_back(std::move(mesh));
+}
+
+void Converter::describe(const Instance& instance, std::map<std::string, std::string>& metadata) {
+    metadata["source"] = sourceObject(source.name, read.format, scene, repairs);
+    // Around several root nodes of a glTF the reader puts one of its own.
+    const bool withRoot = !findings.gltf || findings.gltf->sceneRoots().size() == 1;
+    metadata["node"] = nodePath(*instance.node, withRoot, repairs);
+    const auto node = gltfNodes.find(instance.node);
+    if (node != gltfNodes.end()) {
+        describeGltf(node->second, instance.slot, metadata);
+        return;
+    }
+    const aiString& meshName = scene.mMeshes[instance.mesh()]->mName;
+    const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
+    if (name.length > 0) metadata["name"] = jsonString(nameOf(name, repairs), repairs);
+    std::string own = extras(instance.node->mMetaData, repairs);
+    if (!own.empty()) metadata["extras"] = std::move(own);
+}
+
+void Converter::describeGltf(std::size_t node, unsigned slot, std::map<std::string, std::string>& metadata) {
+    const GltfDocument& document = *findings.gltf;
+    const auto keep = [&](const char* key, const picojson::value* owner) {
+        const picojson::value* value = member(owner, "extras");
+        if (!value) return;
+        std::string text;
+        kel::src::detail::appendJson(text, *value);
+        bool changed = false;
+        metadata[key] = asUtf8(text, changed);
+        repairs.notUtf8 += changed;
+    };
+    const std::size_t mesh = document.meshOf(node).value_or(0);
+    std::string name = textOf(member(document.find("meshes", mesh), "name"));
+    if (name.empty()) name = textOf(member(document.find("nodes", node), "name"));
+    if (!name.empty()) metadata["name"] = jsonString(name, repairs);
+    keep("extras", document.find("nodes", node));
+    keep("meshExtras", document.find("meshes", mesh));
+    keep("sceneExtras", document.scene());
+    if (const auto material = wholeNumber(member(document.primitive(mesh, slot), "material"))) {
+        keep("materialExtras", document.find("materials", static_cast<std::size_t>(*material)));
+    }
+}
+
+std::shared_ptr<kel::material::MaterialClassic> Converter::materialOf(const Instance& instance) {
+    const unsigned index = scene.mMeshes[instance.mesh()]->mMaterialIndex;
+    const auto node = gltfNodes.find(instance.node);
+    if (node == gltfNodes.end()) return material(index);
+    // The reader keeps the materials in the order in which it came across them, and adds one for
+    // primitives without.
+    const GltfDocument& document = *findings.gltf;
+    const auto stated = wholeNumber(
+        member(document.primitive(document.meshOf(node->second).value_or(0), instance.slot), "material"));
+    if (!stated) return nullptr;
+    return material(index, static_cast<std::uint32_t>(*stated));
 }
 
 bool Converter::describesMaterials() const {
@@ -480,15 +587,20 @@ bool Converter::describesMaterials() const {
     return true;
 }
 
-std::shared_ptr<kel::material::MaterialClassic> Converter::material(unsigned index) {
+std::shared_ptr<kel::material::MaterialClassic> Converter::material(unsigned index,
+                                                                    std::optional<std::uint32_t> identifier) {
     if (index >= scene.mNumMaterials || !describesMaterials()) return nullptr;
     const auto found = materials.find(index);
     if (found != materials.end()) return found->second;
     const aiMaterial& given = *scene.mMaterials[index];
     aiString name;
     given.Get(AI_MATKEY_NAME, name);
-    const bool invented = std::string(name.C_Str()) == AI_DEFAULT_MATERIAL_NAME;
-    return materials[index] = invented ? nullptr : makeClassicMaterial(given, index);
+    if (!identifier && std::string(name.C_Str()) == AI_DEFAULT_MATERIAL_NAME)
+        return materials[index] = nullptr;
+    int twoSided = 0;
+    drop("two-sided flags", given.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS && twoSided != 0,
+         "of materials");
+    return materials[index] = makeClassicMaterial(given, identifier.value_or(index));
 }
 
 void Converter::release(unsigned mesh) {
@@ -516,9 +628,12 @@ void Converter::reportMesh(const aiMesh& mesh) {
     drop("tangents", mesh.mTangents != nullptr, "of whole meshes");
     for (unsigned c = 0; c < AI_MAX_NUMBER_OF_COLOR_SETS; ++c) {
         if (!mesh.mColors[c]) continue;
+        const aiColor4D* first = mesh.mColors[c];
+        const aiColor4D* last = first + mesh.mNumVertices;
+        // The reader leaves 0 where a file states no alpha.
+        const bool stated = std::any_of(first, last, [](const aiColor4D& color) { return color.a != 0.0f; });
         drop("alpha channels",
-             std::any_of(mesh.mColors[c], mesh.mColors[c] + mesh.mNumVertices,
-                         [](const aiColor4D& color) { return color.a != 1.0f; }),
+             stated && std::any_of(first, last, [](const aiColor4D& color) { return color.a != 1.0f; }),
              "of vertex colours");
     }
     for (unsigned t = 0; t < AI_MAX_NUMBER_OF_TEXTURECOORDS; ++t) {
@@ -544,8 +659,22 @@ void Converter::reportScene() {
     drop("cameras", scene.mNumCameras);
     drop("lights", scene.mNumLights);
     drop("animations", scene.mNumAnimations);
-    drop("meshes that no node uses",
-         static_cast<std::size_t>(std::count(uses.begin(), uses.end(), std::size_t{0})));
+    std::size_t unused = static_cast<std::size_t>(std::count(uses.begin(), uses.end(), std::size_t{0}));
+    if (findings.gltf) {
+        // The reader does not even load those.
+        std::set<std::size_t> used;
+        for (const auto& entry : gltfNodes) {
+            if (const auto mesh = findings.gltf->meshOf(entry.second)) used.insert(*mesh);
+        }
+        std::size_t all = 0;
+        while (findings.gltf->find("meshes", all))
+            ++all;
+        unused = all - used.size();
+    }
+    drop("meshes that no node uses", unused);
+    for (const Dropped& found : findings.dropped)
+        drop(found.kind, found.count, found.detail);
+    result.report.notes = findings.notes;
 
     std::vector<const aiNode*> waiting;
     if (scene.mRootNode) waiting.push_back(scene.mRootNode);
@@ -553,7 +682,11 @@ void Converter::reportScene() {
     while (!waiting.empty()) {
         const aiNode* node = waiting.back();
         waiting.pop_back();
-        extrasWithoutMesh += node->mNumMeshes == 0 && node->mMetaData && node->mMetaData->mNumProperties > 0;
+        const auto gltf = gltfNodes.find(node);
+        const bool has = gltf == gltfNodes.end()
+                             ? node->mMetaData && node->mMetaData->mNumProperties > 0
+                             : member(findings.gltf->find("nodes", gltf->second), "extras") != nullptr;
+        extrasWithoutMesh += has && node->mNumMeshes == 0;
         waiting.insert(waiting.end(), node->mChildren, node->mChildren + node->mNumChildren);
     }
     drop("extras of nodes without a mesh", extrasWithoutMesh);
@@ -596,7 +729,9 @@ void Converter::writeReport() {
 ImportResult Converter::run() {
     stages.at(CONVERTING, 0.0);
     result.report.format = read.format;
+    repairTree();
     collectInstances();
+    matchGltfNodes();
     if (instances.empty()) {
         source.refuse("no-mesh", "the scene has no mesh", "", "check that the export includes geometry");
     }
@@ -605,11 +740,11 @@ ImportResult Converter::run() {
 
     std::size_t all = 0;
     for (const Instance& instance : instances)
-        all += scene.mMeshes[instance.mesh]->mNumVertices;
+        all += scene.mMeshes[instance.mesh()]->mNumVertices;
     std::size_t done = 0;
     std::map<unsigned, std::vector<Part>> kept; // parts of meshes with uses to come
     for (const Instance& instance : instances) {
-        const unsigned m = instance.mesh;
+        const unsigned m = instance.mesh();
         auto found = kept.find(m);
         if (found == kept.end()) {
             reportMesh(*scene.mMeshes[m]);
@@ -635,9 +770,9 @@ ImportResult Converter::run() {
 
 } // namespace
 
-ImportResult convertScene(AssimpScene scene, const Source& source, const ImportOptions& options,
-                          Stages& stages) {
-    return Converter(scene, source, options, stages).run();
+ImportResult convertScene(AssimpScene scene, const Findings& findings, const Source& source,
+                          const ImportOptions& options, Stages& stages) {
+    return Converter(scene, findings, source, options, stages).run();
 }
 
 } // namespace kel::importer::detail

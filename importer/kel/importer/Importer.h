@@ -51,7 +51,8 @@
 ///     "source"  an object: "file" (name without folder), "format", and "unit" (metres per unit, a number)
 ///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both
 ///               as they hold for the positions delivered.
-///     "extras"  an object with what the file attaches to the mesh's node; left out when there is nothing.
+///     "extras"  what the file attaches to the mesh's node, mostly an object; left out when there is nothing.
+///     "meshExtras", "materialExtras", "sceneExtras"  of a glTF, likewise.
 namespace kel::importer {
 
 /// What to do with primitives whose positions are not finite.
@@ -103,7 +104,10 @@ struct ImportResult {
 ///     unknown-format      no reader knows the extension or the content
 ///     truncated           the file ends before what its header announces
 ///     impossible-count    a header claims more elements than the file can hold
-///     invalid-model       the content is broken in another way, or a file beside it that it needs is missing
+///     invalid-json        the JSON of a glTF is broken
+///     invalid-model       the content is broken in another way
+///     missing-file        a file beside the model that it needs is missing
+///     unsupported-feature the geometry is stored in a way that no reader here understands
 ///     index-out-of-range  a primitive uses a vertex that does not exist
 ///     no-mesh             nothing to draw
 ///     no-extent           every vertex at one place, or nothing but triangles without area

@@ -1,0 +1,30 @@
+#include "Checks.h"
+
+#include "GltfDocument.h"
+
+namespace kel::importer::detail {
+
+Findings checkBeforeReading(const Source& source, Stages& stages) {
+    stages.at("checking", 0.0);
+    Findings findings;
+    const Content content(source);
+    const Recognised recognised = recognise(content);
+    checkKind(source, content, recognised);
+
+    const std::string extension = source.extension();
+    if (recognised.kind == Kind::GLB || recognised.kind == Kind::GLTF) {
+        findings.gltf = readGltf(source, content, recognised.kind == Kind::GLB, findings);
+    } else if (recognised.kind == Kind::PLY) {
+        checkPly(source, content);
+    } else if (extension == "obj") {
+        checkWavefront(source, content, stages, findings);
+    } else if (extension == "stl") {
+        checkStl(source, content);
+    } else if (extension == "off" || recognised.kind == Kind::OFF) {
+        checkOff(source, content, findings);
+    }
+    stages.at("checking", 1.0);
+    return findings;
+}
+
+} // namespace kel::importer::detail

@@ -1,0 +1,108 @@
+#include "Checks.h"
+
+#include <cctype>
+#include <charconv>
+#include <string_view>
+
+namespace kel::importer::detail {
+
+namespace {
+
+constexpr std::uint64_t MOST_CORNERS = 9; // the reader takes no larger faces
+
+/// The next number at the front of `rest`; false when there is none.
+bool takeNumber(std::string_view& rest, std::uint64_t& number) {
+    const std::size_t start = rest.find_first_not_of(" \t");
+    if (start == std::string_view::npos || !std::isdigit(static_cast<unsigned char>(rest[start])))
+        return false;
+    rest.remove_prefix(start);
+    const auto [end, failure] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    return failure == std::errc{};
+}
+
+} // namespace
+
+void checkOff(const Source& source, const Content& content, Findings& findings) {
+    Lines lines(content, 0, content.size());
+    std::string line;
+    const auto next = [&] {
+        while (lines.get(line)) {
+            const std::size_t start = line.find_first_not_of(" \t");
+            if (start != std::string::npos && line[start] != '#') return true;
+        }
+        return false;
+    };
+    if (!next()) source.refuse("truncated", "the header has no counts", "line 1", "export the model again");
+    // "OFF", "COFF" and the like, with the counts behind it or on the next line.
+    std::string_view rest = line;
+    const std::size_t word = rest.find("OFF");
+    std::size_t dimensions = 0;
+    if (word != std::string_view::npos) {
+        dimensions = rest.substr(0, word).find('n') != std::string_view::npos;
+        rest.remove_prefix(word + 3);
+    }
+    if (rest.find("BINARY") != std::string_view::npos) {
+        source.refuse("unsupported-feature", "this is a binary OFF, which no reader here knows", "line 1",
+                      "export it as text OFF or as PLY");
+    }
+    std::uint64_t vertices = 0;
+    std::uint64_t faces = 0;
+    for (std::size_t skipped = 0; skipped < dimensions; ++skipped) {
+        if (!takeNumber(rest, vertices) && !(next() && (rest = line, takeNumber(rest, vertices)))) return;
+    }
+    if (!takeNumber(rest, vertices)) {
+        if (!next())
+            source.refuse("truncated", "the header has no counts", "line 1", "export the model again");
+        rest = line;
+        if (!takeNumber(rest, vertices)) return; // the reader says what is wrong
+    }
+    if (!takeNumber(rest, faces)) return;
+
+    const std::string place = "line " + std::to_string(lines.number());
+    const std::string remedy = "the file is cut off or its header damaged; export or download it again";
+    // A line has two bytes at least, the last one may lack its end.
+    const std::uint64_t room = (content.size() + 1 - lines.offset()) / 2;
+    if (vertices > room || faces > room) {
+        source.refuse("impossible-count",
+                      "the header announces " + std::to_string(vertices) + " vertices and " +
+                          std::to_string(faces) + " faces, the file has room for " + std::to_string(room) +
+                          " lines",
+                      place, remedy);
+    }
+    for (std::uint64_t v = 0; v < vertices; ++v) {
+        if (!next()) {
+            source.refuse("truncated",
+                          "the header announces " + std::to_string(vertices) + " vertices, the file has " +
+                              std::to_string(v),
+                          place, remedy);
+        }
+    }
+    std::uint64_t tooLarge = 0;
+    for (std::uint64_t f = 0; f < faces; ++f) {
+        if (!next()) {
+            source.refuse("truncated",
+                          "the header announces " + std::to_string(faces) + " faces, the file has " +
+                              std::to_string(f),
+                          place, remedy);
+        }
+        rest = line;
+        std::uint64_t corners = 0;
+        if (!takeNumber(rest, corners)) continue;
+        tooLarge += corners > MOST_CORNERS;
+        std::uint64_t index = 0;
+        for (std::uint64_t c = 0; c < corners && takeNumber(rest, index); ++c) {
+            if (index < vertices) continue;
+            source.refuse("index-out-of-range",
+                          "a face uses vertex " + std::to_string(index) + ", the last one is " +
+                              std::to_string(vertices - 1),
+                          "line " + std::to_string(lines.number()), "export the model again");
+        }
+    }
+    if (tooLarge > 0) {
+        findings.dropped.push_back(
+            {"faces of more than nine corners", static_cast<std::size_t>(tooLarge), ""});
+    }
+}
+
+} // namespace kel::importer::detail
