@@ -76,7 +76,10 @@ kel::importer::ImportResult import(const std::filesystem::path& file, const Conv
     try {
         return kel::importer::importModel(file, importOptions);
     } catch (const kel::importer::ImportError& error) {
-        throw Failure(STATUS_INPUT, "", error.what());
+        const bool canDrop = error.code() == "non-finite-positions";
+        throw Failure(STATUS_INPUT, "", error.what(),
+                      canDrop ? "Give --on-bad-geometry=drop to leave out the primitives that use them."
+                              : "");
     }
 }
 
