@@ -2,10 +2,9 @@
 
 #include "Buffers.h"
 #include "Presets.h"
+#include "TextCheck.h"
 
 #include <kel/src/json/JsonText.h>
-
-#include <picojson.h>
 
 #include <algorithm>
 #include <array>
@@ -158,14 +157,8 @@ std::string recordOf(const std::map<std::string, Fit>& fits) {
 
 /// Reads an earlier record; what is not of our form is left out.
 std::map<std::string, Fit> readRecord(const std::string& text) {
-    // Ours has a dozen brackets. A text full of them is none, and could nest too deeply for the parser.
-    if (std::count_if(text.begin(), text.end(), [](char c) { return c == '{' || c == '['; }) > 64) return {};
-    picojson::value record;
-    try {
-        if (!picojson::parse(record, text).empty() || !record.is<picojson::object>()) return {};
-    } catch (const std::overflow_error&) { // a number beyond the range of doubles
-        return {};
-    }
+    const picojson::value record = detail::parseChecked(text);
+    if (!record.is<picojson::object>()) return {};
     std::map<std::string, Fit> fits;
     for (const auto& [name, entry] : record.get<picojson::object>()) {
         const picojson::value& offset = entry.get("offset");

@@ -1,10 +1,7 @@
 #include "TextCheck.h"
 
-#include <picojson.h>
-
 #include <charconv>
 #include <stdexcept>
-#include <string>
 
 namespace kel::prepare::detail {
 
@@ -186,6 +183,12 @@ private:
 
 JsonCheck checkJson(std::string_view text) {
     return JsonScanner(text).check();
+}
+
+picojson::value parseChecked(const std::string& text) {
+    picojson::value value;
+    if (checkJson(text).fault == JsonFault::NONE) picojson::parse(value, text);
+    return value;
 }
 
 std::size_t firstNonUtf8(std::string_view text) {
