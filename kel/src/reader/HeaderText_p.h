@@ -1,0 +1,127 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace kel::src::detail {
+
+/// Where and why a text is no JSON.
+struct JsonFault {
+    std::size_t position;
+    std::string detail;
+};
+
+/// A cursor over the tokens of a JSON text.
+///
+/// simdjson's first stage finds where every token begins, checks that the text is UTF-8, that strings are
+/// closed and hold no control characters, all at several GB/s and without a byte of padding behind the text.
+/// The second stage, which would build simdjson's own tree, is not used: what is wanted from a header is a
+/// handful of known keys, the places of everything else, and an error that says where. So the grammar between
+/// the tokens is checked here, by whoever walks, and no value is passed over unchecked.
+///
+/// Every operation that meets a fault throws JsonFault. No operation reads outside the text.
+class HeaderText {
+public:
+    /// Finds the tokens. The text must outlive the cursor.
+    HeaderText(std::string_view text, std::uint32_t maxDepth);
+    ~HeaderText();
+    HeaderText(const HeaderText&) = delete;
+    HeaderText& operator=(const HeaderText&) = delete;
+
+    /// Bytes that the constructor takes for a text of this length.
+    static std::uint64_t memoryFor(std::uint64_t textBytes) { return 4 * textBytes + 4096; }
+
+    /// The first character of the next token: one of {}[]:," or that of a number, true, false or null.
+    char peek() const { return next < count ? text[starts[next]] : '\0'; }
+    /// Where the next token begins.
+    std::size_t position() const { return next < count ? starts[next] : text.size(); }
+
+    /// Walks the members of the object that is next: `member(key)` is called behind each colon and must
+    /// consume the value. The key is as it stands, escapes and all, without its quotes.
+    template<typename Member>
+    void object(Member&& member) {
+        enter();
+        if (peek() == '}') {
+            leave();
+            return;
+        }
+        for (;;) {
+            const std::string_view key = rawString();
+            if (peek() != ':') fail("expected a colon");
+            ++next;
+            member(key);
+            const char after = peek();
+            if (after == '}') break;
+            if (after != ',') fail("expected a comma or a closing brace");
+            ++next;
+        }
+        leave();
+    }
+
+    /// Walks the elements of the list that is next: `element()` must consume one value.
+    template<typename Element>
+    void list(Element&& element) {
+        enter();
+        if (peek() == ']') {
+            leave();
+            return;
+        }
+        for (;;) {
+            element();
+            const char after = peek();
+            if (after == ']') break;
+            if (after != ',') fail("expected a comma or a closing bracket");
+            ++next;
+        }
+        leave();
+    }
+
+    /// The string that is next, as it stands between its quotes. Its escapes are checked.
+    std::string_view rawString();
+    /// The number that is next; infinite when a double cannot hold it.
+    double number();
+    /// Consumes any value, checks it, and returns its text.
+    std::string_view skip();
+    /// Nothing may follow the last value.
+    void expectEnd() const;
+
+private:
+    [[noreturn]] void fail(const char* what) const;
+    void enter();
+    void leave();
+    void skipValue();
+    std::string_view scalar();
+
+    struct Tokens;
+    std::string_view text;
+    std::unique_ptr<Tokens> tokens;
+    const std::uint32_t* starts = nullptr;
+    std::uint32_t count = 0;
+    std::uint32_t next = 0;
+    std::uint32_t depth = 0;
+    std::uint32_t maxDepth;
+};
+
+/// Thrown by HeaderText when a text is nested deeper than allowed.
+struct JsonTooDeep {
+    std::size_t position;
+};
+
+/// True when the text of a string needs no unescaping.
+inline bool isPlain(std::string_view rawString) {
+    return rawString.find('\\') == std::string_view::npos;
+}
+
+/// Appends what a string's text means: the text between its quotes, whose escapes are known to be valid. Half
+/// of a surrogate pair, which UTF-8 cannot hold, becomes U+FFFD.
+void appendUnescaped(std::string& target, std::string_view rawString);
+
+/// Reads a JSON number.
+///
+/// returns  false when the whole text is none; `value` is infinite when a double cannot hold it
+bool parseJsonNumber(std::string_view text, double& value);
+
+} // namespace kel::src::detail

@@ -1,0 +1,291 @@
+#include <kel/material/MaterialClassic.h>
+#include <kel/mesh/KelMesh.h>
+#include <kel/src/SrcReader.h>
+#include <kel/src/encoding/Quantization.h>
+#include <kel/src/reader/Decode_p.h>
+#include <kel/src/reader/Door_p.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <utility>
+
+namespace kel::src {
+
+namespace {
+
+using kel::material::MaterialClassic;
+using kel::mesh::AttributeBuffer;
+using kel::mesh::DefaultMesh;
+using kel::mesh::IndexBuffer;
+using Bytes = std::vector<unsigned char>;
+
+/// The bits of the container writer's quantizer when a view shows its fixed box, -0.5 to 0.5; else 0.
+unsigned int bitsOfFixedBox(const SrcAttributeView& view) {
+    constexpr unsigned int MOST = 24; // of more, the slots of 3 bytes do not hold the upper ones
+    for (unsigned int bits = 1; bits <= MOST; ++bits) {
+        const double largest = detail::getMaxCode(bits);
+        bool matches = true;
+        for (std::size_t c = 0; c < view.components; ++c)
+            matches &= view.decodeScale[c] == largest && view.decodeOffset[c] == -0.5 * largest;
+        const unsigned int bytes = bits <= 8 ? 1 : bits <= 16 ? 2 : 3;
+        if (matches && bytes == view.componentBytes) return bits;
+    }
+    return 0;
+}
+
+std::uint32_t codeInFixedBox(float value, unsigned int bits) {
+    unsigned char stored[4] = {};
+    if (bits <= 8) {
+        detail::quantizeValueUInt8(value, bits, -0.5f, 1.0f, stored);
+    } else if (bits <= 16) {
+        detail::quantizeValueUInt16(value, bits, -0.5f, 1.0f, stored);
+    } else {
+        detail::quantizeValueUInt32(value, bits, -0.5f, 1.0f, stored);
+    }
+    return static_cast<std::uint32_t>(stored[0]) | static_cast<std::uint32_t>(stored[1]) << 8 |
+           static_cast<std::uint32_t>(stored[2]) << 16 | static_cast<std::uint32_t>(stored[3]) << 24;
+}
+
+/// The float nearest to `value` that the quantizer turns back into the code that `value` was decoded from.
+/// The quantizer truncates, so a value that lies on its code's lower edge can fall one code lower.
+float onItsCode(float value, unsigned int bits) {
+    const double exact = (static_cast<double>(value) + 0.5) * detail::getMaxCode(bits);
+    const auto code = static_cast<std::uint32_t>(std::lround(exact));
+    constexpr int MOST_STEPS = 8; // one is the rule; above 2^22 codes a float's step and a code's are alike
+    float moved = value;
+    for (int step = 0; step < MOST_STEPS; ++step) {
+        const std::uint32_t found = codeInFixedBox(moved, bits);
+        if (found == code) return moved;
+        moved = std::nextafterf(moved, found < code ? std::numeric_limits<float>::infinity()
+                                                    : -std::numeric_limits<float>::infinity());
+    }
+    return value;
+}
+
+class InputMaker {
+public:
+    InputMaker(const SrcFile& file, const ReadLimits& limits)
+        : file(file), left(limits.memoryBytes), attributeBuffers(file.attributeViews().size()),
+          indexBuffers(file.indexViews().size()) {}
+
+    SrcWriterInput make() {
+        for (const SrcMaterial& material : file.materials())
+            addMaterial(material);
+        for (const SrcMesh& mesh : file.meshes())
+            addMesh(mesh);
+        return std::move(input);
+    }
+
+private:
+    void charge(const SrcBufferView& buffer, std::uint64_t bytes) {
+        const std::uint64_t cost = bytes + buffer.chunkCount;
+        if (cost > left)
+            throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
+                           detail::jsonPointer({"bufferViews", buffer.id}),
+                           "copies of the views need more than memoryBytes");
+        left -= cost;
+    }
+
+    // ---- Materials
+    // ---------------------------------------------------------------------------------------------
+
+    static std::uint32_t identifierOf(std::string_view id, std::uint32_t otherwise) {
+        std::size_t digits = id.size();
+        while (digits > 0 && id[digits - 1] >= '0' && id[digits - 1] <= '9')
+            --digits;
+        double number = 0;
+        if (digits == id.size() || !detail::parseJsonNumber(id.substr(digits), number) ||
+            number > 4294967295.0)
+            return otherwise;
+        return static_cast<std::uint32_t>(number);
+    }
+
+    void addMaterial(const SrcMaterial& source) {
+        const auto position = static_cast<std::uint32_t>(materials.size());
+        auto material = std::make_shared<MaterialClassic>(identifierOf(source.id, position));
+        const std::vector<SrcMember> own = jsonMembers(source.values);
+        const auto floats = [&](const char* parameter, const char* attribute, std::size_t count) {
+            const bool isOwn =
+                std::any_of(own.begin(), own.end(), [&](const SrcMember& m) { return m.key == parameter; });
+            if (!isOwn) material->removeAttribute(attribute);
+            std::vector<double> values = file.materialParameter(source, parameter);
+            if (values.size() != count) values.clear();
+            return std::vector<float>(values.begin(), values.end());
+        };
+        const auto color = [&](const char* parameter, const char* attribute, auto set) {
+            const std::vector<float> v = floats(parameter, attribute, 3);
+            if (!v.empty()) set(glm::vec3(v[0], v[1], v[2]));
+        };
+        const auto scalar = [&](const char* parameter, const char* attribute, auto set) {
+            const std::vector<float> v = floats(parameter, attribute, 1);
+            if (!v.empty()) set(v[0]);
+        };
+        scalar("ambientIntensity", "ambient", [&](float v) { material->setAmbient(v); });
+        color("diffuseColor", "diffuse", [&](const glm::vec3& v) { material->setDiffuse(v); });
+        color("emissiveColor", "emissive", [&](const glm::vec3& v) { material->setEmissive(v); });
+        scalar("shininess", "shininess", [&](float v) { material->setShininess(v); });
+        color("specularColor", "specular", [&](const glm::vec3& v) { material->setSpecular(v); });
+        scalar("transparency", "transparency", [&](float v) { material->setTransparency(v); });
+        input.materials.insert(material);
+        materials.push_back(std::move(material));
+    }
+
+    // ---- Buffers
+    // -----------------------------------------------------------------------------------------------
+
+    template<typename Index>
+    std::shared_ptr<IndexBuffer> typedIndices(const SrcIndexView& view) {
+        std::vector<Index> indices(static_cast<std::size_t>(view.count));
+        detail::forEachRun(file, file.bufferViews()[view.bufferView], view.byteOffset, sizeof(Index),
+                           sizeof(Index), view.count,
+                           [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+                               std::memcpy(indices.data() + first, source, count * sizeof(Index));
+                           });
+        return std::make_shared<kel::mesh::DefaultIndexBuffer<Index>>(std::move(indices));
+    }
+
+    std::shared_ptr<IndexBuffer> indicesOf(std::uint32_t position) {
+        std::shared_ptr<IndexBuffer>& made = indexBuffers[position];
+        if (made) return made;
+        const SrcIndexView& view = file.indexViews()[position];
+        const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
+        charge(file.bufferViews()[view.bufferView], view.count * size);
+        made = size == 1   ? typedIndices<std::uint8_t>(view)
+               : size == 2 ? typedIndices<std::uint16_t>(view)
+                           : typedIndices<std::uint32_t>(view);
+        return made;
+    }
+
+    static std::shared_ptr<AttributeBuffer> packedBuffer(kel::mesh::ComponentType type,
+                                                         std::size_t components,
+                                                         std::shared_ptr<kel::mesh::detail::BufferData> data,
+                                                         std::string name) {
+        const std::size_t element = components * kel::mesh::getComponentSizeInBytes(type);
+        return std::make_shared<kel::mesh::detail::DefaultAttributeBuffer>(type, components, element, 0,
+                                                                           std::move(data), std::move(name));
+    }
+
+    static std::shared_ptr<AttributeBuffer> floatBuffer(std::size_t components, std::vector<float> values,
+                                                        std::string name) {
+        return packedBuffer(kel::mesh::FLOAT, components,
+                            std::make_shared<kel::mesh::detail::TypedBufferData<float>>(std::move(values)),
+                            std::move(name));
+    }
+
+    std::shared_ptr<AttributeBuffer> storedBuffer(const SrcAttributeView& view, std::string name) {
+        const std::size_t element = std::size_t(view.components) * view.componentBytes;
+        Bytes bytes(static_cast<std::size_t>(view.count) * element);
+        detail::forEachRun(file, detail::bufferOf(file, view), view.byteOffset, view.byteStride, element,
+                           view.count,
+                           [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+                               unsigned char* target = bytes.data() + first * element;
+                               if (view.byteStride == element) {
+                                   std::memcpy(target, source, count * element);
+                                   return;
+                               }
+                               for (std::size_t e = 0; e < count; ++e)
+                                   std::memcpy(target + e * element, source + e * view.byteStride, element);
+                           });
+        return packedBuffer(view.componentType, view.components,
+                            std::make_shared<kel::mesh::detail::VectorBufferData>(std::move(bytes)),
+                            std::move(name));
+    }
+
+    std::shared_ptr<AttributeBuffer> decodedBuffer(const SrcAttributeView& view, std::string name) {
+        std::vector<float> values = decodeAttribute(file, view);
+        if (const unsigned int bits = bitsOfFixedBox(view)) {
+            input.useCompressedPreset = true;
+            for (float& value : values)
+                value = onItsCode(value, bits);
+        }
+        return floatBuffer(view.components, std::move(values), std::move(name));
+    }
+
+    void addAttribute(DefaultMesh& mesh, const SrcAttribute& attribute) {
+        std::shared_ptr<AttributeBuffer>& made = attributeBuffers[attribute.view];
+        if (made && made->getAttributeName() == attribute.name) return mesh.addAttribute(made);
+
+        const SrcAttributeView& view = file.attributeViews()[attribute.view];
+        charge(detail::bufferOf(file, view), view.count * view.components * sizeof(float));
+        std::string name(attribute.name);
+        if (isCombinedPositionNormal(attribute, view)) {
+            charge(detail::bufferOf(file, view), view.count * 2 * sizeof(float));
+            mesh.addAttribute(floatBuffer(3, decodeAttribute(file, detail::positionPart(view)),
+                                          kel::mesh::DEFAULT_POSITIONS_NAME));
+            mesh.addAttribute(
+                floatBuffer(3, decodeCombinedNormals(file, view), kel::mesh::DEFAULT_NORMALS_NAME));
+            return;
+        }
+        const bool isStoredAsIs = !view.decoded && view.componentBytes != 3;
+        made = isStoredAsIs ? storedBuffer(view, std::move(name)) : decodedBuffer(view, std::move(name));
+        mesh.addAttribute(made);
+    }
+
+    // ---- Meshes
+    // ------------------------------------------------------------------------------------------------
+
+    /// The attributes in the order in which they were written: by where their bytes lie, and where those are
+    /// none, by the numbers in the IDs of the views.
+    std::vector<SrcAttribute> writtenOrder(const SrcMesh& mesh) const {
+        std::vector<SrcAttribute> order;
+        for (const SrcAttribute& attribute : file.attributes(mesh))
+            if (!detail::isLeftOver(file, mesh, attribute)) order.push_back(attribute);
+        const auto place = [&](const SrcAttribute& attribute) {
+            const SrcAttributeView& view = file.attributeViews()[attribute.view];
+            const SrcBufferView& buffer = file.bufferViews()[view.bufferView];
+            const std::uint64_t begin =
+                buffer.chunkCount == 0 ? 0 : file.chunks()[file.viewChunks()[buffer.firstChunk]].byteOffset;
+            return std::make_tuple(begin, view.byteOffset, view.id.size(), view.id);
+        };
+        std::stable_sort(order.begin(), order.end(),
+                         [&](const SrcAttribute& a, const SrcAttribute& b) { return place(a) < place(b); });
+        return order;
+    }
+
+    /// What the mesh is made of. The container writer says triangles of everything, but counts what there
+    /// was.
+    static kel::mesh::PrimitiveType primitiveOf(const SrcMesh& mesh, const std::vector<SrcMember>& metadata) {
+        const auto has = [&](const char* key) {
+            return std::any_of(metadata.begin(), metadata.end(),
+                               [&](const SrcMember& m) { return m.key == key; });
+        };
+        if (mesh.primitive != kel::mesh::TRIANGLES || has("numOriginalTriangles")) return mesh.primitive;
+        if (has("numOriginalLines")) return kel::mesh::LINES;
+        if (has("numOriginalPoints")) return kel::mesh::POINTS;
+        return mesh.primitive;
+    }
+
+    void addMesh(const SrcMesh& source) {
+        const std::vector<SrcMember> metadata = jsonMembers(source.metadata);
+        auto mesh = std::make_shared<DefaultMesh>(primitiveOf(source, metadata));
+        if (source.indexView != SRC_NONE) mesh->setIndexBuffer(indicesOf(source.indexView));
+        for (const SrcAttribute& attribute : writtenOrder(source))
+            addAttribute(*mesh, attribute);
+        if (!source.metadata.empty() && source.metadata[0] == '{') {
+            auto texts = std::make_shared<std::map<std::string, std::string>>();
+            for (const SrcMember& member : metadata)
+                texts->emplace(member.key, member.json);
+            input.metaData[mesh] = std::move(texts);
+        }
+        if (source.material != SRC_NONE) input.meshMaterials[mesh] = materials[source.material];
+        input.meshes.push_back(std::move(mesh));
+    }
+
+    const SrcFile& file;
+    std::uint64_t left;
+    SrcWriterInput input;
+    std::vector<std::shared_ptr<MaterialClassic>> materials;
+    std::vector<std::shared_ptr<AttributeBuffer>> attributeBuffers;
+    std::vector<std::shared_ptr<IndexBuffer>> indexBuffers;
+};
+
+} // namespace
+
+SrcWriterInput toInput(const SrcFile& file, const ReadLimits& limits) {
+    return InputMaker(file, limits).make();
+}
+
+} // namespace kel::src
