@@ -35,7 +35,7 @@ void perVertex(benchmark::State& state, std::size_t vertices) {
 
 void bounds(benchmark::State& state) {
     const Kernels kernels(state);
-    const auto& positions = scene('a').sphere.positions;
+    const auto& positions = scene('a').spheres[0].positions;
     for (auto _ : state) {
         float min[3] = {1e30f, 1e30f, 1e30f}, max[3] = {-1e30f, -1e30f, -1e30f};
         extendBounds(positions.data(), positions.size() / 3, min, max);
@@ -46,7 +46,7 @@ void bounds(benchmark::State& state) {
 
 void quantizeBits(benchmark::State& state) {
     const Kernels kernels(state);
-    const auto& positions = scene('a').sphere.positions;
+    const auto& positions = scene('a').spheres[0].positions;
     const float min[3] = {-0.5f, -0.5f, -0.5f}, extent[3] = {1, 1, 1};
     std::vector<unsigned char> out;
     SRCDataType type;

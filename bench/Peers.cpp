@@ -53,12 +53,13 @@ tinygltf::Model toGltf(const Scene& s) {
         model.accessors.push_back(accessor);
         return static_cast<int>(model.accessors.size()) - 1;
     };
-    const Sphere& sphere = s.sphere;
-    const std::size_t vertices = sphere.positions.size() / 3;
-    const bool narrow = vertices <= 65535;
-    const std::vector<std::uint16_t> indices16(sphere.indices.begin(), sphere.indices.end());
+    const std::size_t vertices = s.verticesPerMesh();
+    const bool narrow = s.hasShortIndices();
     tinygltf::Scene root;
     for (std::size_t i = 0; i < s.meshes; ++i) {
+        const Sphere& sphere = s.spheres[i];
+        std::vector<std::uint16_t> indices16;
+        if (narrow) indices16.assign(sphere.indices.begin(), sphere.indices.end());
         tinygltf::Primitive primitive;
         primitive.mode = TINYGLTF_MODE_TRIANGLES;
         primitive.attributes["POSITION"] =
@@ -115,9 +116,9 @@ AssimpInput::AssimpInput(const Scene& s) : data(new Data) {
     scene.mRootNode = new aiNode("root");
     scene.mRootNode->mNumChildren = scene.mNumMeshes;
     scene.mRootNode->mChildren = new aiNode*[s.meshes];
-    const Sphere& sphere = s.sphere;
-    const std::size_t vertices = sphere.positions.size() / 3, triangles = sphere.indices.size() / 3;
+    const std::size_t vertices = s.verticesPerMesh(), triangles = s.indicesPerMesh() / 3;
     for (std::size_t i = 0; i < s.meshes; ++i) {
+        const Sphere& sphere = s.spheres[i];
         auto* mesh = scene.mMeshes[i] = new aiMesh;
         mesh->mName = std::to_string(i);
         mesh->mPrimitiveTypes = aiPrimitiveType_TRIANGLE;
@@ -181,14 +182,15 @@ void addDracoAttribute(draco::Mesh& mesh, draco::GeometryAttribute::Type type,
 
 DracoInput::DracoInput(const Scene& s) : data(new Data) {
     for (std::size_t i = 0; i < s.meshes; ++i) {
+        const Sphere& sphere = s.spheres[i];
         auto mesh = std::make_unique<draco::Mesh>();
-        mesh->set_num_points(static_cast<std::uint32_t>(s.sphere.positions.size() / 3));
-        addDracoAttribute(*mesh, draco::GeometryAttribute::POSITION, s.sphere.positions, 3);
-        addDracoAttribute(*mesh, draco::GeometryAttribute::NORMAL, s.sphere.normals, 3);
-        addDracoAttribute(*mesh, draco::GeometryAttribute::TEX_COORD, s.sphere.texcoords, 2);
-        mesh->SetNumFaces(s.sphere.indices.size() / 3);
+        mesh->set_num_points(static_cast<std::uint32_t>(sphere.positions.size() / 3));
+        addDracoAttribute(*mesh, draco::GeometryAttribute::POSITION, sphere.positions, 3);
+        addDracoAttribute(*mesh, draco::GeometryAttribute::NORMAL, sphere.normals, 3);
+        addDracoAttribute(*mesh, draco::GeometryAttribute::TEX_COORD, sphere.texcoords, 2);
+        mesh->SetNumFaces(sphere.indices.size() / 3);
         for (std::uint32_t t = 0; t < mesh->num_faces(); ++t) {
-            const std::uint32_t* corner = &s.sphere.indices[3 * static_cast<std::size_t>(t)];
+            const std::uint32_t* corner = &sphere.indices[3 * static_cast<std::size_t>(t)];
             mesh->SetFace(draco::FaceIndex(t), {draco::PointIndex(corner[0]), draco::PointIndex(corner[1]),
                                                 draco::PointIndex(corner[2])});
         }
@@ -221,13 +223,12 @@ void MeshoptimizerInput::write(std::ostream& out) const {
         std::int8_t normal[4];
         std::uint16_t texcoord[2];
     };
-    const Sphere& sphere = scene.sphere;
-    const std::size_t vertices = sphere.positions.size() / 3;
+    const std::size_t vertices = scene.verticesPerMesh();
     std::vector<Vertex> quantized(vertices);
     std::vector<unsigned char> encoded(
         std::max(meshopt_encodeVertexBufferBound(vertices, sizeof(Vertex)),
-                 meshopt_encodeIndexBufferBound(sphere.indices.size(), vertices)));
-    for (std::size_t m = 0; m < scene.meshes; ++m) {
+                 meshopt_encodeIndexBufferBound(scene.indicesPerMesh(), vertices)));
+    for (const Sphere& sphere : scene.spheres) {
         for (std::size_t v = 0; v < vertices; ++v) {
             for (std::size_t a = 0; a < 3; ++a) {
                 quantized[v].position[a] =

@@ -14,7 +14,7 @@
 
 namespace kel::bench {
 
-Sphere displacedSphere(std::size_t triangles) {
+Sphere displacedSphere(std::size_t triangles, std::size_t seed) {
     // rings x 2 rings quads of two triangles, minus the poles' degenerate halves, which are kept for
     // simplicity.
     const auto rings =
@@ -22,13 +22,14 @@ Sphere displacedSphere(std::size_t triangles) {
     const std::size_t segments = triangles / (2 * rings);
     Sphere sphere;
     const double pi = std::acos(-1.0);
+    const double wave = static_cast<double>(seed) * 0.1;
     for (std::size_t i = 0; i <= rings; ++i) {
         for (std::size_t j = 0; j <= segments; ++j) {
             const double theta = pi * static_cast<double>(i) / static_cast<double>(rings);
             const double phi = 2 * pi * static_cast<double>(j) / static_cast<double>(segments);
             const double n[3] = {std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi),
                                  std::cos(theta)};
-            const double radius = 0.45 + 0.02 * std::sin(11 * theta) * std::cos(7 * phi);
+            const double radius = 0.45 + 0.02 * std::sin(11 * theta + wave) * std::cos(7 * phi + 2 * wave);
             for (const double axis : n) {
                 sphere.positions.push_back(static_cast<float>(radius * axis));
                 sphere.normals.push_back(static_cast<float>(axis));
@@ -50,7 +51,7 @@ Sphere displacedSphere(std::size_t triangles) {
 }
 
 std::size_t Scene::indexBytes() const {
-    return meshes * sphere.indices.size() * (sphere.positions.size() / 3 <= 65535 ? 2 : 4);
+    return meshes * indicesPerMesh() * (hasShortIndices() ? 2 : 4);
 }
 
 std::size_t Scene::inputBytes() const {
@@ -58,16 +59,17 @@ std::size_t Scene::inputBytes() const {
 }
 
 Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh) {
-    Scene scene{meshes, trianglesPerMesh, displacedSphere(trianglesPerMesh), {}};
-    const Sphere& sphere = scene.sphere;
+    Scene scene{meshes, trianglesPerMesh, {}, {}};
     const auto material = std::make_shared<kel::material::MaterialClassic>(0);
     scene.input.materials.insert(material);
     for (std::size_t i = 0; i < meshes; ++i) {
+        scene.spheres.push_back(displacedSphere(trianglesPerMesh, i));
+        const Sphere& sphere = scene.spheres.back();
         const auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
         mesh->addAttribute("position", 3, sphere.positions);
         mesh->addAttribute("normal", 3, sphere.normals);
         mesh->addAttribute("texcoord", 2, sphere.texcoords);
-        if (sphere.positions.size() / 3 <= 65535) {
+        if (scene.hasShortIndices()) {
             mesh->setIndices(std::vector<std::uint16_t>(sphere.indices.begin(), sphere.indices.end()));
         } else {
             mesh->setIndices(sphere.indices);
@@ -106,7 +108,7 @@ std::size_t copyToFreshMemory(const Scene& scene) {
             const auto& data = *buffer->getBufferData();
             copy(data.getData(), data.getSizeInBytes());
         }
-        copy(scene.sphere.indices.data(), scene.indexBytes() / scene.meshes);
+        copy(scene.spheres[0].indices.data(), scene.indexBytes() / scene.meshes);
     }
     munmap(fresh, size);
     return size;

@@ -17,18 +17,22 @@ struct Sphere {
     std::vector<std::uint32_t> indices;
 };
 
-/// A sphere of about `triangles` triangles with a wavy surface, inside the box -0.5 to 0.5.
-Sphere displacedSphere(std::size_t triangles);
+/// A sphere of about `triangles` triangles with a wavy surface, inside the box -0.5 to 0.5. Another seed
+/// gives other waves.
+Sphere displacedSphere(std::size_t triangles, std::size_t seed);
 
-/// The same sphere `meshes` times, each with arrays of its own.
+/// Many spheres, no two alike (a compressor would otherwise store one of them).
 struct Scene {
     std::size_t meshes;
     std::size_t trianglesPerMesh;
-    Sphere sphere;
+    std::vector<Sphere> spheres;
     kel::src::SrcWriterInput input;
 
-    std::size_t vertices() const { return meshes * sphere.positions.size() / 3; }
-    std::size_t triangles() const { return meshes * sphere.indices.size() / 3; }
+    std::size_t verticesPerMesh() const { return spheres[0].positions.size() / 3; }
+    std::size_t indicesPerMesh() const { return spheres[0].indices.size(); }
+    bool hasShortIndices() const { return verticesPerMesh() <= 65535; }
+    std::size_t vertices() const { return meshes * verticesPerMesh(); }
+    std::size_t triangles() const { return meshes * indicesPerMesh() / 3; }
     /// Bytes of floats and indices as the input holds them; indices are 2 bytes wide in meshes of up to
     /// 65,535 vertices.
     std::size_t inputBytes() const;
