@@ -11,6 +11,6 @@ while read -r page; do
             echo "$page links to $target, which is not there"
             status=1
         fi
-    done < <(grep -oE '\]\([^)#: ]+' "$page" | cut -c3-)
+    done < <(grep -oE '\]\([^)#: ]+[)#]' "$page" | sed 's,^..,,;s,.$,,')
 done < <(project_files . | grep '\.md$')
 exit "$status"

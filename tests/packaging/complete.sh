@@ -12,15 +12,13 @@ expect() {
 }
 
 # Public is every header below these roots, but those whose name says that they are private (_p.h).
-while read -r root header; do
+while read -r header; do
     expect "$prefix/include/$header"
 done < <(
-    for root in include mesh platform/utils platform/logging platform/src prepare importer; do
-        if [ -d "$source/$root" ]; then
-            (cd "$source/$root" && find . -name '*.h' ! -name '*_p.h' ! -path './src/*' -printf "$root %P\n")
-        fi
+    for root in include/kel mesh/kel platform/utils/utils platform/logging/logging platform/src/src prepare/kel importer/kel; do
+        (cd "$source/$(dirname "$root")" && find "$(basename "$root")" -name '*.h' ! -name '*_p.h')
     done
-    cd "$source" && find kel -name '*.h' ! -name '*_p.h' -printf '. %p\n'
+    cd "$source" && find kel -name '*.h' ! -name '*_p.h'
 )
 for file in libkelSrc.so libkelSrc.so.[0-9] cmake/kelSrc/kelSrcConfig.cmake cmake/kelSrc/kelSrcConfigVersion.cmake \
     cmake/kelSrc/kelSrcTargets.cmake pkgconfig/kelsrc.pc; do
