@@ -162,7 +162,7 @@ private:
         for (std::size_t i = 0; i < count; ++i) {
             if (!std::isfinite(values[i])) {
                 throw std::overflow_error(place() + ": " + std::string(field) + "[" + std::to_string(i) +
-                                          "] is " + std::to_string(values[i]) +
+                                          "] is " + (std::isnan(values[i]) ? "not a number" : "infinite") +
                                           ", which no file can hold. Make the numbers it comes from finite.");
             }
         }
