@@ -226,15 +226,10 @@ const DecodedAttribute* DecodedMesh::find(std::string_view name) const {
 
 namespace detail {
 
-bool isLeftOver(const SrcFile& file, const SrcMesh& mesh, const SrcAttribute& attribute) {
-    const auto position = static_cast<std::uint32_t>(&mesh - file.meshes().begin());
-    const auto isOthers = [&](const SrcAttribute& one) {
-        return file.attributeViews()[one.view].owner != position;
-    };
-    if (!isOthers(attribute)) return false;
-    for (const SrcAttribute& other : file.attributes(mesh))
-        if (other.name == kel::mesh::DEFAULT_POSITIONS_NAME) return !isOthers(other);
-    return false;
+LeftOvers::LeftOvers(const SrcFile& file, const SrcMesh& mesh)
+    : file(file), position(static_cast<std::uint32_t>(&mesh - file.meshes().begin())) {
+    for (const SrcAttribute& attribute : file.attributes(mesh))
+        if (attribute.name == kel::mesh::DEFAULT_POSITIONS_NAME) ownsPositions = !isOthers(attribute);
 }
 
 SrcAttributeView positionPart(const SrcAttributeView& combined) {
@@ -260,8 +255,9 @@ DecodedMesh decodeMesh(const SrcFile& file, const SrcMesh& mesh, const DecodeOpt
         decoded.indexed = true;
         decoded.indices = decodeIndices(file, view);
     }
+    const detail::LeftOvers leftOvers(file, mesh);
     for (const SrcAttribute& attribute : file.attributes(mesh)) {
-        if (options.ownAttributesOnly && detail::isLeftOver(file, mesh, attribute)) continue;
+        if (options.ownAttributesOnly && leftOvers.contain(attribute)) continue;
         const SrcAttributeView& view = file.attributeViews()[attribute.view];
         charge(view.count * 6);
         if (isCombinedPositionNormal(attribute, view)) {

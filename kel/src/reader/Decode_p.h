@@ -19,10 +19,25 @@ void forEachRun(
 
 const SrcBufferView& bufferOf(const SrcFile& file, const SrcAttributeView& view);
 
-/// True for an attribute that a mesh names though its elements are an earlier mesh's: the container writer's
+/// Tells which attributes a mesh names though their elements are an earlier mesh's: the container writer's
 /// map of attributes is never cleared. A mesh that shares its positions too is a different case, and keeps
 /// them all.
-bool isLeftOver(const SrcFile& file, const SrcMesh& mesh, const SrcAttribute& attribute);
+class LeftOvers {
+public:
+    /// The mesh is one of file.meshes().
+    LeftOvers(const SrcFile& file, const SrcMesh& mesh);
+
+    bool contain(const SrcAttribute& attribute) const { return ownsPositions && isOthers(attribute); }
+
+private:
+    bool isOthers(const SrcAttribute& attribute) const {
+        return file.attributeViews()[attribute.view].owner != position;
+    }
+
+    const SrcFile& file;
+    std::uint32_t position;
+    bool ownsPositions = false;
+};
 
 /// The position codes of a combined view as a view of their own.
 SrcAttributeView positionPart(const SrcAttributeView& combined);

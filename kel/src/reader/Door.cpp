@@ -82,6 +82,8 @@ public:
         std::uint32_t seen = 0;
         if (entry(SECTIONS, seen, [&](int section) { walkSection(section); })) {
             require(SECTIONS, seen, bit(0) | bit(1) | bit(2) | bit(3), SrcCode::MISSING_SECTION);
+            hasChunks = (seen & bit(1)) != 0;
+            hasBufferViews = (seen & bit(2)) != 0;
             if (sink.wantsAll()) require(SECTIONS, seen, 0x1f0, SrcCode::MISSING_OPTIONAL_SECTION);
         }
         in.expectEnd();
@@ -277,6 +279,8 @@ private:
                 }
             });
             if (isObject) require(ACCESSORS, seen, bit(0) | bit(1), SrcCode::MISSING_SECTION);
+            hasAttributeViews = (seen & bit(0)) != 0;
+            hasIndexViews = (seen & bit(1)) != 0;
             break;
         }
         case 1:
@@ -292,8 +296,7 @@ private:
             tables.attributes.clear();
             attributeNames.clear();
             meshNames.clear();
-            std::vector<bool> ignored;
-            entries(tables.meshes, ignored, [&](SrcMesh& entry) { return mesh(entry); });
+            entries(tables.meshes, tables.badMeshes, [&](SrcMesh& entry) { return mesh(entry); });
             break;
         }
         case 4: {
@@ -497,28 +500,29 @@ private:
         bool hasCenter = false, hasSize = false;
         MeshReferences references;
         mesh.firstAttribute = static_cast<std::uint32_t>(tables.attributes.size());
+        bool good = true;
         const bool isObject = entry(KEYS, seen, [&](int key) {
             switch (key) {
             case 0:
-                meshAttributes(mesh);
+                good &= meshAttributes(mesh);
                 break;
             case 1:
-                hasCenter = takeVector(mesh.boundsCenter);
+                good &= hasCenter = takeVector(mesh.boundsCenter);
                 break;
             case 2:
-                hasSize = takeVector(mesh.boundsSize);
+                good &= hasSize = takeVector(mesh.boundsSize);
                 break;
             case 3:
-                takeText(references.indices);
+                good &= takeText(references.indices);
                 break;
             case 4:
-                takeText(references.material);
+                good &= takeText(references.material);
                 break;
             case 5:
-                metadata(mesh.metadata);
+                good &= metadata(mesh.metadata);
                 break;
             default:
-                takePrimitive(mesh.primitive);
+                good &= takePrimitive(mesh.primitive);
             }
         });
         meshNames.push_back(references);
@@ -526,7 +530,7 @@ private:
         mesh.hasBounds = hasCenter && hasSize;
         if (sink.wantsAll() && ((seen & bit(1)) != 0) != ((seen & bit(2)) != 0))
             reportAt(SrcCode::BOUNDS_INCOMPLETE, position, {});
-        return require(KEYS, seen, bit(0) | bit(6));
+        return require(KEYS, seen, bit(0) | bit(6)) && good;
     }
 
     bool takeVector(std::array<double, 3>& vector) {
@@ -538,23 +542,24 @@ private:
         return false;
     }
 
-    void takePrimitive(kel::mesh::PrimitiveType& primitive) {
+    bool takePrimitive(kel::mesh::PrimitiveType& primitive) {
         const std::size_t position = in.position();
         std::uint64_t number = 0;
-        if (!takeCount(number)) return;
-        if (number <= kel::mesh::TRIANGLE_FAN) {
-            primitive = static_cast<kel::mesh::PrimitiveType>(number);
-        } else {
+        if (!takeCount(number)) return false;
+        if (number > kel::mesh::TRIANGLE_FAN) {
             reportAt(SrcCode::BAD_PRIMITIVE, position, "found " + std::to_string(number));
+            return false;
         }
+        primitive = static_cast<kel::mesh::PrimitiveType>(number);
+        return true;
     }
 
-    void meshAttributes(SrcMesh& mesh) {
+    bool meshAttributes(SrcMesh& mesh) {
         const std::size_t first = tables.attributes.size();
         mesh.firstAttribute = static_cast<std::uint32_t>(first);
         mesh.attributeCount = 0;
-        if (!expect(in.peek() == '{', "an object")) return;
-        bool ascending = true;
+        if (!expect(in.peek() == '{', "an object")) return false;
+        bool ascending = true, good = true;
         in.object([&](std::string_view raw) {
             if (tables.attributes.size() >= limits.entries)
                 exceed("entries is " + std::to_string(limits.entries));
@@ -563,7 +568,10 @@ private:
             attribute.name = meaning(raw);
             const Step step(*this, attribute.name);
             std::string_view view;
-            if (!takeText(view)) return;
+            if (!takeText(view)) {
+                good = false;
+                return;
+            }
             if (tables.attributes.size() > first && !(tables.attributes.back().name < attribute.name))
                 ascending = false;
             tables.attributes.push_back(attribute);
@@ -571,6 +579,7 @@ private:
         });
         if (!ascending) keepLastOfEachName(first);
         mesh.attributeCount = static_cast<std::uint32_t>(tables.attributes.size() - first);
+        return good;
     }
 
     void keepLastOfEachName(std::size_t first) {
@@ -597,11 +606,12 @@ private:
     }
 
     /// An object, or the one text that the public writer stores when the texts did not make an object.
-    void metadata(std::string_view& text) {
+    bool metadata(std::string_view& text) {
         const char first = in.peek();
-        if (!expect(first == '{' || first == '"', "an object")) return;
+        if (!expect(first == '{' || first == '"', "an object")) return false;
         if (first == '"' && sink.wantsAll()) report(SrcCode::METADATA_NOT_OBJECT, {});
         text = in.skip();
+        return true;
     }
 
     bool material(SrcMaterial& material) {
@@ -675,7 +685,7 @@ private:
               &tables.badAttributeViews, attributeBuffers);
         index({"techniques"}, tables.techniques, tables.techniqueIds, nullptr);
         index({"materials"}, tables.materials, tables.materialIds, nullptr, techniqueNames);
-        index({"meshes"}, tables.meshes, tables.meshIds, nullptr, meshNames);
+        index({"meshes"}, tables.meshes, tables.meshIds, &tables.badMeshes, meshNames);
         orderMeshes();
 
         for (std::size_t i = 0; i < tables.bufferViews.size(); ++i)
@@ -703,12 +713,15 @@ private:
         if (std::is_sorted(order.begin(), order.end())) return;
         std::vector<SrcMesh> meshes;
         std::vector<MeshReferences> names;
+        std::vector<bool> bad;
         meshes.reserve(order.size());
         names.reserve(order.size());
         for (const std::uint32_t position : order) {
             meshes.push_back(tables.meshes[position]);
             names.push_back(meshNames[position]);
+            if (!tables.badMeshes.empty()) bad.push_back(tables.badMeshes[position]);
         }
+        tables.badMeshes = std::move(bad);
         tables.meshes = std::move(meshes);
         meshNames = std::move(names);
         tables.meshIds.build(tables.meshes, [](std::uint32_t) {});
@@ -726,8 +739,9 @@ private:
             const std::string_view name = chunkNames[firstName + c];
             const std::uint32_t found = tables.chunkIds.find(name);
             if (found == SRC_NONE) {
-                reportAt(SrcCode::DANGLING_CHUNK, name, {"bufferViews", view.id, "chunks", std::to_string(c)},
-                         quoted(name));
+                if (hasChunks)
+                    reportAt(SrcCode::DANGLING_CHUNK, name,
+                             {"bufferViews", view.id, "chunks", std::to_string(c)}, quoted(name));
                 markBad(tables.badBufferViews, i);
             } else if (found < tables.badChunks.size() && tables.badChunks[found]) {
                 markBad(tables.badBufferViews, i);
@@ -749,8 +763,9 @@ private:
                        std::uint64_t& bytes) {
         view = tables.bufferViewIds.find(name);
         if (view == SRC_NONE) {
-            reportAt(SrcCode::DANGLING_BUFFER_VIEW, name, {"accessors", kind, id, "bufferView"},
-                     quoted(name));
+            if (hasBufferViews)
+                reportAt(SrcCode::DANGLING_BUFFER_VIEW, name, {"accessors", kind, id, "bufferView"},
+                         quoted(name));
             return false;
         }
         bytes = tables.bufferViews[view].storedBytes;
@@ -808,9 +823,12 @@ private:
         const MeshReferences& names = meshNames[i];
         if (!names.indices.empty()) {
             mesh.indexView = tables.indexViewIds.find(names.indices);
-            if (mesh.indexView == SRC_NONE)
-                reportAt(SrcCode::DANGLING_INDEX_VIEW, names.indices, {"meshes", mesh.id, "indices"},
-                         quoted(names.indices));
+            if (mesh.indexView == SRC_NONE) {
+                markBad(tables.badMeshes, i);
+                if (hasIndexViews)
+                    reportAt(SrcCode::DANGLING_INDEX_VIEW, names.indices, {"meshes", mesh.id, "indices"},
+                             quoted(names.indices));
+            }
         }
         if (!names.material.empty()) {
             mesh.material = tables.materialIds.find(names.material);
@@ -823,8 +841,10 @@ private:
             const std::string_view name = attributeNames[mesh.firstAttribute + a];
             attribute.view = tables.attributeViewIds.find(name);
             if (attribute.view == SRC_NONE) {
-                reportAt(SrcCode::DANGLING_ATTRIBUTE_VIEW, name,
-                         {"meshes", mesh.id, "attributes", attribute.name}, quoted(name));
+                markBad(tables.badMeshes, i);
+                if (hasAttributeViews)
+                    reportAt(SrcCode::DANGLING_ATTRIBUTE_VIEW, name,
+                             {"meshes", mesh.id, "attributes", attribute.name}, quoted(name));
                 continue;
             }
             SrcAttributeView& view = tables.attributeViews[attribute.view];
@@ -837,6 +857,8 @@ private:
     FindingSink& sink;
     HeaderTables& tables;
     std::uint64_t charged = 0;
+    // What names an entry of a section that is missing is not told on top.
+    bool hasChunks = false, hasBufferViews = false, hasIndexViews = false, hasAttributeViews = false;
     std::array<std::string_view, 8> path; // the walk goes no deeper by name; what it passes over is not named
     std::size_t steps = 0;
 

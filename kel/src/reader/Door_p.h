@@ -49,7 +49,8 @@ struct HeaderTables {
     IdTable chunkIds, bufferViewIds, indexViewIds, attributeViewIds, meshIds, materialIds, techniqueIds;
     std::deque<std::string> unescaped; ///< texts that the header holds in another form
 
-    std::vector<bool> badChunks, badBufferViews, badIndexViews, badAttributeViews; ///< empty: none is
+    /// Beside the entries; empty when none is unusable.
+    std::vector<bool> badChunks, badBufferViews, badIndexViews, badAttributeViews, badMeshes;
 
     /// Where the last chunk ends.
     std::uint64_t payloadEnd() const;

@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace kel::src::detail {
@@ -137,6 +139,12 @@ public:
 private:
     std::istream& in;
 };
+
+/// Opens a file and hands it to one of the two: a regular file as a mapping, a pipe or device as a stream.
+///
+/// throws  SrcError when it cannot be opened, or is a directory
+void openFile(const std::string& path, const std::function<void(Mapping&&)>& mapped,
+              const std::function<void(ByteInput&)>& streamed);
 
 /// Reads preamble and header from a stream, and past the door.
 std::unique_ptr<SrcFileData> readStreamHeader(ByteInput& in, const ReadLimits& limits);

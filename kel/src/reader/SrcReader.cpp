@@ -2,14 +2,9 @@
 
 #include <kel/src/reader/FileData_p.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <system_error>
+#include <optional>
 #include <utility>
 
 namespace kel::src {
@@ -74,38 +69,6 @@ SrcFile readInput(ByteInput& in, const ReadLimits& limits) {
     return finish(std::move(file));
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number(number) {}
-    ~Descriptor() {
-        if (number >= 0) ::close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return number; }
-
-private:
-    int number;
-};
-
-class DescriptorInput final : public ByteInput {
-public:
-    DescriptorInput(int descriptor, std::string path) : descriptor(descriptor), path(std::move(path)) {}
-
-    std::size_t read(unsigned char* target, std::size_t size) override {
-        for (;;) {
-            const ssize_t got = ::read(descriptor, target, std::min(size, std::size_t(1) << 30));
-            if (got >= 0) return static_cast<std::size_t>(got);
-            if (errno != EINTR)
-                refuse(SrcCode::UNREADABLE, "\"" + path + "\": " + std::generic_category().message(errno));
-        }
-    }
-
-private:
-    int descriptor;
-    std::string path;
-};
-
 } // namespace
 
 SrcError::SrcError(SrcCode code, std::uint64_t byteOffset, std::string path, std::string detail)
@@ -122,26 +85,17 @@ SrcFile readSrc(std::istream& in, const ReadLimits& limits) {
 }
 
 SrcFile openSrc(const std::string& path, const ReadLimits& limits) {
-    const auto failed = [&] {
-        refuse(SrcCode::UNREADABLE, "\"" + path + "\": " + std::generic_category().message(errno));
-    };
-    const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (descriptor.get() < 0) failed();
-    struct ::stat status {};
-    if (::fstat(descriptor.get(), &status) != 0) failed();
-    if (S_ISDIR(status.st_mode)) refuse(SrcCode::NOT_A_FILE, "\"" + path + "\" is a directory");
-    // Some systems call files regular and empty whose bytes are made up while one reads; so empty ones are
-    // read.
-    if (S_ISREG(status.st_mode) && status.st_size > 0) {
-        auto file = std::make_unique<SrcFileData>();
-        file->mapping = detail::Mapping(descriptor.get(), static_cast<std::size_t>(status.st_size));
-        if (file->mapping.isMapped()) {
-            const ByteView bytes = file->mapping.bytes();
-            return readMemory(std::move(file), bytes, limits);
-        }
-    }
-    DescriptorInput input(descriptor.get(), path);
-    return readInput(input, limits);
+    std::optional<SrcFile> opened;
+    detail::openFile(
+        path,
+        [&](detail::Mapping&& mapping) {
+            auto file = std::make_unique<SrcFileData>();
+            const ByteView bytes = mapping.bytes();
+            file->mapping = std::move(mapping);
+            opened = readMemory(std::move(file), bytes, limits);
+        },
+        [&](ByteInput& input) { opened = readInput(input, limits); });
+    return std::move(*opened);
 }
 
 SrcFile::SrcFile(std::unique_ptr<SrcFileData> data) : data(std::move(data)) {}

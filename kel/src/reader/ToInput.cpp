@@ -231,8 +231,9 @@ private:
     /// none, by the numbers in the IDs of the views.
     std::vector<SrcAttribute> writtenOrder(const SrcMesh& mesh) const {
         std::vector<SrcAttribute> order;
+        const detail::LeftOvers leftOvers(file, mesh);
         for (const SrcAttribute& attribute : file.attributes(mesh))
-            if (!detail::isLeftOver(file, mesh, attribute)) order.push_back(attribute);
+            if (!leftOvers.contain(attribute)) order.push_back(attribute);
         const auto place = [&](const SrcAttribute& attribute) {
             const SrcAttributeView& view = file.attributeViews()[attribute.view];
             const SrcBufferView& buffer = file.bufferViews()[view.bufferView];
