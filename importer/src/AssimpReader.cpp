@@ -1,5 +1,6 @@
 #include "AssimpReader.h"
 
+#include "VertexJoiner.h"
 #include "checks/GltfDocument.h"
 
 #include <assimp/DefaultIOSystem.h>
@@ -12,6 +13,7 @@
 #include <assimp/postprocess.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -98,9 +100,7 @@ public:
     Files(const Source& source, const Findings& findings, Stages& stages, std::set<std::string>& missing)
         : source(source), findings(findings), stages(stages), missing(missing) {}
 
-    bool Exists(const char* file) const override {
-        return (source.bytes && source.path == file) || disk.Exists(file);
-    }
+    bool Exists(const char* file) const override { return source.path == file || disk.Exists(file); }
     char getOsSeparator() const override { return disk.getOsSeparator(); }
     Assimp::IOStream* Open(const char* file, const char* mode) override {
         const bool model = source.path == file;
@@ -110,6 +110,8 @@ public:
         } else if (model && source.bytes) {
             stream =
                 new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
+        } else if (model) {
+            stream = disk.Open(source.disk.c_str(), mode);
         } else {
             stream = disk.Open(file, mode);
             // glTF names the files beside it by URI.
@@ -166,6 +168,121 @@ void checkIndices(const Source& source, const aiScene& scene) {
     }
 }
 
+/// The reader of RAW files puts every group but the last out of reach. Their meshes need no transform, so the
+/// root may have them.
+void repairTree(aiScene& scene) {
+    aiNode* root = scene.mRootNode;
+    if (!root) return;
+    aiNode** end = std::remove(root->mChildren, root->mChildren + root->mNumChildren, nullptr);
+    const auto kept = static_cast<unsigned>(end - root->mChildren);
+    if (kept == root->mNumChildren) return;
+    root->mNumChildren = kept;
+    std::vector<char> used(scene.mNumMeshes, 0);
+    for (unsigned c = 0; c < kept; ++c) {
+        const aiNode& child = *root->mChildren[c];
+        for (unsigned m = 0; m < child.mNumMeshes; ++m)
+            used.at(child.mMeshes[m]) = 1;
+    }
+    delete[] root->mMeshes;
+    root->mNumMeshes = 0;
+    root->mMeshes = new unsigned[scene.mNumMeshes];
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        if (!used[m]) root->mMeshes[root->mNumMeshes++] = m;
+    }
+}
+
+std::vector<char> meshesInUse(const Source& source, const aiScene& scene) {
+    std::vector<char> used(scene.mNumMeshes, 0);
+    std::vector<const aiNode*> waiting;
+    if (scene.mRootNode) waiting.push_back(scene.mRootNode);
+    while (!waiting.empty()) {
+        const aiNode* node = waiting.back();
+        waiting.pop_back();
+        for (unsigned m = 0; m < node->mNumMeshes; ++m) {
+            if (node->mMeshes[m] >= scene.mNumMeshes) {
+                source.refuse("invalid-model", "a node uses a mesh that does not exist",
+                              std::string("node \"") + node->mName.C_Str() + "\"", "export the model again");
+            }
+            used[node->mMeshes[m]] = 1;
+        }
+        waiting.insert(waiting.end(), node->mChildren, node->mChildren + node->mNumChildren);
+    }
+    return used;
+}
+
+/// How many vertices that primitives use are not finite. Where every corner has a vertex of its own, as most
+/// text formats arrive, equal ones count once.
+std::size_t countNotFinite(const aiMesh& mesh) {
+    const auto bad = [&](unsigned v) { return !isFinite(mesh.mVertices[v]); };
+    std::vector<char> used(mesh.mNumVertices, mesh.mNumFaces == 0 ? 1 : 0);
+    std::size_t corners = 0;
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        corners += face.mNumIndices;
+        for (unsigned i = 0; i < face.mNumIndices; ++i)
+            used[face.mIndices[i]] = 1;
+    }
+    VertexJoiner joiner({3});
+    std::size_t count = 0;
+    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        if (!used[v] || !bad(v)) continue;
+        ++count;
+        joiner.add(&mesh.mVertices[v].x);
+    }
+    return corners == mesh.mNumVertices ? joiner.size() : count;
+}
+
+void refuseNotFinite(const Source& source, const aiScene& scene) {
+    const std::vector<char> used = meshesInUse(source, scene);
+    std::size_t bad = 0;
+    std::size_t meshes = 0;
+    std::string first;
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[m];
+        if (!used[m] || std::all_of(mesh.mVertices, mesh.mVertices + mesh.mNumVertices, isFinite)) continue;
+        const std::size_t here = countNotFinite(mesh);
+        if (here > 0 && meshes++ == 0) {
+            first = "mesh " + std::to_string(m);
+            if (mesh.mName.length > 0) first += std::string(" \"") + mesh.mName.C_Str() + "\"";
+        }
+        bad += here;
+    }
+    if (bad == 0) return;
+    source.refuse("non-finite-positions",
+                  std::to_string(bad) + (bad == 1 ? " vertex position is" : " vertex positions are") +
+                      " not finite, in " + std::to_string(meshes) + (meshes == 1 ? " mesh" : " meshes"),
+                  "first in " + first, "correct them, or drop the primitives that use them");
+}
+
+/// Takes out polygons with a position that is not finite: no part of them is worth keeping, and looking for
+/// ears among them leads nowhere.
+std::size_t removeBrokenPolygons(aiScene& scene) {
+    std::size_t removed = 0;
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        aiMesh& mesh = *scene.mMeshes[m];
+        aiFace* end = std::remove_if(mesh.mFaces, mesh.mFaces + mesh.mNumFaces, [&](const aiFace& face) {
+            return face.mNumIndices > 3 &&
+                   !std::all_of(face.mIndices, face.mIndices + face.mNumIndices,
+                                [&](unsigned i) { return isFinite(mesh.mVertices[i]); });
+        });
+        const auto kept = static_cast<unsigned>(end - mesh.mFaces);
+        removed += mesh.mNumFaces - kept;
+        mesh.mNumFaces = kept;
+    }
+    return removed;
+}
+
+/// The reader's name for people, without what every such name ends with.
+std::string formatName(std::string name) {
+    for (const char* end : {"\n", " Importer", " Reader", " importer"}) {
+        const std::size_t length = std::strlen(end);
+        if (name.size() > length && name.compare(name.size() - length, length, end) == 0) {
+            name.resize(name.size() - length);
+        }
+    }
+    return name;
+}
+
 bool hasPolygons(const aiScene& scene) {
     for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
         const aiMesh& mesh = *scene.mMeshes[m];
@@ -211,7 +328,12 @@ bool hasPolygons(const aiScene& scene) {
 
 } // namespace
 
-AssimpScene readWithAssimp(const Source& source, const Findings& findings, Stages& stages) {
+bool isFinite(const aiVector3D& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+AssimpScene readWithAssimp(const Source& source, const Findings& findings, BadGeometry onBadGeometry,
+                           Stages& stages) {
     std::set<std::string> missing;
     Assimp::Importer importer;
     importer.SetIOHandler(new Files(source, findings, stages, missing));
@@ -220,16 +342,24 @@ AssimpScene readWithAssimp(const Source& source, const Findings& findings, Stage
     stages.at(READING, 0.0);
     const aiScene* read = importer.ReadFile(source.path, 0);
     if (!read) refuseFailure(source, importer, stages, missing);
-    checkIndices(source, *read);
+    // The scene is the importer's until it is handed over, but ours to change.
+    auto& scene = const_cast<aiScene&>(*read);
+    repairTree(scene);
+    checkIndices(source, scene);
+    AssimpScene result;
+    if (onBadGeometry == BadGeometry::FAIL) {
+        refuseNotFinite(source, scene);
+    } else {
+        result.brokenPolygons = removeBrokenPolygons(scene);
+    }
     if (hasPolygons(*read) && !importer.ApplyPostProcessing(aiProcess_Triangulate)) {
         refuseFailure(source, importer, stages, missing);
     }
     if (stages.cancelled()) stages.refuseCancelled();
 
-    AssimpScene result;
     if (const aiImporterDesc* info = importer.GetImporterInfo(
             static_cast<std::size_t>(std::max(0, importer.GetPropertyInteger("importerIndex", -1))))) {
-        result.format = info->mName;
+        result.format = formatName(info->mName);
     }
     result.scene.reset(importer.GetOrphanedScene());
     result.missingFiles.assign(missing.begin(), missing.end());

@@ -23,11 +23,17 @@ std::string sentence(const std::string& file, const std::string& what, const std
     return file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy;
 }
 
-ImportResult import(const detail::Source& source, const ImportOptions& options) {
+ImportResult import(detail::Source source, const ImportOptions& options) {
     detail::Stages stages(options.progress, source);
     try {
+        if (source.extension().empty()) {
+            // Most readers go by the extension alone.
+            source.guess = detail::guessExtension(detail::Content(source));
+            if (!source.guess.empty()) source.path += "." + source.guess;
+        }
         const detail::Findings findings = checkBeforeReading(source, stages);
-        return convertScene(readWithAssimp(source, findings, stages), findings, source, options, stages);
+        return convertScene(readWithAssimp(source, findings, options.onBadGeometry, stages), findings, source,
+                            options, stages);
     } catch (const std::bad_alloc&) {
         source.refuse("out-of-memory", "the model does not fit into memory", "",
                       "free some memory or split the model");
@@ -47,7 +53,7 @@ namespace detail {
 
 std::string Source::extension() const {
     const auto dot = name.rfind('.');
-    if (dot == std::string::npos) return {};
+    if (dot == std::string::npos) return guess;
     std::string text = name.substr(dot + 1);
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
@@ -84,7 +90,8 @@ ImportResult importModel(const std::filesystem::path& file, const ImportOptions&
     detail::Source source;
     source.shown = file.string();
     source.name = file.filename().string();
-    source.path = file.string();
+    source.disk = file.string();
+    source.path = source.disk;
 
     std::error_code failure;
     const auto status = std::filesystem::status(file, failure);

@@ -34,6 +34,7 @@ using kel::mesh::DefaultMesh;
 using kel::mesh::PrimitiveType;
 
 const char* const CONVERTING = "converting";
+const char* const NOT_FINITE = "primitives with positions that are not finite";
 constexpr std::size_t LARGEST_SHORT_MESH = 65535; // index 65535 restarts a primitive in WebGL 2
 constexpr std::uint32_t NONE = std::numeric_limits<std::uint32_t>::max();
 
@@ -65,10 +66,6 @@ glm::dmat4 matrixOf(const aiMatrix4x4& m) {
             {m.a2, m.b2, m.c2, m.d2},
             {m.a3, m.b3, m.c3, m.d3},
             {m.a4, m.b4, m.c4, m.d4}};
-}
-
-bool isFinite(const aiVector3D& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
 
 std::size_t cornersOf(PrimitiveType type) {
@@ -139,8 +136,6 @@ private:
     std::string place(unsigned mesh) const;
     void collectInstances();
     void matchGltfNodes();
-    void repairTree();
-    void checkPositions();
     std::vector<Part> prepare(const aiMesh& mesh);
     Part join(const aiMesh& mesh, PrimitiveType type, std::vector<std::uint32_t> corners);
     void add(const Instance& instance, Part part);
@@ -171,28 +166,6 @@ std::string Converter::place(unsigned mesh) const {
     const aiString& name = scene.mMeshes[mesh]->mName;
     return "mesh " + std::to_string(mesh) +
            (name.length == 0 ? "" : " \"" + asUtf8({name.data, name.length}, changed) + "\"");
-}
-
-void Converter::repairTree() {
-    // The reader of RAW files puts every group but the last out of reach. Their meshes need no transform.
-    aiNode* root = scene.mRootNode;
-    if (!root) return;
-    aiNode** end = std::remove(root->mChildren, root->mChildren + root->mNumChildren, nullptr);
-    const auto kept = static_cast<unsigned>(end - root->mChildren);
-    if (kept == root->mNumChildren) return;
-    root->mNumChildren = kept;
-    std::vector<char> used(scene.mNumMeshes, 0);
-    for (unsigned c = 0; c < kept; ++c) {
-        const aiNode& child = *root->mChildren[c];
-        for (unsigned m = 0; m < child.mNumMeshes; ++m)
-            used.at(child.mMeshes[m]) = 1;
-    }
-    delete[] root->mMeshes;
-    root->mNumMeshes = 0;
-    root->mMeshes = new unsigned[scene.mNumMeshes];
-    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
-        if (!used[m]) root->mMeshes[root->mNumMeshes++] = m;
-    }
 }
 
 void Converter::collectInstances() {
@@ -249,27 +222,6 @@ void Converter::matchGltfNodes() {
     }
 }
 
-void Converter::checkPositions() {
-    if (options.onBadGeometry == BadGeometry::DROP) return;
-    std::size_t bad = 0;
-    std::size_t meshes = 0;
-    unsigned first = 0;
-    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
-        if (uses[m] == 0) continue;
-        const aiMesh& mesh = *scene.mMeshes[m];
-        std::size_t here = 0;
-        for (unsigned v = 0; v < mesh.mNumVertices; ++v)
-            here += !isFinite(mesh.mVertices[v]);
-        if (here > 0 && meshes++ == 0) first = m;
-        bad += here;
-    }
-    if (bad == 0) return;
-    source.refuse("non-finite-positions",
-                  std::to_string(bad) + (bad == 1 ? " vertex position is" : " vertex positions are") +
-                      " not finite, in " + std::to_string(meshes) + (meshes == 1 ? " mesh" : " meshes"),
-                  "first in " + place(first), "correct them, or drop the primitives that use them");
-}
-
 std::vector<Part> Converter::prepare(const aiMesh& mesh) {
     std::vector<std::uint32_t> triangles;
     std::vector<std::uint32_t> lines;
@@ -303,7 +255,7 @@ std::vector<Part> Converter::prepare(const aiMesh& mesh) {
                 take(&v, 1);
         }
     }
-    drop("primitives with positions that are not finite", notFinite);
+    drop(NOT_FINITE, notFinite);
     drop("faces that could not be triangulated", otherFaces);
     if (notFinite == 0) {
         drop("vertices that no primitive uses",
@@ -729,14 +681,13 @@ void Converter::writeReport() {
 ImportResult Converter::run() {
     stages.at(CONVERTING, 0.0);
     result.report.format = read.format;
-    repairTree();
     collectInstances();
     matchGltfNodes();
     if (instances.empty()) {
         source.refuse("no-mesh", "the scene has no mesh", "", "check that the export includes geometry");
     }
-    checkPositions();
     reportScene();
+    drop(NOT_FINITE, read.brokenPolygons);
 
     std::size_t all = 0;
     for (const Instance& instance : instances)

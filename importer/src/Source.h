@@ -11,12 +11,13 @@ namespace kel::importer::detail {
 struct Source {
     std::string shown; ///< for messages: the path as given
     std::string name;  ///< without folder, for metadata
-    std::string path;  ///< what Assimp opens
-    /// The content when it is in memory; otherwise it is read from `path`.
+    std::string disk;  ///< where the content is, unless it is in memory:
     const char* bytes = nullptr;
     std::size_t size = 0;
+    std::string path;  ///< what Assimp takes for the place of the model; files beside it are looked for there
+    std::string guess; ///< an extension by the content, for a name that has none
 
-    /// Lower case, without dot; empty when the name has none.
+    /// Lower case, without dot; the guess when the name has none.
     std::string extension() const;
 
     [[noreturn]] void refuse(const char* code, const std::string& what, const std::string& place,

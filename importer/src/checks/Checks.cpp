@@ -12,7 +12,7 @@ Findings checkBeforeReading(const Source& source, Stages& stages) {
     checkKind(source, content, recognised);
 
     const std::string extension = source.extension();
-    if (recognised.kind == Kind::GLB || recognised.kind == Kind::GLTF) {
+    if (recognised.kind == Kind::GLB || recognised.kind == Kind::GLTF || extension == "gltf") {
         findings.gltf = readGltf(source, content, recognised.kind == Kind::GLB, findings);
     } else if (recognised.kind == Kind::PLY) {
         checkPly(source, content);
@@ -22,6 +22,10 @@ Findings checkBeforeReading(const Source& source, Stages& stages) {
         checkStl(source, content);
     } else if (extension == "off" || recognised.kind == Kind::OFF) {
         checkOff(source, content, findings);
+    } else if (recognised.kind == Kind::XML) {
+        checkNesting(source, content, true);
+    } else if (recognised.kind == Kind::UNKNOWN || recognised.kind == Kind::X) {
+        checkNesting(source, content, false);
     }
     stages.at("checking", 1.0);
     return findings;

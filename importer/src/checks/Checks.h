@@ -37,6 +37,9 @@ void checkPly(const Source& source, const Content& content);
 void checkStl(const Source& source, const Content& content);
 void checkOff(const Source& source, const Content& content, Findings& findings);
 
+/// Refuses text whose braces or XML elements are nested deeper than the readers' recursion can follow.
+void checkNesting(const Source& source, const Content& content, bool xml);
+
 /// Content that a few bytes give away.
 enum class Kind { UNKNOWN, OTHER, GLB, GLTF, PLY, OFF, FBX, BLEND, XML, ZIP, COB, X };
 struct Recognised {
@@ -44,6 +47,9 @@ struct Recognised {
     std::string name; ///< for people; empty when unknown
 };
 Recognised recognise(const Content& content);
+
+/// The extension that content of its kind has, or "" when nothing gives it away.
+std::string guessExtension(const Content& content);
 
 /// throws  ImportError "wrong-content" when the extension promises another kind of content
 void checkKind(const Source& source, const Content& content, const Recognised& recognised);

@@ -19,7 +19,7 @@ Content::Content(const Source& source) {
         return;
     }
     errno = 0;
-    open(source.path);
+    open(source.disk);
     if (!file) {
         source.refuse("file-unreadable", errno ? std::strerror(errno) : "it cannot be opened", "",
                       "check the file's permissions");

@@ -103,6 +103,47 @@ Recognised recognise(const Content& content) {
     return {};
 }
 
+std::string guessExtension(const Content& content) {
+    switch (recognise(content).kind) {
+    case Kind::GLB:
+        return "glb";
+    case Kind::GLTF:
+        return "gltf";
+    case Kind::PLY:
+        return "ply";
+    case Kind::OFF:
+        return "off";
+    case Kind::FBX:
+        return "fbx";
+    case Kind::BLEND:
+        return "blend";
+    case Kind::X:
+        return "x";
+    case Kind::COB:
+        return "cob";
+    case Kind::XML: {
+        const std::string head = content.text(0, 4096);
+        return head.find("<COLLADA") != std::string::npos ? "dae"
+               : head.find("<X3D") != std::string::npos   ? "x3d"
+                                                          : "";
+    }
+    case Kind::ZIP:
+    case Kind::OTHER:
+    case Kind::UNKNOWN:
+        break;
+    }
+    std::uint32_t triangles = 0;
+    if (content.read(80, &triangles, sizeof triangles) == sizeof triangles &&
+        content.size() == 84 + std::uint64_t{50} * triangles) {
+        return "stl";
+    }
+    const std::string head = "\n" + content.text(0, 65536);
+    if (head.find('\0') != std::string::npos) return {};
+    if (startsWithWord(head.substr(1), "solid") && head.find("facet") != std::string::npos) return "stl";
+    if (head.find("\nv ") != std::string::npos) return "obj";
+    return {};
+}
+
 void checkKind(const Source& source, const Content& content, const Recognised& recognised) {
     const std::string extension = source.extension();
     const std::string remedy = "give the file the right extension, or check what was downloaded or exported";

@@ -552,6 +552,15 @@ bool reduce(picojson::value& root, Findings& findings) {
         }
     };
 
+    // They are read from here; the reader gives up on those that are no objects, which they may be.
+    for (auto& entry : document) {
+        if (!entry.second.is<picojson::array>()) continue;
+        for (picojson::value& value : entry.second.get<picojson::array>()) {
+            const picojson::value* extras = member(&value, "extras");
+            if (extras && !extras->is<picojson::object>()) takeOut(value, "extras");
+        }
+    }
+
     std::size_t bones = 0;
     each(document, "skins", [&](picojson::value& skin) { bones += arrayOf(member(&skin, "joints")).size(); });
     if (bones > 0) findings.dropped.push_back({"bones", bones, ""});

@@ -1,0 +1,80 @@
+#include "Checks.h"
+
+namespace kel::importer::detail {
+
+namespace {
+
+constexpr std::size_t DEEPEST = 1000;
+
+[[noreturn]] void refuse(const Source& source, std::size_t line) {
+    source.refuse("too-deep", "its elements are nested more than " + std::to_string(DEEPEST) + " deep",
+                  "line " + std::to_string(line), "flatten the hierarchy");
+}
+
+/// How deep the elements of an XML text are nested, as far as it has come.
+class XmlDepth {
+public:
+    std::size_t add(char c) {
+        switch (state) {
+        case State::TEXT:
+            if (c == '<') state = State::OPENED;
+            break;
+        case State::OPENED:
+            closes = c == '/';
+            state = closes || (c != '!' && c != '?') ? State::TAG : State::ASIDE;
+            break;
+        case State::TAG:
+            if (quote != 0) {
+                if (c == quote) quote = 0;
+            } else if (c == '"' || c == '\'') {
+                quote = c;
+            } else if (c == '>') {
+                if (closes) {
+                    depth -= depth > 0;
+                } else if (last != '/') {
+                    ++depth;
+                }
+                state = State::TEXT;
+            }
+            break;
+        case State::ASIDE: // a comment or the like; a ">" within it only miscounts towards less depth
+            if (c == '>') state = State::TEXT;
+            break;
+        }
+        last = c;
+        return depth;
+    }
+
+private:
+    enum class State { TEXT, OPENED, TAG, ASIDE };
+    State state = State::TEXT;
+    bool closes = false;
+    char quote = 0;
+    char last = 0;
+    std::size_t depth = 0;
+};
+
+} // namespace
+
+void checkNesting(const Source& source, const Content& content, bool xml) {
+    constexpr std::size_t BLOCK = 256 * 1024;
+    XmlDepth elements;
+    std::size_t braces = 0;
+    std::size_t line = 1;
+    for (std::uint64_t offset = 0; offset < content.size(); offset += BLOCK) {
+        const std::string block = content.text(offset, BLOCK);
+        if (!xml && offset == 0 && block.find('\0') != std::string::npos) return; // no text
+        for (const char c : block) {
+            line += c == '\n';
+            if (xml) {
+                if (elements.add(c) > DEEPEST) refuse(source, line);
+            } else if (c == '{') {
+                if (++braces > DEEPEST) refuse(source, line);
+            } else if (c == '}') {
+                braces -= braces > 0;
+            }
+        }
+    }
+}
+
+} // namespace kel::importer::detail
