@@ -1,0 +1,196 @@
+import { isCombined } from './header.js';
+import {
+  BYTE,
+  FLOAT,
+  INT,
+  SHORT,
+  UNSIGNED_BYTE,
+  UNSIGNED_SHORT,
+  type SrcAttribute,
+  type SrcAttributeView,
+  type SrcBufferView,
+  type SrcIndexView,
+  type SrcMesh,
+} from './model.js';
+
+export type TypedArray =
+  | Int8Array<ArrayBuffer>
+  | Uint8Array<ArrayBuffer>
+  | Int16Array<ArrayBuffer>
+  | Uint16Array<ArrayBuffer>
+  | Int32Array<ArrayBuffer>
+  | Uint32Array<ArrayBuffer>
+  | Float32Array<ArrayBuffer>;
+
+export type IndexArray = Uint8Array<ArrayBuffer> | Uint16Array<ArrayBuffer> | Uint32Array<ArrayBuffer>;
+
+/** Where the bytes of buffer views are found. */
+export interface SrcBytes {
+  /** The stored bytes of a view. */
+  bytesOf(view: SrcBufferView): Uint8Array<ArrayBuffer>;
+}
+
+/**
+ * One attribute as it stands in the file: component c of element i is array[i * stride + c]. What the numbers mean
+ * is said by `view` and `fit`; decodeAttribute applies both.
+ */
+export interface AttributeArray {
+  name: string;
+  array: TypedArray;
+  /** Array entries from one element to the next; more than `components` when data are interleaved. */
+  stride: number;
+  components: number;
+  count: number;
+  view: SrcAttributeView;
+  fit: { offset: number[]; scale: number[] } | null;
+  /** True for "pos3us_nor2ub_oct": three position codes, and a word of two octahedral bytes. */
+  combined: boolean;
+  /** True when `array` already holds values and not codes: those of 3-byte slots, which no GPU reads. */
+  values: boolean;
+  /** True when `array` is a copy and not a view of the file's bytes. */
+  copied: boolean;
+}
+
+export interface MeshArrays {
+  mesh: SrcMesh;
+  indices: IndexArray | null;
+  attributes: AttributeArray[];
+}
+
+function arrayType(componentType: number) {
+  switch (componentType) {
+    case BYTE:
+      return Int8Array;
+    case UNSIGNED_BYTE:
+      return Uint8Array;
+    case SHORT:
+      return Int16Array;
+    case UNSIGNED_SHORT:
+      return Uint16Array;
+    case INT:
+      return Int32Array;
+    case FLOAT:
+      return Float32Array;
+    default:
+      return Uint32Array;
+  }
+}
+
+/** The code in a slot of three bytes. */
+function slot(bytes: Uint8Array, at: number): number {
+  return bytes[at]! | (bytes[at + 1]! << 8) | (bytes[at + 2]! << 16);
+}
+
+function attributeArray(attribute: SrcAttribute, bytes: Uint8Array<ArrayBuffer>): AttributeArray {
+  const { view } = attribute;
+  const { components, count, byteStride } = view;
+  const result = {
+    name: attribute.name,
+    stride: components,
+    components,
+    count,
+    view,
+    fit: attribute.fit,
+    combined: isCombined(attribute),
+    values: false,
+    copied: false,
+  };
+
+  if (view.componentBytes === 3) {
+    const values = new Float32Array(count * components);
+    for (let i = 0, to = 0; i < count; ++i) {
+      for (let c = 0; c < components; ++c) {
+        const code = slot(bytes, view.byteOffset + i * byteStride + c * 3);
+        values[to++] = (code + view.decodeOffset[c]!) / view.decodeScale[c]!;
+      }
+    }
+    return { ...result, array: values, values: true, copied: true };
+  }
+
+  const Type = arrayType(view.componentType);
+  const size = Type.BYTES_PER_ELEMENT;
+  const packed = components * size;
+  const start = bytes.byteOffset + view.byteOffset;
+  const stored = count > 0 ? (count - 1) * byteStride + packed : 0;
+  if (byteStride % size === 0) {
+    // The last element's gap may be cut off; then the elements are packed instead.
+    const whole = count * byteStride;
+    if (byteStride === packed || view.byteOffset + whole <= bytes.length) {
+      const stride = byteStride / size;
+      if (start % size === 0) return { ...result, stride, array: new Type(bytes.buffer, start, whole / size) };
+      const copy = bytes.slice(view.byteOffset, view.byteOffset + whole);
+      return { ...result, stride, array: new Type(copy.buffer), copied: true };
+    }
+  }
+  const copy = new Uint8Array(count * packed);
+  const from = bytes.subarray(view.byteOffset, view.byteOffset + stored);
+  for (let i = 0; i < count; ++i) copy.set(from.subarray(i * byteStride, i * byteStride + packed), i * packed);
+  return { ...result, array: new Type(copy.buffer), copied: true };
+}
+
+function indexArray(view: SrcIndexView, bytes: Uint8Array<ArrayBuffer>): IndexArray {
+  const Type =
+    view.componentType === UNSIGNED_BYTE ? Uint8Array : view.componentType === UNSIGNED_SHORT ? Uint16Array : Uint32Array;
+  const start = bytes.byteOffset + view.byteOffset;
+  if (start % Type.BYTES_PER_ELEMENT === 0) return new Type(bytes.buffer, start, view.count);
+  const end = view.byteOffset + view.count * Type.BYTES_PER_ELEMENT;
+  return new Type(bytes.slice(view.byteOffset, end).buffer);
+}
+
+/** A mesh's numbers as typed arrays on the bytes, copied only where their place in memory does not suit. */
+export function meshArrays(mesh: SrcMesh, source: SrcBytes): MeshArrays {
+  return {
+    mesh,
+    indices: mesh.indices && indexArray(mesh.indices, source.bytesOf(mesh.indices.bufferView)),
+    attributes: mesh.attributes.map((a) => attributeArray(a, source.bytesOf(a.view.bufferView))),
+  };
+}
+
+/**
+ * The values of an attribute, decoded and with "fit" undone; three per element for the positions of the
+ * combined attribute. For looking at numbers: what is drawn needs no such copy.
+ */
+export function decodeAttribute(attribute: AttributeArray): Float32Array {
+  const { array, stride, count, view, fit, values } = attribute;
+  const components = attribute.combined ? 3 : attribute.components;
+  const result = new Float32Array(count * components);
+  for (let c = 0; c < components; ++c) {
+    const offset = values ? 0 : view.decodeOffset[c]!;
+    const scale = values ? 1 : view.decodeScale[c]!;
+    const fitScale = fit?.scale[c] ?? 1, fitOffset = fit?.offset[c] ?? 0;
+    for (let i = 0; i < count; ++i) {
+      result[i * components + c] = ((array[i * stride + c]! + offset) / scale) * fitScale + fitOffset;
+    }
+  }
+  return result;
+}
+
+/**
+ * The unit vector of a word of two octahedral bytes, x and y from 0 to 254 about 127. Its lower half is folded
+ * over the diagonals.
+ */
+export function decodeOctahedral(word: number, target: { x: number; y: number; z: number }): void {
+  let x = (Math.min(word & 0xff, 254) - 127) / 127;
+  let y = (Math.min(word >> 8, 254) - 127) / 127;
+  const z = 1 - Math.abs(x) - Math.abs(y);
+  if (z < 0) {
+    const foldedX = (1 - Math.abs(y)) * (x < 0 ? -1 : 1);
+    y = (1 - Math.abs(x)) * (y < 0 ? -1 : 1);
+    x = foldedX;
+  }
+  const length = Math.sqrt(x * x + y * y + z * z);
+  target.x = x / length;
+  target.y = y / length;
+  target.z = z / length;
+}
+
+/** The unit normals of the combined attribute, three numbers each. */
+export function decodeCombinedNormals(attribute: AttributeArray): Float32Array {
+  const result = new Float32Array(attribute.count * 3);
+  const normal = { x: 0, y: 0, z: 0 };
+  for (let i = 0; i < attribute.count; ++i) {
+    decodeOctahedral(attribute.array[i * attribute.stride + 3]!, normal);
+    result.set([normal.x, normal.y, normal.z], i * 3);
+  }
+  return result;
+}

@@ -1,0 +1,304 @@
+import { meshArrays, type MeshArrays } from './arrays.js';
+import { headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
+import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
+import { SrcAssembler } from './SrcAssembler.js';
+import { SrcError } from './SrcError.js';
+import { gather } from './SrcFile.js';
+
+export interface FetchOptions {
+  signal?: AbortSignal;
+  headers?: Record<string, string>;
+  credentials?: RequestCredentials;
+  limits?: Partial<ReadLimits>;
+  /** Bytes of the file so far, and all of them; the total is 0 until the header has come. */
+  onProgress?: (loaded: number, total: number) => void;
+}
+
+export type SrcEvent =
+  | { type: 'header'; header: SrcHeader }
+  | { type: 'mesh'; header: SrcHeader; mesh: SrcMesh; arrays: MeshArrays };
+
+/** The first request of a partial load asks for this much: the header of some two hundred meshes. */
+const FIRST_REQUEST_BYTES = 128 * 1024;
+/** Two wanted runs of bytes closer than this are fetched as one: a request costs more than these bytes. */
+const WORTHWHILE_GAP_BYTES = 64 * 1024;
+const PARALLEL_REQUESTS = 4;
+
+async function request(url: string, options: FetchOptions, range?: string): Promise<Response> {
+  const headers = { ...options.headers, ...(range && { Range: range }) };
+  try {
+    return await fetch(url, { headers, credentials: options.credentials, signal: options.signal });
+  } catch (error) {
+    throw refusal(url, options, error);
+  }
+}
+
+/** What failed, unless the caller wanted it to. */
+function refusal(url: string, options: FetchOptions, error: unknown): unknown {
+  if (options.signal?.aborted) return options.signal.reason;
+  if (error instanceof SrcError) return error.in(url);
+  if (error instanceof DOMException && error.name === 'AbortError') return error;
+  return new SrcError('UNREADABLE', { file: url, detail: error instanceof Error ? error.message : String(error), cause: error });
+}
+
+function answered(url: string, response: Response): SrcError {
+  const status = `the server answered ${response.status} ${response.statusText}`.trim();
+  return new SrcError('UNREADABLE', { file: url, detail: status });
+}
+
+/** Meshes of a file as their bytes arrive, pulled by the caller: who does not ask, does not read on. */
+async function* assemble(
+  url: string,
+  body: ReadableStream<Uint8Array> | null,
+  assembler: SrcAssembler,
+  options: FetchOptions,
+): AsyncGenerator<SrcEvent, void, undefined> {
+  const reader = body?.getReader();
+  let announced = false;
+  try {
+    for (;;) {
+      const { done, value } = reader ? await reader.read() : { done: true, value: undefined };
+      if (value) assembler.push(value);
+      if (done) assembler.end();
+      const { header } = assembler;
+      options.onProgress?.(Math.min(assembler.received, header?.totalBytes ?? Infinity), header?.totalBytes ?? 0);
+      if (header) {
+        if (!announced) {
+          announced = true;
+          yield { type: 'header', header };
+        }
+        for (let arrays = assembler.take(); arrays; arrays = assembler.take()) {
+          yield { type: 'mesh', header, mesh: arrays.mesh, arrays };
+          // A caller who aborts between two meshes of one piece gets no further ones.
+          options.signal?.throwIfAborted();
+        }
+      }
+      if (done || assembler.complete) return;
+    }
+  } catch (error) {
+    throw refusal(url, options, error);
+  } finally {
+    // Also when the caller stops asking: the rest of the file is not downloaded.
+    await reader?.cancel().catch(() => undefined);
+  }
+}
+
+/**
+ * Reads a file while it arrives: first its header, then each mesh as soon as its bytes are there. Memory is held
+ * for meshes that are not complete yet, not for the file.
+ *
+ * Throws SrcError, and the signal's reason when it is aborted.
+ */
+export async function* streamSrc(url: string, options: FetchOptions = {}): AsyncGenerator<SrcEvent, void, undefined> {
+  options.signal?.throwIfAborted();
+  const response = await request(url, options);
+  if (!response.ok) {
+    await response.body?.cancel();
+    throw answered(url, response);
+  }
+  yield* assemble(url, response.body, new SrcAssembler(options.limits), options);
+}
+
+interface Part {
+  bytes: Uint8Array<ArrayBuffer>;
+  /** The whole file's length, when the server told it. */
+  total: number | null;
+  tag: string | null;
+}
+
+/** The bytes of an answer to a range request that begins where it was asked to; at most as many as asked for. */
+async function partOf(url: string, response: Response, from: number, length: number, options: FetchOptions): Promise<Part> {
+  const match = /^bytes (\d+)-(\d+)\/(\d+|\*)$/.exec(response.headers.get('Content-Range') ?? '');
+  const bytes = new Uint8Array(length);
+  let got = 0;
+  if (match && Number(match[1]) !== from) {
+    await response.body?.cancel();
+    throw new SrcError('UNREADABLE', { file: url, detail: `asked for byte ${from}, the server sent byte ${match[1]}` });
+  }
+  const reader = response.body?.getReader();
+  try {
+    while (reader && got < length) {
+      const { done, value } = await reader.read();
+      if (done) break;
+      bytes.set(value.subarray(0, length - got), got);
+      got += Math.min(value.length, length - got);
+    }
+  } catch (error) {
+    throw refusal(url, options, error);
+  } finally {
+    await reader?.cancel().catch(() => undefined);
+  }
+  const total = match && match[3] !== '*' ? Number(match[3]) : null;
+  return { bytes: bytes.subarray(0, got), total, tag: response.headers.get('ETag') };
+}
+
+/** Bytes of the data section that are fetched in one go. */
+interface Run {
+  start: number;
+  end: number;
+  bytes: Uint8Array;
+}
+
+/** The run of each chunk; chunks without bytes have none. */
+function runsOf(chunks: Iterable<SrcChunk>): Map<SrcChunk, Run> {
+  const runs = new Map<SrcChunk, Run>();
+  const sorted = [...chunks].filter((c) => c.byteLength > 0).sort((a, b) => a.byteOffset - b.byteOffset);
+  let last: Run | null = null;
+  for (const chunk of sorted) {
+    const { byteOffset: start, byteLength } = chunk;
+    if (last && start - last.end < WORTHWHILE_GAP_BYTES) last.end = Math.max(last.end, start + byteLength);
+    else last = { start, end: start + byteLength, bytes: new Uint8Array(0) };
+    runs.set(chunk, last);
+  }
+  return runs;
+}
+
+function buffersOf(meshes: SrcMesh[]): Set<SrcBufferView> {
+  const buffers = new Set<SrcBufferView>();
+  for (const mesh of meshes) {
+    if (mesh.indices) buffers.add(mesh.indices.bufferView);
+    for (const { view } of mesh.attributes) buffers.add(view.bufferView);
+  }
+  return buffers;
+}
+
+/**
+ * Fetches single meshes by their IDs, with HTTP ranges: the header and then only the bytes that are needed. A
+ * server that does not know ranges sends the file from its beginning; it is then read up to the last mesh that is
+ * wanted. IDs that the file does not have are not in the result.
+ *
+ * Throws SrcError, and the signal's reason when it is aborted.
+ */
+export async function fetchMeshes(
+  url: string,
+  ids: Iterable<string>,
+  options: FetchOptions = {},
+): Promise<{ header: SrcHeader; meshes: Map<string, MeshArrays> }> {
+  options.signal?.throwIfAborted();
+  try {
+    return await fetchSelected(url, new Set(ids), options);
+  } catch (error) {
+    throw refusal(url, options, error);
+  }
+}
+
+async function fetchSelected(url: string, ids: Set<string>, options: FetchOptions) {
+  const limits = limitsFrom(options.limits);
+  const select = (header: SrcHeader) => header.meshes.filter((mesh) => ids.has(mesh.id));
+  const meshes = new Map<string, MeshArrays>();
+
+  const fromWhole = async (response: Response) => {
+    let header: SrcHeader | null = null;
+    for await (const event of assemble(url, response.body, new SrcAssembler(limits, select), options)) {
+      header = event.header;
+      if (event.type === 'mesh') meshes.set(event.mesh.id, event.arrays);
+    }
+    return { header: header!, meshes };
+  };
+
+  const first = await request(url, options, `bytes=0-${FIRST_REQUEST_BYTES - 1}`);
+  if (first.status === 416) throw new SrcError('EMPTY_FILE', { byteOffset: 0 }); // there is no first byte
+  if (first.status === 200) return fromWhole(first);
+  if (first.status !== 206) {
+    await first.body?.cancel();
+    throw answered(url, first);
+  }
+
+  const front = await partOf(url, first, 0, FIRST_REQUEST_BYTES, options);
+  const fetchPart = async (from: number, length: number): Promise<Part | null> => {
+    const response = await request(url, options, `bytes=${from}-${from + length - 1}`);
+    if (response.status !== 206) {
+      await response.body?.cancel();
+      if (response.status === 416) return { bytes: new Uint8Array(0), total: null, tag: null };
+      if (response.status === 200) return null;
+      throw answered(url, response);
+    }
+    const part = await partOf(url, response, from, length, options);
+    if (part.tag !== null && front.tag !== null && part.tag !== front.tag) {
+      throw new SrcError('UNREADABLE', { detail: 'it changed on the server while it was read; load it again' });
+    }
+    return part;
+  };
+  /** A server that knew ranges a moment ago, but not now, as behind a cache. */
+  const again = async () => {
+    const response = await request(url, options);
+    if (!response.ok) throw answered(url, response);
+    return fromWhole(response);
+  };
+
+  let start = front.bytes;
+  const length = readPreamble(start, true, limits)!;
+  const headerEnd = PREAMBLE_BYTES + length;
+  if (start.length < headerEnd) {
+    if (front.total !== null && front.total < headerEnd) throw headerTruncated(length, front.total - PREAMBLE_BYTES);
+    const rest = await fetchPart(start.length, headerEnd - start.length);
+    if (!rest) return again();
+    start = gather([start, rest.bytes]);
+    if (start.length < headerEnd) throw headerTruncated(length, start.length - PREAMBLE_BYTES);
+  }
+  const header = readHeader(start.subarray(PREAMBLE_BYTES, headerEnd), limits);
+  const wanted = select(header);
+  const buffers = buffersOf(wanted);
+  const runOf = runsOf([...buffers].flatMap((view) => view.chunks));
+  const runs = [...new Set(runOf.values())];
+  const total = runs.reduce((sum, run) => sum + run.end - run.start, 0);
+  if (total > limits.memoryBytes) throw exceeds('memoryBytes', total, limits.memoryBytes);
+  if (front.total !== null) {
+    for (const run of runs) {
+      if (header.dataOffset + run.end <= front.total) continue;
+      throw pastEnd(header, front.total, run.end);
+    }
+  }
+
+  let loaded = start.length;
+  const goal = headerEnd + total;
+  options.onProgress?.(Math.min(loaded, goal), goal);
+  let unranged = false;
+  const queue = [...runs];
+  const work = async () => {
+    for (let run = queue.shift(); run && !unranged; run = queue.shift()) {
+      const from = header.dataOffset + run.start, size = run.end - run.start;
+      // Small files lie wholly in the first answer.
+      if (from + size <= start.length) {
+        run.bytes = start.subarray(from, from + size);
+        continue;
+      }
+      const part = await fetchPart(from, size);
+      if (!part) {
+        unranged = true;
+        return;
+      }
+      if (part.bytes.length < size) throw pastEnd(header, from + part.bytes.length, run.end);
+      run.bytes = part.bytes;
+      loaded += size;
+      options.onProgress?.(Math.min(loaded, goal), goal);
+    }
+  };
+  await Promise.all(Array.from({ length: PARALLEL_REQUESTS }, work));
+  if (unranged) return again();
+
+  // Views are copied out of the runs, so that a mesh does not keep its neighbours' bytes, and to where typed
+  // arrays can lie on them.
+  const views = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
+  const bytesOfChunk = (chunk: SrcChunk): Uint8Array => {
+    const run = runOf.get(chunk);
+    if (!run) return new Uint8Array(0);
+    const at = chunk.byteOffset - run.start;
+    return run.bytes.subarray(at, at + chunk.byteLength);
+  };
+  let held = 0;
+  for (const view of buffers) {
+    const size = view.chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0);
+    held += size;
+    if (held > limits.memoryBytes) throw exceeds('memoryBytes', held, limits.memoryBytes);
+    views.set(view, gather(view.chunks.map(bytesOfChunk)).subarray(0, view.storedBytes));
+  }
+  for (const mesh of wanted) meshes.set(mesh.id, meshArrays(mesh, { bytesOf: (view) => views.get(view)! }));
+  return { header, meshes };
+}
+
+function pastEnd(header: SrcHeader, fileEnd: number, runEnd: number): SrcError {
+  const there = fileEnd - header.dataOffset;
+  return new SrcError('CHUNK_PAST_END', { byteOffset: fileEnd, detail: `${runEnd} bytes are needed, ${there} are there` });
+}
