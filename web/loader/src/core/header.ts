@@ -94,6 +94,14 @@ function kindOf(value: unknown): string {
   }
 }
 
+const PATHS = {
+  attributeViews: ['accessors', 'attributeViews'],
+  indexViews: ['accessors', 'indexViews'],
+  chunks: ['bufferChunks'],
+  bufferViews: ['bufferViews'],
+  meshes: ['meshes'],
+};
+
 const TYPES = ['SCALAR', 'VEC2', 'VEC3', 'VEC4'];
 
 /** The order in which numbered meshes were written: "0", "1", ... or "mesh0", "mesh1", ... */
@@ -147,31 +155,33 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   const nameIsLong = (name: string, path: Path): never => {
     throw exceeds('stringLength', name.length, limits.stringLength, { path: pointerOf(path) });
   };
-  // Loops run over tens of thousands of entries: paths are made of arguments only when something is wrong.
-  const textOf = (entry: JsonObject, key: string, ...path: string[]): string => {
+  // Hundreds of thousands of values come through here: their paths are made only when something is wrong.
+  const textOf = (entry: JsonObject, key: string, path: Path, id: string): string => {
     const value = entry[key];
     if (typeof value !== 'string') {
-      if (value === undefined) fail('MISSING_KEY', [...path, key]);
-      return wrongType([...path, key], 'a text', value);
+      if (value === undefined) fail('MISSING_KEY', [...path, id, key]);
+      return wrongType([...path, id, key], 'a text', value);
     }
-    if (value.length > limits.stringLength) nameIsLong(value, [...path, key]);
+    if (value.length > limits.stringLength) nameIsLong(value, [...path, id, key]);
     return value;
   };
-  const countOf = (entry: JsonObject, key: string, ...path: string[]): number => {
+  const countOf = (entry: JsonObject, key: string, path: Path, id: string): number => {
     const value = entry[key];
     if (typeof value !== 'number') {
-      if (value === undefined) fail('MISSING_KEY', [...path, key]);
-      return wrongType([...path, key], 'a number', value);
+      if (value === undefined) fail('MISSING_KEY', [...path, id, key]);
+      return wrongType([...path, id, key], 'a number', value);
     }
-    if (!Number.isSafeInteger(value) || value < 0) fail('BAD_NUMBER', [...path, key], `found ${value}`);
+    if (!Number.isSafeInteger(value) || value < 0) fail('BAD_NUMBER', [...path, id, key], `found ${value}`);
     return value + 0;
   };
-  const numbersIn = (value: JsonValue, ...path: string[]): number[] => {
-    if (!Array.isArray(value)) return wrongType(path, 'a list of numbers', value);
+  const numbersIn = (entry: JsonObject, key: string, path: Path, id: string): number[] | null => {
+    const value = entry[key];
+    if (value === undefined) return null;
+    if (!Array.isArray(value)) return wrongType([...path, id, key], 'a list of numbers', value);
     for (let i = 0; i < value.length; ++i) {
       const number = value[i];
-      if (typeof number !== 'number') wrongType([...path, String(i)], 'a number', number);
-      else if (!Number.isFinite(number)) fail('BAD_NUMBER', [...path, String(i)], 'too large for a number');
+      if (typeof number !== 'number') wrongType([...path, id, key, String(i)], 'a number', number);
+      else if (!Number.isFinite(number)) fail('BAD_NUMBER', [...path, id, key, String(i)], 'too large for a number');
     }
     return value as number[];
   };
@@ -208,11 +218,13 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
 
   // ---- First every entry by itself ...
 
-  const buffers = new Map<SrcIndexView | SrcAttributeView, string>();
+  // References by name, in the order of the entries that make them, kept until all sections are read.
+  const attributeBuffers: string[] = [];
+  const indexBuffers: string[] = [];
   const accessors = objectOf(root.accessors, 'accessors');
 
   const componentTypeOf = (entry: JsonObject, forIndices: boolean, kind: string, id: string): number => {
-    const type = countOf(entry, 'componentType', 'accessors', kind, id);
+    const type = countOf(entry, 'componentType', ['accessors', kind], id);
     const good = forIndices
       ? type === UNSIGNED_SHORT || type === UNSIGNED_INT || type === UNSIGNED_BYTE
       : type >= BYTE && type <= FLOAT;
@@ -222,14 +234,14 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
 
   const attributeViews = section(accessors.attributeViews, ['accessors', 'attributeViews'], (entry, id): SrcAttributeView => {
     const at = (...keys: string[]) => ['accessors', 'attributeViews', id, ...keys];
-    const bufferView = textOf(entry, 'bufferView', 'accessors', 'attributeViews', id);
-    const byteOffset = countOf(entry, 'byteOffset', 'accessors', 'attributeViews', id);
-    const statedStride = countOf(entry, 'byteStride', 'accessors', 'attributeViews', id);
+    const bufferView = textOf(entry, 'bufferView', PATHS.attributeViews, id);
+    const byteOffset = countOf(entry, 'byteOffset', PATHS.attributeViews, id);
+    const statedStride = countOf(entry, 'byteStride', PATHS.attributeViews, id);
     const componentType = componentTypeOf(entry, false, 'attributeViews', id);
-    const count = countOf(entry, 'count', 'accessors', 'attributeViews', id);
-    const offsets = entry.decodeOffset === undefined ? null : numbersIn(entry.decodeOffset, 'accessors', 'attributeViews', id, 'decodeOffset');
-    const scales = entry.decodeScale === undefined ? null : numbersIn(entry.decodeScale, 'accessors', 'attributeViews', id, 'decodeScale');
-    const type = textOf(entry, 'type', 'accessors', 'attributeViews', id);
+    const count = countOf(entry, 'count', PATHS.attributeViews, id);
+    const offsets = numbersIn(entry, 'decodeOffset', PATHS.attributeViews, id);
+    const scales = numbersIn(entry, 'decodeScale', PATHS.attributeViews, id);
+    const type = textOf(entry, 'type', PATHS.attributeViews, id);
     const components = TYPES.indexOf(type) + 1;
     if (components === 0) fail('BAD_TYPE', at('type'), `found "${type.slice(0, 80)}"`);
     if (offsets && offsets.length !== components) {
@@ -264,18 +276,17 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       decoded,
       owner: null,
     };
-    buffers.set(view, bufferView);
+    attributeBuffers.push(bufferView);
     return view;
   });
 
   const indexViews = section(accessors.indexViews, ['accessors', 'indexViews'], (entry, id): SrcIndexView => {
-    const bufferView = textOf(entry, 'bufferView', 'accessors', 'indexViews', id);
-    const byteOffset = countOf(entry, 'byteOffset', 'accessors', 'indexViews', id);
+    const bufferView = textOf(entry, 'bufferView', PATHS.indexViews, id);
+    const byteOffset = countOf(entry, 'byteOffset', PATHS.indexViews, id);
     const componentType = componentTypeOf(entry, true, 'indexViews', id);
-    const count = countOf(entry, 'count', 'accessors', 'indexViews', id);
-    const view: SrcIndexView = { id, bufferView: NO_BUFFER, byteOffset, componentType, count };
-    buffers.set(view, bufferView);
-    return view;
+    const count = countOf(entry, 'count', PATHS.indexViews, id);
+    indexBuffers.push(bufferView);
+    return { id, bufferView: NO_BUFFER, byteOffset, componentType, count };
   });
   if (root.accessors !== undefined) {
     for (const kind of ['attributeViews', 'indexViews']) {
@@ -286,15 +297,15 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   let chunkCount = 0;
   const chunks = section(root.bufferChunks, ['bufferChunks'], (entry, id): SrcChunk => ({
     id,
-    byteLength: countOf(entry, 'byteLength', 'bufferChunks', id),
-    byteOffset: countOf(entry, 'byteOffset', 'bufferChunks', id),
+    byteLength: countOf(entry, 'byteLength', PATHS.chunks, id),
+    byteOffset: countOf(entry, 'byteOffset', PATHS.chunks, id),
     index: chunkCount++,
   }));
 
   let chunkNames = 0;
   const bufferViews = new Map<string, SrcBufferView>();
   const namesOfChunks = section(root.bufferViews, ['bufferViews'], (entry, id): JsonValue[] => {
-    const byteLength = countOf(entry, 'byteLength', 'bufferViews', id);
+    const byteLength = countOf(entry, 'byteLength', PATHS.bufferViews, id);
     const names = entry.chunks;
     if (names === undefined) return fail('MISSING_KEY', ['bufferViews', id, 'chunks']);
     if (!Array.isArray(names)) return wrongType(['bufferViews', id, 'chunks'], 'a list of texts', names);
@@ -307,40 +318,38 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
     return names;
   });
 
-  const techniqueNames = new Map<SrcMaterial, string>();
+  const techniqueNames: (string | null)[] = [];
   const materials = section(root.materials, ['materials'], (entry, id): SrcMaterial => {
     const instance = objectOf(entry.instanceTechnique, 'materials', id, 'instanceTechnique');
     const values = objectOf(instance.values, 'materials', id, 'instanceTechnique', 'values');
-    const material: SrcMaterial = { id, technique: null, values };
-    if (instance.technique !== undefined) {
-      techniqueNames.set(material, textOf(instance, 'technique', 'materials', id, 'instanceTechnique'));
-    }
-    return material;
+    techniqueNames.push(
+      instance.technique === undefined ? null : textOf(instance, 'technique', ['materials', id], 'instanceTechnique'),
+    );
+    return { id, technique: null, values };
   });
 
-  const references = new Map<SrcMesh, { attributes: JsonObject; indices: string; material: string }>();
-  const boundsVector = (value: JsonValue | undefined, id: string, key: string) => {
-    if (value === undefined) return null;
-    const numbers = numbersIn(value, 'meshes', id, key);
-    if (numbers.length !== 3) fail('WRONG_LENGTH', ['meshes', id, key], `${numbers.length} numbers for 3 axes`);
-    return numbers as [number, number, number];
+  const boundsVector = (entry: JsonObject, key: string, id: string) => {
+    const numbers = numbersIn(entry, key, PATHS.meshes, id);
+    if (numbers && numbers.length !== 3) fail('WRONG_LENGTH', ['meshes', id, key], `${numbers.length} numbers for 3 axes`);
+    return numbers as [number, number, number] | null;
   };
   let attributeCount = 0;
-  const meshes = section(root.meshes, ['meshes'], (entry, id): SrcMesh => {
+  const meshes = section(root.meshes, ['meshes'], (entry, id): NamedMesh => {
     if (entry.attributes === undefined) fail('MISSING_KEY', ['meshes', id, 'attributes']);
     const attributes = objectOf(entry.attributes, 'meshes', id, 'attributes');
     for (const name of Object.keys(attributes)) {
-      textOf(attributes, name, 'meshes', id, 'attributes');
+      const view = attributes[name];
+      if (typeof view !== 'string') wrongType(['meshes', id, 'attributes', name], 'a text', view);
       if (name.length > limits.stringLength) nameIsLong(name, ['meshes', id, 'attributes']);
       if (++attributeCount > limits.entries) throw exceeds('entries', attributeCount, limits.entries, { path: '/meshes' });
     }
-    const center = boundsVector(entry.bboxCenter, id, 'bboxCenter');
-    const size = boundsVector(entry.bboxSize, id, 'bboxSize');
+    const center = boundsVector(entry, 'bboxCenter', id);
+    const size = boundsVector(entry, 'bboxSize', id);
     const bounds: SrcBounds | null = center && size && { center, size };
-    const indices = entry.indices === undefined ? '' : textOf(entry, 'indices', 'meshes', id);
-    const material = entry.material === undefined ? '' : textOf(entry, 'material', 'meshes', id);
+    const indices = entry.indices === undefined ? '' : textOf(entry, 'indices', PATHS.meshes, id);
+    const material = entry.material === undefined ? '' : textOf(entry, 'material', PATHS.meshes, id);
     const metadata = metadataOf(entry.meta, 'meshes', id, 'meta');
-    const primitive = countOf(entry, 'primitive', 'meshes', id);
+    const primitive = countOf(entry, 'primitive', PATHS.meshes, id);
     if (primitive > TRIANGLE_FAN) fail('BAD_PRIMITIVE', ['meshes', id, 'primitive'], `found ${primitive}`);
     const mesh: SrcMesh = {
       id,
@@ -353,8 +362,7 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       bounds,
       metadata,
     };
-    references.set(mesh, { attributes, indices, material });
-    return mesh;
+    return { mesh, attributes, indices, material };
   });
 
   const metadata = metadataOf(root.meta, 'meta');
@@ -385,8 +393,7 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   }
 
   // Sums and products of numbers below 2^53 may round, but not to below 2^53, and no view holds that much.
-  const checkView = (kind: string, view: SrcIndexView | SrcAttributeView, stride: number, element: number) => {
-    const name = buffers.get(view)!;
+  const checkView = (kind: string, name: string, view: SrcIndexView | SrcAttributeView, stride: number, element: number) => {
     const bufferView = bufferViews.get(name);
     if (!bufferView) return dangling('DANGLING_BUFFER_VIEW', name, 'accessors', kind, view.id, 'bufferView');
     view.bufferView = bufferView;
@@ -399,20 +406,25 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       );
     }
   };
+  let nth = 0;
   for (const view of indexViews.values()) {
     const size = componentSize(view.componentType);
-    checkView('indexViews', view, size, size);
+    checkView('indexViews', indexBuffers[nth++]!, view, size, size);
   }
+  nth = 0;
   for (const view of attributeViews.values()) {
-    checkView('attributeViews', view, view.byteStride, view.components * view.componentBytes);
+    checkView('attributeViews', attributeBuffers[nth++]!, view, view.byteStride, view.components * view.componentBytes);
   }
 
-  for (const [material, name] of techniqueNames) material.technique = techniques.get(name) ?? null;
+  nth = 0;
+  for (const material of materials.values()) {
+    const name = techniqueNames[nth++]!;
+    material.technique = name === null ? null : (techniques.get(name) ?? null);
+  }
 
-  const ordered = inWritingOrder([...meshes.keys()]).map((id) => meshes.get(id)!);
-  ordered.forEach((mesh, index) => {
+  const ordered = inWritingOrder([...meshes.keys()]).map((id, index): SrcMesh => {
+    const { mesh, attributes, indices, material } = meshes.get(id)!;
     mesh.index = index;
-    const { attributes, indices, material } = references.get(mesh)!;
     if (indices !== '') {
       const view = indexViews.get(indices);
       if (!view) return dangling('DANGLING_INDEX_VIEW', indices, 'meshes', mesh.id, 'indices');
@@ -427,6 +439,7 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       mesh.attributes.push({ name, view, fit: fitOf(mesh.metadata, name, view.components) });
     }
     mesh.attributes = ownAttributes(mesh.attributes, mesh);
+    return mesh;
   });
 
   const allChunks = [...chunks.values()];
@@ -446,6 +459,14 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
     dataBytes,
     totalBytes: dataOffset + dataBytes,
   };
+}
+
+/** A mesh before its references are resolved. */
+interface NamedMesh {
+  mesh: SrcMesh;
+  attributes: JsonObject;
+  indices: string;
+  material: string;
 }
 
 const NO_BUFFER: SrcBufferView = { id: '', byteLength: 0, storedBytes: 0, chunks: [], index: -1 };
