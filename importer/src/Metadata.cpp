@@ -1,6 +1,7 @@
 #include "Metadata.h"
 
 #include <kel/src/json/JsonText.h>
+#include <kel/src/json/MetadataText.h>
 
 #include <array>
 #include <charconv>
@@ -11,42 +12,7 @@ namespace kel::importer::detail {
 
 namespace {
 
-/// Below what picojson reads back, so that a writer never meets a text that it cannot parse.
-constexpr int DEEPEST = 64;
-
-/// Length of the UTF-8 sequence at the front of `text`, or 0 when there is none; `broken` is then how many
-/// bytes one U+FFFD stands for.
-std::size_t sequenceLength(std::string_view text, std::size_t& broken) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    broken = 1;
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) return 1;
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3;
-        if (lead == 0xE0) low = 0xA0;  // shorter forms exist
-        if (lead == 0xED) high = 0x9F; // surrogates
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F; // beyond U+10FFFF
-    } else {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if (i >= text.size() || byte(i) < low || byte(i) > high) {
-            broken = i;
-            return 0;
-        }
-        low = 0x80;
-        high = 0xBF;
-    }
-    return length;
-}
+constexpr int DEEPEST = static_cast<int>(kel::src::detail::MAX_METADATA_DEPTH);
 
 template<typename T>
 std::string shortest(T value, TextRepairs& repairs) {
@@ -126,14 +92,13 @@ std::string asUtf8(std::string_view text, bool& changed) {
     result.reserve(text.size());
     changed = false;
     while (!text.empty()) {
-        std::size_t broken = 0;
-        const std::size_t length = sequenceLength(text, broken);
-        if (length > 0) {
-            result.append(text.substr(0, length));
-            text.remove_prefix(length);
+        const kel::src::detail::Utf8Sequence sequence = kel::src::detail::utf8SequenceAt(text);
+        if (sequence.length > 0) {
+            result.append(text.substr(0, sequence.length));
+            text.remove_prefix(sequence.length);
         } else {
             result += "\xEF\xBF\xBD";
-            text.remove_prefix(broken);
+            text.remove_prefix(sequence.broken);
             changed = true;
         }
     }

@@ -1,6 +1,7 @@
 #include "MetaText_p.h"
 
 #include <kel/src/json/JsonText.h>
+#include <kel/src/json/MetadataText.h>
 
 #include <charconv>
 #include <cstdint>
@@ -13,24 +14,7 @@ constexpr int MAX_DEPTH = 64; // readers recurse, so a deeper text could take th
 
 /// Bytes of the UTF-8 sequence at `i`, or 0 where none is.
 std::size_t utf8Length(std::string_view text, std::size_t i) {
-    const auto byte = [&](std::size_t k) -> unsigned {
-        return i + k < text.size() ? static_cast<unsigned char>(text[i + k]) : 0u;
-    };
-    const auto follows = [&](std::size_t k) { return (byte(k) & 0xc0u) == 0x80u; };
-    const unsigned lead = byte(0);
-    if (lead < 0x80) return 1;
-    if (lead >= 0xc2 && lead <= 0xdf) return follows(1) ? 2 : 0;
-    if (lead >= 0xe0 && lead <= 0xef) {
-        const bool overlong = lead == 0xe0 && byte(1) < 0xa0;
-        const bool surrogate = lead == 0xed && byte(1) > 0x9f;
-        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
-    }
-    if (lead >= 0xf0 && lead <= 0xf4) {
-        const bool overlong = lead == 0xf0 && byte(1) < 0x90;
-        const bool tooLarge = lead == 0xf4 && byte(1) > 0x8f;
-        return follows(1) && follows(2) && follows(3) && !overlong && !tooLarge ? 4 : 0;
-    }
-    return 0;
+    return kel::src::detail::utf8SequenceAt(text.substr(i)).length;
 }
 
 class Compactor {

@@ -8,6 +8,7 @@
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/PackedAccess.h>
+#include <kel/src/json/MetadataText.h>
 
 #include <algorithm>
 #include <cmath>
@@ -94,10 +95,10 @@ const std::vector<ProblemKind> TABLE = {
     {"metadata-not-json", Severity::ERROR,
      "The text is not one JSON value, and would be lost or kept as a string.",
      "Put plain text in quotes, escaped as a JSON string."},
-    {"metadata-number", Severity::ERROR, "The text has a number beyond the range of a double.",
+    {"metadata-number", Severity::ERROR, "The text has a number that no double holds.",
      "Write it as a string."},
-    {"metadata-too-deep", Severity::ERROR,
-     "The text nests deeper than {} levels, more than a parser can follow.", "Make it flatter."},
+    {"metadata-too-deep", Severity::ERROR, "The text nests deeper than {} levels, more than readers follow.",
+     "Make it flatter."},
     {"normal-missing", Severity::HINT, "The mesh has no normals and is written as in the mode \"position\".",
      "Nothing needs to be done."},
     {"normal-not-unit", Severity::HINT,
@@ -492,7 +493,8 @@ private:
                 reportText("metadata-not-json", json.at);
                 break;
             case detail::JsonFault::DEPTH:
-                reportText("metadata-too-deep", json.at, std::to_string(detail::MAX_JSON_DEPTH));
+                reportText("metadata-too-deep", json.at,
+                           std::to_string(kel::src::detail::MAX_METADATA_DEPTH));
                 break;
             case detail::JsonFault::NUMBER:
                 reportText("metadata-number", json.at);

@@ -1,7 +1,8 @@
 #include "TextCheck.h"
 
+#include <kel/src/json/MetadataText.h>
+
 #include <charconv>
-#include <stdexcept>
 
 namespace kel::prepare::detail {
 
@@ -46,7 +47,7 @@ private:
     bool readValue() {
         const int first = peek();
         if (first == '{' || first == '[') {
-            if (open.size() == MAX_JSON_DEPTH) return fail(JsonFault::DEPTH);
+            if (open.size() == kel::src::detail::MAX_METADATA_DEPTH) return fail(JsonFault::DEPTH);
             open += static_cast<char>(first);
             ++at;
             skipSpace();
@@ -151,13 +152,7 @@ private:
             if (!readDigits()) return;
         }
         double value = 0.0;
-        const auto result = std::from_chars(text.data() + begin, text.data() + at, value);
-        if (result.ec == std::errc()) return;
-        // Too large or merely too small: the writers' parser has the last word.
-        try {
-            picojson::value parsed;
-            picojson::parse(parsed, std::string(text.substr(begin, at - begin)));
-        } catch (const std::overflow_error&) {
+        if (std::from_chars(text.data() + begin, text.data() + at, value).ec != std::errc()) {
             at = begin;
             fail(JsonFault::NUMBER);
         }
@@ -192,35 +187,9 @@ picojson::value parseChecked(const std::string& text) {
 }
 
 std::size_t firstNonUtf8(std::string_view text) {
-    const auto byteAt = [&](std::size_t i) -> unsigned {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
-    };
     for (std::size_t i = 0; i < text.size();) {
-        const unsigned first = byteAt(i);
-        if (first < 0x80) {
-            ++i;
-            continue;
-        }
-        // The second byte's range keeps out overlong forms, surrogates and what lies beyond U+10FFFF.
-        unsigned low = 0x80, high = 0xbf;
-        std::size_t length;
-        if (first >= 0xc2 && first <= 0xdf) {
-            length = 2;
-        } else if (first >= 0xe0 && first <= 0xef) {
-            length = 3;
-            if (first == 0xe0) low = 0xa0;
-            if (first == 0xed) high = 0x9f;
-        } else if (first >= 0xf0 && first <= 0xf4) {
-            length = 4;
-            if (first == 0xf0) low = 0x90;
-            if (first == 0xf4) high = 0x8f;
-        } else {
-            return i;
-        }
-        if (byteAt(i + 1) < low || byteAt(i + 1) > high) return i;
-        for (std::size_t k = 2; k < length; ++k) {
-            if ((byteAt(i + k) & 0xc0) != 0x80) return i;
-        }
+        const std::size_t length = kel::src::detail::utf8SequenceAt(text.substr(i)).length;
+        if (length == 0) return i;
         i += length;
     }
     return text.size();

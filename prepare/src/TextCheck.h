@@ -11,12 +11,9 @@ namespace kel::prepare::detail {
 enum class JsonFault {
     NONE,
     SYNTAX, ///< not one JSON value, or something after it
-    DEPTH,  ///< objects and arrays nested deeper than MAX_JSON_DEPTH
+    DEPTH,  ///< objects and arrays nested deeper than MAX_METADATA_DEPTH
     NUMBER  ///< a number beyond the range of doubles
 };
-
-/// The writers' parser refuses arrays nested deeper than this, and follows objects until the stack ends.
-constexpr std::size_t MAX_JSON_DEPTH = 100;
 
 struct JsonCheck {
     JsonFault fault = JsonFault::NONE;

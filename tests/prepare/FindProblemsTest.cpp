@@ -233,6 +233,7 @@ const std::vector<Break>& breaks() {
         {"metadata-not-json", T::PRESET_DEFAULT, [](I& i) { metaOf(i)["note"] = "hello"; }},
         {"metadata-not-json", T::UNCOMPRESSED, [](I& i) { metaOf(i)["note"] = "1 2"; }},
         {"metadata-number", T::PRESET_DEFAULT, [](I& i) { metaOf(i)["note"] = "[1e999]"; }},
+        {"metadata-number", T::UNCOMPRESSED, [](I& i) { metaOf(i)["note"] = "1e-999"; }},
         {"metadata-too-deep", T::PRESET_DEFAULT,
          [](I& i) {
              for (int level = 0; level < 200000; ++level)
@@ -438,7 +439,7 @@ TEST(FindProblems, TakesAnyJsonText) {
     auto input = goodInput(Target::UNCOMPRESSED);
     for (const char* text :
          {"42", "-0.5e-3", " [1, {\"a\": [true, false, null]}, []] ",
-          "\"\\u00e9\\ud83d\\ude00\\n\\/ \xc3\xa9\"", "{}", "1e-999", "{\"a\":{},\"b\":[[]]}", "0"}) {
+          "\"\\u00e9\\ud83d\\ude00\\n\\/ \xc3\xa9\"", "{}", "{\"a\":{},\"b\":[[]]}", "0"}) {
         metaOf(input)["note"] = text;
         EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), testing::IsEmpty()) << text;
     }
@@ -497,11 +498,11 @@ TEST(FindProblems, RefusesWhatIsAlmostUtf8) {
     }
 }
 
-TEST(FindProblems, TakesAHundredLevels) {
+TEST(FindProblems, TakesSixtyLevels) {
     auto input = goodInput(Target::UNCOMPRESSED);
-    metaOf(input)["note"] = std::string(100, '[') + std::string(100, ']');
+    metaOf(input)["note"] = std::string(60, '[') + std::string(60, ']');
     EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), testing::IsEmpty());
-    metaOf(input)["note"] = std::string(101, '[') + std::string(101, ']');
+    metaOf(input)["note"] = std::string(61, '[') + std::string(61, ']');
     EXPECT_THAT(codesOf(findProblems(input, Target::UNCOMPRESSED)), ElementsAre("metadata-too-deep"));
 }
 
