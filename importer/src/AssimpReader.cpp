@@ -20,9 +20,22 @@
 #include <set>
 #include <vector>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace kel::importer::detail {
 
 namespace {
+
+/// Some readers of Assimp leave memory behind, which a sanitizer would lay at the door of every program that
+/// imports.
+struct LeaksAreNotOurs {
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan::ScopedDisabler scope;
+#endif
+    LeaksAreNotOurs() {} // not trivial, so that a variable of it counts as used
+};
 
 const char* const READING = "reading";
 
@@ -340,7 +353,11 @@ AssimpScene readWithAssimp(const Source& source, const Findings& findings, BadGe
     importer.SetProgressHandler(new Handler(stages));
 
     stages.at(READING, 0.0);
-    const aiScene* read = importer.ReadFile(source.path, 0);
+    const aiScene* read = nullptr;
+    {
+        const LeaksAreNotOurs scope;
+        read = importer.ReadFile(source.path, 0);
+    }
     if (!read) refuseFailure(source, importer, stages, missing);
     // The scene is the importer's until it is handed over, but ours to change.
     auto& scene = const_cast<aiScene&>(*read);
