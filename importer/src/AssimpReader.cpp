@@ -3,6 +3,8 @@
 #include "VertexJoiner.h"
 #include "checks/GltfDocument.h"
 
+#include <kel/importer/Importer.h>
+
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/IOStream.hpp>
 #include <assimp/IOSystem.hpp>
@@ -18,6 +20,7 @@
 #include <exception>
 #include <new>
 #include <set>
+#include <sstream>
 #include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -384,3 +387,24 @@ AssimpScene readWithAssimp(const Source& source, const Findings& findings, BadGe
 }
 
 } // namespace kel::importer::detail
+
+namespace kel::importer {
+
+bool isModelExtension(const std::string& extension) {
+    static const std::set<std::string> known = [] {
+        // "*.3d;*.3ds;..."
+        aiString list;
+        Assimp::Importer().GetExtensionList(list);
+        std::set<std::string> extensions;
+        std::istringstream patterns(list.C_Str());
+        for (std::string pattern; std::getline(patterns, pattern, ';');)
+            extensions.insert(pattern.substr(std::min<std::size_t>(pattern.size(), 2)));
+        return extensions;
+    }();
+    std::string name = extension.substr(!extension.empty() && extension[0] == '.');
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return !name.empty() && known.count(name) != 0;
+}
+
+} // namespace kel::importer

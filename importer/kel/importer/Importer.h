@@ -134,6 +134,10 @@ private:
     std::string remedyText;
 };
 
+/// True when a reader knows files with this extension, as in ".obj" or "OBJ"; small and capital letters are
+/// the same. For choosing among the files of a folder: importModel looks at the content, too.
+KEL_IMPORTER_EXPORT bool isModelExtension(const std::string& extension);
+
 /// Reads a model and the files beside it that it names.
 ///
 /// The result depends on nothing but the content of these files: equal input gives equal meshes in equal
