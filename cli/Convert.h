@@ -1,43 +1,62 @@
 #pragma once
 
 #include <kel/importer/Importer.h>
+#include <kel/prepare/ChooseMode.h>
+#include <kel/prepare/Target.h>
+#include <kel/prepare/Transform.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kelsrc::cli {
 
-enum class Preset { DEFAULT, CMP1 };
-
 struct ConvertOptions {
-    Preset preset = Preset::DEFAULT;
+    /// A mode of the public writer or a preset of the container writer; none chooses a mode of the public
+    /// writer.
+    std::optional<kel::prepare::Target> target;
+    /// Largest distance between a position and what a reader decodes, in units of the output, for the choice
+    /// of the mode; without it 1/16384 of the diagonal of the scene's bounds.
+    std::optional<double> maxError;
+
     bool fit = true;            ///< move attributes into the box of a preset that quantizes
     bool allowClamping = false; ///< without fit: write although components would be clamped
-    bool onlyTriangles = false; ///< leave out what is not triangles instead of refusing it
+    bool onlyTriangles = false; ///< leave out what is not triangles
+    bool optimize = false;      ///< reorder triangles and vertices for GPUs
     kel::importer::BadGeometry onBadGeometry = kel::importer::BadGeometry::FAIL;
+
+    double scale = 1.0;
+    std::optional<double> fromUnit, toUnit; ///< metres per unit; fromUnit overrules the model
+    std::optional<kel::prepare::UpAxis> fromUp, toUp;
+
     bool list = false; ///< fill ConvertReport::written
 };
 
 /// One mesh as it was written.
 struct WrittenMesh {
     std::string name;
-    std::size_t triangles = 0;
+    std::size_t triangles = 0, lines = 0, points = 0;
     std::size_t vertices = 0;
     std::uint64_t bytes = 0; ///< indices and attributes; its part of the header not counted
+    std::optional<kel::prepare::ReachedError> error; ///< in a mode of the public writer
 };
 
 /// What became of one model.
 struct ConvertReport {
     std::string format; ///< of the model, for people
+    kel::prepare::Target target = kel::prepare::Target::UNCOMPRESSED;
     std::size_t meshes = 0;
-    std::size_t triangles = 0;
+    std::size_t triangles = 0, lines = 0, points = 0;
     std::size_t vertices = 0;
-    std::uint64_t bytes = 0; ///< size of the file
-    std::vector<kel::importer::Dropped> dropped;
+    std::uint64_t bytesIn = 0;                       ///< size of the model file, without those beside it
+    std::uint64_t bytesOut = 0;                      ///< size of the SRC file
+    std::optional<kel::prepare::ReachedError> error; ///< the largest, in a mode of the public writer
+    std::vector<kel::importer::Dropped> dropped;     ///< once per kind
     std::vector<std::string> notes;
     std::vector<std::string> warnings;
     std::vector<WrittenMesh> written;
@@ -46,11 +65,25 @@ struct ConvertReport {
 /// Called with what is being done and how much of it, 0 to 1, is done; -1 where that is not known.
 using StageCallback = std::function<void(const std::string& stage, double done)>;
 
-/// Converts one model file into one SRC file through the container writer. The output appears whole or not at
-/// all.
+/// Where a model comes from: a file, or a stream that is read to its end.
+struct ModelSource {
+    std::filesystem::path file;
+    std::istream* stream = nullptr;
+    /// For messages.
+    std::string name() const { return stream ? "standard input" : file.string(); }
+};
+
+/// Where the SRC file goes: a file, which appears whole or not at all, or a stream.
+struct SrcTarget {
+    std::filesystem::path file;
+    std::ostream* stream = nullptr;
+    std::string name() const { return stream ? "standard output" : file.string(); }
+};
+
+/// Converts one model into one SRC file.
 ///
 /// throws  Failure
-ConvertReport convert(const std::filesystem::path& input, const std::filesystem::path& output,
-                      const ConvertOptions& options, const StageCallback& onStage = {});
+ConvertReport convert(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
+                      const StageCallback& onStage = {});
 
 } // namespace kelsrc::cli

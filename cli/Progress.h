@@ -4,15 +4,21 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace kelsrc::cli {
 
-/// How far the work is, as a status line: "model.glb: import [=====>    ] 52 %  3 s". Nothing is drawn in the
-/// first second; from then on a thread of its own redraws, so that the seconds go on while a step reports
-/// nothing.
+/// How far the work is, as a status line with rate and time left:
+///
+///     model.glb: reading [=====>              ] 26 %  12.3 MB/s  4 s left
+///     12 of 40 files [=====>              ] 26 %  12.3 MB/s  1:20 left
+///
+/// Nothing is drawn in the first second; from then on a thread of its own redraws, so that the time goes on
+/// while a step reports nothing. The bar never runs backwards.
 class Progress {
 public:
     struct Options {
@@ -22,14 +28,20 @@ public:
         int width = 80; ///< columns of the terminal
     };
 
-    Progress(Messages& messages, std::string subject, const Options& options);
+    struct Task {
+        std::string name;
+        std::uint64_t bytes = 0; ///< its share of the work; 0 where that is not known
+    };
+
+    Progress(Messages& messages, std::vector<Task> tasks, const Options& options);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// `done` from 0 to 1; a negative number is a stage whose end is not known. Within one stage the bar
-    /// never runs backwards.
-    void update(const std::string& stage, double done);
+    /// What a task is doing, and how much of that, 0 to 1, is done; a negative number where that is not
+    /// known.
+    void update(std::size_t task, const std::string& stage, double done);
+    void finishTask(std::size_t task);
 
     /// Takes the line away; nothing is drawn afterwards.
     void finish();
@@ -39,14 +51,15 @@ private:
     std::string line(std::chrono::steady_clock::time_point now) const;
 
     Messages& messages;
-    const std::string subject;
+    const std::vector<Task> tasks;
     const Options options;
     const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     std::mutex mutex;
     std::condition_variable wake;
     bool finished = false;
     std::string stage;
-    double done = -1.0;
+    std::vector<double> done; ///< by task
+    std::size_t tasksDone = 0;
     std::thread drawer;
 };
 

@@ -112,7 +112,7 @@ TEST_F(BadInput, DropRemovesWhatUsesNonFinitePositionsAndSaysHowMany) {
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.err, HasSubstr("1 mesh, 1 triangle,"));
     EXPECT_THAT(result.err, testing::ContainsRegex("dropped primitives .*: 1\n"));
-    EXPECT_EQ(SrcText(contentOf(folder / "out.src")).at("meshes", "0", "meta", "name"), "\"good\"");
+    EXPECT_EQ(SrcText(contentOf(folder / "out.src")).at("meshes", "mesh0", "meta", "name"), "\"good\"");
 }
 
 TEST_F(BadInput, IndexOutOfRange) {

@@ -25,9 +25,9 @@ protected:
         return writeFile(folder / name, text);
     }
 
-    /// Converts and takes the written file apart.
+    /// Converts with the container writer and takes the written file apart.
     SrcText converted(std::vector<std::string> args) {
-        args.insert(args.begin(), "convert");
+        args.insert(args.begin(), {"convert", "--writer=container"});
         args.insert(args.end(), {"-o", folder / "out.src"});
         result = runCommand(args);
         if (result.status != 0) throw std::runtime_error(result.err);
@@ -72,7 +72,7 @@ TEST_F(Convert, ReportsCountsOnStandardErrorAndNothingOnStandardOutput) {
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_THAT(result.err,
                 HasSubstr("out.src: 1 mesh, 2 triangles, 4 vertices, " +
-                          std::to_string(12 + file.header.size() + file.data.size()) + " bytes\n"));
+                          std::to_string(12 + file.header.size() + file.data.size()) + " bytes (default)\n"));
 }
 
 TEST_F(Convert, QuietSaysNothing) {
@@ -117,7 +117,7 @@ TEST_F(Convert, NamesAndPathsThatAreNotAsciiWork) {
     result = runCommand({"convert", input, "-o", output});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(result.err, HasSubstr(name + ".src: 1 mesh"));
-    EXPECT_EQ(SrcText(contentOf(output)).at("meshes", "0", "meta", "name"), "\"plate\"");
+    EXPECT_EQ(SrcText(contentOf(output)).at("meshes", "mesh0", "meta", "name"), "\"plate\"");
 }
 
 TEST_F(Convert, EqualInputGivesEqualBytes) {
@@ -181,11 +181,18 @@ TEST_F(Convert, NoFitOfTheDefaultPresetHasNothingToClamp) {
 // ---- Points and lines
 // -----------------------------------------------------------------------------------------
 
+TEST_F(Convert, APresetChoosesTheContainerWriter) {
+    const std::string input = model("plate.obj", PLATE_OBJ);
+    ASSERT_EQ(runCommand({"convert", input, "-o", folder / "1.src", "--preset=default"}).status, 0);
+    ASSERT_EQ(runCommand({"convert", input, "-o", folder / "2.src", "--writer=container"}).status, 0);
+    EXPECT_EQ(contentOf(folder / "1.src"), contentOf(folder / "2.src"));
+}
+
 TEST_F(Convert, MeshesOfPointsAndLinesAreRefusedByName) {
     const std::string input =
         model("mixed.gltf",
               gltf({{"plate"}, {"dots", false, false, false, 0, 0}, {"axes", false, false, false, 0, 1}}));
-    result = runCommand({"convert", input, "-o", folder / "out.src"});
+    result = runCommand({"convert", input, "-o", folder / "out.src", "--writer=container"});
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, HasSubstr("\"dots\" (mesh 1) of points"));
     EXPECT_THAT(result.err, HasSubstr("\"axes\" (mesh 2) of lines"));

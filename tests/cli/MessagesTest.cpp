@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cmath>
 #include <mutex>
 #include <sstream>
 #include <streambuf>
@@ -116,32 +117,52 @@ protected:
 };
 
 TEST_F(ProgressTest, DrawsStageBarAndPercent) {
-    Progress progress(messages, "a.obj", options);
-    progress.update("reading", 0.5);
-    waitFor("a.obj: reading [============>           ] 50 %  0 s");
+    Progress progress(messages, {{"a.obj", 1000}}, options);
+    progress.update(0, "writing", 0.0); // reading, which is most of the work, is over
+    waitFor("a.obj: writing [====================>   ] 85 %  ");
 }
 
-TEST_F(ProgressTest, AStageWithoutAnEndHasNoBar) {
-    Progress progress(messages, "a.obj", options);
-    progress.update("preparing", -1.0);
-    waitFor("a.obj: preparing  0 s");
-    EXPECT_THAT(text.text(), Not(HasSubstr("%")));
+TEST_F(ProgressTest, TellsRateAndTimeLeft) {
+    Progress progress(messages, {{"a.obj", 1000000000}}, options);
+    progress.update(0, "reading", 1.0);
+    waitFor(" MB/s  ");
+    waitFor(" left");
 }
 
-TEST_F(ProgressTest, NeverRunsBackwardsWithinAStage) {
-    Progress progress(messages, "a", options);
-    progress.update("reading", 0.5);
-    progress.update("reading", 0.25);
-    waitFor("50 %");
-    progress.update("writing", 0.25);
-    waitFor("writing [======>                 ] 25 %");
-    EXPECT_THAT(text.text(), Not(HasSubstr("reading [======>                 ]")));
+TEST_F(ProgressTest, TellsTheTimeSpentUntilThereIsEnoughToGuessFrom) {
+    Progress progress(messages, {{"a.obj", 1000}}, options);
+    progress.update(0, "checking", 0.1);
+    waitFor("a.obj: checking [>                       ] 0 %  0 s");
+    EXPECT_THAT(text.text(), Not(HasSubstr("left")));
+}
+
+TEST_F(ProgressTest, CountsFilesAndWeighsThemByTheirSize) {
+    Progress progress(messages, {{"a", 999}, {"b", 2999}, {"c", 0}}, options);
+    progress.finishTask(1);
+    waitFor("1 of 3 files [=================>      ] 74 %"); // 3000 of 4001
+    progress.finishTask(0);
+    waitFor("2 of 3 files [=======================>] 99 %");
+}
+
+TEST_F(ProgressTest, NeverRunsBackwards) {
+    Progress progress(messages, {{"a", 1000}}, options);
+    progress.update(0, "writing", 0.0);
+    progress.update(0, "reading", 0.5);
+    waitFor("a: reading [====================>   ] 85 %");
+}
+
+TEST_F(ProgressTest, AStageOfUnknownLengthKeepsTheBarWhereItIs) {
+    Progress progress(messages, {{"a", 1000}}, options);
+    progress.update(0, "preparing", -1.0);
+    waitFor("80 %");
+    progress.update(0, "preparing", std::nan(""));
+    waitFor("80 %");
 }
 
 TEST_F(ProgressTest, StaysWithinTheTerminal) {
     options.width = 30;
-    Progress progress(messages, std::string(100, 'n'), options);
-    progress.update("reading", 0.5);
+    Progress progress(messages, {{std::string(100, 'n'), 1000}}, options);
+    progress.update(0, "reading", 0.5);
     waitFor("nnnn");
     progress.finish();
     EXPECT_THAT(text.text(), HasSubstr(std::string(29, 'n')));
@@ -149,9 +170,9 @@ TEST_F(ProgressTest, StaysWithinTheTerminal) {
 }
 
 TEST_F(ProgressTest, FinishTakesTheLineAway) {
-    Progress progress(messages, "a", options);
-    progress.update("reading", 0.5);
-    waitFor("50 %");
+    Progress progress(messages, {{"a", 1000}}, options);
+    progress.update(0, "writing", 0.0);
+    waitFor("85 %");
     progress.finish();
     EXPECT_THAT(text.text(), testing::EndsWith("\r\x1b[K"));
 }
@@ -159,8 +180,8 @@ TEST_F(ProgressTest, FinishTakesTheLineAway) {
 TEST_F(ProgressTest, DrawsNothingBeforeTheDelay) {
     options.delay = std::chrono::hours(1);
     {
-        Progress progress(messages, "a", options);
-        progress.update("reading", 0.5);
+        Progress progress(messages, {{"a", 1000}}, options);
+        progress.update(0, "reading", 0.5);
     }
     EXPECT_THAT(text.text(), IsEmpty());
 }
@@ -168,8 +189,8 @@ TEST_F(ProgressTest, DrawsNothingBeforeTheDelay) {
 TEST_F(ProgressTest, DrawsNothingWhenDisabled) {
     options.enabled = false;
     {
-        Progress progress(messages, "a", options);
-        progress.update("reading", 0.5);
+        Progress progress(messages, {{"a", 1000}}, options);
+        progress.update(0, "reading", 0.5);
     }
     EXPECT_THAT(text.text(), IsEmpty());
 }
