@@ -60,8 +60,8 @@ struct ReadLimits {
     std::uint64_t entries = 16u << 20;
     /// Bytes of one ID, key or attribute name.
     std::uint64_t stringBytes = 64u << 10;
-    /// Nesting of objects and lists in the header.
-    std::uint32_t depth = 64;
+    /// Nesting of objects and lists in the header. Writers let metadata nest up to 100 deep.
+    std::uint32_t depth = 128;
 };
 
 /// A file that cannot be read, or not be trusted.

@@ -80,13 +80,14 @@ public:
                                                         "meshes",     "materials",    "meta",
                                                         "techniques", "textureViews", "textures"};
         std::uint32_t seen = 0;
-        if (entry(SECTIONS, seen, [&](int section) { walkSection(section); })) {
+        const bool isObject = entry(SECTIONS, seen, [&](int section) { walkSection(section); });
+        in.expectEnd();
+        if (isObject) {
             require(SECTIONS, seen, bit(0) | bit(1) | bit(2) | bit(3), SrcCode::MISSING_SECTION);
             hasChunks = (seen & bit(1)) != 0;
             hasBufferViews = (seen & bit(2)) != 0;
             if (sink.wantsAll()) require(SECTIONS, seen, 0x1f0, SrcCode::MISSING_OPTIONAL_SECTION);
         }
-        in.expectEnd();
         resolve();
     }
 
