@@ -310,7 +310,7 @@ TEST_P(BreakOneThing, FindsExactlyThat) {
     auto input = goodInput(broken.target);
     broken.spoil(input);
     const Problems problems = findProblems(input, broken.target);
-    EXPECT_THAT(codesOf(problems), ElementsAre(broken.code));
+    ASSERT_THAT(codesOf(problems), ElementsAre(broken.code));
     EXPECT_THAT(problems.findings[0].sentence, testing::Not(HasSubstr("{}")));
 }
 

@@ -116,6 +116,12 @@ TEST(OptimizeForGpu, PutsVerticesInTheOrderOfUse) {
     EXPECT_EQ(seen, 21u * 11u);
 }
 
+TEST(OptimizeForGpu, BeginsTrianglesWithTheirSmallestIndex) {
+    const auto indices = indicesOf(*optimized(shuffledGrid(20, 10)));
+    for (std::size_t i = 0; i < indices.size(); i += 3)
+        EXPECT_LT(indices[i], std::min(indices[i + 1], indices[i + 2]));
+}
+
 TEST(OptimizeForGpu, KeepsUnusedVerticesAtTheEnd) {
     auto mesh = fixture::octahedron();
     mesh->setIndices(std::vector<std::uint16_t>{3, 5, 1});
