@@ -682,6 +682,15 @@ GltfDocument::GltfDocument(const Source& source, picojson::value json) : root(st
     }
 }
 
+picojson::value GltfDocument::takeBuffers() {
+    picojson::object& object = root.get<picojson::object>();
+    const auto found = object.find("buffers");
+    if (found == object.end()) return {};
+    picojson::value buffers = std::move(found->second);
+    object.erase(found);
+    return buffers;
+}
+
 const picojson::value* GltfDocument::find(const char* array, std::size_t index) const {
     const picojson::array& all = arrayOf(member(&root, array));
     return index < all.size() ? &all[index] : nullptr;
@@ -723,7 +732,10 @@ std::shared_ptr<const GltfDocument> readGltf(const Source& source, const Content
     const std::shared_ptr<const Content> whole(&content, [](const Content*) {});
     Checker(source, *document, findings).run(whole, chunks.binaryOffset, chunks.binaryLength);
 
+    // Buffers may be most of the text: they are moved from the one to the other, not copied.
+    picojson::value buffers = document->takeBuffers();
     picojson::value reduced = document->json();
+    if (buffers.is<picojson::array>()) reduced.get<picojson::object>()["buffers"] = std::move(buffers);
     if (!reduce(reduced, findings)) return document;
     std::string json;
     kel::src::detail::appendJson(json, reduced);

@@ -20,6 +20,9 @@ public:
 
     const picojson::value& json() const { return root; }
 
+    /// Moves the list of buffers out, which may hold all data of the model as text.
+    picojson::value takeBuffers();
+
     /// The nodes at the root of the scene that is imported.
     const std::vector<std::size_t>& sceneRoots() const { return roots; }
     const std::vector<std::size_t>& childrenOf(std::size_t node) const { return children[node]; }
