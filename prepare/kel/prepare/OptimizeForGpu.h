@@ -24,18 +24,17 @@ struct OptimizeReport {
 /// loops, meshes without indices, and those that findProblems has errors about: indices without a vertex,
 /// attributes of differing length. Indices at the end that make no whole triangle stay at the end.
 ///
-/// Files compress better where the order was poor or the mesh is large. Measured as bytes after gzip -6 and
-/// zstd -3 against the file without it, split to 16-bit indices where the mode asks for it:
+/// Files compress better where the order was poor or the mesh is large. Change in bytes under gzip -6 and
+/// under zstd -3, against the file without it; the modes' meshes are split to 16-bit indices after it:
 ///
-///                                                           container, default   position position-normal
-///     sphere of 1,000,000 triangles, row by row               -4 %    0 %        -12 %  -11 %   -20 %   +2 %
-///     the same, triangles in random order                    -23 %  -22 %        -81 %  -79 %   -75 %  -66 %
-///     a building of 294 meshes, 122 triangles each on average   0 %    0 %          0 %    0 %     0 %    0
-///     %
+///                               preset "default"   mode position    position-normal
+///     sphere, row by row         -4 %     0 %      -12 %  -11 %     -20 %   +2 %
+///     sphere, random order      -23 %   -22 %      -81 %  -79 %     -75 %  -66 %
+///     building                    0 %     0 %        0 %    0 %       0 %    0 %
 ///
-/// In random order most of the gain comes from the split: 8 parts instead of 44, with 16,123 doubled vertices
-/// instead of 2,330,943. Optimize before splitForShortIndices for that reason. A million triangles take 0.5
-/// s.
+/// The sphere has 1,000,000 triangles and takes 0.5 s, the building 294 meshes of 122 triangles on average.
+/// In random order most of the gain comes from the split: 8 parts instead of 44, 16,123 doubled vertices
+/// instead of 2,330,943. So optimize before splitForShortIndices.
 KEL_PREPARE_EXPORT kel::src::SrcWriterInput optimizeForGpu(const kel::src::SrcWriterInput& input,
                                                            OptimizeReport* report = nullptr);
 
