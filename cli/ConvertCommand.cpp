@@ -228,8 +228,14 @@ int runConvert(const ConvertArguments& arguments, const Streams& streams) {
         const Job& job = jobs[index];
         progress.finishTask(index);
         if (!batch) progress.finish();
-        for (const auto& line : talk.takePrinted())
-            messages.warning(printable(line));
+        for (const auto& line : talk.takePrinted()) {
+            // With an error there is a better sentence already.
+            if (outcome.state == Outcome::CONVERTED) {
+                messages.warning("a library says: " + printable(line));
+            } else {
+                messages.detail("  printed: " + printable(line));
+            }
+        }
         for (const auto& line : talk.takeLog())
             messages.detail("  log: " + printable(line));
         if (arguments.json) totals.files.push_back(toJson(job, outcome, options.list));
