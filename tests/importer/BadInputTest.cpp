@@ -325,6 +325,13 @@ TEST_F(BadInput, NodesNestedTooDeep) {
     EXPECT_EQ(errorFor("deep.dae", dae).code(), "too-deep");
 }
 
+TEST_F(BadInput, AColladaIndexThatIsNoNumber) {
+    const auto error =
+        errorFor("odd.dae", "<?xml version=\"1.0\"?>\n<COLLADA><p>0 1 2</p>\n<p>0 x 2</p></COLLADA>");
+    EXPECT_EQ(error.code(), "invalid-model");
+    EXPECT_EQ(error.place(), "line 3");
+}
+
 TEST_F(BadInput, AssertionsOfAssimpDoNotEndTheProcess) {
     // A binary .x that ends within a number.
     std::ifstream whole("/usr/share/assimp/models/X/test_cube_binary.x", std::ios::binary);

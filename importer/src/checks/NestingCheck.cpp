@@ -54,11 +54,42 @@ private:
     std::size_t depth = 0;
 };
 
+/// Finds what is no number in an index list of COLLADA: the reader never gets past it and takes memory until
+/// none is left.
+class IndexLists {
+public:
+    /// False at the first character that does not belong.
+    bool add(char c) {
+        if (c == '<') {
+            tag.clear();
+            inTag = true;
+        } else if (inTag) {
+            if (c == '>') {
+                inTag = false;
+                inList = tag == "p" || tag == "v" || tag == "vcount" || tag == "h";
+            } else if (tag.size() < 8) {
+                tag += c;
+            }
+        } else if (inList) {
+            return (c >= '0' && c <= '9') || c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '-' ||
+                   c == '+';
+        }
+        return true;
+    }
+
+private:
+    std::string tag;
+    bool inTag = false;
+    bool inList = false;
+};
+
 } // namespace
 
 void checkNesting(const Source& source, const Content& content, bool xml) {
     constexpr std::size_t BLOCK = 256 * 1024;
     XmlDepth elements;
+    IndexLists lists;
+    const bool collada = xml && source.extension() == "dae";
     std::size_t braces = 0;
     std::size_t line = 1;
     for (std::uint64_t offset = 0; offset < content.size(); offset += BLOCK) {
@@ -66,6 +97,10 @@ void checkNesting(const Source& source, const Content& content, bool xml) {
         if (!xml && offset == 0 && block.find('\0') != std::string::npos) return; // no text
         for (const char c : block) {
             line += c == '\n';
+            if (collada && !lists.add(c)) {
+                source.refuse("invalid-model", "a list of indices holds something else than whole numbers",
+                              "line " + std::to_string(line), "export the model again");
+            }
             if (xml) {
                 if (elements.add(c) > DEEPEST) refuse(source, line);
             } else if (c == '{') {
