@@ -36,6 +36,7 @@ public:
     explicit StreamSink(std::ostream& out) : out(out), block(new char[BLOCK_BYTES]) {}
 
     void append(std::string_view text) {
+        if (text.empty()) return; // an empty chunk may have no address at all
         if (text.size() > BLOCK_BYTES - used) {
             flush();
             if (text.size() >= BLOCK_BYTES) {
