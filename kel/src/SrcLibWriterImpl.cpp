@@ -269,6 +269,19 @@ void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t ve
     }
 }
 
+std::string jsonValueText(const std::map<std::string, std::string>& values) {
+    std::string text = "{";
+    for (const auto& [key, value] : values) {
+        if (text.size() > 1) text += ',';
+        text += '"';
+        text += key;
+        text += "\" : ";
+        text += value;
+    }
+    text += '}';
+    return text;
+}
+
 // The parameters of the standard technique and the attributes of a classic material.
 constexpr std::pair<const char*, const char*> PARAMETER_ATTRIBUTES[] = {
     {"ambientIntensity", "ambient"}, {"shininess", "shininess"},    {"transparency", "transparency"},
@@ -382,16 +395,7 @@ processMaterials(SrcBuilderPtr& builder,
 }
 
 std::string createJsonValueString(std::map<std::string, std::string> values) {
-    std::string text = "{";
-    for (const auto& [key, value] : values) {
-        if (text.size() > 1) text += ',';
-        text += '"';
-        text += key;
-        text += "\" : ";
-        text += value;
-    }
-    text += '}';
-    return text;
+    return jsonValueText(values);
 }
 
 // ---- The driver ------------------------------------------------------------------------------------------
@@ -424,7 +428,7 @@ void writeMeshSrcTemplate(
         const auto meta = metaData.find(mesh);
         if (meta != metaData.end() && meta->second) {
             addStatisticsMetaData(mesh, meta->second);
-            meshBuilder->setMetaJsonString(createJsonValueString(*meta->second));
+            meshBuilder->setMetaJsonString(jsonValueText(*meta->second));
         } else {
             BOOST_LOG_SEV(*logging::Logger::getBoostLogger(__LINE__, DRIVER_FUNCTION, SOURCE_FILE),
                           boost::log::trivial::error)

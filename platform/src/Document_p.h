@@ -3,14 +3,17 @@
 #include <src/Technique.h>
 #include <src/Types.h>
 
+#include "TextBlocks_p.h"
+
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <new>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace src {
@@ -27,25 +30,32 @@ inline OwnedArray takeArray(void* data) {
 
 constexpr std::size_t MAX_COMPONENTS = 4;
 
-struct BufferView {
+// What callers hold of views: their number and the document that they belong to. The document keeps no
+// handle, so those of one mesh are gone, and their memory warm, when the next mesh comes.
+
+struct ViewHandle {
+    std::uint64_t document;
     std::size_t number;
+};
+struct BufferView : ViewHandle {
     std::uint64_t byteLength;
 };
+struct AttributeView : ViewHandle {};
+struct IndexView : ViewHandle {};
 
-struct AttributeView {
-    std::size_t number;
+struct AttributeEntry {
     std::size_t bufferView;
     std::uint64_t byteOffset;
     std::uint64_t byteStride;
     std::uint64_t count;
     ComponentType type;
-    unsigned int components;
+    std::uint16_t components;
+    bool hasDecode; ///< false: offsets 0 and scales 1
     double decodeOffset[MAX_COMPONENTS];
     double decodeScale[MAX_COMPONENTS];
 };
 
-struct IndexView {
-    std::size_t number;
+struct IndexEntry {
     std::size_t bufferView;
     std::uint64_t count;
     ComponentType type;
@@ -66,36 +76,54 @@ struct Mesh {
     double bboxCenter[3] = {};
     double bboxSize[3] = {};
     std::shared_ptr<Material> material;
-    std::string meta; ///< a JSON value's text; empty without metadata
+    std::string meta;           ///< a JSON value's text; empty without metadata
+    std::uint64_t document = 0; ///< the document that it was added to last
 };
 
 struct Chunk {
     OwnedArray bytes;
     std::uint64_t byteLength;
+    std::uint64_t byteOffset;
 };
 
+constexpr std::size_t NO_MATERIAL = ~std::size_t(0);
+constexpr std::size_t NO_MESH = ~std::size_t(0);
+
+/// A mesh as it will stand in the header, but for the material's ID, which is known at the end only.
 struct MeshEntry {
-    static constexpr std::size_t NO_MATERIAL = ~std::size_t(0);
-
-    std::shared_ptr<Mesh> mesh;
-    std::size_t material; ///< its place in Src::materials, or NO_MATERIAL
+    std::string name;
+    TextBlocks::Place head; ///< up to and with the key of the material
+    TextBlocks::Place tail; ///< what follows the material
+    std::size_t material;   ///< its place in Src::materials, or NO_MATERIAL
 };
 
-/// A document. Buffer view i lies over chunk i; the views' numbers are their places here.
-struct Src {
-    std::vector<Chunk> chunks;
-    std::vector<std::shared_ptr<AttributeView>> attributeViews;
-    std::vector<std::shared_ptr<IndexView>> indexViews;
-    std::vector<std::shared_ptr<BufferView>> bufferViews;
-    std::vector<std::shared_ptr<Technique>> techniques;
-    std::vector<std::shared_ptr<Material>> materials;
-    std::vector<MeshEntry> meshes;
-    std::unordered_map<const Material*, std::size_t> materialPlaces;
-    std::unordered_set<const Mesh*> knownMeshes;
+struct MaterialEntry {
+    std::shared_ptr<Material> material;
+    std::size_t firstUse = NO_MESH; ///< the first mesh that uses it
+};
 
-    template<typename View>
-    static bool holds(const std::vector<std::shared_ptr<View>>& views, const std::shared_ptr<View>& view) {
-        return view->number < views.size() && views[view->number] == view;
+/// A document. Buffer view i lies over chunk i.
+struct Src {
+    const std::uint64_t id;
+    std::vector<Chunk> chunks;
+    std::deque<AttributeEntry> attributeViews;
+    std::deque<IndexEntry> indexViews;
+    std::vector<std::shared_ptr<Technique>> techniques;
+    std::vector<MaterialEntry> materials;
+    std::unordered_map<const Material*, std::size_t> materialPlaces;
+    TextBlocks meshTexts;
+    std::deque<MeshEntry> meshes;
+    std::string fault; ///< why the document cannot be written; empty if it can
+
+    Src() : id(nextId()) {}
+
+    bool holds(const ViewHandle& view) const { return view.document == id; }
+
+private:
+    /// Never the ID of a document that is gone, as its address could be.
+    static std::uint64_t nextId() {
+        static std::atomic<std::uint64_t> next{1};
+        return next++;
     }
 };
 

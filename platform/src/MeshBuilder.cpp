@@ -27,6 +27,7 @@ std::shared_ptr<MeshBuilder> MeshBuilder::create(const std::string& name,
 Mesh& MeshBuilder::change() {
     if (handedOut) {
         mesh = std::make_shared<Mesh>(*mesh);
+        mesh->document = 0;
         handedOut = false;
     }
     return *mesh;

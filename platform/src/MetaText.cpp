@@ -10,7 +10,8 @@ namespace src {
 
 namespace {
 
-constexpr int MAX_DEPTH = 64; // readers recurse, so a deeper text could take them down
+/// The object around the metadata's own texts is one level more.
+constexpr std::size_t MAX_DEPTH = kel::src::detail::MAX_METADATA_DEPTH + 1;
 
 /// Bytes of the UTF-8 sequence at `i`, or 0 where none is.
 std::size_t utf8Length(std::string_view text, std::size_t i) {
@@ -46,7 +47,7 @@ private:
             ++at;
     }
 
-    bool value(int depth) {
+    bool value(std::size_t depth) {
         switch (peek()) {
         case '{':
             return list(depth, '}', &Compactor::member);
@@ -65,8 +66,8 @@ private:
         }
     }
 
-    bool list(int depth, char close, bool (Compactor::*entry)(int)) {
-        if (depth == MAX_DEPTH) return fail("deeper nesting than 64 levels");
+    bool list(std::size_t depth, char close, bool (Compactor::*entry)(std::size_t)) {
+        if (depth == MAX_DEPTH) return fail("nesting deeper than readers follow");
         out += text[at++];
         skipBlanks();
         if (peek() != close) {
@@ -84,7 +85,7 @@ private:
         return true;
     }
 
-    bool member(int depth) {
+    bool member(std::size_t depth) {
         if (peek() != '"') return fail("a key in quotes was expected");
         if (!string()) return false;
         skipBlanks();
@@ -93,7 +94,7 @@ private:
         return element(depth);
     }
 
-    bool element(int depth) {
+    bool element(std::size_t depth) {
         skipBlanks();
         return value(depth);
     }
@@ -211,13 +212,13 @@ std::string validUtf8(std::string_view text) {
     std::string valid;
     valid.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
-        const std::size_t length = utf8Length(text, i);
-        if (length == 0) {
+        const auto sequence = kel::src::detail::utf8SequenceAt(text.substr(i));
+        if (sequence.length == 0) {
             valid += "\xef\xbf\xbd";
-            ++i;
+            i += sequence.broken;
         } else {
-            valid.append(text, i, length);
-            i += length;
+            valid.append(text, i, sequence.length);
+            i += sequence.length;
         }
     }
     return valid;

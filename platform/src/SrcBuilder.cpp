@@ -1,6 +1,7 @@
 #include <src/builder/SrcBuilder.h>
 
 #include "Document_p.h"
+#include "HeaderNumbers_p.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -59,52 +60,99 @@ void checkInside(const BufferView& view, std::uint64_t offset, std::uint64_t str
     }
 }
 
-void copyDecode(const std::vector<double>* values, std::uint64_t components, double neutral, double* out) {
+void checkDecode(const std::vector<double>* values, std::uint64_t components) {
     if (values && values->size() != components) {
         throw std::invalid_argument("A decode vector of an attribute with " + std::to_string(components) +
                                     " components cannot have " + std::to_string(values->size()) +
                                     " entries: give one per component.");
     }
-    for (std::uint64_t c = 0; c < components; ++c)
-        out[c] = values ? (*values)[c] : neutral;
 }
 
-std::shared_ptr<BufferView> appendBufferView(Src& document, OwnedArray array, std::uint64_t byteLength) {
+AttributeEntry describe(std::uint64_t byteOffset, std::uint64_t byteStride, ComponentType type,
+                        std::uint64_t components, std::uint64_t count,
+                        const std::vector<double>* decodeOffset, const std::vector<double>* decodeScale) {
+    checkDecode(decodeOffset, components);
+    checkDecode(decodeScale, components);
+    AttributeEntry entry{};
+    entry.byteOffset = byteOffset;
+    entry.byteStride = byteStride;
+    entry.count = count;
+    entry.type = type;
+    entry.components = static_cast<std::uint16_t>(components);
+    entry.hasDecode = decodeOffset || decodeScale;
+    for (std::uint64_t c = 0; c < components; ++c) {
+        entry.decodeOffset[c] = decodeOffset ? (*decodeOffset)[c] : 0.0;
+        entry.decodeScale[c] = decodeScale ? (*decodeScale)[c] : 1.0;
+    }
+    return entry;
+}
+
+/// Returns the number of the new buffer view.
+std::size_t appendBufferView(Src& document, OwnedArray array, std::uint64_t byteLength) {
     if (!array && byteLength != 0) {
         throw std::invalid_argument("A null array cannot hold " + std::to_string(byteLength) + " bytes.");
     }
-    auto view = std::make_shared<BufferView>(BufferView{document.bufferViews.size(), byteLength});
-    document.bufferViews.push_back(view);
-    try {
-        document.chunks.push_back({std::move(array), byteLength});
-    } catch (...) {
-        document.bufferViews.pop_back();
-        throw;
-    }
-    return view;
+    const std::uint64_t offset =
+        document.chunks.empty() ? 0 : document.chunks.back().byteOffset + document.chunks.back().byteLength;
+    document.chunks.push_back({std::move(array), byteLength, offset});
+    return document.chunks.size() - 1;
 }
 
-std::shared_ptr<AttributeView> makeAttributeView(std::uint64_t byteOffset, std::uint64_t byteStride,
-                                                 ComponentType type, std::uint64_t components,
-                                                 std::uint64_t count, const std::vector<double>* decodeOffset,
-                                                 const std::vector<double>* decodeScale) {
+std::shared_ptr<AttributeView> append(Src& document, AttributeEntry entry, std::size_t bufferView) {
     auto view = std::make_shared<AttributeView>();
-    view->byteOffset = byteOffset;
-    view->byteStride = byteStride;
-    view->count = count;
-    view->type = type;
-    view->components = static_cast<unsigned int>(components);
-    copyDecode(decodeOffset, components, 0.0, view->decodeOffset);
-    copyDecode(decodeScale, components, 1.0, view->decodeScale);
+    view->document = document.id;
+    view->number = document.attributeViews.size();
+    entry.bufferView = bufferView;
+    document.attributeViews.push_back(entry);
     return view;
 }
 
-template<typename View>
-void append(std::vector<std::shared_ptr<View>>& views, const std::shared_ptr<View>& view,
-            const BufferView& bufferView) {
-    view->number = views.size();
-    view->bufferView = bufferView.number;
-    views.push_back(view);
+/// Where the first number stands that no file can hold, or nothing.
+std::string faultOf(const Src& document, const Mesh& mesh) {
+    for (const auto& [name, view] : mesh.attributes) {
+        const AttributeEntry& entry = document.attributeViews[view->number];
+        std::string fault = src::faultOf("decodeOffset", entry.decodeOffset, entry.components);
+        if (fault.empty()) fault = src::faultOf("decodeScale", entry.decodeScale, entry.components);
+        if (!fault.empty()) return "Mesh \"" + mesh.name + "\", attribute \"" + name + "\": " + fault;
+    }
+    std::string fault = src::faultOf("bboxCenter", mesh.bboxCenter, 3);
+    if (fault.empty()) fault = src::faultOf("bboxSize", mesh.bboxSize, 3);
+    return fault.empty() ? fault : "Mesh \"" + mesh.name + "\", bounds of its positions: " + fault;
+}
+
+void appendHead(std::string& text, const Mesh& mesh) {
+    text += "{\"attributes\":{";
+    bool first = true;
+    for (const auto& [name, view] : mesh.attributes) {
+        if (!first) text += ',';
+        first = false;
+        kel::src::detail::appendJsonString(text, name);
+        text += ':';
+        appendId(text, "attributeView", view->number);
+    }
+    text += "},";
+    if (mesh.hasBounds) {
+        appendField(text, "bboxCenter", mesh.bboxCenter, 3);
+        text += ',';
+        appendField(text, "bboxSize", mesh.bboxSize, 3);
+        text += ',';
+    }
+    text += "\"indices\":";
+    if (mesh.indices) {
+        appendId(text, "indexView", mesh.indices->number);
+    } else {
+        text += "\"\"";
+    }
+    text += ",\"material\":";
+}
+
+void appendTail(std::string& text, const Mesh& mesh) {
+    if (!mesh.meta.empty()) {
+        text += ",\"meta\":";
+        text += mesh.meta;
+    }
+    kel::src::detail::appendMember(text, ",\"primitive\":", mesh.primitive);
+    text += '}';
 }
 
 } // namespace
@@ -117,7 +165,12 @@ std::shared_ptr<SrcBuilder> SrcBuilder::create() {
 }
 
 std::shared_ptr<BufferView> SrcBuilder::addBufferView(void* data, unsigned long byteLength) {
-    return appendBufferView(*document, takeArray(data), byteLength);
+    OwnedArray array = takeArray(data);
+    auto view = std::make_shared<BufferView>();
+    view->document = document->id;
+    view->number = appendBufferView(*document, std::move(array), byteLength);
+    view->byteLength = byteLength;
+    return view;
 }
 
 std::shared_ptr<AttributeView>
@@ -125,14 +178,14 @@ SrcBuilder::addAttributeView(std::shared_ptr<BufferView> bufferView, unsigned lo
                              unsigned long byteStride, ComponentType type, unsigned long componentCount,
                              unsigned long elementCount, std::shared_ptr<std::vector<double>> decodeOffset,
                              std::shared_ptr<std::vector<double>> decodeScale) {
-    if (!bufferView || !Src::holds(document->bufferViews, bufferView)) {
+    if (!bufferView || !document->holds(*bufferView)) {
         throw std::invalid_argument("An attribute view needs a buffer view of the same builder.");
     }
     checkInside(*bufferView, byteOffset, byteStride, elementCount, elementSize(type, componentCount));
-    const auto view = makeAttributeView(byteOffset, byteStride, type, componentCount, elementCount,
-                                        decodeOffset.get(), decodeScale.get());
-    append(document->attributeViews, view, *bufferView);
-    return view;
+    return append(*document,
+                  describe(byteOffset, byteStride, type, componentCount, elementCount, decodeOffset.get(),
+                           decodeScale.get()),
+                  bufferView->number);
 }
 
 std::shared_ptr<AttributeView> SrcBuilder::addDefaultAttributeView(
@@ -141,11 +194,9 @@ std::shared_ptr<AttributeView> SrcBuilder::addDefaultAttributeView(
     OwnedArray array = takeArray(data);
     const std::uint64_t stride = elementSize(type, componentCount);
     const std::uint64_t byteLength = bytesOf(elementCount, stride);
-    const auto view = makeAttributeView(0, stride, type, componentCount, elementCount, decodeOffset.get(),
-                                        decodeScale.get());
-    const auto bufferView = appendBufferView(*document, std::move(array), byteLength);
-    append(document->attributeViews, view, *bufferView);
-    return view;
+    const AttributeEntry entry =
+        describe(0, stride, type, componentCount, elementCount, decodeOffset.get(), decodeScale.get());
+    return append(*document, entry, appendBufferView(*document, std::move(array), byteLength));
 }
 
 std::shared_ptr<IndexView> SrcBuilder::addDefaultIndexView(void* data, ComponentType type,
@@ -153,10 +204,9 @@ std::shared_ptr<IndexView> SrcBuilder::addDefaultIndexView(void* data, Component
     OwnedArray array = takeArray(data);
     const std::uint64_t byteLength = bytesOf(count, sizeInBytes(type));
     auto view = std::make_shared<IndexView>();
-    view->count = count;
-    view->type = type;
-    const auto bufferView = appendBufferView(*document, std::move(array), byteLength);
-    append(document->indexViews, view, *bufferView);
+    view->document = document->id;
+    view->number = document->indexViews.size();
+    document->indexViews.push_back({appendBufferView(*document, std::move(array), byteLength), count, type});
     return view;
 }
 
@@ -174,27 +224,45 @@ void SrcBuilder::addMaterial(std::shared_ptr<Material> material) {
     addTechnique(material->technique);
     auto& materials = document->materials;
     if (!document->materialPlaces.try_emplace(material.get(), materials.size()).second) return;
-    materials.push_back(std::move(material));
+    materials.push_back({std::move(material), NO_MESH});
 }
 
 void SrcBuilder::addMesh(std::shared_ptr<Mesh> mesh) {
-    if (!mesh || document->knownMeshes.count(mesh.get()) != 0) return;
+    if (!mesh || mesh->document == document->id) return;
     for (const auto& [name, view] : mesh->attributes) {
-        if (!Src::holds(document->attributeViews, view)) {
+        if (!document->holds(*view)) {
             throw std::invalid_argument("Mesh \"" + mesh->name + "\": the view of attribute \"" + name +
                                         "\" belongs to another builder.");
         }
     }
-    if (mesh->indices && !Src::holds(document->indexViews, mesh->indices)) {
+    if (mesh->indices && !document->holds(*mesh->indices)) {
         throw std::invalid_argument("Mesh \"" + mesh->name +
                                     "\": its index view belongs to another builder.");
     }
-    addMaterial(mesh->material);
-    const Mesh* key = mesh.get();
-    const std::size_t material =
-        mesh->material ? document->materialPlaces.at(mesh->material.get()) : MeshEntry::NO_MATERIAL;
-    document->meshes.push_back({std::move(mesh), material});
-    document->knownMeshes.insert(key);
+
+    MeshEntry entry;
+    entry.name = mesh->name;
+    entry.material = NO_MATERIAL;
+    if (mesh->material) {
+        addMaterial(mesh->material);
+        entry.material = document->materialPlaces.at(mesh->material.get());
+        auto& firstUse = document->materials[entry.material].firstUse;
+        if (firstUse == NO_MESH) firstUse = document->meshes.size();
+    }
+    // A fault is the document's, told when it is written; the text is then of no use.
+    std::string fault = faultOf(*document, *mesh);
+    if (fault.empty()) {
+        std::string& text = document->meshTexts.end();
+        const std::size_t begin = text.size();
+        appendHead(text, *mesh);
+        entry.head = document->meshTexts.since(begin);
+        appendTail(text, *mesh);
+        entry.tail = document->meshTexts.since(begin + entry.head.size);
+    } else if (document->fault.empty()) {
+        document->fault = std::move(fault);
+    }
+    document->meshes.push_back(std::move(entry));
+    mesh->document = document->id;
 }
 
 std::shared_ptr<Src> SrcBuilder::build() {

@@ -1,6 +1,7 @@
 #include <src/SrcWriter.h>
 
 #include "Document_p.h"
+#include "HeaderNumbers_p.h"
 
 #include <kel/src/json/JsonText.h>
 #include <kel/src/json/StreamSink.h>
@@ -21,34 +22,6 @@ namespace {
 using kel::src::detail::appendJsonString;
 using kel::src::detail::appendMember;
 
-/// The header's text. Blocks rather than one string, so that growing never copies what is there.
-class HeaderText {
-public:
-    HeaderText() { addBlock(); }
-
-    /// Where the next entry is appended; valid until the next call.
-    std::string& end() {
-        if (blocks.back().size() >= BLOCK_BYTES) addBlock();
-        return blocks.back();
-    }
-    std::uint64_t size() const {
-        return std::accumulate(
-            blocks.begin(), blocks.end(), std::uint64_t(0),
-            [](std::uint64_t sum, const std::string& block) { return sum + block.size(); });
-    }
-    const std::deque<std::string>& all() const { return blocks; }
-
-private:
-    static constexpr std::size_t BLOCK_BYTES = 256 * 1024;
-
-    void addBlock() {
-        blocks.emplace_back();
-        blocks.back().reserve(BLOCK_BYTES + 4096);
-    }
-
-    std::deque<std::string> blocks;
-};
-
 /// IDs for objects in the order of their claim to their name: the first keeps it, the others get a number.
 class DistinctIds {
 public:
@@ -68,36 +41,43 @@ private:
     std::deque<std::string> made;
 };
 
+/// True for meshes called after their place: prefix0, prefix1 and so on.
+bool areNumbered(const std::deque<MeshEntry>& meshes) {
+    if (meshes.empty() || meshes.front().name.empty() || meshes.front().name.back() != '0') return false;
+    std::string expected = meshes.front().name;
+    const std::size_t prefix = expected.size() - 1;
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof digits, i);
+        expected.replace(prefix, std::string::npos, digits, static_cast<std::size_t>(end.ptr - digits));
+        if (meshes[i].name != expected) return false;
+    }
+    return true;
+}
+
 class HeaderWriter {
 public:
     explicit HeaderWriter(const Src& document)
-        : document(document), meshNames(document.meshes.size()), materialNames(document.materials.size()) {}
+        : document(document), materialNames(document.materials.size()) {}
 
     /// Keys in ascending byte order, on every level.
-    HeaderText run() {
-        nameMeshes();
+    TextBlocks run() {
         nameMaterials();
         header.end() += "{\"accessors\":{\"attributeViews\":{";
         numbered("attributeView", document.attributeViews.size(),
-                 [&](std::string& text, std::size_t i) { attributeView(text, *document.attributeViews[i]); });
+                 [&](std::string& text, std::size_t i) { attributeView(text, i); });
         header.end() += "},\"indexViews\":{";
         numbered("indexView", document.indexViews.size(),
-                 [&](std::string& text, std::size_t i) { indexView(text, *document.indexViews[i]); });
+                 [&](std::string& text, std::size_t i) { indexView(text, document.indexViews[i]); });
         header.end() += "}},\"bufferChunks\":{";
-        std::vector<std::uint64_t> offsets(document.chunks.size());
-        std::uint64_t offset = 0;
-        for (std::size_t i = 0; i < offsets.size(); ++i) {
-            offsets[i] = offset;
-            offset += document.chunks[i].byteLength;
-        }
         numbered("chunk", document.chunks.size(), [&](std::string& text, std::size_t i) {
             appendMember(text, "{\"byteLength\":", static_cast<double>(document.chunks[i].byteLength));
-            appendMember(text, ",\"byteOffset\":", static_cast<double>(offsets[i]));
+            appendMember(text, ",\"byteOffset\":", static_cast<double>(document.chunks[i].byteOffset));
             text += '}';
         });
         header.end() += "},\"bufferViews\":{";
-        numbered("bufferView", document.bufferViews.size(), [&](std::string& text, std::size_t i) {
-            appendMember(text, "{\"byteLength\":", static_cast<double>(document.bufferViews[i]->byteLength));
+        numbered("bufferView", document.chunks.size(), [&](std::string& text, std::size_t i) {
+            appendMember(text, "{\"byteLength\":", static_cast<double>(document.chunks[i].byteLength));
             text += ",\"chunks\":[";
             appendId(text, "chunk", i);
             text += "]}";
@@ -105,7 +85,7 @@ public:
         header.end() += "},\"materials\":{";
         keyed(materialIds, [&](std::string& text, std::size_t i) { text += materialTexts[i]; });
         header.end() += "},\"meshes\":{";
-        keyed(meshIds, [&](std::string& text, std::size_t i) { mesh(text, document.meshes[i]); });
+        meshes();
         header.end() += "},\"meta\":{},\"techniques\":{";
         std::vector<std::string_view> techniqueIds;
         for (const auto& technique : document.techniques)
@@ -117,15 +97,6 @@ public:
     }
 
 private:
-    static void appendId(std::string& text, std::string_view prefix, std::size_t number) {
-        char digits[24];
-        const auto end = std::to_chars(digits, digits + sizeof digits, number);
-        text += '"';
-        text += prefix;
-        text.append(digits, end.ptr);
-        text += '"';
-    }
-
     template<typename Append>
     void numbered(std::string_view prefix, std::size_t count, Append appendEntry) {
         bool first = true;
@@ -155,50 +126,39 @@ private:
         }
     }
 
-    /// Appends numbers of one field; `place` says whose they are when one cannot be written.
-    template<typename Place>
-    static void appendNumbers(std::string& text, std::string_view field, const double* values,
-                              std::size_t count, Place place) {
-        for (std::size_t i = 0; i < count; ++i) {
-            if (!std::isfinite(values[i])) {
-                throw std::overflow_error(place() + ": " + std::string(field) + "[" + std::to_string(i) +
-                                          "] is " + (std::isnan(values[i]) ? "not a number" : "infinite") +
-                                          ", which no file can hold. Make the numbers it comes from finite.");
-            }
-        }
-        appendJsonString(text, field);
-        kel::src::detail::appendArrayMember(text, ":", values, count);
+    static void refuse(const std::string& whose, const std::string& fault) {
+        if (!fault.empty()) throw std::overflow_error(whose + ": " + fault);
     }
 
-    std::string userOf(const AttributeView& view) const {
-        for (const MeshEntry& entry : document.meshes) {
-            for (const auto& [name, used] : entry.mesh->attributes) {
-                if (used.get() == &view) {
-                    return "Mesh \"" + entry.mesh->name + "\", attribute \"" + name + "\"";
-                }
-            }
-        }
-        return "Attribute view " + std::to_string(view.number) + ", of no mesh";
-    }
-
-    void attributeView(std::string& text, const AttributeView& view) const {
-        constexpr const char* TYPES[MAX_COMPONENTS] = {"SCALAR", "VEC2", "VEC3", "VEC4"};
+    void attributeView(std::string& text, std::size_t number) const {
+        constexpr const char* ENDS[MAX_COMPONENTS] = {",\"type\":\"SCALAR\"}", ",\"type\":\"VEC2\"}",
+                                                      ",\"type\":\"VEC3\"}", ",\"type\":\"VEC4\"}"};
+        constexpr const char* NEUTRAL[MAX_COMPONENTS] = {
+            ",\"decodeOffset\":[0],\"decodeScale\":[1]", ",\"decodeOffset\":[0,0],\"decodeScale\":[1,1]",
+            ",\"decodeOffset\":[0,0,0],\"decodeScale\":[1,1,1]",
+            ",\"decodeOffset\":[0,0,0,0],\"decodeScale\":[1,1,1,1]"};
+        const AttributeEntry& view = document.attributeViews[number];
         text += "{\"bufferView\":";
         appendId(text, "bufferView", view.bufferView);
         appendMember(text, ",\"byteOffset\":", static_cast<double>(view.byteOffset));
         appendMember(text, ",\"byteStride\":", static_cast<double>(view.byteStride));
         appendMember(text, ",\"componentType\":", view.type);
         appendMember(text, ",\"count\":", static_cast<double>(view.count));
-        const auto place = [&] { return userOf(view); };
-        text += ',';
-        appendNumbers(text, "decodeOffset", view.decodeOffset, view.components, place);
-        text += ',';
-        appendNumbers(text, "decodeScale", view.decodeScale, view.components, place);
-        appendMember(text, ",\"type\":", TYPES[view.components - 1]);
-        text += '}';
+        if (view.hasDecode) {
+            const std::string whose = "Attribute view " + std::to_string(number) + ", of no mesh";
+            refuse(whose, faultOf("decodeOffset", view.decodeOffset, view.components));
+            refuse(whose, faultOf("decodeScale", view.decodeScale, view.components));
+            text += ',';
+            appendField(text, "decodeOffset", view.decodeOffset, view.components);
+            text += ',';
+            appendField(text, "decodeScale", view.decodeScale, view.components);
+        } else {
+            text += NEUTRAL[view.components - 1];
+        }
+        text += ENDS[view.components - 1];
     }
 
-    static void indexView(std::string& text, const IndexView& view) {
+    static void indexView(std::string& text, const IndexEntry& view) {
         text += "{\"bufferView\":";
         appendId(text, "bufferView", view.bufferView);
         text += ",\"byteOffset\":0";
@@ -207,39 +167,27 @@ private:
         text += '}';
     }
 
-    void mesh(std::string& text, const MeshEntry& entry) const {
-        const Mesh& mesh = *entry.mesh;
-        text += "{\"attributes\":{";
-        bool first = true;
-        for (const auto& [name, view] : mesh.attributes) {
-            if (!first) text += ',';
-            first = false;
-            appendJsonString(text, name);
-            text += ':';
-            appendId(text, "attributeView", view->number);
+    void meshes() {
+        const auto append = [&](std::string& text, std::size_t i) {
+            const MeshEntry& entry = document.meshes[i];
+            text += document.meshTexts.at(entry.head);
+            appendJsonString(text, entry.material == NO_MATERIAL ? "" : materialIds[entry.material]);
+            text += document.meshTexts.at(entry.tail);
+        };
+        // The usual names are distinct, and their order is known.
+        if (areNumbered(document.meshes)) {
+            const std::string& first = document.meshes.front().name;
+            std::string prefix;
+            appendJsonString(prefix, std::string_view(first).substr(0, first.size() - 1));
+            numbered(std::string_view(prefix).substr(1, prefix.size() - 2), document.meshes.size(), append);
+            return;
         }
-        text += "},";
-        if (mesh.hasBounds) {
-            const auto place = [&] { return "Mesh \"" + mesh.name + "\", bounds of its positions"; };
-            appendNumbers(text, "bboxCenter", mesh.bboxCenter, 3, place);
-            text += ',';
-            appendNumbers(text, "bboxSize", mesh.bboxSize, 3, place);
-            text += ',';
-        }
-        text += "\"indices\":";
-        if (mesh.indices) {
-            appendId(text, "indexView", mesh.indices->number);
-        } else {
-            text += "\"\"";
-        }
-        appendMember(text, ",\"material\":",
-                     entry.material == MeshEntry::NO_MATERIAL ? "" : materialIds[entry.material]);
-        if (!mesh.meta.empty()) {
-            text += ",\"meta\":";
-            text += mesh.meta;
-        }
-        appendMember(text, ",\"primitive\":", mesh.primitive);
-        text += '}';
+        DistinctIds names(document.meshes.size());
+        std::vector<std::string_view> ids;
+        ids.reserve(document.meshes.size());
+        for (const MeshEntry& entry : document.meshes)
+            ids.push_back(names.claim(entry.name));
+        keyed(ids, append);
     }
 
     static std::string materialText(const Material& material) {
@@ -250,9 +198,9 @@ private:
         for (const auto& [name, values] : material.values) {
             if (!first) text += ',';
             first = false;
+            refuse("Material \"" + material.name + "\"", faultOf(name, values.data(), values.size()));
             // Arrays even for a scalar: readers tell a material's values from a technique's defaults by it.
-            appendNumbers(text, name, values.data(), values.size(),
-                          [&] { return "Material \"" + material.name + "\""; });
+            appendField(text, name, values.data(), values.size());
         }
         text += "}}}";
         return text;
@@ -264,53 +212,41 @@ private:
         for (const auto& [name, values] : technique.getParameters()) {
             if (!first) text += ',';
             first = false;
+            refuse("Technique \"" + technique.getId() + "\"", faultOf(name, values.data(), values.size()));
             appendJsonString(text, name);
-            const auto place = [&, &parameter = name] {
-                return "Technique \"" + technique.getId() + "\", parameter \"" + parameter + "\"";
-            };
             text += ":{";
-            if (values.size() == 1 && std::isfinite(values[0])) {
+            if (values.size() == 1) {
                 appendMember(text, "\"value\":", values[0]);
             } else {
-                appendNumbers(text, "value", values.data(), values.size(), place);
+                appendField(text, "value", values.data(), values.size());
             }
             text += '}';
         }
         text += "}}";
     }
 
-    void nameMeshes() {
-        meshIds.reserve(document.meshes.size());
-        for (const MeshEntry& entry : document.meshes)
-            meshIds.push_back(meshNames.claim(entry.mesh->name));
-    }
-
     /// By first use and then by content, so that the order in which a caller's set of pointers happened to
     /// hand in namesakes does not show.
     void nameMaterials() {
         const std::size_t count = document.materials.size();
-        for (const auto& material : document.materials)
-            materialTexts.push_back(materialText(*material));
-        std::vector<std::size_t> firstUse(count, document.meshes.size());
-        for (std::size_t i = document.meshes.size(); i-- > 0;) {
-            if (document.meshes[i].material != MeshEntry::NO_MATERIAL)
-                firstUse[document.meshes[i].material] = i;
-        }
+        materialTexts.reserve(count);
+        for (const MaterialEntry& entry : document.materials)
+            materialTexts.push_back(materialText(*entry.material));
         std::vector<std::size_t> order(count);
         std::iota(order.begin(), order.end(), std::size_t(0));
         std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-            return firstUse[a] != firstUse[b] ? firstUse[a] < firstUse[b]
-                                              : materialTexts[a] < materialTexts[b];
+            const std::size_t useA = document.materials[a].firstUse, useB = document.materials[b].firstUse;
+            return useA != useB ? useA < useB : materialTexts[a] < materialTexts[b];
         });
         materialIds.resize(count);
         for (const std::size_t i : order)
-            materialIds[i] = materialNames.claim(document.materials[i]->name);
+            materialIds[i] = materialNames.claim(document.materials[i].material->name);
     }
 
     const Src& document;
-    HeaderText header;
-    DistinctIds meshNames, materialNames;
-    std::vector<std::string_view> meshIds, materialIds;
+    TextBlocks header;
+    DistinctIds materialNames;
+    std::vector<std::string_view> materialIds;
     std::vector<std::string> materialTexts;
 };
 
@@ -322,7 +258,8 @@ std::shared_ptr<SrcWriter> SrcWriter::create() {
 
 void SrcWriter::write(std::shared_ptr<Src> document, std::ostream& out) {
     if (!document) throw std::invalid_argument("There is no document to write.");
-    const HeaderText header = HeaderWriter(*document).run();
+    if (!document->fault.empty()) throw std::overflow_error(document->fault);
+    const TextBlocks header = HeaderWriter(*document).run();
     if (header.size() > headerLimit) {
         throw std::length_error("The header would have " + std::to_string(header.size()) +
                                 " bytes, more than the " + std::to_string(headerLimit) +
