@@ -44,7 +44,6 @@ public:
                 return;
             }
         }
-        if (text.empty()) return; // the data of an empty block may be null, which memcpy must not be given
         std::memcpy(block.get() + used, text.data(), text.size());
         used += text.size();
     }
