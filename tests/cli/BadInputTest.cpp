@@ -19,7 +19,6 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 class BadInput : public testing::Test {
 protected:
@@ -70,15 +69,17 @@ TEST_F(BadInput, ZeroByteFile) {
 
 TEST_F(BadInput, TruncatedGlb) {
     const std::string whole = glb(gltf({{"a"}}));
-    expectRefused("cut.glb", whole.substr(0, whole.size() / 2), Not(IsEmpty()));
+    expectRefused("cut.glb", whole.substr(0, whole.size() / 2),
+                  HasSubstr("announces " + std::to_string(whole.size()) + " bytes, the file has " +
+                            std::to_string(whole.size() / 2) + " (byte 8)"));
 }
 
 TEST_F(BadInput, ContentOfAnotherKindThanTheExtension) {
-    expectRefused("image.glb", "\x89PNG\r\n\x1a\n and so on", Not(IsEmpty()));
+    expectRefused("image.glb", "\x89PNG\r\n\x1a\n and so on", HasSubstr("looks like a PNG image"));
 }
 
 TEST_F(BadInput, BrokenJson) {
-    expectRefused("broken.gltf", gltf({{"a"}}).substr(0, 100), Not(IsEmpty()));
+    expectRefused("broken.gltf", gltf({{"a"}}).substr(0, 100), HasSubstr("line 1"));
 }
 
 TEST_F(BadInput, SceneWithoutAMesh) {
@@ -89,7 +90,7 @@ TEST_F(BadInput, SceneWithoutAMesh) {
 }
 
 TEST_F(BadInput, GeometryWithoutExtent) {
-    expectRefused("dot.obj", "v 1 1 1\nv 1 1 1\nv 1 1 1\nf 1 2 3\n", Not(IsEmpty()));
+    expectRefused("dot.obj", "v 1 1 1\nv 1 1 1\nv 1 1 1\nf 1 2 3\n", HasSubstr("at one place"));
 }
 
 TEST_F(BadInput, NothingButDegenerateTriangles) {
@@ -116,7 +117,8 @@ TEST_F(BadInput, DropRemovesWhatUsesNonFinitePositionsAndSaysHowMany) {
 }
 
 TEST_F(BadInput, IndexOutOfRange) {
-    expectRefused("far.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\nf 1 2 9\n", Not(IsEmpty()));
+    expectRefused("far.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\nf 1 2 9\n",
+                  HasSubstr("vertex 9, the file has 3 (line 5)"));
 }
 
 TEST_F(BadInput, IndexOutOfRangeInAFaceThatIsDroppedSilently) {
@@ -129,7 +131,8 @@ TEST_F(BadInput, IndexOutOfRangeInAFaceThatIsDroppedSilently) {
 }
 
 TEST_F(BadInput, ExtentThatOverflowsAFloat) {
-    expectRefused("huge.obj", "v -3e38 0 0\nv 3e38 0 0\nv 0 3e38 0\nf 1 2 3\n", Not(IsEmpty()));
+    expectRefused("huge.obj", "v -3e38 0 0\nv 3e38 0 0\nv 0 3e38 0\nf 1 2 3\n",
+                  HasSubstr("does not fit a 32-bit float"));
 }
 
 TEST_F(BadInput, HeaderThatClaimsBillionsOfElements) {
@@ -138,10 +141,10 @@ TEST_F(BadInput, HeaderThatClaimsBillionsOfElements) {
         "ply\nformat ascii 1.0\nelement vertex 4000000000\nproperty float x\nproperty float y\nproperty "
         "float z\n"
         "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n",
-        Not(IsEmpty()));
+        HasSubstr("4000000000"));
     std::filesystem::remove(folder / "claims.ply");
     expectRefused("claims.stl", std::string(80, ' ') + littleEndian(4000000000u) + std::string(50, '\0'),
-                  Not(IsEmpty()));
+                  HasSubstr("4000000000"));
 }
 
 } // namespace
