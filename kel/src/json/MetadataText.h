@@ -5,8 +5,8 @@
 
 namespace kel::src::detail {
 
-/// Deepest nesting of objects and arrays that a metadata text may have: in the file it stands four levels
-/// down in the header, of which readers follow 64.
+/// Deepest nesting of objects and arrays in one metadata text. In the file it stands four levels down in the
+/// header, and a header of 64 levels is one that readers follow and that no parser runs out of stack over.
 constexpr std::size_t MAX_METADATA_DEPTH = 60;
 
 /// The start of a text, taken as UTF-8 (RFC 3629).
