@@ -104,6 +104,14 @@ fixture::DefaultMeshPtr moved(fixture::DefaultMeshPtr mesh, float scale, float x
     return mesh;
 }
 
+/// The sphere with its faces outwards.
+fixture::DefaultMeshPtr ball(std::size_t slices, std::size_t stacks) {
+    auto mesh = fixture::sphere(slices, stacks);
+    const std::vector<std::size_t> inward = fixture::indicesOf(*mesh);
+    mesh->setIndices(std::vector<std::uint32_t>(inward.rbegin(), inward.rend()));
+    return mesh;
+}
+
 fixture::DefaultMeshPtr torus(std::size_t around, std::size_t across) {
     auto mesh = fixture::grid(around, across);
     std::vector<float> positions, normals, texcoords;
@@ -153,12 +161,12 @@ void assign(SrcWriterInput& input, std::size_t mesh, std::shared_ptr<kel::materi
 
 /// Bodies of every kind of attribute, with flat, stretched and far boxes.
 SrcWriterInput scene() {
-    auto sphere = moved(fixture::sphere(48, 24), 1.0f, -1.4f, 0.0f, 0.3f);
+    auto sphere = moved(ball(48, 24), 1.0f, -1.4f, 0.0f, 0.3f);
     auto ring = moved(torus(64, 24), 1.0f, 1.1f, 0.2f, 0.0f);
     auto ground = moved(colouredGround(), 6.0f, -3.0f, -3.0f, -1.2f);
     auto plate = moved(fixture::noNormals(), 0.8f, 0.6f, -1.9f, 0.2f);
     // A box three times as wide as high: where a quantized position's unequal steps would bend normals.
-    auto pebble = fixture::sphere(32, 16);
+    auto pebble = ball(32, 16);
     std::vector<float> positions = fixture::floatsOf(*pebble, "position");
     std::vector<float> normals = fixture::floatsOf(*pebble, "normal");
     for (std::size_t i = 0; i < positions.size(); i += 3) {
@@ -203,8 +211,8 @@ SrcWriterInput primitives() {
 SrcWriterInput many(std::size_t count) {
     std::vector<kel::mesh::MeshPtr> meshes;
     for (std::size_t i = 0; i < count; ++i) {
-        meshes.push_back(moved(fixture::sphere(8, 6), 0.35f, static_cast<float>(i % 20),
-                               static_cast<float>(i / 20 % 20), static_cast<float>(i / 400)));
+        meshes.push_back(moved(ball(8, 6), 0.35f, static_cast<float>(i % 20), static_cast<float>(i / 20 % 20),
+                               static_cast<float>(i / 400)));
     }
     auto input = fixture::inputOf(meshes);
     const auto red = shiny(0.8f, 0.2f, 0.2f), green = shiny(0.2f, 0.8f, 0.2f), blue = shiny(0.2f, 0.2f, 0.8f);
