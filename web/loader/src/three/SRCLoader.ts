@@ -1,0 +1,275 @@
+import {
+  BatchedMesh,
+  BufferGeometry,
+  Group,
+  Loader,
+  type Intersection,
+  type LoadingManager,
+  type Object3D,
+  type Side,
+} from 'three';
+import type { MeshArrays } from '../core/arrays.js';
+import { fetchMeshes, streamSrc, type FetchOptions } from '../core/fetch.js';
+import type { ReadLimits } from '../core/limits.js';
+import type { SrcHeader, SrcMesh } from '../core/model.js';
+import { parseSrc } from '../core/SrcFile.js';
+import { DecodeConstants } from './attributes.js';
+import { Batcher, type BatchData } from './batches.js';
+import { geometryOf, isTriangles } from './geometry.js';
+import { DEFAULT_MATERIAL_OPTIONS, MaterialTable, type MaterialOptions } from './materials.js';
+import { objectOf } from './objects.js';
+
+/** A loaded file. */
+export class SRCModel {
+  /** All objects; its userData.metadata are the document's. */
+  readonly scene = new Group();
+  /** The objects of meshes by their IDs. Meshes that are drawn in a batch are not among them. */
+  readonly objects = new Map<string, Object3D>();
+
+  private readonly constants = new DecodeConstants();
+  private readonly materials: MaterialTable;
+  private readonly batcher: Batcher | null;
+
+  constructor(
+    readonly header: SrcHeader,
+    options: MaterialOptions & { batch: boolean },
+  ) {
+    this.materials = new MaterialTable(options);
+    this.batcher = options.batch ? new Batcher(this.materials, this.constants) : null;
+    this.scene.userData = { metadata: header.metadata };
+  }
+
+  /** Makes a mesh's object, or keeps it for its batch, which gives null. */
+  add(arrays: MeshArrays): Object3D | null {
+    const { mesh } = arrays;
+    const source = geometryOf(arrays, this.constants);
+    if (this.batcher && source && isTriangles(mesh)) {
+      this.batcher.add(mesh, source);
+      return null;
+    }
+    const triangles = isTriangles(mesh);
+    const draw = triangles ? 'triangles' : mesh.drawnAs === 0 ? 'points' : 'lines';
+    const material =
+      source &&
+      this.materials.get(mesh.material, draw, source.geometry.userData.srcDecoding as string, {
+        colors: source.hasColors,
+        flat: triangles && !source.hasNormals,
+        batched: false,
+      });
+    const object = objectOf(mesh, source, material);
+    this.objects.set(mesh.id, object);
+    this.scene.add(object);
+    return object;
+  }
+
+  /** Puts the batches into the scene, if there are any. */
+  finish(): void {
+    for (const batch of this.batcher?.finish() ?? []) this.scene.add(batch);
+  }
+
+  /** The mesh that a ray has hit, also when it is drawn in a batch; null for objects of others. */
+  meshOf(intersection: Pick<Intersection, 'object' | 'batchId'>): SrcMesh | null {
+    const { object, batchId } = intersection;
+    const batch = object.userData.batch as BatchData | undefined;
+    if (batch && batchId !== undefined) return batch.meshes[batchId] ?? null;
+    const id = object.userData.id as unknown;
+    if (typeof id !== 'string' || this.objects.get(id) !== object) return null;
+    return this.byId.get(id) ?? null;
+  }
+
+  private meshes: Map<string, SrcMesh> | null = null;
+  private get byId(): Map<string, SrcMesh> {
+    return (this.meshes ??= new Map(this.header.meshes.map((mesh) => [mesh.id, mesh])));
+  }
+
+  /** Frees geometries and materials on the GPU, and takes the scene out of its parent. */
+  dispose(): void {
+    this.scene.removeFromParent();
+    this.scene.traverse((object) => {
+      if (object instanceof BatchedMesh) object.dispose();
+      else if ('geometry' in object && object.geometry instanceof BufferGeometry) object.geometry.dispose();
+    });
+    for (const material of this.materials.all) material.dispose();
+    this.scene.clear();
+    this.objects.clear();
+  }
+}
+
+export type SRCEvent =
+  | { type: 'header'; model: SRCModel; header: SrcHeader }
+  /** `object` is null for a mesh that will be drawn in a batch. */
+  | { type: 'mesh'; model: SRCModel; mesh: SrcMesh; object: Object3D | null };
+
+export interface LoadOptions {
+  signal?: AbortSignal;
+}
+
+/** An AbortSignal that follows several; AbortSignal.any is younger than many browsers in use. */
+function firstOf(signals: (AbortSignal | undefined)[]): { signal: AbortSignal; release: () => void } {
+  const controller = new AbortController();
+  const given = signals.filter((signal) => signal !== undefined);
+  const listeners = given.map((signal) => {
+    const abort = () => controller.abort(signal.reason);
+    if (signal.aborted) abort();
+    else signal.addEventListener('abort', abort);
+    return () => signal.removeEventListener('abort', abort);
+  });
+  return { signal: controller.signal, release: () => listeners.forEach((remove) => remove()) };
+}
+
+/**
+ * Loads SRC files.
+ *
+ *     const model = await new SRCLoader().loadAsync('part.src');
+ *     scene.add(model.scene);
+ */
+export class SRCLoader extends Loader<SRCModel> {
+  /** Draw all triangle meshes of one material at once: for files of thousands of small meshes. */
+  batch = false;
+  side: Side = DEFAULT_MATERIAL_OPTIONS.side;
+  colorSpace: string = DEFAULT_MATERIAL_OPTIONS.colorSpace;
+  /** What a file may ask for. */
+  limits: Partial<ReadLimits> = {};
+
+  private controller = new AbortController();
+
+  constructor(manager?: LoadingManager) {
+    super(manager);
+  }
+
+  setBatch(batch: boolean): this {
+    this.batch = batch;
+    return this;
+  }
+
+  setLimits(limits: Partial<ReadLimits>): this {
+    this.limits = limits;
+    return this;
+  }
+
+  /** Ends all loads of this loader that are under way: they fail with an AbortError. */
+  override abort(): this {
+    this.controller.abort();
+    this.controller = new AbortController();
+    return this;
+  }
+
+  override load(
+    url: string,
+    onLoad: (model: SRCModel) => void,
+    onProgress?: (event: ProgressEvent) => void,
+    onError?: (error: unknown) => void,
+    options: LoadOptions = {},
+  ): void {
+    const report = (loaded: number, total: number) =>
+      onProgress?.({ type: 'progress', lengthComputable: total > 0, loaded, total, target: null } as ProgressEvent);
+    this.whole(url, options, report).then(onLoad).catch((error: unknown) => {
+      if (onError) onError(error);
+      else console.error(error);
+    });
+  }
+
+  override loadAsync(url: string, onProgress?: (event: ProgressEvent) => void, options: LoadOptions = {}): Promise<SRCModel> {
+    return new Promise((resolve, reject) => this.load(url, resolve, onProgress, reject, options));
+  }
+
+  /** Reads a whole file. Its arrays are views of `data`, which must not change. Throws SrcError. */
+  parse(data: ArrayBuffer | Uint8Array<ArrayBuffer>): SRCModel {
+    const file = parseSrc(data, this.limits);
+    const model = this.modelOf(file.header);
+    for (const mesh of file.meshes) model.add(file.arrays(mesh));
+    model.finish();
+    return model;
+  }
+
+  static stream(url: string, options: LoadOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+    return new SRCLoader().stream(url, options);
+  }
+
+  /**
+   * Loads a file while it arrives: first an event with the header, whose model has an empty scene, and then one
+   * for each mesh, which is then in that scene. To stop, break out of the loop or abort.
+   */
+  async *stream(
+    url: string,
+    options: LoadOptions & { onProgress?: (loaded: number, total: number) => void } = {},
+  ): AsyncGenerator<SRCEvent, void, undefined> {
+    const address = this.addressOf(url);
+    const { signal, release } = firstOf(this.signals(options));
+    this.manager.itemStart(address);
+    let model: SRCModel | null = null;
+    try {
+      for await (const event of streamSrc(address, { ...this.requestOptions(), signal, onProgress: options.onProgress })) {
+        if (event.type === 'header') {
+          model = this.modelOf(event.header);
+          yield { type: 'header', model, header: event.header };
+        } else {
+          yield { type: 'mesh', model: model!, mesh: event.mesh, object: model!.add(event.arrays) };
+        }
+      }
+      model!.finish();
+    } catch (error) {
+      this.manager.itemError(address);
+      throw error;
+    } finally {
+      release();
+      this.manager.itemEnd(address);
+    }
+  }
+
+  /**
+   * Loads single meshes by their IDs, fetching only their bytes where the server knows ranges. IDs that the file does
+   * not have are not in the model.
+   */
+  async loadMeshes(url: string, ids: Iterable<string>, options: LoadOptions = {}): Promise<SRCModel> {
+    const address = this.addressOf(url);
+    const { signal, release } = firstOf(this.signals(options));
+    this.manager.itemStart(address);
+    try {
+      const { header, meshes } = await fetchMeshes(address, ids, { ...this.requestOptions(), signal });
+      const model = this.modelOf(header);
+      for (const arrays of meshes.values()) model.add(arrays);
+      model.finish();
+      return model;
+    } catch (error) {
+      this.manager.itemError(address);
+      throw error;
+    } finally {
+      release();
+      this.manager.itemEnd(address);
+    }
+  }
+
+  private async whole(url: string, options: LoadOptions, onProgress: (loaded: number, total: number) => void): Promise<SRCModel> {
+    let model: SRCModel | null = null;
+    try {
+      for await (const event of this.stream(url, { ...options, onProgress })) ({ model } = event);
+    } catch (error) {
+      model?.dispose();
+      throw error;
+    }
+    return model!;
+  }
+
+  private modelOf(header: SrcHeader): SRCModel {
+    return new SRCModel(header, { side: this.side, colorSpace: this.colorSpace, batch: this.batch });
+  }
+
+  /** What can end a load: the caller, abort(), and the manager's abort() where three.js has it. */
+  private signals(options: LoadOptions): (AbortSignal | undefined)[] {
+    const manager = this.manager as LoadingManager & { abortController?: AbortController };
+    return [options.signal, this.controller.signal, manager.abortController?.signal];
+  }
+
+  private addressOf(url: string): string {
+    return this.manager.resolveURL((this.path ?? '') + url);
+  }
+
+  private requestOptions(): FetchOptions {
+    return {
+      headers: { ...this.requestHeader },
+      credentials: this.withCredentials ? 'include' : 'same-origin',
+      limits: this.limits,
+    };
+  }
+}

@@ -1,0 +1,167 @@
+import {
+  BufferAttribute,
+  InstancedInterleavedBuffer,
+  InterleavedBuffer,
+  InterleavedBufferAttribute,
+  Vector3,
+  type TypedArray,
+} from 'three';
+import { decodeOctahedral } from '../core/arrays.js';
+
+/** value = code * scale + offset, per component. */
+export interface Affine {
+  scale: number[];
+  offset: number[];
+}
+
+/**
+ * Codes for the GPU, values for whoever reads them in JavaScript: raycasting, helpers, exporters. The shader decodes
+ * with the constants of DecodeConstants.
+ */
+export class DecodedAttribute extends BufferAttribute {
+  affine: Affine = { scale: [1, 1, 1, 1], offset: [0, 0, 0, 0] };
+
+  private at(index: number, component: number): number {
+    const { scale, offset } = this.affine;
+    return this.array[index * this.itemSize + component]! * scale[component]! + offset[component]!;
+  }
+  override getX(index: number): number {
+    return this.at(index, 0);
+  }
+  override getY(index: number): number {
+    return this.at(index, 1);
+  }
+  override getZ(index: number): number {
+    return this.at(index, 2);
+  }
+  override getW(index: number): number {
+    return this.at(index, 3);
+  }
+  override copy(source: this): this {
+    super.copy(source);
+    this.affine = source.affine;
+    return this;
+  }
+}
+
+/** The same for data with a stride. */
+export class DecodedInterleavedAttribute extends InterleavedBufferAttribute {
+  affine: Affine = { scale: [1, 1, 1, 1], offset: [0, 0, 0, 0] };
+
+  private at(index: number, component: number): number {
+    const { scale, offset } = this.affine;
+    return this.data.array[index * this.data.stride + this.offset + component]! * scale[component]! + offset[component]!;
+  }
+  override getX(index: number): number {
+    return this.at(index, 0);
+  }
+  override getY(index: number): number {
+    return this.at(index, 1);
+  }
+  override getZ(index: number): number {
+    return this.at(index, 2);
+  }
+  override getW(index: number): number {
+    return this.at(index, 3);
+  }
+}
+
+// An attribute's components are asked for one by one.
+const normal = new Vector3();
+
+/**
+ * A unit vector in a 16-bit word, interleaved with other data. To the GPU it is one number, which the shader takes
+ * apart; in JavaScript it is a vector, times `scale`.
+ */
+export class OctahedralAttribute extends InterleavedBufferAttribute {
+  scale = new Vector3(1, 1, 1);
+
+  override getX(index: number): number {
+    decodeOctahedral(this.data.array[index * this.data.stride + this.offset]!, normal);
+    return normal.x * this.scale.x;
+  }
+  override getY(index: number): number {
+    decodeOctahedral(this.data.array[index * this.data.stride + this.offset]!, normal);
+    return normal.y * this.scale.y;
+  }
+  override getZ(index: number): number {
+    decodeOctahedral(this.data.array[index * this.data.stride + this.offset]!, normal);
+    return normal.z * this.scale.z;
+  }
+}
+
+export type AnyAttribute = BufferAttribute | InterleavedBufferAttribute;
+
+/** An attribute over an array as it is, or one that JavaScript reads decoded. */
+export function attributeOver(array: TypedArray, components: number, stride: number, normalized: boolean, affine?: Affine | null): AnyAttribute {
+  if (stride === components) {
+    if (!affine) return new BufferAttribute(array, components, normalized);
+    const attribute = new DecodedAttribute(array, components, normalized);
+    attribute.affine = affine;
+    return attribute;
+  }
+  const buffer = new InterleavedBuffer(array, stride);
+  if (!affine) return new InterleavedBufferAttribute(buffer, components, 0, normalized);
+  const attribute = new DecodedInterleavedAttribute(buffer, components, 0, normalized);
+  attribute.affine = affine;
+  return attribute;
+}
+
+/** How the shader decodes a geometry's attributes; null where it need not. */
+export interface Decoding {
+  normal: Affine | null;
+  color: Affine | null;
+  uv: Affine | null;
+  /** "normal" is a word of two octahedral bytes. */
+  octahedral: boolean;
+}
+
+/** The kinds of decoding as a short text: what a shader is made for. */
+export function kindOf(decoding: Decoding): string {
+  return (
+    (decoding.octahedral ? 'o' : decoding.normal ? 'n' : '') + (decoding.color ? 'c' : '') + (decoding.uv ? 't' : '')
+  );
+}
+
+/** Larger than any number of instances: all of them, and draws without instances, read the first element. */
+const ALL_INSTANCES = 0x7fffffff;
+
+/**
+ * The numbers that the shader decodes with, as attributes that are the same for every vertex. So they belong to the
+ * geometry: any material that knows how to decode can draw it, and meshes that differ in them can share one material.
+ * Geometries with equal numbers share one buffer of some bytes.
+ */
+export class DecodeConstants {
+  private readonly buffers = new Map<string, InstancedInterleavedBuffer>();
+
+  attributesFor(decoding: Decoding): Record<string, InterleavedBufferAttribute> {
+    const names: [string, number][] = [];
+    const numbers: number[] = [];
+    const add = (name: string, affine: Affine | null, components: number, rest: Affine) => {
+      if (!affine) return;
+      for (const key of ['scale', 'offset'] as const) {
+        names.push([name + key[0]!.toUpperCase() + key.slice(1), components]);
+        for (let c = 0; c < components; ++c) numbers.push(affine[key][c] ?? rest[key][0]!);
+      }
+    };
+    const neutral = { scale: [1], offset: [0] };
+    if (!decoding.octahedral) add('srcNormal', decoding.normal, 3, neutral);
+    add('srcColor', decoding.color, 4, neutral);
+    add('srcUv', decoding.uv, 2, neutral);
+    if (numbers.length === 0) return {};
+
+    const key = `${kindOf(decoding)} ${numbers.join(' ')}`;
+    let buffer = this.buffers.get(key);
+    if (!buffer) {
+      buffer = new InstancedInterleavedBuffer(new Float32Array(numbers), numbers.length, ALL_INSTANCES);
+      this.buffers.set(key, buffer);
+    }
+    const result: Record<string, InterleavedBufferAttribute> = {};
+    let offset = 0;
+    for (const [name, components] of names) {
+      result[name] = new InterleavedBufferAttribute(buffer, components, offset);
+      offset += components;
+    }
+    return result;
+  }
+}
