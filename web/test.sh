@@ -47,4 +47,5 @@ fi
 export KELSRC_WEB_FIXTURES=$root/build/web/fixtures
 quietly "$fixtures" "$KELSRC_WEB_FIXTURES"
 quietly npm run --silent build
+[ -t 1 ] || export NO_COLOR=1
 npm test --silent
