@@ -270,7 +270,12 @@ void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t ve
 }
 
 std::string jsonValueText(const std::map<std::string, std::string>& values) {
-    std::string text = "{";
+    std::size_t size = 2;
+    for (const auto& [key, value] : values)
+        size += key.size() + value.size() + 6;
+    std::string text;
+    text.reserve(size);
+    text += '{';
     for (const auto& [key, value] : values) {
         if (text.size() > 1) text += ',';
         text += '"';

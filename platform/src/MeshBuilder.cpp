@@ -59,6 +59,7 @@ void MeshBuilder::setMaterial(std::shared_ptr<Material> material) {
 
 void MeshBuilder::setMetaJsonString(const std::string& text) {
     std::string meta;
+    meta.reserve(text.size());
     if (const auto fault = appendCompactJsonObject(text, meta)) {
         BOOST_LOG_SEV(*logging::Logger::getBoostLogger(
                           __LINE__, "void src::builder::MeshBuilder::setMetaJsonString(const std::string&)",
