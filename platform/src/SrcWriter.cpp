@@ -259,6 +259,8 @@ std::shared_ptr<SrcWriter> SrcWriter::create() {
 void SrcWriter::write(std::shared_ptr<Src> document, std::ostream& out) {
     if (!document) throw std::invalid_argument("There is no document to write.");
     if (!document->fault.empty()) throw std::overflow_error(document->fault);
+    // Kept whole until its length is known. Making it twice, once to count and once to write, would hold less
+    // memory but took an eighth longer for 20,000 small meshes.
     const TextBlocks header = HeaderWriter(*document).run();
     if (header.size() > headerLimit) {
         throw std::length_error("The header would have " + std::to_string(header.size()) +
