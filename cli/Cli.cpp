@@ -2,11 +2,13 @@
 
 #include "ConvertCommand.h"
 #include "HelpFormatter.h"
+#include "InfoCommand.h"
 #include "Messages.h"
 #include "Signals.h"
 #include "Status.h"
 #include "Suggest.h"
 #include "Terminal.h"
+#include "ValidateCommand.h"
 #include "Version.h"
 
 #include <CLI/App.hpp>
@@ -98,6 +100,8 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
     app.require_subcommand(1);
     std::map<std::string, Action> actions;
     actions["convert"] = addConvert(app);
+    actions["info"] = addInfo(app);
+    actions["validate"] = addValidate(app);
 
     if (args.empty()) {
         streams.err << SHORT_USAGE;
