@@ -73,17 +73,22 @@ TEST_F(Command, WritesIntoAPipe) {
     std::string got;
     std::thread reader([&] { got = contentOf(folder / "pipe"); });
     EXPECT_EQ(runProcess({"convert", plate, "-o", folder / "pipe"}).status, 0);
+    // A command that never opened the pipe leaves the reader waiting for a writer; this is one.
+    ::close(::open((folder / "pipe").c_str(), O_WRONLY | O_NONBLOCK));
     reader.join();
     EXPECT_EQ(runProcess({"convert", plate, "-o", folder / "out.src"}).status, 0);
     EXPECT_EQ(got, contentOf(folder / "out.src"));
 }
 
-/// True when a process waits for the reader of a pipe and handles this signal.
+/// True when a process waits for the reader of a pipe and handles this signal, or has ended.
 bool waitsAndCatches(pid_t pid, int signal) {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     bool sleeps = false, catches = false;
     for (std::string line; std::getline(status, line);) {
-        if (line.compare(0, 6, "State:") == 0) sleeps = line.find('S') != std::string::npos;
+        if (line.compare(0, 7, "State:\t") == 0) {
+            if (line[7] == 'Z') return true;
+            sleeps = line[7] == 'S';
+        }
         if (line.compare(0, 7, "SigCgt:") == 0)
             catches = std::strtoull(line.c_str() + 7, nullptr, 16) >> (signal - 1) & 1;
     }
