@@ -126,7 +126,7 @@ fixture::DefaultMeshPtr torus(std::size_t around, std::size_t across) {
                                                static_cast<float>(0.25 * n[2])});
             for (const double component : n)
                 normals.push_back(static_cast<float>(component));
-            texcoords.insert(texcoords.end(), {static_cast<float>(4 * u), static_cast<float>(v)});
+            texcoords.insert(texcoords.end(), {static_cast<float>(4 * u - 1.3), static_cast<float>(v + 0.2)});
         }
     }
     mesh->addAttribute("position", 3, std::move(positions));

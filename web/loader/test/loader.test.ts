@@ -217,11 +217,34 @@ describe('materials', () => {
     expect(materials.size).toBe(3);
   });
 
+  test('decode as clones too', () => {
+    const { objects } = new SRCLoader().parse(fixture('position-normal'));
+    const material = (objects.get('mesh0') as THREE.Mesh).material as THREE.Material;
+    const plain = { vertexShader: 'void main() {}', fragmentShader: '', uniforms: {} } as never;
+    const compiled = (m: THREE.Material) => {
+      const shader = { ...(plain as object) } as { vertexShader: string };
+      m.onBeforeCompile(shader as never, null as never);
+      return shader.vertexShader;
+    };
+    expect(compiled(material)).toContain('#define normal');
+    expect(compiled(material.clone().clone())).toBe(compiled(material));
+  });
+
   test('are flat where a mesh has no normals', () => {
     const { objects } = new SRCLoader().parse(fixture('uncompressed'));
     const flat = [...objects.values()].map((o) => ((o as THREE.Mesh).material as THREE.MeshPhongMaterial).flatShading);
     expect(flat).toEqual([false, false, false, true, false]);
   });
+});
+
+test('names that mean something to JavaScript harm nothing', () => {
+  const text = JSON.stringify(triangle())
+    .replace('"attributes":{', '"attributes":{"__proto__":"a","constructor":"a",')
+    .replace('"techniques":{}', '"techniques":{"t":{"parameters":{"__proto__":{"value":1}}}}');
+  const model = new SRCLoader().parse(srcOf(text, TRIANGLE_DATA));
+  const { attributes } = (model.objects.get('m') as THREE.Mesh).geometry;
+  expect(Object.getPrototypeOf(attributes)).toBe(Object.prototype);
+  expect(Object.keys(attributes).sort()).toEqual(['constructor', 'position']);
 });
 
 test('names come from the metadata, IDs and metadata are verbatim', () => {

@@ -41,7 +41,8 @@ export class SrcAssembler implements SrcBytes {
   private held = 0;
   private readonly blockOf: number[] = []; // by chunk index
   private readonly placeOf: number[] = []; // by chunk index: in the block
-  private readonly scattered = new Set<number>(); // buffer views whose chunks do not lie together
+  // Buffer views whose chunks do not lie together in memory, and their bytes once they were asked for.
+  private readonly scattered = new Map<number, Uint8Array<ArrayBuffer> | null>();
   private incoming: SrcChunk[] = []; // with bytes, by place in the file
   private nextChunk = 0;
   private meshes: SrcMesh[] = []; // by where their last byte lies
@@ -113,7 +114,9 @@ export class SrcAssembler implements SrcBytes {
   bytesOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
     const first = view.chunks[0];
     if (!first) return new Uint8Array(0);
-    if (!this.scattered.has(view.index)) {
+    const known = this.scattered.get(view.index);
+    if (known) return known;
+    if (known === undefined) {
       const place = this.placeOf[first.index]!;
       return this.bytesIn(this.blockOf[first.index]!).subarray(place, place + view.storedBytes);
     }
@@ -123,7 +126,10 @@ export class SrcAssembler implements SrcBytes {
       const place = this.placeOf[chunk.index]!;
       return this.bytesIn(this.blockOf[chunk.index]!).subarray(place, place + chunk.byteLength);
     });
-    return gather(pieces).subarray(0, view.storedBytes);
+    this.held += length;
+    const bytes = gather(pieces).subarray(0, view.storedBytes);
+    this.scattered.set(view.index, bytes);
+    return bytes;
   }
 
   private bytesIn(block: number): Uint8Array<ArrayBuffer> {
@@ -203,7 +209,7 @@ export class SrcAssembler implements SrcBytes {
         continue;
       }
       // Chunks that several views use, or one view twice.
-      if (view.chunks.length > 1) this.scattered.add(view.index);
+      if (view.chunks.length > 1) this.scattered.set(view.index, null);
       for (const chunk of view.chunks) if (this.blockOf[chunk.index] === -1) put([chunk]);
     }
     this.incoming = byPlace.filter((chunk) => this.blockOf[chunk.index] !== -1);

@@ -10,6 +10,7 @@ export class SrcFile implements SrcBytes {
   private readonly limits: ReadLimits;
   private readonly gathered = new Map<number, Uint8Array<ArrayBuffer>>();
   private gatheredBytes = 0;
+  private byId: Map<string, SrcMesh> | null = null;
 
   /** Throws SrcError. */
   constructor(source: ArrayBuffer | Uint8Array<ArrayBuffer>, limits?: Partial<ReadLimits>) {
@@ -28,7 +29,8 @@ export class SrcFile implements SrcBytes {
   }
 
   find(id: string): SrcMesh | undefined {
-    return this.header.meshes.find((mesh) => mesh.id === id);
+    this.byId ??= new Map(this.header.meshes.map((mesh) => [mesh.id, mesh]));
+    return this.byId.get(id);
   }
 
   arrays(mesh: SrcMesh): MeshArrays {
@@ -36,19 +38,15 @@ export class SrcFile implements SrcBytes {
   }
 
   bytesOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
-    const { chunks } = view;
-    const start = chunks.length > 0 ? chunks[0]!.byteOffset : 0;
-    let end = start;
-    if (chunks.every((chunk) => chunk.byteOffset === end && ((end += chunk.byteLength), true))) {
-      return this.data.subarray(start, start + view.storedBytes);
-    }
+    const { dataOffset } = view;
+    if (dataOffset >= 0) return this.data.subarray(dataOffset, dataOffset + view.storedBytes);
     let bytes = this.gathered.get(view.index);
     if (!bytes) {
-      this.gatheredBytes += end;
+      this.gatheredBytes += view.chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0);
       if (this.gatheredBytes > this.limits.memoryBytes) {
         throw exceeds('memoryBytes', this.gatheredBytes, this.limits.memoryBytes);
       }
-      bytes = gather(chunks.map((c) => this.data.subarray(c.byteOffset, c.byteOffset + c.byteLength)));
+      bytes = gather(view.chunks.map((c) => this.data.subarray(c.byteOffset, c.byteOffset + c.byteLength)));
       this.gathered.set(view.index, bytes);
     }
     return bytes.subarray(0, view.storedBytes);

@@ -303,8 +303,8 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   }));
 
   let chunkNames = 0;
-  const bufferViews = new Map<string, SrcBufferView>();
-  const namesOfChunks = section(root.bufferViews, ['bufferViews'], (entry, id): JsonValue[] => {
+  let viewCount = 0;
+  const bufferViews = section(root.bufferViews, ['bufferViews'], (entry, id): SrcBufferView => {
     const byteLength = countOf(entry, 'byteLength', PATHS.bufferViews, id);
     const names = entry.chunks;
     if (names === undefined) return fail('MISSING_KEY', ['bufferViews', id, 'chunks']);
@@ -314,8 +314,8 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
     for (let i = 0; i < names.length; ++i) {
       if (typeof names[i] !== 'string') wrongType(['bufferViews', id, 'chunks', String(i)], 'a text', names[i]);
     }
-    bufferViews.set(id, { id, byteLength, storedBytes: 0, chunks: [], index: bufferViews.size });
-    return names;
+    const list = names as unknown as SrcChunk[]; // once they are resolved
+    return { id, byteLength, storedBytes: 0, dataOffset: -1, chunks: list, index: viewCount++ };
   });
 
   const techniqueNames: (string | null)[] = [];
@@ -380,14 +380,21 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
 
   const dangling = (code: SrcCode, name: string, ...path: string[]) => fail(code, path, `"${name.slice(0, 80)}"`);
 
-  for (const [id, names] of namesOfChunks) {
-    const view = bufferViews.get(id)!;
-    let stored = 0;
-    for (let i = 0; i < names.length; ++i) {
-      const chunk = chunks.get(names[i] as string);
-      if (!chunk) return dangling('DANGLING_CHUNK', names[i] as string, 'bufferViews', id, 'chunks', String(i));
-      view.chunks.push(chunk);
+  const chunkOf = (view: SrcBufferView, i: number): SrcChunk => {
+    const name = view.chunks[i] as unknown as string;
+    return chunks.get(name) ?? dangling('DANGLING_CHUNK', name, 'bufferViews', view.id, 'chunks', String(i));
+  };
+  for (const view of bufferViews.values()) {
+    // The list of names becomes the list of chunks.
+    let stored = 0, end = -1;
+    view.dataOffset = 0;
+    for (let i = 0; i < view.chunks.length; ++i) {
+      const chunk = chunkOf(view, i);
+      view.chunks[i] = chunk;
       stored += chunk.byteLength;
+      if (i === 0) view.dataOffset = chunk.byteOffset;
+      else if (chunk.byteOffset !== end) view.dataOffset = -1;
+      end = chunk.byteOffset + chunk.byteLength;
     }
     view.storedBytes = Math.min(stored, view.byteLength);
   }
@@ -431,14 +438,14 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       mesh.indices = view;
     }
     mesh.material = material === '' ? null : (materials.get(material) ?? null);
-    for (const name of Object.keys(attributes)) {
+    const resolved = Object.keys(attributes).map((name): SrcAttribute => {
       const id = attributes[name] as string;
       const view = attributeViews.get(id);
       if (!view) return dangling('DANGLING_ATTRIBUTE_VIEW', id, 'meshes', mesh.id, 'attributes', name);
       view.owner ??= mesh;
-      mesh.attributes.push({ name, view, fit: fitOf(mesh.metadata, name, view.components) });
-    }
-    mesh.attributes = ownAttributes(mesh.attributes, mesh);
+      return { name, view, fit: fitOf(mesh.metadata, name, view.components) };
+    });
+    mesh.attributes = ownAttributes(resolved, mesh);
     return mesh;
   });
 
@@ -469,7 +476,7 @@ interface NamedMesh {
   material: string;
 }
 
-const NO_BUFFER: SrcBufferView = { id: '', byteLength: 0, storedBytes: 0, chunks: [], index: -1 };
+const NO_BUFFER: SrcBufferView = { id: '', byteLength: 0, storedBytes: 0, dataOffset: 0, chunks: [], index: -1 };
 
 function drawnAs(primitive: number, metadata: JsonValue): number {
   if (primitive !== TRIANGLES || !isObject(metadata) || metadata.numOriginalTriangles !== undefined) return primitive;
@@ -490,9 +497,8 @@ export function isCombined(attribute: SrcAttribute): boolean {
 function ownAttributes(attributes: SrcAttribute[], mesh: SrcMesh): SrcAttribute[] {
   const position = attributes.find((a) => a.name === 'position') ?? attributes.find(isCombined);
   const owner = position?.view.owner ?? mesh;
-  return attributes.filter(
-    ({ view }) => view.owner === owner && (!position || view.count === position.view.count),
-  );
+  const isOwn = ({ view }: SrcAttribute) => view.owner === owner && (!position || view.count === position.view.count);
+  return attributes.every(isOwn) ? attributes : attributes.filter(isOwn);
 }
 
 /**

@@ -41,6 +41,8 @@ export interface SrcBufferView {
   byteLength: number;
   /** What its chunks hold, at most byteLength; views lie inside this. */
   storedBytes: number;
+  /** Where its bytes begin in the data section; -1 when its chunks do not lie back to back. */
+  dataOffset: number;
   chunks: SrcChunk[];
   /** Place among all buffer views. */
   index: number;

@@ -96,13 +96,17 @@ export function isTriangles(mesh: SrcMesh): boolean {
   return ![POINTS, LINES, LINE_LOOP, LINE_STRIP].includes(mesh.drawnAs);
 }
 
+/** Names that mean something to three.js, or to JavaScript. */
+const RESERVED = new Set(['position', 'normal', 'uv', 'color', '__proto__']);
+
 /** Null for a mesh without positions, of which nothing can be drawn. */
 export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants: DecodeConstants): SrcGeometry | null {
   const position = attributes.find((a) => a.name === 'position') ?? attributes.find((a) => a.combined);
   if (!position) return null;
   const geometry = new BufferGeometry();
   const decoding: Decoding = { normal: null, color: null, uv: null, octahedral: false };
-  const place = affineOf(readable(position));
+  const readablePosition = readable(position);
+  const place = affineOf(readablePosition);
   const scale = new Vector3(place.scale[0] ?? 1, place.scale[1] ?? 1, place.scale[2] ?? 1);
   const offset = new Vector3(place.offset[0] ?? 0, place.offset[1] ?? 0, place.offset[2] ?? 0);
   // Normals that JavaScript reads are those of the codes' space, as three.js expects of a geometry.
@@ -110,12 +114,12 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
   const bend = isEven ? null : scale.toArray();
 
   for (const given of attributes) {
-    const attribute = readable(given);
+    const attribute = given === position ? readablePosition : readable(given);
     const { components, stride, name } = attribute;
     const array = attribute.array as TypedArray;
-    const affine = affineOf(attribute);
+    const affine = given === position ? place : affineOf(attribute);
     const type = attribute.view.componentType;
-    if (attribute === position || given === position) {
+    if (given === position) {
       if (attribute.combined) {
         const buffer = new InterleavedBuffer(array, stride);
         geometry.setAttribute('position', new InterleavedBufferAttribute(buffer, 3, 0));
@@ -139,7 +143,7 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
       const plain = normalized || isNeutral(affine);
       if (!plain) decoding[target] = affine;
       geometry.setAttribute(target, attributeOver(array, components, stride, normalized, plain ? null : affine));
-    } else if (!['position', 'normal', 'uv', 'color'].includes(name)) {
+    } else if (!RESERVED.has(name)) {
       geometry.setAttribute(name, attributeOver(array, components, stride, false, isNeutral(affine) ? null : affine));
     }
   }
@@ -152,7 +156,7 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
   }
   for (const [name, attribute] of Object.entries(constants.attributesFor(decoding))) geometry.setAttribute(name, attribute);
   geometry.userData.srcDecoding = kindOf(decoding);
-  setBounds(geometry, mesh, readable(position));
+  setBounds(geometry, mesh, readablePosition);
   return {
     geometry,
     decoding,

@@ -76,6 +76,9 @@ export function decodeInShader<M extends Material>(material: M, kind: string, ba
     shader.vertexShader = shader.vertexShader.replace(/\bvoid\s+main\s*\(\s*\)/, (main) => `${text}\n${main}`);
   };
   material.customProgramCacheKey = () => `${cacheKey()} kelsrc ${kind} ${batched}`;
+  // three.js does not copy these; a clone, made to be highlighted perhaps, must decode as well.
+  const { clone } = material;
+  material.clone = () => decodeInShader(clone.call(material) as M, kind, batched);
   return material;
 }
 
@@ -92,18 +95,18 @@ export const DEFAULT_MATERIAL_OPTIONS: MaterialOptions = { side: DoubleSide, col
 
 /** The parameters of a material: its own values, and for those that it does not set the technique's defaults. */
 export function parametersOf(material: SrcMaterial | null): Record<string, number[]> {
-  const parameters: Record<string, number[]> = {};
+  const parameters = new Map<string, number[]>(); // a name may be "__proto__"
   const add = (name: string, value: JsonValue | undefined) => {
     const numbers = Array.isArray(value) ? value : [value];
     if (numbers.length > 0 && numbers.every((x) => typeof x === 'number' && Number.isFinite(x))) {
-      parameters[name] = numbers as number[];
+      parameters.set(name, numbers as number[]);
     }
   };
   for (const [name, entry] of Object.entries(material?.technique?.parameters ?? {})) {
     if (typeof entry === 'object' && entry !== null && !Array.isArray(entry)) add(name, entry.value);
   }
   for (const [name, value] of Object.entries(material?.values ?? {})) add(name, value);
-  return parameters;
+  return Object.fromEntries(parameters);
 }
 
 /** The materials of one file. Meshes with equal parameters share one, whatever the names: fewer states to change. */

@@ -30,8 +30,6 @@ export class SRCMesh extends Mesh<BufferGeometry, Material> {
   constructor(geometry?: BufferGeometry, material?: Material) {
     super(geometry, material);
     const { decodeScale } = this;
-    const unscaled = new Matrix4();
-    const inverse = new Vector3();
     this.normalMatrix.getNormalMatrix = function (modelView: Matrix4) {
       const matrix = decodeScale.equals(ONE) ? modelView : unscaled.copy(modelView).scale(inverse.set(1, 1, 1).divide(decodeScale));
       return Matrix3.prototype.getNormalMatrix.call(this, matrix) as Matrix3;
@@ -46,6 +44,8 @@ export class SRCMesh extends Mesh<BufferGeometry, Material> {
 }
 
 const ONE = new Vector3(1, 1, 1);
+const unscaled = new Matrix4();
+const inverse = new Vector3();
 const sphere = new Sphere();
 const a = new Vector3(), b = new Vector3(), onRay = new Vector3(), onLine = new Vector3();
 
