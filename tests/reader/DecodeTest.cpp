@@ -59,7 +59,7 @@ TEST(DecodeAttribute, AddsTheOffsetAndDividesByTheScale) {
 
 TEST(DecodeAttribute, ALongRunEqualsItsElementsOneByOne) {
     // Long runs are decoded four elements at a time; what is left over, one by one.
-    rc::check("groups and leftovers agree", [] {
+    EXPECT_TRUE(rc::check("groups and leftovers agree", [] {
         const auto components = *rc::gen::inRange<std::size_t>(1, 5);
         const auto count = *rc::gen::inRange<std::size_t>(0, 40);
         const auto codes = *rc::gen::container<std::vector<std::uint16_t>>(
@@ -80,7 +80,7 @@ TEST(DecodeAttribute, ALongRunEqualsItsElementsOneByOne) {
             const auto c = static_cast<double>(i % components);
             RC_ASSERT(values[i] == static_cast<float>((codes[i] + (3.25 + c)) / (0.75 + c)));
         }
-    });
+    }));
 }
 
 TEST(DecodeAttribute, FloatsPassBitForBit) {

@@ -896,7 +896,9 @@ void ThrowingSink::report(SrcCode code, std::uint64_t offset, std::string path, 
 }
 
 bool readPreamble(ByteView bytes, const ReadLimits& limits, FindingSink& sink, Preamble& preamble) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data), bytes.size);
+    // No more than a stream has read by now, so that both say the same.
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data),
+                                std::min(bytes.size, Preamble::BYTES));
     const auto refuse = [&](SrcCode code, std::uint64_t offset, std::string detail) {
         sink.report(code, offset, {}, std::move(detail));
         return false;
@@ -906,7 +908,8 @@ bool readPreamble(ByteView bytes, const ReadLimits& limits, FindingSink& sink, P
         text.substr(0, 4) != std::string_view("\x17\0\0\0", 4).substr(0, text.size());
     if (signatureIsWrong) {
         if (text.substr(0, 4) == "glTF") return refuse(SrcCode::LOOKS_LIKE_GLB, 0, {});
-        const std::size_t first = std::min(text.find_first_not_of("\xef\xbb\xbf \t\r\n"), text.size());
+        const std::size_t mark = text.substr(0, 3) == "\xef\xbb\xbf" ? 3 : 0;
+        const std::size_t first = std::min(text.find_first_not_of(" \t\r\n", mark), text.size());
         if (text.substr(first, 1) == "<") return refuse(SrcCode::LOOKS_LIKE_HTML, first, {});
         return refuse(SrcCode::WRONG_SIGNATURE, 0, {});
     }
@@ -954,6 +957,8 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
                     std::to_string(chunk.byteLength) + " bytes from byte " +
                         std::to_string(chunk.byteOffset) + " of " + std::to_string(dataBytes));
     }
+    // Against the end of the last chunk, which a stream knows too, and not against what may follow it.
+    const std::uint64_t end = tables.payloadEnd();
     for (std::size_t i = 0; i < tables.bufferViews.size(); ++i) {
         const SrcBufferView& view = tables.bufferViews[i];
         bool usable = i >= tables.badBufferViews.size() || !tables.badBufferViews[i];
@@ -961,11 +966,11 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
             const std::uint32_t chunk = tables.viewChunks[view.firstChunk + c];
             if (chunk < tables.badChunks.size() && tables.badChunks[chunk]) usable = false;
         }
-        if (usable && view.storedBytes > dataBytes) {
+        if (usable && view.storedBytes > end) {
             usable = false;
             sink.report(SrcCode::REPEATED_CHUNKS, SrcError::NO_OFFSET,
                         pointerOf(std::initializer_list<std::string_view>{"bufferViews", view.id}),
-                        std::to_string(view.storedBytes) + " of " + std::to_string(dataBytes) + " bytes");
+                        std::to_string(view.storedBytes) + " of " + std::to_string(end) + " bytes");
         }
         if (!usable && i < tables.badBufferViews.size()) tables.badBufferViews[i] = true;
     }
