@@ -1,6 +1,7 @@
 #include "Cli.h"
 
 #include "ConvertCommand.h"
+#include "ExportCommand.h"
 #include "HelpFormatter.h"
 #include "InfoCommand.h"
 #include "Messages.h"
@@ -102,6 +103,7 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
     actions["convert"] = addConvert(app);
     actions["info"] = addInfo(app);
     actions["validate"] = addValidate(app);
+    actions["export"] = addExport(app);
 
     if (args.empty()) {
         streams.err << SHORT_USAGE;
