@@ -1,5 +1,6 @@
 #include "Report.h"
 
+#include "JsonOutput.h"
 #include "Table.h"
 
 #include <cstdio>
@@ -12,105 +13,59 @@ namespace {
 
 using kel::prepare::ReachedError;
 
-std::string shortNumber(double value) {
-    char text[40];
-    std::snprintf(text, sizeof text, "%.3g", value);
-    return text;
-}
-
 std::string describe(const ReachedError& error) {
     if (error.position == 0.0 && error.normalDegrees == 0.0) return "positions and normals are exact";
-    return "largest error: positions " + shortNumber(error.position) + ", normals " +
-           shortNumber(error.normalDegrees) + " degrees";
-}
-
-/// Well-formed UTF-8 as it is, every other byte as U+FFFD.
-std::string validUtf8(const std::string& text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size();) {
-        const auto byte = [&](std::size_t at) {
-            return at < text.size() ? static_cast<unsigned char>(text[at]) : 0u;
-        };
-        const unsigned first = byte(i);
-        const std::size_t length = first < 0x80                     ? 1
-                                   : first >= 0xc2 && first <= 0xdf ? 2
-                                   : first >= 0xe0 && first <= 0xef ? 3
-                                   : first >= 0xf0 && first <= 0xf4 ? 4
-                                                                    : 0;
-        bool good = length != 0;
-        for (std::size_t k = 1; k < length; ++k)
-            good = good && (byte(i + k) & 0xc0u) == 0x80;
-        // No overlong forms, surrogates or code points beyond the last.
-        if (first == 0xe0) good = good && byte(i + 1) >= 0xa0;
-        if (first == 0xed) good = good && byte(i + 1) <= 0x9f;
-        if (first == 0xf0) good = good && byte(i + 1) >= 0x90;
-        if (first == 0xf4) good = good && byte(i + 1) <= 0x8f;
-        if (good) {
-            result.append(text, i, length);
-            i += length;
-        } else {
-            result += "\xef\xbf\xbd";
-            ++i;
-        }
-    }
-    return result;
-}
-
-picojson::value json(const std::string& text) {
-    return picojson::value(validUtf8(text));
-}
-picojson::value json(std::uint64_t number) {
-    return picojson::value(static_cast<double>(number));
+    return "largest error: positions " + shortNumber(error.position, 3) + ", normals " +
+           shortNumber(error.normalDegrees, 3) + " degrees";
 }
 
 picojson::value json(const ReachedError& error) {
     picojson::object object;
-    // A mode may be asked for that cannot hold the positions at all; JSON has no infinity.
-    if (error.position <= std::numeric_limits<double>::max())
-        object["position"] = picojson::value(error.position);
-    if (error.normalDegrees <= 180.0) object["normalDegrees"] = picojson::value(error.normalDegrees);
+    // A mode may be asked for that cannot hold the positions at all: null, then.
+    object["position"] = jsonNumber(error.position);
+    object["normalDegrees"] = jsonNumber(error.normalDegrees);
     return picojson::value(object);
 }
 
 picojson::value json(const std::vector<std::string>& texts) {
     picojson::array array;
     for (const auto& text : texts)
-        array.push_back(json(text));
+        array.push_back(jsonText(text));
     return picojson::value(array);
 }
 
 picojson::value json(const WrittenMesh& mesh) {
     picojson::object object;
-    object["name"] = json(mesh.name);
-    object["triangles"] = json(mesh.triangles);
-    object["lines"] = json(mesh.lines);
-    object["points"] = json(mesh.points);
-    object["vertices"] = json(mesh.vertices);
-    object["bytes"] = json(mesh.bytes);
+    object["name"] = jsonText(mesh.name);
+    object["triangles"] = jsonCount(mesh.triangles);
+    object["lines"] = jsonCount(mesh.lines);
+    object["points"] = jsonCount(mesh.points);
+    object["vertices"] = jsonCount(mesh.vertices);
+    object["bytes"] = jsonCount(mesh.bytes);
     if (mesh.error) object["errorReached"] = json(*mesh.error);
     return picojson::value(object);
 }
 
 void addReport(picojson::object& object, const ConvertReport& report, bool withList) {
-    object["format"] = json(report.format);
-    object["writer"] = json(isContainerTarget(report.target) ? "container" : "public");
-    object[isContainerTarget(report.target) ? "preset" : "mode"] = json(nameOf(report.target));
-    object["meshes"] = json(report.meshes);
-    object["triangles"] = json(report.triangles);
-    object["lines"] = json(report.lines);
-    object["points"] = json(report.points);
-    object["vertices"] = json(report.vertices);
-    object["bytesIn"] = json(report.bytesIn);
-    object["bytesOut"] = json(report.bytesOut);
+    object["format"] = jsonText(report.format);
+    object["writer"] = jsonText(isContainerTarget(report.target) ? "container" : "public");
+    object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(nameOf(report.target));
+    object["meshes"] = jsonCount(report.meshes);
+    object["triangles"] = jsonCount(report.triangles);
+    object["lines"] = jsonCount(report.lines);
+    object["points"] = jsonCount(report.points);
+    object["vertices"] = jsonCount(report.vertices);
+    object["bytesIn"] = jsonCount(report.bytesIn);
+    object["bytesOut"] = jsonCount(report.bytesOut);
     if (report.error) object["errorReached"] = json(*report.error);
     object["notes"] = json(report.notes);
     object["warnings"] = json(report.warnings);
     picojson::array dropped;
     for (const auto& entry : report.dropped) {
         picojson::object item;
-        item["kind"] = json(entry.kind);
-        item["count"] = json(entry.count);
-        item["detail"] = json(entry.detail);
+        item["kind"] = jsonText(entry.kind);
+        item["count"] = jsonCount(entry.count);
+        item["detail"] = jsonText(entry.detail);
         dropped.emplace_back(item);
     }
     object["dropped"] = picojson::value(dropped);
@@ -160,7 +115,7 @@ void printList(std::ostream& out, const std::vector<WrittenMesh>& meshes) {
         if (points) row.push_back(std::to_string(mesh.points));
         row.push_back(std::to_string(mesh.vertices));
         row.push_back(std::to_string(mesh.bytes));
-        if (errors) row.push_back(mesh.error ? shortNumber(mesh.error->position) : "");
+        if (errors) row.push_back(mesh.error ? shortNumber(mesh.error->position, 3) : "");
         table.add(std::move(row));
     }
     table.print(out);
@@ -168,19 +123,19 @@ void printList(std::ostream& out, const std::vector<WrittenMesh>& meshes) {
 
 picojson::value toJson(const Job& job, const Outcome& outcome, bool withList) {
     picojson::object object;
-    object["input"] = json(job.source.stream ? "-" : job.source.file.string());
-    object["output"] = json(job.target.stream ? "-" : job.target.file.string());
+    object["input"] = jsonText(job.source.stream ? "-" : job.source.file.string());
+    object["output"] = jsonText(job.target.stream ? "-" : job.target.file.string());
     object["seconds"] = picojson::value(outcome.seconds);
     switch (outcome.state) {
     case Outcome::CONVERTED:
-        object["status"] = json(std::uint64_t(STATUS_OK));
+        object["status"] = jsonCount(STATUS_OK);
         addReport(object, outcome.report, withList);
         break;
     case Outcome::FAILED: {
-        object["status"] = json(static_cast<std::uint64_t>(outcome.failure->status()));
+        object["status"] = jsonCount(static_cast<std::uint64_t>(outcome.failure->status()));
         const std::string& subject = outcome.failure->subject();
-        object["error"] = json((subject.empty() ? "" : subject + ": ") + outcome.failure->what());
-        object["remedy"] = json(outcome.failure->remedy());
+        object["error"] = jsonText((subject.empty() ? "" : subject + ": ") + outcome.failure->what());
+        object["remedy"] = jsonText(outcome.failure->remedy());
         break;
     }
     case Outcome::NOT_TRIED:
