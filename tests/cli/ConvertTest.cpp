@@ -1,7 +1,6 @@
-#include "CommandRun.h"
+#include "ConversionTest.h"
 #include "Models.h"
 
-#include <support/SrcText.h>
 #include <support/Streams.h>
 
 #include <gmock/gmock.h>
@@ -19,23 +18,9 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
-class Convert : public testing::Test {
+class Convert : public ConversionTest {
 protected:
-    std::string model(const std::string& name, const std::string& text) {
-        return writeFile(folder / name, text);
-    }
-
-    /// Converts with the container writer and takes the written file apart.
-    SrcText converted(std::vector<std::string> args) {
-        args.insert(args.begin(), {"convert", "--writer=container"});
-        args.insert(args.end(), {"-o", folder / "out.src"});
-        result = runCommand(args);
-        if (result.status != 0) throw std::runtime_error(result.err);
-        return SrcText(contentOf(folder / "out.src"));
-    }
-
-    TempFolder folder;
-    CommandResult result;
+    Convert() : ConversionTest({"--writer=container"}) {}
 };
 
 /// The floats of an attribute of a mesh, found as a reader finds them; empty when the mesh has no such

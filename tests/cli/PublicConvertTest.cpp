@@ -1,9 +1,7 @@
 // `kelsrc convert` with the public writer: modes, splitting, units and axes, standard input and output.
 
-#include "CommandRun.h"
+#include "ConversionTest.h"
 #include "Models.h"
-
-#include <support/SrcText.h>
 
 #include <gmock/gmock.h>
 
@@ -19,23 +17,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class PublicConvert : public testing::Test {
-protected:
-    std::string model(const std::string& name, const std::string& text) {
-        return writeFile(folder / name, text);
-    }
-
-    SrcText converted(std::vector<std::string> args) {
-        args.insert(args.begin(), "convert");
-        args.insert(args.end(), {"-o", folder / "out.src"});
-        result = runCommand(args);
-        if (result.status != 0) throw std::runtime_error(result.err);
-        return SrcText(contentOf(folder / "out.src"));
-    }
-
-    TempFolder folder;
-    CommandResult result;
-};
+class PublicConvert : public ConversionTest {};
 
 std::vector<std::string> attributesOf(const SrcText& file, const std::string& mesh) {
     std::vector<std::string> names;
