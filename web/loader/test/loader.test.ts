@@ -156,7 +156,7 @@ describe('geometry', () => {
     const { objects } = new SRCLoader().parse(fixture('primitives'));
     const normals = ['mesh4', 'mesh5', 'mesh6'].map((id) => {
       const { geometry } = objects.get(id) as THREE.Mesh;
-      const [a, b, c] = [0, 1, 2].map((i) => new THREE.Vector3());
+      const [a, b, c] = [0, 1, 2].map(() => new THREE.Vector3());
       const found: number[] = [];
       for (let i = 0; i < geometry.index!.count; i += 3) {
         a!.fromBufferAttribute(geometry.attributes.position!, geometry.index!.getX(i));

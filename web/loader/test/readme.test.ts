@@ -82,6 +82,22 @@ test("the README's stream works", async () => {
   expect(shown).toEqual([5, ['mesh0', 'mesh1', 'mesh2', 'mesh3', 'mesh4']]);
 });
 
+test('the types are found by a strict compiler', () => {
+  writeFileSync(join(folder, 'package.json'), '{ "type": "module" }');
+  writeFileSync(
+    join(folder, 'use.ts'),
+    `import { SRCLoader, type SRCModel } from 'kelsrc-loader';
+     import { parseSrc, type SrcMesh } from 'kelsrc-loader/core';
+     export const model: Promise<SRCModel> = new SRCLoader().setPath('a/').loadAsync('b.src');
+     export const mesh: SrcMesh | undefined = parseSrc(new ArrayBuffer(0)).find('0');
+     // @ts-expect-error: without this error the types would be "any"
+     export const wrong: number = parseSrc(new ArrayBuffer(0));`,
+  );
+  const compiler = join(PACKAGE, '../node_modules/typescript/bin/tsc');
+  const options = ['--noEmit', '--strict', '--module', 'nodenext', '--target', 'es2022', '--lib', 'es2022,dom', '--skipLibCheck', 'use.ts'];
+  execFileSync('node', [compiler, ...options], { cwd: folder, stdio: 'pipe' });
+});
+
 test("the README's use without three.js works where there is no three.js", () => {
   rmSync(join(folder, 'node_modules/three'));
   writeFileSync(join(folder, 'a.src'), fixture('default'));
