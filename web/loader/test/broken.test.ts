@@ -91,28 +91,56 @@ describe('one thing broken gives its own code and place', () => {
     ['BAD_NUMBER', '/bufferChunks/c0/byteLength', (h) => (h.bufferChunks.c0.byteLength = 0.5)],
     ['BAD_NUMBER', '/bufferChunks/c0/byteLength', (h) => (h.bufferChunks.c0.byteLength = 2 ** 53)],
     ['BAD_NUMBER', '/accessors/attributeViews/a/count', (h) => (h.accessors.attributeViews.a.count = 1e308)],
-    ['BAD_COMPONENT_TYPE', '/accessors/attributeViews/a/componentType', (h) => (h.accessors.attributeViews.a.componentType = 5127)],
-    ['BAD_COMPONENT_TYPE', '/accessors/indexViews/i/componentType', (h) => (h.accessors.indexViews.i.componentType = 5126)],
+    [
+      'BAD_COMPONENT_TYPE',
+      '/accessors/attributeViews/a/componentType',
+      (h) => (h.accessors.attributeViews.a.componentType = 5127),
+    ],
+    [
+      'BAD_COMPONENT_TYPE',
+      '/accessors/indexViews/i/componentType',
+      (h) => (h.accessors.indexViews.i.componentType = 5126),
+    ],
     ['BAD_TYPE', '/accessors/attributeViews/a/type', (h) => (h.accessors.attributeViews.a.type = 'MAT4')],
     ['BAD_PRIMITIVE', '/meshes/m/primitive', (h) => (h.meshes.m.primitive = 7)],
     ['BAD_STRIDE', '/accessors/attributeViews/a/byteStride', (h) => (h.accessors.attributeViews.a.byteStride = 5)],
     ['WRONG_LENGTH', '/accessors/attributeViews/a/decodeScale', (h) => h.accessors.attributeViews.a.decodeScale.pop()],
     ['WRONG_LENGTH', '/meshes/m/bboxSize', (h) => (h.meshes.m.bboxSize = [1, 2])],
-    ['ZERO_DECODE_SCALE', '/accessors/attributeViews/a/decodeScale/1', (h) => (h.accessors.attributeViews.a.decodeScale[1] = 0)],
+    [
+      'ZERO_DECODE_SCALE',
+      '/accessors/attributeViews/a/decodeScale/1',
+      (h) => (h.accessors.attributeViews.a.decodeScale[1] = 0),
+    ],
     ['DANGLING_CHUNK', '/bufferViews/positions/chunks/0', (h) => (h.bufferViews.positions.chunks = ['toString'])],
-    ['DANGLING_BUFFER_VIEW', '/accessors/indexViews/i/bufferView', (h) => (h.accessors.indexViews.i.bufferView = '__proto__')],
+    [
+      'DANGLING_BUFFER_VIEW',
+      '/accessors/indexViews/i/bufferView',
+      (h) => (h.accessors.indexViews.i.bufferView = '__proto__'),
+    ],
     ['DANGLING_INDEX_VIEW', '/meshes/m/indices', (h) => (h.meshes.m.indices = 'constructor')],
     ['DANGLING_ATTRIBUTE_VIEW', '/meshes/m/attributes/position', (h) => (h.meshes.m.attributes.position = 'b')],
     ['VIEW_PAST_END', '/accessors/indexViews/i', (h) => (h.accessors.indexViews.i.count = 4)],
     ['VIEW_PAST_END', '/accessors/indexViews/i', (h) => (h.accessors.indexViews.i.byteOffset = 7)],
-    ['VIEW_PAST_END', '/accessors/attributeViews/a', (h) => (h.accessors.attributeViews.a.count = Number.MAX_SAFE_INTEGER)],
-    ['VIEW_PAST_END', '/accessors/attributeViews/a', (h) => (h.accessors.attributeViews.a.byteStride = Number.MAX_SAFE_INTEGER)],
+    [
+      'VIEW_PAST_END',
+      '/accessors/attributeViews/a',
+      (h) => (h.accessors.attributeViews.a.count = Number.MAX_SAFE_INTEGER),
+    ],
+    [
+      'VIEW_PAST_END',
+      '/accessors/attributeViews/a',
+      (h) => (h.accessors.attributeViews.a.byteStride = Number.MAX_SAFE_INTEGER),
+    ],
     ['CHUNK_PAST_END', '/bufferChunks/c1', (h) => (h.bufferChunks.c1.byteOffset = 7)],
     ['CHUNK_PAST_END', '/bufferChunks/c1', (h) => (h.bufferChunks.c1.byteLength = Number.MAX_SAFE_INTEGER)],
-    ['REPEATED_CHUNKS', '/bufferViews/positions', (h) => {
-      h.bufferViews.positions.chunks = ['c1', 'c1'];
-      h.bufferViews.positions.byteLength = 36;
-    }],
+    [
+      'REPEATED_CHUNKS',
+      '/bufferViews/positions',
+      (h) => {
+        h.bufferViews.positions.chunks = ['c1', 'c1'];
+        h.bufferViews.positions.byteLength = 36;
+      },
+    ],
   ];
   test.each(cases)('%s at %s', (code, path, change) => {
     const header = triangle();

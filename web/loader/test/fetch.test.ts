@@ -126,7 +126,11 @@ describe('fetchMeshes', () => {
   const DEFAULT = fixture('default');
   const BIG = fixture('many-cmp1');
 
-  function expectMesh(id: string, bytes: Uint8Array<ArrayBuffer>, meshes: Awaited<ReturnType<typeof fetchMeshes>>['meshes']) {
+  function expectMesh(
+    id: string,
+    bytes: Uint8Array<ArrayBuffer>,
+    meshes: Awaited<ReturnType<typeof fetchMeshes>>['meshes'],
+  ) {
     const file = parseSrc(bytes);
     const expected = file.arrays(file.find(id)!);
     const found = meshes.get(id)!;
@@ -173,7 +177,8 @@ describe('fetchMeshes', () => {
   });
 
   test('starts over when a server knows ranges only at first', async () => {
-    const ranges = sendRanges(BIG), whole = sendWhole(BIG);
+    const ranges = sendRanges(BIG),
+      whole = sendWhole(BIG);
     let count = 0;
     const { meshes } = await fetchMeshes(await url((q, r) => (++count === 1 ? ranges : whole)(q, r)), ['3']);
     expectMesh('3', BIG, meshes);

@@ -115,7 +115,9 @@ describe('geometry', () => {
         const object = objects.get(mesh.id) as THREE.Mesh;
         object.updateMatrix();
         const position = object.geometry.getAttribute('position');
-        const expected = decodeAttribute(file.arrays(mesh).attributes.find((a) => a.combined || a.name === 'position')!);
+        const expected = decodeAttribute(
+          file.arrays(mesh).attributes.find((a) => a.combined || a.name === 'position')!,
+        );
         const point = new THREE.Vector3();
         for (let i = 0; i < position.count; i += 7) {
           point.fromBufferAttribute(position, i).applyMatrix4(object.matrix);
@@ -166,7 +168,11 @@ describe('geometry', () => {
       }
       return found;
     });
-    expect(normals).toEqual([[1, 1], [1, 1], [1, 1]]);
+    expect(normals).toEqual([
+      [1, 1],
+      [1, 1],
+      [1, 1],
+    ]);
   });
 
   test('of the container writer shows points as points, though it calls them triangles', () => {
@@ -196,7 +202,9 @@ describe('materials', () => {
   header.techniques.t = {
     parameters: { diffuseColor: { value: [0.8, 0.8, 0.8] }, transparency: { value: 0.25 }, shininess: { value: 0.2 } },
   };
-  header.materials.mat = { instanceTechnique: { technique: 't', values: { diffuseColor: [1, 0.5, 0], shininess: [0.5] } } };
+  header.materials.mat = {
+    instanceTechnique: { technique: 't', values: { diffuseColor: [1, 0.5, 0], shininess: [0.5] } },
+  };
   header.meshes.m.material = 'mat';
 
   test('take their own values, and for the others the defaults of the technique', () => {

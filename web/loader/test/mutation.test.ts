@@ -13,8 +13,43 @@ function chance(seed: number): (below: number) => number {
 }
 
 const ODD: unknown[] = [
-  0, 1, -1, 2, 3, 7, 255, 65535, 65536, 5120, 5121, 5122, 5123, 5124, 5125, 5126, 2 ** 31, 2 ** 32, 2 ** 53 - 1, 2 ** 53, 0.5, -0,
-  1e308, 1e-308, null, true, '', '__proto__', 'toString', 'SCALAR', 'VEC2', 'VEC4', [], {}, [0], [1, 2, 3], { value: 1 },
+  0,
+  1,
+  -1,
+  2,
+  3,
+  7,
+  255,
+  65535,
+  65536,
+  5120,
+  5121,
+  5122,
+  5123,
+  5124,
+  5125,
+  5126,
+  2 ** 31,
+  2 ** 32,
+  2 ** 53 - 1,
+  2 ** 53,
+  0.5,
+  -0,
+  1e308,
+  1e-308,
+  null,
+  true,
+  '',
+  '__proto__',
+  'toString',
+  'SCALAR',
+  'VEC2',
+  'VEC4',
+  [],
+  {},
+  [0],
+  [1, 2, 3],
+  { value: 1 },
 ];
 
 /** Changes one to three values somewhere in a header: replaced, removed, doubled under another key. */
@@ -56,7 +91,10 @@ test.each(['broken-container', 'broken-public', 'chunks', 'primitives', 'bits-5'
       try {
         const parsed = parseSrc(file);
         for (const mesh of parsed.meshes) parsed.arrays(mesh).attributes.forEach(decodeAttribute);
-        new SRCLoader().setBatch(i % 2 === 0).parse(file).dispose();
+        new SRCLoader()
+          .setBatch(i % 2 === 0)
+          .parse(file)
+          .dispose();
         const assembler = new SrcAssembler();
         assembler.push(file);
         while (assembler.take());

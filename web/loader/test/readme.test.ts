@@ -20,11 +20,20 @@ beforeAll(async () => {
     stdio: ['ignore', 'pipe', 'ignore'],
   });
   const report: unknown = JSON.parse(packed);
-  const [entry] = (Array.isArray(report) ? report : Object.values(report as object)) as { filename: string; files: { path: string }[] }[];
+  const [entry] = (Array.isArray(report) ? report : Object.values(report as object)) as {
+    filename: string;
+    files: { path: string }[];
+  }[];
   files = entry!.files.map((file) => file.path);
   const modules = join(folder, 'node_modules');
   mkdirSync(join(modules, 'kelsrc-loader'), { recursive: true });
-  execFileSync('tar', ['-xzf', join(folder, entry!.filename), '-C', join(modules, 'kelsrc-loader'), '--strip-components=1']);
+  execFileSync('tar', [
+    '-xzf',
+    join(folder, entry!.filename),
+    '-C',
+    join(modules, 'kelsrc-loader'),
+    '--strip-components=1',
+  ]);
   symlinkSync(join(PACKAGE, '../node_modules/three'), join(modules, 'three'));
   symlinkSync(join(PACKAGE, '../node_modules/@types'), join(modules, '@types'));
   server = await serve((request, response) => sendRanges(fixture(request.url!.slice(1, -4)))(request, response));
@@ -45,7 +54,8 @@ function run(code: string): unknown {
 }
 
 /** A module's code with its files on the test's server; relative addresses have no meaning in Node. */
-const served = (code: string) => code.replaceAll(/'(\w+)\.src'/g, `'${'URL'}/uncompressed.src'`).replaceAll('URL', server.url);
+const served = (code: string) =>
+  code.replaceAll(/'(\w+)\.src'/g, `'${'URL'}/uncompressed.src'`).replaceAll('URL', server.url);
 
 test('the package holds its modules, their types and the README, and nothing else', () => {
   expect(files).toContain('dist/index.js');
@@ -58,7 +68,9 @@ async function runServed(code: string): Promise<unknown> {
   const { execFile } = await import('node:child_process');
   writeFileSync(join(folder, 'use.mjs'), served(code));
   return new Promise((resolve, reject) =>
-    execFile('node', ['use.mjs'], { cwd: folder }, (error, stdout) => (error ? reject(error) : resolve(JSON.parse(stdout)))),
+    execFile('node', ['use.mjs'], { cwd: folder }, (error, stdout) =>
+      error ? reject(error) : resolve(JSON.parse(stdout)),
+    ),
   );
 }
 
@@ -94,7 +106,18 @@ test('the types are found by a strict compiler', () => {
      export const wrong: number = parseSrc(new ArrayBuffer(0));`,
   );
   const compiler = join(PACKAGE, '../node_modules/typescript/bin/tsc');
-  const options = ['--noEmit', '--strict', '--module', 'nodenext', '--target', 'es2022', '--lib', 'es2022,dom', '--skipLibCheck', 'use.ts'];
+  const options = [
+    '--noEmit',
+    '--strict',
+    '--module',
+    'nodenext',
+    '--target',
+    'es2022',
+    '--lib',
+    'es2022,dom',
+    '--skipLibCheck',
+    'use.ts',
+  ];
   execFileSync('node', [compiler, ...options], { cwd: folder, stdio: 'pipe' });
 });
 

@@ -40,12 +40,16 @@ export function sendRanges(bytes: Uint8Array, tag?: () => string): Handler {
       response.end(bytes);
       return;
     }
-    const start = Number(match[1]), end = Math.min(Number(match[2]) + 1, bytes.length);
+    const start = Number(match[1]),
+      end = Math.min(Number(match[2]) + 1, bytes.length);
     if (start >= bytes.length) {
       response.writeHead(416, { 'Content-Range': `bytes */${bytes.length}` }).end();
       return;
     }
-    response.writeHead(206, { 'Content-Range': `bytes ${start}-${end - 1}/${bytes.length}`, 'Content-Length': end - start });
+    response.writeHead(206, {
+      'Content-Range': `bytes ${start}-${end - 1}/${bytes.length}`,
+      'Content-Length': end - start,
+    });
     response.end(bytes.subarray(start, end));
   };
 }

@@ -145,7 +145,8 @@ export class SrcAssembler implements SrcBytes {
     checkChunks(header, header.dataBytes); // a view that repeats chunks would be longer than all data
     const byPlace = header.chunks.filter((c) => c.byteLength > 0).sort((a, b) => a.byteOffset - b.byteOffset);
     for (let i = 1; i < byPlace.length; ++i) {
-      const before = byPlace[i - 1]!, after = byPlace[i]!;
+      const before = byPlace[i - 1]!,
+        after = byPlace[i]!;
       if (after.byteOffset < before.byteOffset + before.byteLength) {
         throw new SrcError('STREAM_OVERLAP', {
           byteOffset: header.dataOffset + after.byteOffset,
@@ -235,7 +236,8 @@ export class SrcAssembler implements SrcBytes {
       const chunk = this.incoming[this.nextChunk]!;
       const chunkEnd = chunk.byteOffset + chunk.byteLength;
       if (chunk.byteOffset >= end) break;
-      const from = Math.max(start, chunk.byteOffset), to = Math.min(end, chunkEnd);
+      const from = Math.max(start, chunk.byteOffset),
+        to = Math.min(end, chunkEnd);
       const at = this.placeOf[chunk.index]! + from - chunk.byteOffset;
       const block = this.blocks[this.blockOf[chunk.index]!]!;
       this.reserve(block, at + to - from).set(bytes.subarray(from - start, to - start), at);

@@ -130,7 +130,11 @@ function attributeArray(attribute: SrcAttribute, bytes: Uint8Array<ArrayBuffer>)
 
 function indexArray(view: SrcIndexView, bytes: Uint8Array<ArrayBuffer>): IndexArray {
   const Type =
-    view.componentType === UNSIGNED_BYTE ? Uint8Array : view.componentType === UNSIGNED_SHORT ? Uint16Array : Uint32Array;
+    view.componentType === UNSIGNED_BYTE
+      ? Uint8Array
+      : view.componentType === UNSIGNED_SHORT
+        ? Uint16Array
+        : Uint32Array;
   const start = bytes.byteOffset + view.byteOffset;
   if (start % Type.BYTES_PER_ELEMENT === 0) return new Type(bytes.buffer, start, view.count);
   const end = view.byteOffset + view.count * Type.BYTES_PER_ELEMENT;
@@ -157,7 +161,8 @@ export function decodeAttribute(attribute: AttributeArray): Float32Array {
   for (let c = 0; c < components; ++c) {
     const offset = values ? 0 : view.decodeOffset[c]!;
     const scale = values ? 1 : view.decodeScale[c]!;
-    const fitScale = fit?.scale[c] ?? 1, fitOffset = fit?.offset[c] ?? 0;
+    const fitScale = fit?.scale[c] ?? 1,
+      fitOffset = fit?.offset[c] ?? 0;
     for (let i = 0; i < count; ++i) {
       result[i * components + c] = ((array[i * stride + c]! + offset) / scale) * fitScale + fitOffset;
     }

@@ -6,9 +6,11 @@ export function boundsOf(mesh: SrcMesh): { min: [number, number, number]; max: [
   if (!mesh.bounds) return null;
   const { center, size } = mesh.bounds;
   const fit = (mesh.attributes.find((a) => a.name === 'position') ?? mesh.attributes.find(isCombined))?.fit;
-  const min: [number, number, number] = [0, 0, 0], max: [number, number, number] = [0, 0, 0];
+  const min: [number, number, number] = [0, 0, 0],
+    max: [number, number, number] = [0, 0, 0];
   for (let axis = 0; axis < 3; ++axis) {
-    const scale = fit?.scale[axis] ?? 1, offset = fit?.offset[axis] ?? 0;
+    const scale = fit?.scale[axis] ?? 1,
+      offset = fit?.offset[axis] ?? 0;
     const a = (center[axis]! - size[axis]! / 2) * scale + offset;
     const b = (center[axis]! + size[axis]! / 2) * scale + offset;
     min[axis] = Math.min(a, b);

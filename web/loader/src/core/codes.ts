@@ -116,7 +116,7 @@ export const SRC_CODES = {
     remedy: 'Correct offset, stride or count, or store the missing bytes.',
   },
   REPEATED_CHUNKS: {
-    sentence: 'A buffer view\'s chunks add up to more than the data section, so some are repeated.',
+    sentence: "A buffer view's chunks add up to more than the data section, so some are repeated.",
     remedy: 'Name every chunk once.',
   },
   STREAM_OVERLAP: {

@@ -16,8 +16,7 @@ export interface FetchOptions {
 }
 
 export type SrcEvent =
-  | { type: 'header'; header: SrcHeader }
-  | { type: 'mesh'; header: SrcHeader; mesh: SrcMesh; arrays: MeshArrays };
+  { type: 'header'; header: SrcHeader } | { type: 'mesh'; header: SrcHeader; mesh: SrcMesh; arrays: MeshArrays };
 
 /** The first request of a partial load asks for this much: the header of some two hundred meshes. */
 const FIRST_REQUEST_BYTES = 128 * 1024;
@@ -39,7 +38,11 @@ function refusal(url: string, options: FetchOptions, error: unknown): unknown {
   if (options.signal?.aborted) return options.signal.reason;
   if (error instanceof SrcError) return error.in(url);
   if (error instanceof DOMException && error.name === 'AbortError') return error;
-  return new SrcError('UNREADABLE', { file: url, detail: error instanceof Error ? error.message : String(error), cause: error });
+  return new SrcError('UNREADABLE', {
+    file: url,
+    detail: error instanceof Error ? error.message : String(error),
+    cause: error,
+  });
 }
 
 function answered(url: string, response: Response): SrcError {
@@ -108,7 +111,13 @@ interface Part {
 }
 
 /** The bytes of an answer to a range request that begins where it was asked to; at most as many as asked for. */
-async function partOf(url: string, response: Response, from: number, length: number, options: FetchOptions): Promise<Part> {
+async function partOf(
+  url: string,
+  response: Response,
+  from: number,
+  length: number,
+  options: FetchOptions,
+): Promise<Part> {
   const match = /^bytes (\d+)-(\d+)\/(\d+|\*)$/.exec(response.headers.get('Content-Range') ?? '');
   const bytes = new Uint8Array(length);
   let got = 0;
@@ -258,7 +267,8 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   const queue = [...runs];
   const work = async () => {
     for (let run = queue.shift(); run && !unranged; run = queue.shift()) {
-      const from = header.dataOffset + run.start, size = run.end - run.start;
+      const from = header.dataOffset + run.start,
+        size = run.end - run.start;
       // Small files lie wholly in the first answer.
       if (from + size <= start.length) {
         run.bytes = start.subarray(from, from + size);
@@ -300,5 +310,8 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
 
 function pastEnd(header: SrcHeader, fileEnd: number, runEnd: number): SrcError {
   const there = fileEnd - header.dataOffset;
-  return new SrcError('CHUNK_PAST_END', { byteOffset: fileEnd, detail: `${runEnd} bytes are needed, ${there} are there` });
+  return new SrcError('CHUNK_PAST_END', {
+    byteOffset: fileEnd,
+    detail: `${runEnd} bytes are needed, ${there} are there`,
+  });
 }

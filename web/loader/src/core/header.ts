@@ -76,8 +76,7 @@ export function headerTruncated(length: number, there: number): SrcError {
 
 type Path = readonly string[];
 
-const pointerOf = (path: Path) =>
-  path.map((key) => '/' + key.replaceAll('~', '~0').replaceAll('/', '~1')).join('');
+const pointerOf = (path: Path) => path.map((key) => '/' + key.replaceAll('~', '~0').replaceAll('/', '~1')).join('');
 
 function kindOf(value: unknown): string {
   if (value === null) return 'null';
@@ -128,7 +127,8 @@ function fitOf(metadata: JsonValue, name: string, components: number): SrcFit | 
   if (!isObject(metadata) || !isObject(metadata.fit) || !Object.hasOwn(metadata.fit, name)) return null;
   const entry = metadata.fit[name];
   if (!isObject(entry)) return null;
-  const offset = numbersOf(entry.offset), scale = numbersOf(entry.scale);
+  const offset = numbersOf(entry.offset),
+    scale = numbersOf(entry.scale);
   // The interleaved attribute's fourth component holds the normal, so its fit has one number less.
   if (!offset || !scale || offset.length < Math.min(components, 3) || scale.length !== offset.length) return null;
   return { offset, scale };
@@ -232,53 +232,57 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
     return type;
   };
 
-  const attributeViews = section(accessors.attributeViews, ['accessors', 'attributeViews'], (entry, id): SrcAttributeView => {
-    const at = (...keys: string[]) => ['accessors', 'attributeViews', id, ...keys];
-    const bufferView = textOf(entry, 'bufferView', PATHS.attributeViews, id);
-    const byteOffset = countOf(entry, 'byteOffset', PATHS.attributeViews, id);
-    const statedStride = countOf(entry, 'byteStride', PATHS.attributeViews, id);
-    const componentType = componentTypeOf(entry, false, 'attributeViews', id);
-    const count = countOf(entry, 'count', PATHS.attributeViews, id);
-    const offsets = numbersIn(entry, 'decodeOffset', PATHS.attributeViews, id);
-    const scales = numbersIn(entry, 'decodeScale', PATHS.attributeViews, id);
-    const type = textOf(entry, 'type', PATHS.attributeViews, id);
-    const components = TYPES.indexOf(type) + 1;
-    if (components === 0) fail('BAD_TYPE', at('type'), `found "${type.slice(0, 80)}"`);
-    if (offsets && offsets.length !== components) {
-      fail('WRONG_LENGTH', at('decodeOffset'), `${offsets.length} numbers for ${components} components`);
-    }
-    if (scales && scales.length !== components) {
-      fail('WRONG_LENGTH', at('decodeScale'), `${scales.length} numbers for ${components} components`);
-    }
-    let decoded = false;
-    for (let c = 0; c < components; ++c) {
-      if (scales && scales[c] === 0) fail('ZERO_DECODE_SCALE', at('decodeScale', String(c)), `component ${c}`);
-      if ((scales && scales[c] !== 1) || (offsets && offsets[c] !== 0)) decoded = true;
-    }
-    let componentBytes = componentSize(componentType);
-    const byteStride = statedStride || components * componentBytes;
-    // Codes of 17 to 32 bits are stored in slots of 3 bytes, which shows in the stride alone.
-    if (componentType === UNSIGNED_INT && byteStride < components * 4) componentBytes = 3;
-    if (byteStride < components * componentBytes) {
-      fail('BAD_STRIDE', at('byteStride'), `${byteStride} for elements of ${components * componentBytes} bytes`);
-    }
-    const view: SrcAttributeView = {
-      id,
-      bufferView: NO_BUFFER,
-      byteOffset,
-      byteStride,
-      componentType,
-      components,
-      componentBytes,
-      count,
-      decodeOffset: offsets ?? new Array(components).fill(0),
-      decodeScale: scales ?? new Array(components).fill(1),
-      decoded,
-      owner: null,
-    };
-    attributeBuffers.push(bufferView);
-    return view;
-  });
+  const attributeViews = section(
+    accessors.attributeViews,
+    ['accessors', 'attributeViews'],
+    (entry, id): SrcAttributeView => {
+      const at = (...keys: string[]) => ['accessors', 'attributeViews', id, ...keys];
+      const bufferView = textOf(entry, 'bufferView', PATHS.attributeViews, id);
+      const byteOffset = countOf(entry, 'byteOffset', PATHS.attributeViews, id);
+      const statedStride = countOf(entry, 'byteStride', PATHS.attributeViews, id);
+      const componentType = componentTypeOf(entry, false, 'attributeViews', id);
+      const count = countOf(entry, 'count', PATHS.attributeViews, id);
+      const offsets = numbersIn(entry, 'decodeOffset', PATHS.attributeViews, id);
+      const scales = numbersIn(entry, 'decodeScale', PATHS.attributeViews, id);
+      const type = textOf(entry, 'type', PATHS.attributeViews, id);
+      const components = TYPES.indexOf(type) + 1;
+      if (components === 0) fail('BAD_TYPE', at('type'), `found "${type.slice(0, 80)}"`);
+      if (offsets && offsets.length !== components) {
+        fail('WRONG_LENGTH', at('decodeOffset'), `${offsets.length} numbers for ${components} components`);
+      }
+      if (scales && scales.length !== components) {
+        fail('WRONG_LENGTH', at('decodeScale'), `${scales.length} numbers for ${components} components`);
+      }
+      let decoded = false;
+      for (let c = 0; c < components; ++c) {
+        if (scales && scales[c] === 0) fail('ZERO_DECODE_SCALE', at('decodeScale', String(c)), `component ${c}`);
+        if ((scales && scales[c] !== 1) || (offsets && offsets[c] !== 0)) decoded = true;
+      }
+      let componentBytes = componentSize(componentType);
+      const byteStride = statedStride || components * componentBytes;
+      // Codes of 17 to 32 bits are stored in slots of 3 bytes, which shows in the stride alone.
+      if (componentType === UNSIGNED_INT && byteStride < components * 4) componentBytes = 3;
+      if (byteStride < components * componentBytes) {
+        fail('BAD_STRIDE', at('byteStride'), `${byteStride} for elements of ${components * componentBytes} bytes`);
+      }
+      const view: SrcAttributeView = {
+        id,
+        bufferView: NO_BUFFER,
+        byteOffset,
+        byteStride,
+        componentType,
+        components,
+        componentBytes,
+        count,
+        decodeOffset: offsets ?? new Array(components).fill(0),
+        decodeScale: scales ?? new Array(components).fill(1),
+        decoded,
+        owner: null,
+      };
+      attributeBuffers.push(bufferView);
+      return view;
+    },
+  );
 
   const indexViews = section(accessors.indexViews, ['accessors', 'indexViews'], (entry, id): SrcIndexView => {
     const bufferView = textOf(entry, 'bufferView', PATHS.indexViews, id);
@@ -330,7 +334,8 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
 
   const boundsVector = (entry: JsonObject, key: string, id: string) => {
     const numbers = numbersIn(entry, key, PATHS.meshes, id);
-    if (numbers && numbers.length !== 3) fail('WRONG_LENGTH', ['meshes', id, key], `${numbers.length} numbers for 3 axes`);
+    if (numbers && numbers.length !== 3)
+      fail('WRONG_LENGTH', ['meshes', id, key], `${numbers.length} numbers for 3 axes`);
     return numbers as [number, number, number] | null;
   };
   let attributeCount = 0;
@@ -341,7 +346,8 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
       const view = attributes[name];
       if (typeof view !== 'string') wrongType(['meshes', id, 'attributes', name], 'a text', view);
       if (name.length > limits.stringLength) nameIsLong(name, ['meshes', id, 'attributes']);
-      if (++attributeCount > limits.entries) throw exceeds('entries', attributeCount, limits.entries, { path: '/meshes' });
+      if (++attributeCount > limits.entries)
+        throw exceeds('entries', attributeCount, limits.entries, { path: '/meshes' });
     }
     const center = boundsVector(entry, 'bboxCenter', id);
     const size = boundsVector(entry, 'bboxSize', id);
@@ -386,7 +392,8 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   };
   for (const view of bufferViews.values()) {
     // The list of names becomes the list of chunks.
-    let stored = 0, end = -1;
+    let stored = 0,
+      end = -1;
     view.dataOffset = 0;
     for (let i = 0; i < view.chunks.length; ++i) {
       const chunk = chunkOf(view, i);
@@ -400,7 +407,13 @@ export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
   }
 
   // Sums and products of numbers below 2^53 may round, but not to below 2^53, and no view holds that much.
-  const checkView = (kind: string, name: string, view: SrcIndexView | SrcAttributeView, stride: number, element: number) => {
+  const checkView = (
+    kind: string,
+    name: string,
+    view: SrcIndexView | SrcAttributeView,
+    stride: number,
+    element: number,
+  ) => {
     const bufferView = bufferViews.get(name);
     if (!bufferView) return dangling('DANGLING_BUFFER_VIEW', name, 'accessors', kind, view.id, 'bufferView');
     view.bufferView = bufferView;

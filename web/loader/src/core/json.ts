@@ -1,11 +1,13 @@
 import { SrcError } from './SrcError.js';
 import { exceeds } from './limits.js';
 
-const QUOTE = 0x22, BACKSLASH = 0x5c;
+const QUOTE = 0x22,
+  BACKSLASH = 0x5c;
 
 /** How deep the objects and lists of a JSON text nest. Linear, and without a stack that the text could exhaust. */
 export function nestingOf(text: Uint8Array): number {
-  let depth = 0, deepest = 0;
+  let depth = 0,
+    deepest = 0;
   const n = text.length;
   for (let i = 0; i < n; ++i) {
     const c = text[i];
@@ -162,7 +164,7 @@ export function placeOf(text: Uint8Array, path: readonly string[]): number {
   };
   const valueEnd = (i: number) => {
     if (text[i] === QUOTE) return stringEnd(i);
-    for (let depth = 0; i < text.length; ) {
+    for (let depth = 0; i < text.length;) {
       const c = text[i];
       if (c === QUOTE) {
         i = stringEnd(i);

@@ -163,13 +163,19 @@ export class SRCLoader extends Loader<SRCModel> {
   ): void {
     const report = (loaded: number, total: number) =>
       onProgress?.({ type: 'progress', lengthComputable: total > 0, loaded, total, target: null } as ProgressEvent);
-    this.whole(url, options, report).then(onLoad).catch((error: unknown) => {
-      if (onError) onError(error);
-      else console.error(error);
-    });
+    this.whole(url, options, report)
+      .then(onLoad)
+      .catch((error: unknown) => {
+        if (onError) onError(error);
+        else console.error(error);
+      });
   }
 
-  override loadAsync(url: string, onProgress?: (event: ProgressEvent) => void, options: LoadOptions = {}): Promise<SRCModel> {
+  override loadAsync(
+    url: string,
+    onProgress?: (event: ProgressEvent) => void,
+    options: LoadOptions = {},
+  ): Promise<SRCModel> {
     return new Promise((resolve, reject) => this.load(url, resolve, onProgress, reject, options));
   }
 
@@ -199,7 +205,11 @@ export class SRCLoader extends Loader<SRCModel> {
     this.manager.itemStart(address);
     let model: SRCModel | null = null;
     try {
-      for await (const event of streamSrc(address, { ...this.requestOptions(), signal, onProgress: options.onProgress })) {
+      for await (const event of streamSrc(address, {
+        ...this.requestOptions(),
+        signal,
+        onProgress: options.onProgress,
+      })) {
         if (event.type === 'header') {
           model = this.modelOf(event.header);
           yield { type: 'header', model, header: event.header };
@@ -240,7 +250,11 @@ export class SRCLoader extends Loader<SRCModel> {
     }
   }
 
-  private async whole(url: string, options: LoadOptions, onProgress: (loaded: number, total: number) => void): Promise<SRCModel> {
+  private async whole(
+    url: string,
+    options: LoadOptions,
+    onProgress: (loaded: number, total: number) => void,
+  ): Promise<SRCModel> {
     let model: SRCModel | null = null;
     try {
       for await (const event of this.stream(url, { ...options, onProgress })) ({ model } = event);

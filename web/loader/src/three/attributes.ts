@@ -50,7 +50,9 @@ export class DecodedInterleavedAttribute extends InterleavedBufferAttribute {
 
   private at(index: number, component: number): number {
     const { scale, offset } = this.affine;
-    return this.data.array[index * this.data.stride + this.offset + component]! * scale[component]! + offset[component]!;
+    return (
+      this.data.array[index * this.data.stride + this.offset + component]! * scale[component]! + offset[component]!
+    );
   }
   override getX(index: number): number {
     return this.at(index, 0);
@@ -93,7 +95,13 @@ export class OctahedralAttribute extends InterleavedBufferAttribute {
 export type AnyAttribute = BufferAttribute | InterleavedBufferAttribute;
 
 /** An attribute over an array as it is, or one that JavaScript reads decoded. */
-export function attributeOver(array: TypedArray, components: number, stride: number, normalized: boolean, affine?: Affine | null): AnyAttribute {
+export function attributeOver(
+  array: TypedArray,
+  components: number,
+  stride: number,
+  normalized: boolean,
+  affine?: Affine | null,
+): AnyAttribute {
   if (stride === components) {
     if (!affine) return new BufferAttribute(array, components, normalized);
     const attribute = new DecodedAttribute(array, components, normalized);

@@ -20,7 +20,8 @@ interface Entry {
 }
 
 const matrix = new Matrix4();
-const scale = new Vector3(), direction = new Vector3();
+const scale = new Vector3(),
+  direction = new Vector3();
 
 /** A batch whose meshes' matrices decode positions; its normals are the model's already. */
 class SRCBatch extends BatchedMesh {
@@ -82,7 +83,8 @@ export class Batcher {
 
   private batchOf(entries: Entry[]): BatchedMesh {
     const first = entries[0]!;
-    let vertices = 0, indices = 0;
+    let vertices = 0,
+      indices = 0;
     for (const { source } of entries) {
       vertices += source.geometry.getAttribute('position').count;
       indices += source.geometry.index?.count ?? 0;

@@ -1,5 +1,19 @@
-import { Box3, BufferAttribute, BufferGeometry, InterleavedBuffer, InterleavedBufferAttribute, Sphere, Vector3 } from 'three';
-import { decodeAttribute, type AttributeArray, type IndexArray, type MeshArrays, type TypedArray } from '../core/arrays.js';
+import {
+  Box3,
+  BufferAttribute,
+  BufferGeometry,
+  InterleavedBuffer,
+  InterleavedBufferAttribute,
+  Sphere,
+  Vector3,
+} from 'three';
+import {
+  decodeAttribute,
+  type AttributeArray,
+  type IndexArray,
+  type MeshArrays,
+  type TypedArray,
+} from '../core/arrays.js';
 import {
   INT,
   LINE_LOOP,
@@ -36,11 +50,13 @@ export interface SrcGeometry {
 /** What undoes quantization and "fit": value = code * scale + offset. */
 function affineOf(attribute: AttributeArray): Affine {
   const { view, fit, values } = attribute;
-  const scale: number[] = [], offset: number[] = [];
+  const scale: number[] = [],
+    offset: number[] = [];
   for (let c = 0; c < attribute.components; ++c) {
     const decodeScale = values ? 1 : view.decodeScale[c]!;
     const decodeOffset = values ? 0 : view.decodeOffset[c]!;
-    const fitScale = fit?.scale[c] ?? 1, fitOffset = fit?.offset[c] ?? 0;
+    const fitScale = fit?.scale[c] ?? 1,
+      fitOffset = fit?.offset[c] ?? 0;
     scale.push(fitScale / decodeScale);
     offset.push((decodeOffset / decodeScale) * fitScale + fitOffset);
   }
@@ -54,9 +70,7 @@ function isNeutral({ scale, offset }: Affine): boolean {
 /** The affine is what WebGL's "normalized" does by itself: whole codes become 0 to 1. */
 function isNormalization({ scale, offset }: Affine, componentType: number): boolean {
   const largest = componentType === UNSIGNED_BYTE ? 255 : componentType === UNSIGNED_SHORT ? 65535 : 0;
-  return (
-    largest > 0 && scale.every((s) => Math.abs(s * largest - 1) < 1e-6) && offset.every((o) => Math.abs(o) < 1e-6)
-  );
+  return largest > 0 && scale.every((s) => Math.abs(s * largest - 1) < 1e-6) && offset.every((o) => Math.abs(o) < 1e-6);
 }
 
 /** 32-bit integers, which shaders for numbers with fractions cannot read, become floats. */
@@ -154,7 +168,8 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
   } else if (indices) {
     geometry.setIndex(new BufferAttribute(withoutRestart(indices, count), 1));
   }
-  for (const [name, attribute] of Object.entries(constants.attributesFor(decoding))) geometry.setAttribute(name, attribute);
+  for (const [name, attribute] of Object.entries(constants.attributesFor(decoding)))
+    geometry.setAttribute(name, attribute);
   geometry.userData.srcDecoding = kindOf(decoding);
   setBounds(geometry, mesh, readablePosition);
   return {
@@ -172,7 +187,8 @@ function setBounds(geometry: BufferGeometry, mesh: SrcMesh, position: AttributeA
   if (!mesh.bounds || position.components < 3) return;
   const { center, size } = mesh.bounds;
   if (size.some((side) => side < 0)) return; // wrong; three.js finds them when it needs them
-  const min = new Vector3(), max = new Vector3();
+  const min = new Vector3(),
+    max = new Vector3();
   for (let axis = 0; axis < 3; ++axis) {
     const scale = position.values ? 1 : position.view.decodeScale[axis]!;
     const offset = position.values ? 0 : position.view.decodeOffset[axis]!;

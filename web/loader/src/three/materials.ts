@@ -130,7 +130,12 @@ export class MaterialTable {
     return text;
   }
 
-  get(source: SrcMaterial | null, draw: DrawKind, decoding: string, flags: { colors: boolean; flat: boolean; batched: boolean }): Material {
+  get(
+    source: SrcMaterial | null,
+    draw: DrawKind,
+    decoding: string,
+    flags: { colors: boolean; flat: boolean; batched: boolean },
+  ): Material {
     const key = `${draw} ${decoding} ${flags.colors} ${flags.flat} ${flags.batched} ${this.textOf(source)}`;
     let material = this.made.get(key);
     if (!material) {

@@ -31,7 +31,9 @@ export class SRCMesh extends Mesh<BufferGeometry, Material> {
     super(geometry, material);
     const { decodeScale } = this;
     this.normalMatrix.getNormalMatrix = function (modelView: Matrix4) {
-      const matrix = decodeScale.equals(ONE) ? modelView : unscaled.copy(modelView).scale(inverse.set(1, 1, 1).divide(decodeScale));
+      const matrix = decodeScale.equals(ONE)
+        ? modelView
+        : unscaled.copy(modelView).scale(inverse.set(1, 1, 1).divide(decodeScale));
       return Matrix3.prototype.getNormalMatrix.call(this, matrix) as Matrix3;
     };
   }
@@ -47,7 +49,10 @@ const ONE = new Vector3(1, 1, 1);
 const unscaled = new Matrix4();
 const inverse = new Vector3();
 const sphere = new Sphere();
-const a = new Vector3(), b = new Vector3(), onRay = new Vector3(), onLine = new Vector3();
+const a = new Vector3(),
+  b = new Vector3(),
+  onRay = new Vector3(),
+  onLine = new Vector3();
 
 /** True when a ray comes within `threshold` of the object's bounds. */
 function passes(ray: Ray, object: Points | Line, threshold: number): boolean {
@@ -76,7 +81,15 @@ function raycastPoints(this: Points, raycaster: Raycaster, intersects: Intersect
     const point = raycaster.ray.closestPointToPoint(a, new Vector3());
     const distance = raycaster.ray.origin.distanceTo(point);
     if (distance < raycaster.near || distance > raycaster.far) continue;
-    intersects.push({ distance, distanceToRay: Math.sqrt(squared), point, index: vertex, face: null, faceIndex: null, object: this });
+    intersects.push({
+      distance,
+      distanceToRay: Math.sqrt(squared),
+      point,
+      index: vertex,
+      face: null,
+      faceIndex: null,
+      object: this,
+    });
   }
 }
 
@@ -139,7 +152,8 @@ export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Ma
 /** Names, IDs and metadata, verbatim. */
 export function describe(object: Object3D, mesh: SrcMesh): void {
   const { metadata } = mesh;
-  const name = typeof metadata === 'object' && metadata !== null && !Array.isArray(metadata) ? metadata.name : undefined;
+  const name =
+    typeof metadata === 'object' && metadata !== null && !Array.isArray(metadata) ? metadata.name : undefined;
   object.name = typeof name === 'string' && name !== '' ? name : mesh.id;
   object.userData = { id: mesh.id, metadata, material: mesh.material?.id ?? '' };
 }

@@ -82,7 +82,10 @@ export class Browser {
     return `/${name}`;
   }
 
-  call<K extends keyof PageApi>(name: K, ...parameters: Parameters<PageApi[K]>): Promise<Awaited<ReturnType<PageApi[K]>>> {
+  call<K extends keyof PageApi>(
+    name: K,
+    ...parameters: Parameters<PageApi[K]>
+  ): Promise<Awaited<ReturnType<PageApi[K]>>> {
     return this.page.evaluate(
       ([key, list]) => (window as never as { kel: Record<string, (...list: unknown[]) => unknown> }).kel[key]!(...list),
       [name, parameters] as [string, unknown[]],

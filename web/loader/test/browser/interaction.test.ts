@@ -73,17 +73,36 @@ test.each(['primitives', 'primitives-position'])('rays hit points, lines and tri
     a.map((x, i) => x + (b[i]! - x) * by) as [number, number, number];
   const ids = meshes.map((mesh) => mesh.id);
   // A little off a vertex, the middle of an edge, and inside the square.
-  const atVertex = await browser.call('aim', `/${name}.src`, first!.map((a, i) => between(a, second![i]!, 0.02)), false);
+  const atVertex = await browser.call(
+    'aim',
+    `/${name}.src`,
+    first!.map((a, i) => between(a, second![i]!, 0.02)),
+    false,
+  );
   expect(atVertex).toEqual(ids);
-  const atEdge = await browser.call('aim', `/${name}.src`, first!.map((a, i) => between(a, second![i]!)), false);
+  const atEdge = await browser.call(
+    'aim',
+    `/${name}.src`,
+    first!.map((a, i) => between(a, second![i]!)),
+    false,
+  );
   expect(atEdge).toEqual([null, ...ids.slice(1)]);
-  const inside = await browser.call('aim', `/${name}.src`, first!.map((a, i) => between(a, far![i]!, 0.4)), false);
+  const inside = await browser.call(
+    'aim',
+    `/${name}.src`,
+    first!.map((a, i) => between(a, far![i]!, 0.4)),
+    false,
+  );
   expect(inside).toEqual([null, null, null, null, ...ids.slice(4)]);
 });
 
 test('names, IDs and metadata are kept verbatim', async () => {
   const [first] = await browser.call('objects', '/uncompressed.src');
-  expect(first).toMatchObject({ id: 'mesh0', name: 'mesh0', userData: { id: 'mesh0', material: expect.stringMatching(/^mat/) } });
+  expect(first).toMatchObject({
+    id: 'mesh0',
+    name: 'mesh0',
+    userData: { id: 'mesh0', material: expect.stringMatching(/^mat/) },
+  });
   expect(first!.userData.metadata).toMatchObject({ name: 'mesh0', numOriginalTriangles: 2304 });
   const [odd] = await browser.call('objects', '/chunks.src');
   expect([odd!.id, odd!.userData.metadata, odd!.index]).toEqual(['a/b ~"é"', null, 'Uint16Array']);
@@ -116,10 +135,14 @@ test('a load that never ends can be aborted', async () => {
 test.each([
   ['cmp1', false],
   ['position-normal', true],
-])('a hundred loads of %s leave nothing behind (batched: %s)', async (name, batch) => {
-  const held = await browser.call('cycles', `/${name}.src`, 100, batch);
-  expect(held[99]).toBe(held[0]);
-}, 120_000);
+])(
+  'a hundred loads of %s leave nothing behind (batched: %s)',
+  async (name, batch) => {
+    const held = await browser.call('cycles', `/${name}.src`, 100, batch);
+    expect(held[99]).toBe(held[0]);
+  },
+  120_000,
+);
 
 test.each(['many', 'many-cmp1'])('%s small meshes look the same in one batch per material', async (name) => {
   const { mean, strays, objects, picture } = await browser.call('batched', `/${name}.src`);
@@ -133,7 +156,9 @@ test.each(['many', 'many-cmp1'])('%s small meshes look the same in one batch per
 test('a mesh in a batch is picked by its ID', async () => {
   const { meshes } = told('many');
   // The row of spheres that nothing stands before: the camera looks along y from below.
-  const front = meshes.filter(({ attributes: { position } }) => Math.abs(position![1]!) < 0.4 && position![2]! > 0.9).slice(0, 5);
+  const front = meshes
+    .filter(({ attributes: { position } }) => Math.abs(position![1]!) < 0.4 && position![2]! > 0.9)
+    .slice(0, 5);
   const centers = front.map(({ attributes: { position } }) => {
     const sum = [0, 0, 0];
     position!.forEach((x, i) => (sum[i % 3]! += x / (position!.length / 3)));

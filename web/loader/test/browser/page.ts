@@ -4,7 +4,8 @@ import * as THREE from 'three';
 import { GLTFLoader } from 'three/examples/jsm/loaders/GLTFLoader.js';
 import { boundsOf, SRCLoader, SrcError, type SRCModel } from 'kelsrc-loader';
 
-const WIDTH = 480, HEIGHT = 360;
+const WIDTH = 480,
+  HEIGHT = 360;
 
 const renderer = new THREE.WebGLRenderer({ alpha: true, preserveDrawingBuffer: true, antialias: false });
 renderer.setSize(WIDTH, HEIGHT, false);
@@ -36,7 +37,8 @@ function stage(content: THREE.Object3D, look: Look) {
   }
   if (look === 'normals') scene.overrideMaterial = new THREE.MeshNormalMaterial({ side: THREE.DoubleSide });
   if (look === 'depth') scene.overrideMaterial = new THREE.MeshDepthMaterial({ side: THREE.DoubleSide });
-  renderer.clippingPlanes = look === 'clipped' ? [new THREE.Plane(new THREE.Vector3(-1, 0.3, 0.1).normalize(), 0.4)] : [];
+  renderer.clippingPlanes =
+    look === 'clipped' ? [new THREE.Plane(new THREE.Vector3(-1, 0.3, 0.1).normalize(), 0.4)] : [];
   content.traverse((object) => {
     const { material } = object as THREE.Mesh<THREE.BufferGeometry, THREE.MeshPhongMaterial>;
     if (material && 'wireframe' in material) material.wireframe = look === 'wireframe';
@@ -61,7 +63,9 @@ function draw(content: THREE.Object3D, look: Look): Uint8Array {
 
 /** The mean difference per channel, and how many pixels belong to one silhouette and lie further than a pixel from the other. */
 function difference(a: Uint8Array, b: Uint8Array) {
-  let sum = 0, strays = 0, covered = 0;
+  let sum = 0,
+    strays = 0,
+    covered = 0;
   for (let i = 0; i < a.length; ++i) sum += Math.abs(a[i]! - b[i]!);
   const inside = (pixels: Uint8Array, x: number, y: number) =>
     x >= 0 && y >= 0 && x < WIDTH && y < HEIGHT && pixels[(y * WIDTH + x) * 4 + 3]! > 0;
@@ -83,7 +87,8 @@ function difference(a: Uint8Array, b: Uint8Array) {
 /** Gives the meshes of a glTF scene, which are named by ID, the plain twins of the model's materials. */
 function dressLike(gltf: THREE.Object3D, model: SRCModel, ids: string[]) {
   const materials = new Map<string, THREE.MeshPhongMaterial>();
-  for (const [id, object] of model.objects) materials.set(id, (object as THREE.Mesh).material as THREE.MeshPhongMaterial);
+  for (const [id, object] of model.objects)
+    materials.set(id, (object as THREE.Mesh).material as THREE.MeshPhongMaterial);
   let next = 0;
   gltf.traverse((object) => {
     if (!(object instanceof THREE.Mesh)) return;
@@ -144,7 +149,9 @@ async function pick(src: string, glb: string | null, ids: string[], points: [num
     const matrix = new THREE.Matrix4();
     if (hit.object instanceof THREE.BatchedMesh) hit.object.getMatrixAt(hit.batchId!, matrix);
     matrix.premultiply(hit.object.matrixWorld);
-    return hit.normal ? hit.normal.clone().applyMatrix3(new THREE.Matrix3().getNormalMatrix(matrix)).normalize().toArray() : null;
+    return hit.normal
+      ? hit.normal.clone().applyMatrix3(new THREE.Matrix3().getNormalMatrix(matrix)).normalize().toArray()
+      : null;
   };
   const ours = cast(model.scene).map(
     (hit) => hit && { id: model.meshOf(hit)?.id, point: hit.point.toArray(), normal: worldNormal(hit) },
@@ -152,7 +159,10 @@ async function pick(src: string, glb: string | null, ids: string[], points: [num
   const meshes: THREE.Object3D[] = [];
   gltf?.scene.traverse((object) => object instanceof THREE.Mesh && meshes.push(object));
   const theirs =
-    gltf && cast(gltf.scene).map((hit) => hit && { id: ids[meshes.indexOf(hit.object)], point: hit.point.toArray(), normal: worldNormal(hit) });
+    gltf &&
+    cast(gltf.scene).map(
+      (hit) => hit && { id: ids[meshes.indexOf(hit.object)], point: hit.point.toArray(), normal: worldNormal(hit) },
+    );
   const box = new THREE.Box3().setFromObject(model.scene);
   const exact = new THREE.Box3().setFromObject(gltf?.scene ?? model.scene, true);
   const headerBox = new THREE.Box3();
@@ -189,7 +199,12 @@ async function batched(src: string) {
   const ours = draw(single.scene, 'lit');
   const calls = renderer.info.render.calls;
   const picture = renderer.domElement.toDataURL();
-  const result = { ...difference(ours, draw(batches.scene, 'lit')), picture, objects: batches.scene.children.length, calls };
+  const result = {
+    ...difference(ours, draw(batches.scene, 'lit')),
+    picture,
+    objects: batches.scene.children.length,
+    calls,
+  };
   single.dispose();
   batches.dispose();
   return result;
@@ -240,7 +255,11 @@ async function textured(src: string, glb: string, ids: string[]) {
 async function stream(src: string) {
   const seen: string[] = [];
   for await (const event of SRCLoader.stream(src)) {
-    seen.push(event.type === 'header' ? `header ${event.header.meshes.length}` : `mesh ${event.mesh.id} ${event.model.scene.children.length}`);
+    seen.push(
+      event.type === 'header'
+        ? `header ${event.header.meshes.length}`
+        : `mesh ${event.mesh.id} ${event.model.scene.children.length}`,
+    );
   }
   return seen;
 }
@@ -250,7 +269,9 @@ async function failure(src: string) {
     await new SRCLoader().loadAsync(src);
     return null;
   } catch (error) {
-    return error instanceof SrcError ? { code: error.code, message: error.message } : { code: String(error), message: '' };
+    return error instanceof SrcError
+      ? { code: error.code, message: error.message }
+      : { code: String(error), message: '' };
   }
 }
 
