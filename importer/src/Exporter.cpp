@@ -1,6 +1,7 @@
 #include <kel/importer/Exporter.h>
 
 #include <kel/mesh/AttributeNames.h>
+#include <kel/mesh/ForEachPrimitive.h>
 
 #include <assimp/Exporter.hpp>
 #include <assimp/IOStream.hpp>
@@ -11,10 +12,10 @@
 #include <picojson.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -24,7 +25,6 @@ namespace kel::importer {
 
 namespace {
 
-using kel::mesh::PrimitiveType;
 using kel::src::DecodedAttribute;
 using kel::src::DecodedMesh;
 using kel::src::SRC_NONE;
@@ -114,44 +114,6 @@ aiString assimpString(std::string_view text) {
     aiString result;
     result.Set(std::string(text.substr(0, MAXLEN - 1)));
     return result;
-}
-
-/// Calls `face` with the corners of every primitive, one to three.
-void forEachPrimitive(PrimitiveType type, std::size_t corners,
-                      const std::function<void(std::initializer_list<std::size_t>)>& face) {
-    switch (type) {
-    case kel::mesh::POINTS:
-        for (std::size_t i = 0; i < corners; ++i)
-            face({i});
-        break;
-    case kel::mesh::LINES:
-        for (std::size_t i = 0; i + 1 < corners; i += 2)
-            face({i, i + 1});
-        break;
-    case kel::mesh::LINE_LOOP:
-    case kel::mesh::LINE_STRIP:
-        for (std::size_t i = 0; i + 1 < corners; ++i)
-            face({i, i + 1});
-        if (type == kel::mesh::LINE_LOOP && corners > 1) face({corners - 1, 0});
-        break;
-    case kel::mesh::TRIANGLES:
-        for (std::size_t i = 0; i + 2 < corners; i += 3)
-            face({i, i + 1, i + 2});
-        break;
-    case kel::mesh::TRIANGLE_STRIP:
-        for (std::size_t i = 0; i + 2 < corners; ++i) {
-            if (i % 2 == 0) {
-                face({i, i + 1, i + 2});
-            } else {
-                face({i + 1, i, i + 2});
-            }
-        }
-        break;
-    case kel::mesh::TRIANGLE_FAN:
-        for (std::size_t i = 0; i + 2 < corners; ++i)
-            face({0, i + 1, i + 2});
-        break;
-    }
 }
 
 /// The number of a set: 0 for "texcoord", 2 for "texcoord2"; false for any other name.
@@ -275,26 +237,27 @@ private:
         if (vertices == 0) return;
         if (std::max(vertices, corners) > std::size_t(AI_MAX_VERTICES))
             throw ExportError("mesh \"" + std::string(source.id) + "\" has too many vertices");
+        using Corners = std::array<std::size_t, 3>;
         std::size_t faces = 0;
-        forEachPrimitive(source.primitive, corners, [&](std::initializer_list<std::size_t>) { ++faces; });
+        kel::mesh::forEachPrimitive(source.primitive, corners, [&](const Corners&, std::size_t) { ++faces; });
         mesh.mFaces = new aiFace[faces];
         mesh.mNumFaces = static_cast<unsigned>(faces);
         std::size_t next = 0;
-        forEachPrimitive(source.primitive, corners, [&](std::initializer_list<std::size_t> places) {
+        kel::mesh::forEachPrimitive(source.primitive, corners, [&](const Corners& places, std::size_t size) {
             aiFace& face = mesh.mFaces[next++];
-            face.mNumIndices = static_cast<unsigned>(places.size());
-            face.mIndices = new unsigned[places.size()];
-            unsigned* index = face.mIndices;
-            for (const std::size_t place : places) {
-                *index = decoded.indexed ? decoded.indices[place] : static_cast<unsigned>(place);
-                if (*index >= vertices)
+            face.mNumIndices = static_cast<unsigned>(size);
+            face.mIndices = new unsigned[size];
+            for (std::size_t i = 0; i < size; ++i) {
+                const unsigned index =
+                    decoded.indexed ? decoded.indices[places[i]] : static_cast<unsigned>(places[i]);
+                face.mIndices[i] = index;
+                if (index >= vertices)
                     throw ExportError("mesh \"" + std::string(source.id) + "\" uses vertex " +
-                                      std::to_string(*index) + " of " + std::to_string(vertices));
-                ++index;
+                                      std::to_string(index) + " of " + std::to_string(vertices));
             }
-            mesh.mPrimitiveTypes |= places.size() == 1   ? aiPrimitiveType_POINT
-                                    : places.size() == 2 ? aiPrimitiveType_LINE
-                                                         : aiPrimitiveType_TRIANGLE;
+            mesh.mPrimitiveTypes |= size == 1   ? aiPrimitiveType_POINT
+                                    : size == 2 ? aiPrimitiveType_LINE
+                                                : aiPrimitiveType_TRIANGLE;
         });
     }
 
