@@ -1,6 +1,7 @@
 #include "Cli.h"
 
 #include "ConvertCommand.h"
+#include "DiffCommand.h"
 #include "ExportCommand.h"
 #include "HelpFormatter.h"
 #include "InfoCommand.h"
@@ -104,6 +105,7 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
     actions["info"] = addInfo(app);
     actions["validate"] = addValidate(app);
     actions["export"] = addExport(app);
+    actions["diff"] = addDiff(app);
 
     if (args.empty()) {
         streams.err << SHORT_USAGE;
