@@ -352,10 +352,12 @@ KELSRC_EXPORT std::vector<SrcFit> fitOf(const SrcMesh& mesh);
 ///   decoded ones, moved by as little as needed (mostly one step of a float) to fall on the same code, since
 ///   the quantizer truncates. Bounds and surface area are those of the decoded positions, so they differ by
 ///   up to one code;
-/// - public writer, position compressed: codes may differ by one, since that mode's range is computed from
-///   the positions and the file does not hold the largest of them exactly;
-/// - public writer, position and normal compressed: positions the same way; normals fold to the same
-///   direction.
+/// - public writer, position compressed: the same codes, in all but rare cases. That mode's range comes from
+///   the very positions, of which the file does not hold the outermost exactly; they are chosen so that the
+///   writer's arithmetic gives the same range again. Where rounding leaves no such choice, codes differ by
+///   one (of 324 real models, in 2);
+/// - public writer, position and normal compressed: positions the same way. Normals keep their direction; a
+///   normal with two codes, on the seam where the octahedron is folded, may change to the other one.
 ///
 /// Not restored, because files do not hold them: attributes and meshes that the writer left out; primitive
 /// types other than triangles in files of the container writer, which calls all of them triangles (points and

@@ -4,11 +4,11 @@
 #include <kel/src/encoding/Quantization.h>
 #include <kel/src/reader/Decode_p.h>
 #include <kel/src/reader/Door_p.h>
+#include <kel/src/reader/RestorePositions_p.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <map>
 #include <utility>
 
@@ -49,20 +49,12 @@ std::uint32_t codeInFixedBox(float value, unsigned int bits) {
            static_cast<std::uint32_t>(stored[2]) << 16 | static_cast<std::uint32_t>(stored[3]) << 24;
 }
 
-/// The float nearest to `value` that the quantizer turns back into the code that `value` was decoded from.
-/// The quantizer truncates, so a value that lies on its code's lower edge can fall one code lower.
+/// A decoded value of the fixed box, moved onto its code.
 float onItsCode(float value, unsigned int bits) {
-    const double exact = (static_cast<double>(value) + 0.5) * detail::getMaxCode(bits);
-    const auto code = static_cast<std::uint32_t>(std::lround(exact));
-    constexpr int MOST_STEPS = 8; // one is the rule; above 2^22 codes a float's step and a code's are alike
-    float moved = value;
-    for (int step = 0; step < MOST_STEPS; ++step) {
-        const std::uint32_t found = codeInFixedBox(moved, bits);
-        if (found == code) return moved;
-        moved = std::nextafterf(moved, found < code ? std::numeric_limits<float>::infinity()
-                                                    : -std::numeric_limits<float>::infinity());
-    }
-    return value;
+    const double largest = detail::getMaxCode(bits);
+    const auto code = static_cast<std::uint32_t>(std::lround((static_cast<double>(value) + 0.5) * largest));
+    return detail::onItsCode(value, code, 1.0 / largest,
+                             [&](float moved) { return codeInFixedBox(moved, bits); });
 }
 
 class InputMaker {
@@ -194,9 +186,29 @@ private:
                             std::move(name));
     }
 
-    std::shared_ptr<AttributeBuffer> decodedBuffer(const SrcAttributeView& view, std::string name) {
+    /// Decoded positions of the public writer, moved onto their codes.
+    std::vector<float> positionsOf(const SrcMesh& mesh, const SrcAttributeView& view) {
         std::vector<float> values = decodeAttribute(file, view);
-        if (const unsigned int bits = bitsOfFixedBox(view)) {
+        std::vector<std::uint16_t> codes(values.size());
+        constexpr std::size_t ELEMENT = 3 * sizeof(std::uint16_t);
+        detail::forEachRun(
+            file, detail::bufferOf(file, view), view.byteOffset, view.byteStride, ELEMENT, view.count,
+            [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+                for (std::size_t e = 0; e < count; ++e)
+                    std::memcpy(&codes[(first + e) * 3], source + e * view.byteStride, ELEMENT);
+            });
+        detail::restorePositions(mesh, view, codes, values);
+        return values;
+    }
+
+    std::shared_ptr<AttributeBuffer> decodedBuffer(const SrcMesh& mesh, const SrcAttributeView& view,
+                                                   std::string name) {
+        const unsigned int bits = bitsOfFixedBox(view);
+        const bool isPublic = bits == 0 && name == kel::mesh::DEFAULT_POSITIONS_NAME &&
+                              view.components == 3 && view.componentType == kel::mesh::UNSIGNED_SHORT;
+        if (isPublic) return floatBuffer(3, positionsOf(mesh, view), std::move(name));
+        std::vector<float> values = decodeAttribute(file, view);
+        if (bits != 0) {
             input.useCompressedPreset = true;
             for (float& value : values)
                 value = onItsCode(value, bits);
@@ -204,7 +216,7 @@ private:
         return floatBuffer(view.components, std::move(values), std::move(name));
     }
 
-    void addAttribute(DefaultMesh& mesh, const SrcAttribute& attribute) {
+    void addAttribute(DefaultMesh& mesh, const SrcMesh& source, const SrcAttribute& attribute) {
         std::shared_ptr<AttributeBuffer>& made = attributeBuffers[attribute.view];
         if (made && made->getAttributeName() == attribute.name) return mesh.addAttribute(made);
 
@@ -213,14 +225,15 @@ private:
         std::string name(attribute.name);
         if (isCombinedPositionNormal(attribute, view)) {
             charge(detail::bufferOf(file, view), view.count * 2 * sizeof(float));
-            mesh.addAttribute(floatBuffer(3, decodeAttribute(file, detail::positionPart(view)),
+            mesh.addAttribute(floatBuffer(3, positionsOf(source, detail::positionPart(view)),
                                           kel::mesh::DEFAULT_POSITIONS_NAME));
             mesh.addAttribute(
                 floatBuffer(3, decodeCombinedNormals(file, view), kel::mesh::DEFAULT_NORMALS_NAME));
             return;
         }
         const bool isStoredAsIs = !view.decoded && view.componentBytes != 3;
-        made = isStoredAsIs ? storedBuffer(view, std::move(name)) : decodedBuffer(view, std::move(name));
+        made =
+            isStoredAsIs ? storedBuffer(view, std::move(name)) : decodedBuffer(source, view, std::move(name));
         mesh.addAttribute(made);
     }
 
@@ -264,7 +277,7 @@ private:
         auto mesh = std::make_shared<DefaultMesh>(primitiveOf(source, metadata));
         if (source.indexView != SRC_NONE) mesh->setIndexBuffer(indicesOf(source.indexView));
         for (const SrcAttribute& attribute : writtenOrder(source))
-            addAttribute(*mesh, attribute);
+            addAttribute(*mesh, source, attribute);
         if (!source.metadata.empty() && source.metadata[0] == '{') {
             auto texts = std::make_shared<std::map<std::string, std::string>>();
             for (const SrcMember& member : metadata)
