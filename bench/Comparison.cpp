@@ -139,7 +139,7 @@ SceneResults compare(char name) {
 
     Result limit;
     limit.writer = "memcpy into fresh memory";
-    limit.milliseconds = medianMilliseconds([&] { copyToFreshMemory(s); });
+    limit.milliseconds = medianMilliseconds([&] { copyToFreshMemory(s, payloadOf(s)); });
     limit.bytes = s.inputBytes();
     limit.peak = s.inputBytes();
     all.results.push_back(limit);

@@ -29,7 +29,7 @@ void memcpyFresh(benchmark::State& state, char name) {
     const Scene& s = scene(name);
     std::size_t bytes = 0;
     for (auto _ : state)
-        benchmark::DoNotOptimize(bytes = copyToFreshMemory(s));
+        benchmark::DoNotOptimize(bytes = copyToFreshMemory(s, payloadOf(s)));
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
 }
 

@@ -92,8 +92,15 @@ const Scene& scene(char name) {
     return *slot;
 }
 
-std::size_t copyToFreshMemory(const Scene& scene) {
-    const std::size_t size = scene.inputBytes();
+Payload payloadOf(const Scene& scene) {
+    return {12, 12, 8, scene.hasShortIndices() ? 2u : 4u};
+}
+
+std::size_t copyToFreshMemory(const Scene& scene, const Payload& payload) {
+    const std::size_t vertices = scene.verticesPerMesh(), indices = scene.indicesPerMesh();
+    const std::size_t size =
+        scene.meshes *
+        (vertices * (payload.position + payload.normal + payload.texcoord) + indices * payload.index);
     void* fresh = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (fresh == MAP_FAILED) throw std::bad_alloc();
     auto* to = static_cast<unsigned char*>(fresh);
@@ -101,14 +108,11 @@ std::size_t copyToFreshMemory(const Scene& scene) {
         std::memcpy(to, from, bytes);
         to += bytes;
     };
-    for (const auto& mesh : scene.input.meshes) {
-        for (std::size_t a = 0; a < 3; ++a) {
-            const auto buffer = std::static_pointer_cast<kel::mesh::detail::DefaultAttributeBuffer>(
-                mesh->getAttributeBuffer(a));
-            const auto& data = *buffer->getBufferData();
-            copy(data.getData(), data.getSizeInBytes());
-        }
-        copy(scene.spheres[0].indices.data(), scene.indexBytes() / scene.meshes);
+    for (const Sphere& sphere : scene.spheres) {
+        copy(sphere.positions.data(), vertices * payload.position);
+        copy(sphere.normals.data(), vertices * payload.normal);
+        copy(sphere.texcoords.data(), vertices * payload.texcoord);
+        copy(sphere.indices.data(), indices * payload.index);
     }
     munmap(fresh, size);
     return size;

@@ -69,9 +69,17 @@ private:
     Buffer buffer;
 };
 
-/// Copies every array of the scene into memory that no page of has been touched yet, and gives it back: the
-/// limit for a writer that has to hold its output once. Returns the bytes copied.
-std::size_t copyToFreshMemory(const Scene& scene);
+/// What a writer stores of a vertex and of an index, in bytes.
+struct Payload {
+    std::size_t position, normal, texcoord, index;
+};
+
+/// Floats and indices as the scene's input holds them.
+Payload payloadOf(const Scene& scene);
+
+/// Copies as many bytes of every array as the payload says into memory that no page of has been touched yet,
+/// and gives it back: the limit for a writer that has to hold its output once. Returns the bytes copied.
+std::size_t copyToFreshMemory(const Scene& scene, const Payload& payload);
 
 /// The bytes by which resident memory peaks above its level at the start while `work` runs, in a child
 /// process.

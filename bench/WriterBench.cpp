@@ -8,8 +8,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -24,41 +22,15 @@ using namespace kel::bench;
 using namespace kel::src::detail;
 using kel::src::SrcWriter;
 
-struct Payload {
-    std::size_t positionBytes, normalBytes, texcoordBytes; ///< per vertex
-    std::size_t vertexBytes() const { return positionBytes + normalBytes + texcoordBytes; }
-};
-
 Payload payloadOf(SrcWriter::Compression mode) {
     switch (mode) {
     case SrcWriter::POSITION_COMPRESSED:
-        return {6, 12, 8};
+        return {6, 12, 8, 2};
     case SrcWriter::POSITION_NORMAL_COMPRESSED:
-        return {8, 0, 0};
+        return {8, 0, 0, 2};
     default:
-        return {12, 12, 8};
+        return {12, 12, 8, 2};
     }
-}
-
-std::size_t copyPayload(const Scene& s, const Payload& payload) {
-    const std::size_t size =
-        s.vertices() * payload.vertexBytes() + s.meshes * s.indicesPerMesh() * sizeof(std::uint16_t);
-    void* fresh = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (fresh == MAP_FAILED) throw std::bad_alloc();
-    auto* to = static_cast<unsigned char*>(fresh);
-    const auto copy = [&](const void* from, std::size_t bytes) {
-        std::memcpy(to, from, bytes);
-        to += bytes;
-    };
-    const std::size_t n = s.verticesPerMesh();
-    for (const Sphere& sphere : s.spheres) {
-        copy(sphere.positions.data(), n * payload.positionBytes);
-        copy(sphere.normals.data(), n * payload.normalBytes);
-        copy(sphere.texcoords.data(), n * payload.texcoordBytes);
-        copy(sphere.indices.data(), s.indicesPerMesh() * sizeof(std::uint16_t));
-    }
-    munmap(fresh, size);
-    return size;
 }
 
 double median(std::vector<double> values) {
@@ -80,7 +52,7 @@ std::size_t headerBytesOf(const std::string& file) {
 void writer(benchmark::State& state, char name, SrcWriter::Compression mode) {
     const Scene& s = scene(name);
     const Payload payload = payloadOf(mode);
-    const std::size_t payloadBytes = copyPayload(s, payload);
+    const std::size_t payloadBytes = copyToFreshMemory(s, payload);
     const std::size_t peak = peakMemoryOf([&] {
         CountingStream out;
         SrcWriter::write(s.input, out, mode);
@@ -100,7 +72,7 @@ void writer(benchmark::State& state, char name, SrcWriter::Compression mode) {
         writes.push_back(secondsSince(start));
         state.PauseTiming();
         const auto copyStart = std::chrono::steady_clock::now();
-        copyPayload(s, payload);
+        copyToFreshMemory(s, payload);
         copies.push_back(secondsSince(copyStart));
         state.ResumeTiming();
     }

@@ -24,18 +24,6 @@ std::string numberedId(const char* prefix, std::uint32_t number) {
     return prefix + std::to_string(number);
 }
 
-template<typename Number>
-void appendArray(std::string& text, std::string_view keyWithColon, const Number* numbers, std::size_t count) {
-    text += keyWithColon;
-    char separator = '[';
-    for (std::size_t i = 0; i < count; ++i) {
-        text += separator;
-        separator = ',';
-        appendJsonNumber(text, static_cast<double>(numbers[i]));
-    }
-    text += ']';
-}
-
 /// A size as a header number: a double, and so not exact from 2^53 on.
 template<typename Sink>
 void emitSize(Sink& sink, std::string_view keyWithColon, std::uint64_t size) {
@@ -212,8 +200,8 @@ std::string ShapeResourceContainer::addAttributeView(unsigned int components, co
     const std::uint32_t number = attributeViewCounter;
     std::string id = createAttributeViewID();
     scratch.clear();
-    appendArray(scratch, ",\"decodeOffset\":", decodeOffset, components);
-    appendArray(scratch, ",\"decodeScale\":", decodeScale, components);
+    appendArrayMember(scratch, ",\"decodeOffset\":", decodeOffset, components);
+    appendArrayMember(scratch, ",\"decodeScale\":", decodeScale, components);
     if (scratch != lastDecode) lastDecode = store.keep(scratch);
     scratch.clear();
     appendJsonString(scratch, bufferViewId);
@@ -258,8 +246,8 @@ void ShapeResourceContainer::addMesh(const std::string& id,
         appendJsonString(scratch, viewId);
     }
     scratch += '}';
-    if (bboxCenter) appendArray(scratch, ",\"bboxCenter\":", bboxCenter, 3);
-    if (bboxSize) appendArray(scratch, ",\"bboxSize\":", bboxSize, 3);
+    if (bboxCenter) appendArrayMember(scratch, ",\"bboxCenter\":", bboxCenter, 3);
+    if (bboxSize) appendArrayMember(scratch, ",\"bboxSize\":", bboxSize, 3);
     scratch += ",\"indices\":";
     appendJsonString(scratch, indexViewId);
     scratch += ",\"material\":";
