@@ -236,6 +236,11 @@ std::string AtomicFile::firstBytes(std::size_t count) {
     return bytes;
 }
 
+std::string AtomicFile::temporaryPath() const {
+    if (direct) return "";
+    return temporaryName.empty() ? "/proc/self/fd/" + std::to_string(descriptor) : temporaryName;
+}
+
 void AtomicFile::commit() {
     flush();
     // Devices and pipes have nothing to sync.
@@ -258,7 +263,7 @@ void AtomicFile::commit() {
 
 void AtomicFile::link() {
     if (temporaryName.empty()) {
-        const std::string open = "/proc/self/fd/" + std::to_string(descriptor);
+        const std::string open = temporaryPath();
         // A new name needs no detour; only an existing file has to be replaced by a rename.
         if (::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) == 0) return;
         if (errno != EEXIST) fail("cannot be put in place", errno);

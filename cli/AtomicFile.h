@@ -73,6 +73,8 @@ public:
     /// The first bytes as they lie in the temporary file, for a check before commit(). Fewer when the file is
     /// shorter, none when it is no regular file.
     std::string firstBytes(std::size_t count);
+    /// A name under which the temporary file can be opened before commit(); empty when it is no regular file.
+    std::string temporaryPath() const;
     void commit();
 
     /// Throws what the constructor would throw, so that work which takes long need not be done for nothing.

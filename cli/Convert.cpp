@@ -4,8 +4,11 @@
 #include "Messages.h"
 #include "Preparation.h"
 #include "Status.h"
+#include "Verify.h"
 
 #include <kel/prepare/MeshName.h>
+#include <kel/src/SrcReader.h>
+#include <kel/src/SrcValidator.h>
 #include <kel/src/SrcWriter.h>
 #include <kel/src/default_writer/DefaultSrcWriter.h>
 
@@ -13,6 +16,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -161,6 +165,22 @@ std::uint64_t writeToStream(const SrcWriterInput& input, Target target, std::ost
     return buffer.bytes;
 }
 
+/// Reads back what was written, from memory or a path, before anybody else can see it.
+template<typename Bytes, typename Open>
+void verify(const SrcWriterInput& input, const std::vector<kel::prepare::ReachedError>& errors, Target target,
+            bool clamped, const std::string& name, const Bytes& bytes, const Open& open) {
+    std::string difference;
+    try {
+        difference = firstError(kel::src::validateSrc(bytes), clamped);
+        if (difference.empty()) difference = firstDifference(input, target, errors, open(bytes));
+    } catch (const kel::src::SrcError& error) {
+        difference = error.what();
+    }
+    if (!difference.empty())
+        throw Failure(STATUS_NOT_WRITTEN, name, "what was written is not what was meant: " + difference,
+                      "An older file is still as it was. Please report this.");
+}
+
 } // namespace
 
 ConvertReport convert(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
@@ -201,17 +221,40 @@ ConvertReport convert(const ModelSource& source, const SrcTarget& target, const 
 
     onStage("writing", 0.0);
     try {
+        if (target.stream && options.verify) {
+            std::ostringstream memory;
+            write(input, report.target, memory);
+            const std::string bytes = memory.str();
+            onStage("verifying", -1.0);
+            verify(input, errors, report.target, options.allowClamping, target.name(),
+                   kel::src::ByteView(std::string_view(bytes)),
+                   [](const kel::src::ByteView& view) { return kel::src::readSrc(view); });
+            report.bytesOut = bytes.size();
+            if (!target.stream->write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush())
+                throw Failure(STATUS_NOT_WRITTEN, target.name(), "writing failed",
+                              "Make room where it goes, or keep its reader running.");
+            return report;
+        }
         if (target.stream) {
             report.bytesOut = writeToStream(input, report.target, *target.stream);
             return report;
         }
         AtomicFile file(target.file);
+        const std::string temporary = file.temporaryPath();
+        if (options.verify && temporary.empty())
+            throw Failure(STATUS_NOT_WRITTEN, target.name(), "cannot be read back, as --verify asks for",
+                          "Write to a file on a disk.");
         file.onProgress([&](std::uint64_t bytes) {
             onStage("writing", static_cast<double>(bytes) / static_cast<double>(payload + 1));
         });
         write(input, report.target, file.stream());
         report.bytesOut = file.flush();
         checkWritten(file, target.name(), report.bytesOut, payload);
+        if (options.verify) {
+            onStage("verifying", -1.0);
+            verify(input, errors, report.target, options.allowClamping, target.name(), temporary,
+                   [](const std::string& path) { return kel::src::openSrc(path); });
+        }
         file.commit();
     } catch (const std::overflow_error& error) {
         throw Failure(STATUS_INPUT, source.name(),

@@ -34,7 +34,8 @@ struct ConvertOptions {
     std::optional<double> fromUnit, toUnit; ///< metres per unit; fromUnit overrules the model
     std::optional<kel::prepare::UpAxis> fromUp, toUp;
 
-    bool list = false; ///< fill ConvertReport::written
+    bool list = false;   ///< fill ConvertReport::written
+    bool verify = false; ///< read back and compare before the file is put in place
 };
 
 /// One mesh as it was written.

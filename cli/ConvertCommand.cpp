@@ -31,7 +31,7 @@ struct ConvertArguments {
     double scale = 1.0;
     int threads = 1;
     bool failFast = false;
-    bool list = false, json = false, quiet = false, verbose = false, noProgress = false;
+    bool verify = false, list = false, json = false, quiet = false, verbose = false, noProgress = false;
 };
 
 [[noreturn]] void refuse(const std::string& what, const std::string& remedy) {
@@ -111,6 +111,7 @@ ConvertOptions optionsOf(const ConvertArguments& arguments) {
     const bool outputTaken = arguments.output == "-";
     if (outputTaken && (arguments.list || arguments.json))
         refuse("--list and --json write to standard output, as does -o -", "Write the model to a file.");
+    options.verify = arguments.verify;
     options.list = arguments.list || (arguments.verbose && !outputTaken);
     return options;
 }
@@ -338,6 +339,9 @@ Action addConvert(CLI::App& app) {
         ->group(HOW);
     verb->add_flag("--optimize", arguments->optimize,
                    "Reorder triangles and vertices so that GPUs draw them fast and files compress better")
+        ->group(HOW);
+    verb->add_flag("--verify", arguments->verify,
+                   "Read back what was written and compare it with the model before it is put in place")
         ->group(HOW);
 
     verb->add_flag("--only-triangles", arguments->onlyTriangles,

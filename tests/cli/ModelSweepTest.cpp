@@ -92,7 +92,7 @@ TEST_P(ModelSweep, ConvertsOrSaysWhyNot) {
     for (const std::string& how : ways) {
         SCOPED_TRACE(how);
         const ProcessResult result =
-            runProcess({"convert", model, "-o", output, "--only-triangles", "--list", how});
+            runProcess({"convert", model, "-o", output, "--only-triangles", "--verify", "--list", how});
         if (result.status == 0) {
             EXPECT_THAT(folder.entries(), ElementsAre("out.src"));
             const auto lines =
