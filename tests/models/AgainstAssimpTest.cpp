@@ -162,7 +162,12 @@ INSTANTIATE_TEST_SUITE_P(
                                      "glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb",
                                      "glTF2/BoxTextured-glTF-Binary/BoxTextured.glb", "FBX/spider.fbx",
                                      "Collada/duck.dae", "3DS/fels.3ds"),
-                     ALL_MODES));
+                     ALL_MODES),
+    [](const auto& model) {
+        std::string name = std::filesystem::path(std::get<0>(model.param)).filename().string();
+        std::replace(name.begin(), name.end(), '.', '_');
+        return name + "_mode_" + std::to_string(static_cast<int>(std::get<1>(model.param)));
+    });
 
 class LargeAgainstAssimp : public testing::TestWithParam<SrcWriter::Compression> {};
 
