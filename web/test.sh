@@ -28,7 +28,7 @@ quietly() {
 
 for tool in node npm; do
     if ! command -v "$tool" >/dev/null; then
-        say "$tool is missing; install Node.js 20 or later"
+        say "$tool is missing; install Node.js 18.19 or later (Debian: apt-get install nodejs npm)"
         exit 1
     fi
 done

@@ -1,7 +1,7 @@
 import { gzipSync } from 'node:zlib';
 import { afterEach, describe, expect, test } from 'vitest';
 import { decodeAttribute, fetchMeshes, parseSrc, SrcError, streamSrc, type SrcEvent } from '../src/core/index.js';
-import { sendRanges, sendWhole, serve, type Handler, type TestServer } from './server.js';
+import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
 import { fixture, srcOf } from './support.js';
 
 let server: TestServer | null = null;

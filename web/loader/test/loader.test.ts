@@ -1,7 +1,7 @@
 import * as THREE from 'three';
 import { afterEach, describe, expect, test } from 'vitest';
 import { decodeAttribute, parseSrc, SRCLoader, SRCMesh, SrcError, type SRCModel } from '../src/index.js';
-import { sendRanges, sendWhole, serve, type Handler, type TestServer } from './server.js';
+import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
 
 let server: TestServer | null = null;

@@ -3,12 +3,13 @@ import { mkdtempSync, readFileSync, rmSync, symlinkSync, writeFileSync, mkdirSyn
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { afterAll, beforeAll, expect, test } from 'vitest';
-import { sendRanges, serve, type TestServer } from './server.js';
+import { WEB } from '../../support/paths.js';
+import { sendRanges, serve, type TestServer } from '../../support/server.js';
 import { fixture } from './support.js';
 
 // The package as npm would publish it, unpacked beside three.js in an empty folder.
 
-const PACKAGE = join(import.meta.dirname, '..');
+const PACKAGE = join(WEB, 'loader');
 let folder: string;
 let server: TestServer;
 let files: string[];

@@ -1,9 +1,10 @@
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
+import { PROJECT } from '../../support/paths.js';
 import { SrcAssembler, SrcError, type JsonObject, type MeshArrays, type SrcHeader } from '../src/core/index.js';
 
 /** The files that write_web_fixtures writes; web/test.sh says where. */
-const FIXTURES = process.env.KELSRC_WEB_FIXTURES ?? join(import.meta.dirname, '../../../build/web/fixtures');
+const FIXTURES = process.env.KELSRC_WEB_FIXTURES ?? join(PROJECT, 'build/web/fixtures');
 
 export function fixture(name: string): Uint8Array<ArrayBuffer> {
   return new Uint8Array(readFileSync(join(FIXTURES, `${name}.src`)));

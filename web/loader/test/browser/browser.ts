@@ -1,20 +1,19 @@
 import { build } from 'esbuild';
-import { existsSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { mkdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { chromium, type BrowserContext, type Page } from 'playwright-core';
-import { sendRanges, serve, type Handler, type TestServer } from '../server.js';
+import type { Page } from 'playwright-core';
+import { startChromium, type Chromium } from '../../../support/chromium.js';
+import { WEB } from '../../../support/paths.js';
+import { sendRanges, serve, type Handler, type TestServer } from '../../../support/server.js';
 import { fixture, type ReadBack } from '../support.js';
 import type { PageApi } from './page.js';
 
-const CHROMIUM = process.env.CHROMIUM ?? '/usr/bin/chromium';
 const PICTURES = process.env.KELSRC_WEB_PICTURES;
 
 /** Debian's Chromium with a page that holds the loader, under the strictest policy that lets a script run at all. */
 export class Browser {
   private constructor(
-    private readonly context: BrowserContext,
-    private readonly profile: string,
+    private readonly chromium: Chromium,
     readonly server: TestServer,
     readonly page: Page,
     /** What the page complained about. */
@@ -23,9 +22,8 @@ export class Browser {
   ) {}
 
   static async start(): Promise<Browser> {
-    if (!existsSync(CHROMIUM)) throw new Error(`${CHROMIUM} is missing: apt-get install chromium, or set CHROMIUM`);
     const bundle = await build({
-      entryPoints: [join(import.meta.dirname, 'page.ts')],
+      entryPoints: [join(WEB, 'loader/test/browser/page.ts')],
       bundle: true,
       format: 'esm',
       write: false,
@@ -49,31 +47,11 @@ export class Browser {
         response.writeHead(404).end();
       }
     });
-    const profile = mkdtempSync(join(tmpdir(), 'kelsrc-chromium-'));
-    const context = await chromium.launchPersistentContext(profile, {
-      executablePath: CHROMIUM,
-      headless: true,
-      args: [
-        '--no-sandbox',
-        '--disable-quic',
-        '--no-first-run',
-        '--disable-background-networking',
-        '--disable-component-update',
-        '--disable-sync',
-        '--use-angle=swiftshader',
-        '--enable-unsafe-swiftshader',
-        '--ignore-gpu-blocklist',
-      ],
-    });
-    const page = context.pages()[0] ?? (await context.newPage());
-    const complaints: string[] = [];
-    page.on('console', (message) => {
-      if (['error', 'warning'].includes(message.type())) complaints.push(message.text());
-    });
-    page.on('pageerror', (error) => complaints.push(String(error)));
+    const chromium = await startChromium();
+    const { page } = chromium;
     await page.goto(server.url);
     await page.waitForFunction(() => 'kel' in window);
-    return new Browser(context, profile, server, page, complaints, files);
+    return new Browser(chromium, server, page, chromium.complaints, files);
   }
 
   /** Serves more than the fixtures. */
@@ -100,9 +78,8 @@ export class Browser {
   }
 
   async stop(): Promise<void> {
-    await this.context.close();
+    await this.chromium.close();
     await this.server.close();
-    rmSync(this.profile, { recursive: true, force: true });
   }
 }
 
