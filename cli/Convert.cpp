@@ -1,6 +1,7 @@
 #include "Convert.h"
 
 #include "AtomicFile.h"
+#include "ImporterCrash.h"
 #include "Messages.h"
 #include "Preparation.h"
 #include "Status.h"
@@ -37,6 +38,7 @@ kel::importer::ImportResult import(const ModelSource& source, const ConvertOptio
         onStage(stage, done);
         return true;
     };
+    const ImporterCrash onCrash(source.name());
     try {
         if (source.stream) {
             const std::string bytes{std::istreambuf_iterator<char>(*source.stream), {}};

@@ -1,5 +1,6 @@
 #include "DiffScene.h"
 
+#include "ImporterCrash.h"
 #include "Status.h"
 
 #include <kel/importer/Importer.h>
@@ -164,6 +165,7 @@ DiffScene openScene(const std::string& path) {
             std::ifstream unused;
             return sceneOf(openSrcFile(path, unused), path);
         }
+        const ImporterCrash onCrash(path);
         return sceneOf(kel::importer::importModel(std::filesystem::path(path)).input);
     } catch (const kel::importer::ImportError& error) {
         throw Failure(STATUS_INPUT, "", error.what());

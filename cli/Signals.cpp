@@ -7,6 +7,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <unistd.h>
+#include <utility>
 
 namespace kelsrc::cli {
 
@@ -27,25 +28,35 @@ constexpr int FAILED_WRITES[] = {SIGPIPE, SIGXFSZ};
 struct sigaction previous[NSIG];
 bool replaced[NSIG];
 
+// What a crash of this thread says; null for no more than the crash itself.
+thread_local const char* crashText = nullptr;
+thread_local std::size_t crashTextSize = 0;
+thread_local int crashStatus = 0;
+
 void removeTempFiles() {
     for (Slot& slot : slots) {
         if (slot.state.load() == 2) unlink(slot.path);
     }
 }
 
+/// Ends the process with the status, after a last word.
+[[noreturn]] void end(int status, const char* text, std::size_t size) {
+    const char erase[] = "\r\x1b[K";
+    // Nothing is left to do about errors of write here.
+    if (statusLineDrawn.load() && write(STDERR_FILENO, erase, sizeof erase - 1) < 0) _exit(status);
+    if (size != 0 && write(STDERR_FILENO, text, size) < 0) _exit(status);
+    _exit(status);
+}
+
 void onEnding(int signal) {
     removeTempFiles();
-    if (statusLineDrawn.load()) {
-        const char erase[] = "\r\x1b[K";
-        // Nothing is left to do about an error here.
-        if (write(STDERR_FILENO, erase, sizeof erase - 1) < 0) _exit(128 + signal);
-    }
-    _exit(128 + signal);
+    end(128 + signal, nullptr, 0);
 }
 
 // Set with SA_RESETHAND: raising it again crashes as it would have.
 void onCrash(int signal) {
     removeTempFiles();
+    if (crashText) end(crashStatus, crashText, crashTextSize);
     raise(signal);
 }
 
@@ -66,7 +77,7 @@ SignalGuard::SignalGuard() {
     for (const int signal : ENDING)
         replace(signal, onEnding, 0);
     for (const int signal : CRASHING)
-        replace(signal, onCrash, static_cast<int>(SA_RESETHAND));
+        replace(signal, onCrash, static_cast<int>(SA_RESETHAND | SA_ONSTACK));
     for (const int signal : FAILED_WRITES)
         replace(signal, SIG_IGN, 0);
 }
@@ -94,6 +105,28 @@ ScopedTempFile::ScopedTempFile(const std::string& path) : slot(0) {
 
 ScopedTempFile::~ScopedTempFile() {
     slots[static_cast<std::size_t>(slot)].state.store(0);
+}
+
+struct CrashMessage::Stack {
+    static constexpr std::size_t SIZE = std::size_t{64} << 10;
+    std::unique_ptr<char[]> bytes = std::make_unique<char[]>(SIZE);
+    stack_t previous{};
+};
+
+CrashMessage::CrashMessage(std::string text, int status)
+    : message(std::move(text)), stack(std::make_unique<Stack>()) {
+    stack_t own{};
+    own.ss_sp = stack->bytes.get();
+    own.ss_size = Stack::SIZE;
+    if (sigaltstack(&own, &stack->previous) != 0) stack.reset(); // told on the ordinary stack then
+    crashTextSize = message.size();
+    crashStatus = status;
+    crashText = message.c_str();
+}
+
+CrashMessage::~CrashMessage() {
+    crashText = nullptr;
+    if (stack) sigaltstack(&stack->previous, nullptr);
 }
 
 void noteStatusLine(bool drawn) {

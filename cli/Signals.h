@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace kelsrc::cli {
@@ -27,6 +28,23 @@ public:
 
 private:
     int slot;
+};
+
+/// While it lives, a crash of this thread is told as what it is: the message goes to standard error, and the
+/// process ends with `status`. For code of others that bad input can crash. Works below a SignalGuard; runs
+/// on a stack of its own, so that also endless recursion is told. Not to be nested in one thread.
+class CrashMessage {
+public:
+    CrashMessage(std::string message, int status);
+    ~CrashMessage();
+    CrashMessage(const CrashMessage&) = delete;
+    CrashMessage& operator=(const CrashMessage&) = delete;
+
+private:
+    struct Stack;
+
+    std::string message;
+    std::unique_ptr<Stack> stack;
 };
 
 /// Tells the signal handler whether a line on standard error has to be erased before the process ends.
