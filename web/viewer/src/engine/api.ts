@@ -96,7 +96,7 @@ export interface EngineEvents {
   measurement: Measurement | null;
   /** The canvas was clicked on nothing, or on a mesh; the selection has been changed already. */
   pick: MeshRef | null;
-  /** WebGL is not to be had, or was lost. */
+  /** The view was lost, as a sentence; an empty text once it is back. */
   trouble: string;
 }
 
