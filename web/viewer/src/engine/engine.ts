@@ -1,0 +1,335 @@
+import { Vector3 } from 'three';
+import type { SrcHeader } from 'kelsrc-loader/core';
+import { aim, pixelsBetween } from './aiming.js';
+import { DEFAULT_DISPLAY } from './api.js';
+import type {
+  CameraState,
+  Display,
+  Engine,
+  EngineEvents,
+  Measurement,
+  MeshFacts,
+  MeshRef,
+  Source,
+  StandardView,
+} from './api.js';
+import { boxMaterial } from './boxes.js';
+import { CameraRig } from './cameraRig.js';
+import { clipPlane } from './clipping.js';
+import { onClick } from './clicks.js';
+import { Emitter } from './emitter.js';
+import { factsOf } from './facts.js';
+import { Files, type OpenFile } from './files.js';
+import { FileScene, type Entry } from './fileScene.js';
+import { Frames } from './frames.js';
+import { Looks } from './looks.js';
+import { endsOf, MeasureMarks, measurementOf, snapped, type End } from './measuring.js';
+import { Outline } from './outline.js';
+import { pictureOf } from './pictures.js';
+import { Stage, THEMES } from './stage.js';
+import { World } from './world.js';
+
+/** A measured point this near to a vertex is that vertex. In pixels of the page. */
+const SNAP = 10;
+
+/** Joins the parts of the engine: each knows its own matter, and this one who has to hear of what. */
+export class ViewerEngine implements Engine {
+  readonly stage: Stage;
+  private readonly events = new Emitter<EngineEvents>();
+  private readonly loads: Files;
+  private readonly frames: Frames;
+  private readonly rig: CameraRig;
+  private readonly looks = new Looks();
+  private readonly boxLook = boxMaterial();
+  private readonly outline = new Outline();
+  private readonly marks = new MeasureMarks();
+  private readonly world: World;
+  private current: Display = { ...DEFAULT_DISPLAY };
+  private selected: MeshRef | null = null;
+  private ends: End[] = [];
+  private isMeasuring = false;
+  private isLost = false;
+  private wasEmpty = true;
+  private readonly endings: (() => void)[] = [];
+
+  constructor(readonly canvas: HTMLCanvasElement) {
+    this.stage = new Stage(canvas);
+    this.frames = new Frames({
+      draw: (now) => this.frame(now),
+      progressed: () => this.events.emit('progress', undefined),
+    });
+    this.rig = new CameraRig(canvas, this.frames.soon, () => this.events.emit('camera', this.camera));
+    this.loads = new Files({
+      sceneFor: (header) => this.sceneFor(header),
+      changed: () => this.events.emit('files', undefined),
+      progressed: this.frames.progress,
+      bounded: () => this.rearrange(),
+      arrived: (file, mesh) => {
+        if (this.selected?.file === file.id && this.selected.mesh === mesh) this.outlineSelected();
+        this.frames.later();
+      },
+    });
+    this.world = new World(this.loads, this.stage.content);
+    if (canvas.tabIndex < 0) canvas.tabIndex = 0;
+    this.listen();
+    this.applyDisplay();
+    this.resize();
+  }
+
+  on<K extends keyof EngineEvents>(event: K, listener: (value: EngineEvents[K]) => void): () => void {
+    return this.events.on(event, listener);
+  }
+
+  // ---- files
+
+  get files(): readonly OpenFile[] {
+    return this.loads.list;
+  }
+  open(source: Source): number {
+    return this.loads.open(source);
+  }
+  abort(file: number): void {
+    this.loads.abort(file);
+  }
+  close(file: number): void {
+    if (!this.loads.find(file)) return;
+    if (this.selected?.file === file) this.select(null);
+    const hidden = this.hiddenCount;
+    this.loads.close(file);
+    if (this.world.scenes.length === 0) this.rig.placed = false;
+    this.rearrange();
+    if (this.hiddenCount !== hidden) this.events.emit('visibility', undefined);
+  }
+
+  // ---- selection and visibility
+
+  get selection(): MeshRef | null {
+    return this.selected;
+  }
+  select(mesh: MeshRef | null): void {
+    const { selected } = this;
+    if (mesh?.file === selected?.file && mesh?.mesh === selected?.mesh) return;
+    this.selected = mesh && this.world.entryOf(mesh) ? { file: mesh.file, mesh: mesh.mesh } : null;
+    this.outlineSelected();
+    this.events.emit('selection', this.selected);
+  }
+
+  setVisible(meshes: Iterable<MeshRef>, visible: boolean): void {
+    const changes = new Map<Entry, boolean>();
+    for (const mesh of meshes) {
+      const entry = this.world.entryOf(mesh);
+      if (entry) changes.set(entry, visible);
+    }
+    this.changeVisibility((entry) => changes.get(entry) ?? entry.visible);
+  }
+  isolate(meshes: Iterable<MeshRef>): void {
+    const kept = new Set([...meshes].map((mesh) => this.world.entryOf(mesh)));
+    this.changeVisibility((entry) => kept.has(entry));
+  }
+  showAll(): void {
+    this.changeVisibility(() => true);
+  }
+  isVisible(mesh: MeshRef): boolean {
+    return this.world.entryOf(mesh)?.visible ?? false;
+  }
+  get hiddenCount(): number {
+    return this.world.scenes.reduce((sum, scene) => sum + scene.hidden, 0);
+  }
+
+  // ---- display
+
+  get display(): Display {
+    return this.current;
+  }
+  setDisplay(change: Partial<Display>): void {
+    const next = { ...this.current, ...change };
+    if (JSON.stringify(next) === JSON.stringify(this.current)) return;
+    const rearranged = next.arrangement !== this.current.arrangement;
+    this.current = next;
+    if (rearranged) this.rearrange();
+    this.applyDisplay();
+    this.events.emit('display', next);
+  }
+
+  // ---- camera
+
+  get camera(): CameraState {
+    const { camera, target } = this.rig;
+    return {
+      position: camera.position.clone().add(this.world.origin).toArray(),
+      target: target.clone().add(this.world.origin).toArray(),
+      up: camera.up.toArray(),
+    };
+  }
+  setCamera({ position, target }: CameraState, animate = true): void {
+    const local = (at: [number, number, number]) => new Vector3(...at).sub(this.world.origin);
+    this.rig.place(local(position), local(target), animate);
+  }
+  fit(meshes?: Iterable<MeshRef>): void {
+    this.rig.placed = meshes !== undefined;
+    this.rig.fit(this.world.boundsOf(meshes), null, true);
+  }
+  setView(view: StandardView): void {
+    this.rig.placed = true;
+    this.rig.fit(this.world.boundsOf(), view, true);
+  }
+
+  // ---- measuring
+
+  get measuring(): boolean {
+    return this.isMeasuring;
+  }
+  set measuring(measuring: boolean) {
+    this.isMeasuring = measuring;
+    this.canvas.style.cursor = measuring ? 'crosshair' : '';
+  }
+  get measurement(): Measurement | null {
+    return measurementOf(this.ends);
+  }
+  setMeasurement(measurement: Measurement | null): void {
+    this.setEnds(endsOf(measurement));
+  }
+
+  facts(mesh: MeshRef): MeshFacts | null {
+    const entry = this.world.entryOf(mesh);
+    return entry ? factsOf(entry) : null;
+  }
+
+  picture(width?: number): Promise<Blob> {
+    this.rig.update(performance.now());
+    return pictureOf(this.stage.renderer, width, () => this.draw());
+  }
+
+  dispose(): void {
+    for (const { id } of this.loads.list) this.loads.close(id);
+    for (const end of this.endings) end();
+    this.frames.stop();
+    this.events.clear();
+    for (const part of [this.rig, this.outline, this.marks, this.looks, this.boxLook, this.stage]) part.dispose();
+  }
+
+  // ---- between the parts
+
+  private sceneFor(header: SrcHeader): FileScene {
+    const scene = new FileScene(header, this.looks, this.boxLook);
+    scene.setLook(this.current.surface);
+    scene.setAllBoxes(this.current.bounds);
+    return scene;
+  }
+
+  private rearrange(): void {
+    const { world, rig } = this;
+    rig.shift(world.arrange(this.current.arrangement).negate());
+    rig.setContent(world.bounds);
+    if (!rig.placed) rig.fit(world.boundsOf(), this.wasEmpty ? 'iso' : null, false);
+    this.wasEmpty = world.bounds.isEmpty();
+    this.stage.clip = clipPlane(this.current.clip, world.bounds);
+    this.showEnds();
+    this.frames.soon();
+  }
+
+  private applyDisplay(): void {
+    const { current, stage, rig, world } = this;
+    stage.setTheme(current.theme);
+    stage.wireframe = current.wireframe;
+    stage.clip = clipPlane(current.clip, world.bounds);
+    this.outline.theme = current.theme;
+    this.boxLook.uniforms.color!.value.set(THEMES[current.theme].boxes);
+    for (const scene of world.scenes) {
+      scene.setLook(current.surface);
+      scene.setAllBoxes(current.bounds);
+    }
+    rig.setUp(current.up === 'z' ? new Vector3(0, 0, 1) : new Vector3(0, 1, 0));
+    if (!rig.placed) rig.fit(world.boundsOf(), null, false);
+    this.frames.soon();
+  }
+
+  private changeVisibility(wanted: (entry: Entry) => boolean): void {
+    if (!this.world.setVisible(wanted)) return;
+    this.outlineSelected();
+    this.events.emit('visibility', undefined);
+  }
+
+  private outlineSelected(): void {
+    const entry = this.selected && this.world.entryOf(this.selected);
+    this.outline.show(entry?.visible ? entry : null);
+    this.frames.soon();
+  }
+
+  private clicked(x: number, y: number): void {
+    const { canvas, rig, world, stage } = this;
+    const target = aim(canvas, rig.camera, world, this.loads.list, stage.clip, x, y);
+    if (!this.isMeasuring) {
+      const mesh = target && { file: target.file.id, mesh: target.entry.mesh.index };
+      this.select(mesh);
+      this.events.emit('pick', mesh);
+    } else if (target) {
+      const file = target.file.id;
+      const apart = (a: Vector3, b: Vector3) =>
+        pixelsBetween(world.toScene(a, file), world.toScene(b, file), rig.camera, canvas);
+      const end = { point: snapped(target, apart, SNAP), file };
+      this.setEnds(this.ends.length === 1 ? [...this.ends, end] : [end]);
+    }
+  }
+
+  private setEnds(ends: End[]): void {
+    this.ends = ends;
+    this.showEnds();
+    this.frames.soon();
+    this.events.emit('measurement', this.measurement);
+  }
+
+  private showEnds(): void {
+    this.marks.show(this.ends.map(({ point, file }) => this.world.toScene(point, file)));
+  }
+
+  private listen(): void {
+    const { canvas, endings } = this;
+    endings.push(onClick(canvas, (x, y) => this.clicked(x, y)));
+    const listenTo = (target: EventTarget, name: string, listener: () => void) => {
+      target.addEventListener(name, listener);
+      endings.push(() => target.removeEventListener(name, listener));
+    };
+    listenTo(window, 'resize', () => this.resize()); // of the page's scale
+    const observer = new ResizeObserver(() => this.resize());
+    observer.observe(canvas);
+    endings.push(() => observer.disconnect());
+    listenTo(canvas, 'webglcontextlost', () => {
+      this.isLost = true;
+      const message = 'The graphics card has stopped drawing. The view comes back by itself, or when you reload the page.';
+      this.events.emit('trouble', message);
+    });
+    listenTo(canvas, 'webglcontextrestored', () => {
+      this.isLost = false;
+      this.frames.soon();
+      this.events.emit('trouble', '');
+    });
+  }
+
+  private resize(): void {
+    if (!this.stage.resize()) return;
+    const { canvas, rig } = this;
+    rig.resize(canvas.clientWidth, canvas.clientHeight);
+    this.looks.pointSize.value = 3 * this.stage.renderer.getPixelRatio();
+    if (!rig.placed) rig.fit(this.world.boundsOf(), null, false);
+    // At once: a canvas is empty after its size has changed.
+    rig.update(performance.now());
+    this.draw();
+  }
+
+  private frame(now: number): boolean {
+    const moving = this.rig.update(now);
+    this.draw();
+    return moving;
+  }
+
+  private draw(): void {
+    if (this.isLost) return;
+    const { stage, rig } = this;
+    for (const scene of this.world.scenes) scene.beforeRender();
+    stage.render(rig.camera, () => {
+      this.outline.render(stage.renderer, rig.camera, stage.clip);
+      this.marks.render(stage.renderer, rig.camera);
+    });
+  }
+}

@@ -1,0 +1,4 @@
+import type { CreateEngine } from './api.js';
+import { ViewerEngine } from './engine.js';
+
+export const createEngine: CreateEngine = (canvas) => new ViewerEngine(canvas);

@@ -1,0 +1,108 @@
+import { Box3, Vector3, type Group } from 'three';
+import type { Display, MeshRef } from './api.js';
+import type { Files } from './files.js';
+import type { Entry, FileScene } from './fileScene.js';
+
+/** Between files in a row, of their longest side. */
+const GAP = 0.15;
+
+/**
+ * Where files stand. There are three spaces: a file's own coordinates; those of the arrangement, which add the file's
+ * shift; and the scene's, which take the origin away, so that the GPU's floats suffice far from zero.
+ */
+export class World {
+  readonly origin = new Vector3();
+  /** Of all files, in the scene. */
+  readonly bounds = new Box3();
+
+  constructor(
+    private readonly files: Files,
+    private readonly content: Group,
+  ) {}
+
+  get scenes(): FileScene[] {
+    return this.files.list.flatMap(({ scene }) => scene ?? []);
+  }
+
+  sceneOf(file: number): FileScene | null {
+    return this.files.find(file)?.scene ?? null;
+  }
+
+  entryOf({ file, mesh }: MeshRef): Entry | null {
+    return this.sceneOf(file)?.entries[mesh] ?? null;
+  }
+
+  /** Puts all files where they belong. Gives how far the scene's origin has moved. */
+  arrange(arrangement: Display['arrangement']): Vector3 {
+    const { scenes, origin } = this;
+    if (arrangement === 'row') setInRow(scenes.filter(({ bounds }) => !bounds.isEmpty()));
+    else for (const { shift } of scenes) shift.set(0, 0, 0);
+    const all = new Box3();
+    for (const { bounds, shift } of scenes) if (!bounds.isEmpty()) all.union(bounds.clone().translate(shift));
+    const moved = new Vector3();
+    if (scenes.length === 1 && !all.isEmpty()) {
+      all.getCenter(moved).sub(origin);
+      origin.add(moved);
+    }
+    for (const { group, shift } of scenes) {
+      group.position.copy(shift).sub(origin);
+      this.content.add(group);
+    }
+    this.bounds.copy(all).translate(origin.clone().negate());
+    return moved;
+  }
+
+  /** Of these meshes, or else of everything visible, or else of everything; in the scene. */
+  boundsOf(meshes?: Iterable<MeshRef>): Box3 {
+    const box = new Box3();
+    const add = ({ shift }: FileScene, { box: own }: Entry) => own && box.union(own.clone().translate(shift));
+    if (meshes) {
+      for (const mesh of meshes) {
+        const entry = this.entryOf(mesh);
+        if (entry) add(this.sceneOf(mesh.file)!, entry);
+      }
+    } else {
+      for (const scene of this.scenes) {
+        for (const entry of scene.entries) if (entry.visible) add(scene, entry);
+      }
+    }
+    return box.isEmpty() ? box.copy(this.bounds) : box.translate(this.origin.clone().negate());
+  }
+
+  /** A point of a file, in the scene; of a file that nobody knows, the first one. */
+  toScene(point: Vector3, file: number | null): Vector3 {
+    const scene = (file === null ? null : this.sceneOf(file)) ?? this.scenes[0];
+    const result = point.clone();
+    if (scene) result.add(scene.shift);
+    return result.sub(this.origin);
+  }
+
+  /** Changes which meshes are visible. True when any has changed. */
+  setVisible(wanted: (entry: Entry) => boolean): boolean {
+    let changed = false;
+    for (const scene of this.scenes) {
+      for (const entry of scene.entries) {
+        const visible = wanted(entry);
+        if (visible === entry.visible) continue;
+        scene.setVisible(entry, visible);
+        changed = true;
+      }
+    }
+    return changed;
+  }
+}
+
+/** Along x; the first file stays where it is. */
+function setInRow(files: FileScene[]): void {
+  const [first, ...others] = files;
+  if (!first) return;
+  const longest = Math.max(...files.map(({ bounds }) => Math.max(...bounds.getSize(new Vector3()).toArray())));
+  const center = first.bounds.getCenter(new Vector3());
+  first.shift.set(0, 0, 0);
+  let end = first.bounds.max.x;
+  for (const { bounds, shift } of others) {
+    shift.copy(center).sub(bounds.getCenter(new Vector3()));
+    shift.x = end + longest * GAP - bounds.min.x;
+    end = bounds.max.x + shift.x;
+  }
+}
