@@ -1,7 +1,8 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
-import { checkChunks, headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { checkChunks, headerTruncated, layoutFor, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
-import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
+import type { Layout } from './layout.js';
+import type { SrcHeader, SrcMesh } from './model.js';
 import { SrcError } from './SrcError.js';
 import { gather } from './SrcFile.js';
 
@@ -32,6 +33,8 @@ export class SrcAssembler implements SrcBytes {
   header: SrcHeader | null = null;
   /** Bytes of the file so far. */
   received = 0;
+  /** Of the header, once that is complete. */
+  layout!: Layout;
 
   private readonly limits: ReadLimits;
   private front: Uint8Array[] = [];
@@ -39,14 +42,14 @@ export class SrcAssembler implements SrcBytes {
 
   private blocks: Block[] = [];
   private held = 0;
-  private readonly blockOf: number[] = []; // by chunk index
-  private readonly placeOf: number[] = []; // by chunk index: in the block
+  private blockOfChunk = new Int32Array(0);
+  private placeOfChunk = new Float64Array(0); // in the block
   // Buffer views whose chunks do not lie together in memory, and their bytes once they were asked for.
   private readonly scattered = new Map<number, Uint8Array<ArrayBuffer> | null>();
-  private incoming: SrcChunk[] = []; // with bytes, by place in the file
+  private incoming = new Int32Array(0); // chunks with bytes, by place in the file
   private nextChunk = 0;
   private meshes: SrcMesh[] = []; // by where their last byte lies
-  private ends: number[] = []; // beside meshes
+  private ends = new Float64Array(0); // beside meshes
   private nextMesh = 0;
   private releases: Block[] = [];
   private nextRelease = 0;
@@ -83,6 +86,7 @@ export class SrcAssembler implements SrcBytes {
     const start = this.front.length > 1 ? gather(this.front) : this.front[0]!;
     this.front = [];
     this.header = readHeader(start.subarray(PREAMBLE_BYTES, end), this.limits);
+    this.layout = layoutFor(this.header);
     this.plan(this.header);
     this.received = end;
     if (start.length > end) this.push(start.subarray(end));
@@ -111,29 +115,37 @@ export class SrcAssembler implements SrcBytes {
     return arrays;
   }
 
-  bytesOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
-    const first = view.chunks[0];
-    if (!first) return new Uint8Array(0);
-    const known = this.scattered.get(view.index);
+  blockOf(view: number): Uint8Array<ArrayBuffer> {
+    const { viewFirst, viewChunks } = this.layout;
+    const known = this.scattered.size > 0 ? this.scattered.get(view) : undefined;
     if (known) return known;
-    if (known === undefined) {
-      const place = this.placeOf[first.index]!;
-      return this.bytesIn(this.blockOf[first.index]!).subarray(place, place + view.storedBytes);
-    }
-    const length = view.chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0);
+    const first = viewFirst[view]!,
+      end = viewFirst[view + 1]!;
+    if (known === undefined) return first === end ? NO_BYTES : this.bytesIn(this.blockOfChunk[viewChunks[first]!]!);
+    let length = 0;
+    for (let i = first; i < end; ++i) length += this.layout.chunkLength[viewChunks[i]!]!;
     if (length > this.limits.memoryBytes - this.held) throw this.tooMuch(length);
-    const pieces = view.chunks.map((chunk) => {
-      const place = this.placeOf[chunk.index]!;
-      return this.bytesIn(this.blockOf[chunk.index]!).subarray(place, place + chunk.byteLength);
-    });
+    const pieces: Uint8Array[] = [];
+    for (let i = first; i < end; ++i) {
+      const chunk = viewChunks[i]!;
+      const place = this.placeOfChunk[chunk]!;
+      const block = this.bytesIn(this.blockOfChunk[chunk]!);
+      pieces.push(block.subarray(place, place + this.layout.chunkLength[chunk]!));
+    }
     this.held += length;
-    const bytes = gather(pieces).subarray(0, view.storedBytes);
-    this.scattered.set(view.index, bytes);
+    const bytes = gather(pieces);
+    this.scattered.set(view, bytes);
     return bytes;
   }
 
+  startOf(view: number): number {
+    if (this.scattered.size > 0 && this.scattered.has(view)) return 0;
+    const { viewFirst, viewChunks } = this.layout;
+    return viewFirst[view] === viewFirst[view + 1] ? 0 : this.placeOfChunk[viewChunks[viewFirst[view]!]!]!;
+  }
+
   private bytesIn(block: number): Uint8Array<ArrayBuffer> {
-    return this.blocks[block]!.bytes ?? new Uint8Array(0); // none yet: only views without bytes ask
+    return this.blocks[block]!.bytes ?? NO_BYTES; // none yet: only views without bytes ask
   }
 
   private tooMuch(more: number): SrcError {
@@ -143,104 +155,122 @@ export class SrcAssembler implements SrcBytes {
   /** Decides where every chunk will lie in memory, and in which order meshes become complete. */
   private plan(header: SrcHeader): void {
     checkChunks(header, header.dataBytes); // a view that repeats chunks would be longer than all data
-    const byPlace = header.chunks.filter((c) => c.byteLength > 0).sort((a, b) => a.byteOffset - b.byteOffset);
+    const { chunkOffset, chunkLength, viewFirst, viewChunks, meshFirst, meshViews } = this.layout;
+    const byPlace = sortedBy(
+      chunkOffset,
+      numbersTo(chunkOffset.length).filter((chunk) => chunkLength[chunk]! > 0),
+    );
     for (let i = 1; i < byPlace.length; ++i) {
       const before = byPlace[i - 1]!,
         after = byPlace[i]!;
-      if (after.byteOffset < before.byteOffset + before.byteLength) {
+      if (chunkOffset[after]! < chunkOffset[before]! + chunkLength[before]!) {
         throw new SrcError('STREAM_OVERLAP', {
-          byteOffset: header.dataOffset + after.byteOffset,
-          path: `/bufferChunks/${after.id}`,
+          byteOffset: header.dataOffset + chunkOffset[after]!,
+          path: `/bufferChunks/${header.chunks[after]!.id}`,
         });
       }
     }
 
-    const viewEnds = new Map<SrcBufferView, number>();
-    const endOf = (view: SrcBufferView) => {
-      let end = viewEnds.get(view);
-      if (end === undefined) {
-        end = 0;
-        for (const c of view.chunks) if (c.byteLength > 0) end = Math.max(end, c.byteOffset + c.byteLength);
-        viewEnds.set(view, end);
-      }
-      return end;
-    };
+    const viewCount = viewFirst.length - 1;
+    const viewEnds = new Float64Array(viewCount).fill(-1); // -1: nobody wants it
     const wanted = this.select ? this.select(header) : header.meshes;
-    const ends = new Map<SrcMesh, number>();
-    for (const mesh of wanted) {
-      let end = mesh.indices ? endOf(mesh.indices.bufferView) : 0;
-      for (const { view } of mesh.attributes) end = Math.max(end, endOf(view.bufferView));
-      ends.set(mesh, end);
+    const ends = new Float64Array(wanted.length);
+    const usedViews = new Int32Array(viewCount);
+    let usedCount = 0;
+    for (let rank = 0; rank < wanted.length; ++rank) {
+      const { index } = wanted[rank]!;
+      let end = 0;
+      for (let i = meshFirst[index]!; i < meshFirst[index + 1]!; ++i) {
+        const view = meshViews[i]!;
+        if (viewEnds[view]! < 0) {
+          let viewEnd = 0;
+          for (let k = viewFirst[view]!; k < viewFirst[view + 1]!; ++k) {
+            const chunk = viewChunks[k]!;
+            if (chunkLength[chunk]! > 0) viewEnd = Math.max(viewEnd, chunkOffset[chunk]! + chunkLength[chunk]!);
+          }
+          viewEnds[view] = viewEnd;
+          usedViews[usedCount++] = view;
+        }
+        end = Math.max(end, viewEnds[view]!);
+      }
+      ends[rank] = end;
     }
-    this.meshes = [...wanted].sort((a, b) => ends.get(a)! - ends.get(b)!);
-    this.ends = this.meshes.map((mesh) => ends.get(mesh)!);
+    const ranks = sortedBy(ends, numbersTo(wanted.length));
+    this.meshes = Array.from(ranks, (rank) => wanted[rank]!);
+    this.ends = Float64Array.from(ranks, (rank) => ends[rank]!);
     this.dataEnd = this.ends[this.ends.length - 1] ?? 0;
 
-    const views = [...viewEnds.keys()].sort((a, b) => viewEnds.get(a)! - viewEnds.get(b)!);
-    let shared: { block: number; used: number } | null = null;
-    const room = (bytes: number): { block: number; place: number } => {
-      const padded = Math.ceil(bytes / ALIGNMENT) * ALIGNMENT;
+    let sharedBlock = -1,
+      sharedUsed = 0;
+    const { blocks } = this;
+    const blockOfChunk = (this.blockOfChunk = new Int32Array(chunkOffset.length).fill(-1));
+    const placeOfChunk = (this.placeOfChunk = new Float64Array(chunkOffset.length));
+    /** Gives chunks of a list, together, their room. */
+    const put = (list: Int32Array, from: number, to: number) => {
+      let size = 0;
+      for (let i = from; i < to; ++i) size += chunkLength[list[i]!]!;
+      const padded = Math.ceil(size / ALIGNMENT) * ALIGNMENT;
+      let block = 0,
+        place = 0;
       if (padded > SHARED_BLOCK_BYTES / 4) {
-        this.blocks.push({ capacity: bytes, bytes: null, usesEnd: 0 });
-        return { block: this.blocks.length - 1, place: 0 };
+        block = blocks.push({ capacity: size, bytes: null, usesEnd: 0 }) - 1;
+      } else {
+        if (sharedBlock < 0 || sharedUsed + padded > SHARED_BLOCK_BYTES) {
+          sharedBlock = blocks.push({ capacity: 0, bytes: null, usesEnd: 0 }) - 1;
+          sharedUsed = 0;
+        }
+        block = sharedBlock;
+        place = sharedUsed;
+        sharedUsed += padded;
+        blocks[block]!.capacity = sharedUsed;
       }
-      if (!shared || shared.used + padded > SHARED_BLOCK_BYTES) {
-        this.blocks.push({ capacity: 0, bytes: null, usesEnd: 0 });
-        shared = { block: this.blocks.length - 1, used: 0 };
-      }
-      const place = shared.used;
-      shared.used += padded;
-      this.blocks[shared.block]!.capacity = shared.used;
-      return { block: shared.block, place };
-    };
-    const put = (chunks: SrcChunk[]) => {
-      let { block, place } = room(chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0));
-      for (const chunk of chunks) {
-        this.blockOf[chunk.index] = block;
-        this.placeOf[chunk.index] = place;
-        place += chunk.byteLength;
+      for (let i = from; i < to; ++i) {
+        blockOfChunk[list[i]!] = block;
+        placeOfChunk[list[i]!] = place;
+        place += chunkLength[list[i]!]!;
       }
     };
-    this.blockOf.length = this.placeOf.length = header.chunks.length;
-    this.blockOf.fill(-1);
-    for (const view of views) {
-      const fresh = view.chunks.every((c) => this.blockOf[c.index] === -1);
-      if (fresh && new Set(view.chunks).size === view.chunks.length) {
-        put(view.chunks);
+    for (const view of sortedBy(viewEnds, usedViews.subarray(0, usedCount))) {
+      const from = viewFirst[view]!,
+        to = viewFirst[view + 1]!;
+      let fresh = true;
+      for (let i = from; i < to; ++i) fresh &&= blockOfChunk[viewChunks[i]!] === -1;
+      if (fresh && (to - from <= 1 || new Set(viewChunks.subarray(from, to)).size === to - from)) {
+        put(viewChunks, from, to);
         continue;
       }
       // Chunks that several views use, or one view twice.
-      if (view.chunks.length > 1) this.scattered.set(view.index, null);
-      for (const chunk of view.chunks) if (this.blockOf[chunk.index] === -1) put([chunk]);
+      if (to - from > 1) this.scattered.set(view, null);
+      for (let i = from; i < to; ++i) if (blockOfChunk[viewChunks[i]!] === -1) put(viewChunks, i, i + 1);
     }
-    this.incoming = byPlace.filter((chunk) => this.blockOf[chunk.index] !== -1);
+    this.incoming = byPlace.filter((chunk) => blockOfChunk[chunk] !== -1);
 
-    const viewUsesEnd = new Map<SrcBufferView, number>();
-    this.meshes.forEach((mesh, rank) => {
-      if (mesh.indices) viewUsesEnd.set(mesh.indices.bufferView, rank + 1);
-      for (const { view } of mesh.attributes) viewUsesEnd.set(view.bufferView, rank + 1);
-    });
-    for (const [view, rank] of viewUsesEnd) {
-      for (const chunk of view.chunks) {
-        const block = this.blocks[this.blockOf[chunk.index]!]!;
-        block.usesEnd = Math.max(block.usesEnd, rank);
+    for (let rank = 0; rank < this.meshes.length; ++rank) {
+      const { index } = this.meshes[rank]!;
+      for (let i = meshFirst[index]!; i < meshFirst[index + 1]!; ++i) {
+        const view = meshViews[i]!;
+        for (let k = viewFirst[view]!; k < viewFirst[view + 1]!; ++k) {
+          blocks[blockOfChunk[viewChunks[k]!]!]!.usesEnd = rank + 1; // ranks rise
+        }
       }
     }
-    this.releases = [...this.blocks].sort((a, b) => a.usesEnd - b.usesEnd);
+    this.releases = [...blocks].sort((a, b) => a.usesEnd - b.usesEnd);
   }
 
   private place(bytes: Uint8Array): void {
     const end = this.received - this.header!.dataOffset;
     const start = end - bytes.length;
+    const { chunkOffset, chunkLength } = this.layout;
     while (this.nextChunk < this.incoming.length) {
       const chunk = this.incoming[this.nextChunk]!;
-      const chunkEnd = chunk.byteOffset + chunk.byteLength;
-      if (chunk.byteOffset >= end) break;
-      const from = Math.max(start, chunk.byteOffset),
+      const chunkStart = chunkOffset[chunk]!;
+      const chunkEnd = chunkStart + chunkLength[chunk]!;
+      if (chunkStart >= end) break;
+      const from = Math.max(start, chunkStart),
         to = Math.min(end, chunkEnd);
-      const at = this.placeOf[chunk.index]! + from - chunk.byteOffset;
-      const block = this.blocks[this.blockOf[chunk.index]!]!;
-      this.reserve(block, at + to - from).set(bytes.subarray(from - start, to - start), at);
+      const at = this.placeOfChunk[chunk]! + from - chunkStart;
+      const block = this.blocks[this.blockOfChunk[chunk]!]!;
+      copyInto(this.reserve(block, at + to - from), at, bytes, from - start, to - start);
       if (chunkEnd > end) break;
       ++this.nextChunk;
     }
@@ -262,4 +292,29 @@ export class SrcAssembler implements SrcBytes {
     block.bytes = bytes;
     return bytes;
   }
+}
+
+const NO_BYTES = new Uint8Array(0);
+
+/** Copies a few bytes faster than two calls into the browser would. */
+function copyInto(target: Uint8Array, at: number, source: Uint8Array, from: number, to: number): void {
+  if (to - from > 96) {
+    target.set(source.subarray(from, to), at);
+    return;
+  }
+  for (let i = from; i < to; ++i) target[at++] = source[i]!;
+}
+
+function numbersTo(count: number): Int32Array {
+  const numbers = new Int32Array(count);
+  for (let i = 0; i < count; ++i) numbers[i] = i;
+  return numbers;
+}
+
+/** Places sorted by their values; those with equal values stay in order. Most come in order. */
+function sortedBy(values: Float64Array, places: Int32Array): Int32Array {
+  for (let i = 1; i < places.length; ++i) {
+    if (values[places[i - 1]!]! > values[places[i]!]!) return places.sort((a, b) => values[a]! - values[b]!);
+  }
+  return places;
 }

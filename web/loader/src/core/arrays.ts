@@ -1,4 +1,6 @@
-import { isCombined } from './header.js';
+import { partsOf } from './handles.js';
+import type { Layout } from './layout.js';
+import { isCombined } from './model.js';
 import {
   BYTE,
   FLOAT,
@@ -8,7 +10,6 @@ import {
   UNSIGNED_SHORT,
   type SrcAttribute,
   type SrcAttributeView,
-  type SrcBufferView,
   type SrcIndexView,
   type SrcMesh,
 } from './model.js';
@@ -24,10 +25,12 @@ export type TypedArray =
 
 export type IndexArray = Uint8Array<ArrayBuffer> | Uint16Array<ArrayBuffer> | Uint32Array<ArrayBuffer>;
 
-/** Where the bytes of buffer views are found. */
+/** Where the bytes of buffer views are found, by the views' places among all. */
 export interface SrcBytes {
-  /** The stored bytes of a view. */
-  bytesOf(view: SrcBufferView): Uint8Array<ArrayBuffer>;
+  readonly layout: Layout;
+  /** A block that holds the stored bytes of a view, from startOf(view) on. */
+  blockOf(view: number): Uint8Array<ArrayBuffer>;
+  startOf(view: number): number;
 }
 
 /**
@@ -81,73 +84,75 @@ function slot(bytes: Uint8Array, at: number): number {
   return bytes[at]! | (bytes[at + 1]! << 8) | (bytes[at + 2]! << 16);
 }
 
-function attributeArray(attribute: SrcAttribute, bytes: Uint8Array<ArrayBuffer>): AttributeArray {
-  const { view } = attribute;
-  const { components, count, byteStride } = view;
-  const result = {
-    name: attribute.name,
-    stride: components,
-    components,
-    count,
-    view,
-    fit: attribute.fit,
-    combined: isCombined(attribute),
-    values: false,
-    copied: false,
-  };
+function attributeArray(attribute: SrcAttribute, buffer: number, source: SrcBytes): AttributeArray {
+  const { name, view, fit } = attribute;
+  const { components, count, byteStride, byteOffset, componentType } = view;
+  const bytes = source.blockOf(buffer);
+  const viewStart = source.startOf(buffer);
+  const from = viewStart + byteOffset; // in the block
+  let array: TypedArray | null = null;
+  let stride = components,
+    values = false,
+    copied = true;
 
   if (view.componentBytes === 3) {
-    const values = new Float32Array(count * components);
+    array = new Float32Array(count * components);
     for (let i = 0, to = 0; i < count; ++i) {
       for (let c = 0; c < components; ++c) {
-        const code = slot(bytes, view.byteOffset + i * byteStride + c * 3);
-        values[to++] = (code + view.decodeOffset[c]!) / view.decodeScale[c]!;
+        const code = slot(bytes, from + i * byteStride + c * 3);
+        array[to++] = (code + view.decodeOffset[c]!) / view.decodeScale[c]!;
       }
     }
-    return { ...result, array: values, values: true, copied: true };
-  }
-
-  const Type = arrayType(view.componentType);
-  const size = Type.BYTES_PER_ELEMENT;
-  const packed = components * size;
-  const start = bytes.byteOffset + view.byteOffset;
-  const stored = count > 0 ? (count - 1) * byteStride + packed : 0;
-  if (byteStride % size === 0) {
-    // The last element's gap may be cut off; then the elements are packed instead.
+    values = true;
+  } else {
+    const Type = arrayType(componentType);
+    const size = Type.BYTES_PER_ELEMENT;
+    const packed = components * size;
     const whole = count * byteStride;
-    if (byteStride === packed || view.byteOffset + whole <= bytes.length) {
-      const stride = byteStride / size;
-      if (start % size === 0) return { ...result, stride, array: new Type(bytes.buffer, start, whole / size) };
-      const copy = bytes.slice(view.byteOffset, view.byteOffset + whole);
-      return { ...result, stride, array: new Type(copy.buffer), copied: true };
+    // The last element's gap may be cut off; then the elements are packed instead.
+    if (byteStride % size === 0 && (byteStride === packed || byteOffset + whole <= source.layout.viewStored[buffer]!)) {
+      const start = bytes.byteOffset + from;
+      stride = byteStride / size;
+      copied = start % size !== 0;
+      array = copied
+        ? new Type(bytes.slice(from, from + whole).buffer)
+        : new Type(bytes.buffer, start, whole / size);
+    } else {
+      const copy = new Uint8Array(count * packed);
+      for (let i = 0; i < count; ++i) {
+        const at = from + i * byteStride;
+        copy.set(bytes.subarray(at, at + packed), i * packed);
+      }
+      array = new Type(copy.buffer);
     }
   }
-  const copy = new Uint8Array(count * packed);
-  const from = bytes.subarray(view.byteOffset, view.byteOffset + stored);
-  for (let i = 0; i < count; ++i) copy.set(from.subarray(i * byteStride, i * byteStride + packed), i * packed);
-  return { ...result, array: new Type(copy.buffer), copied: true };
+  const combined = isCombined(attribute);
+  return { name, array, stride, components, count, view, fit, combined, values, copied };
 }
 
-function indexArray(view: SrcIndexView, bytes: Uint8Array<ArrayBuffer>): IndexArray {
+function indexArray(view: SrcIndexView, buffer: number, source: SrcBytes): IndexArray {
+  const bytes = source.blockOf(buffer);
+  const from = source.startOf(buffer) + view.byteOffset;
   const Type =
     view.componentType === UNSIGNED_BYTE
       ? Uint8Array
       : view.componentType === UNSIGNED_SHORT
         ? Uint16Array
         : Uint32Array;
-  const start = bytes.byteOffset + view.byteOffset;
+  const start = bytes.byteOffset + from;
   if (start % Type.BYTES_PER_ELEMENT === 0) return new Type(bytes.buffer, start, view.count);
-  const end = view.byteOffset + view.count * Type.BYTES_PER_ELEMENT;
-  return new Type(bytes.slice(view.byteOffset, end).buffer);
+  return new Type(bytes.slice(from, from + view.count * Type.BYTES_PER_ELEMENT).buffer);
 }
 
 /** A mesh's numbers as typed arrays on the bytes, copied only where their place in memory does not suit. */
 export function meshArrays(mesh: SrcMesh, source: SrcBytes): MeshArrays {
-  return {
-    mesh,
-    indices: mesh.indices && indexArray(mesh.indices, source.bytesOf(mesh.indices.bufferView)),
-    attributes: mesh.attributes.map((a) => attributeArray(a, source.bytesOf(a.view.bufferView))),
-  };
+  const { indices, attributes } = partsOf(mesh);
+  const { meshFirst, meshViews } = source.layout;
+  let buffer = meshFirst[mesh.index]!;
+  const numbers = indices && indexArray(indices, meshViews[buffer++]!, source);
+  const arrays: AttributeArray[] = [];
+  for (const attribute of attributes) arrays.push(attributeArray(attribute, meshViews[buffer++]!, source));
+  return { mesh, indices: numbers, attributes: arrays };
 }
 
 /**

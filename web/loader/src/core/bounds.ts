@@ -1,4 +1,4 @@
-import { isCombined } from './header.js';
+import { isCombined } from './model.js';
 import type { SrcMesh } from './model.js';
 
 /** Where a mesh lies, from the header alone: its bounds with "fit" undone. Null when the file does not say. */

@@ -2,7 +2,6 @@ export { SRC_CODES, type SrcCode } from './codes.js';
 export { SrcError, type SrcErrorPlace } from './SrcError.js';
 export { DEFAULT_LIMITS, type ReadLimits } from './limits.js';
 export * from './model.js';
-export { COMBINED } from './header.js';
 export { boundsOf } from './bounds.js';
 export {
   decodeAttribute,

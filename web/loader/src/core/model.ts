@@ -1,4 +1,7 @@
-/** What an SRC file says about itself, in plain data. Sizes and offsets are in bytes. */
+/**
+ * What an SRC file says about itself. Sizes and offsets are in bytes. Of large headers most is read from their text when it
+ * is asked for, so take these as read-only: copies by spreading or structuredClone miss what was not asked for.
+ */
 
 export type JsonValue = null | boolean | number | string | JsonValue[] | { [key: string]: JsonValue };
 export type JsonObject = { [key: string]: JsonValue };
@@ -146,4 +149,12 @@ export interface SrcHeader {
   dataBytes: number;
   /** The whole file: known as soon as the header is, whatever the server says about lengths. */
   totalBytes: number;
+}
+
+/** The combined attribute: three 16-bit position codes and two bytes of an octahedral normal. */
+export const COMBINED = 'pos3us_nor2ub_oct';
+
+export function isCombined(attribute: SrcAttribute): boolean {
+  const { view } = attribute;
+  return attribute.name === COMBINED && view.componentType === UNSIGNED_SHORT && view.components === 4;
 }

@@ -1,0 +1,45 @@
+/** Texts of up to this many bytes are read out of one string, which is made for all of them at once. */
+const WINDOW_BYTES = 16 * 1024;
+
+const decoder = new TextDecoder('utf-8', { ignoreBOM: true });
+
+/** The header's text, of which only what is asked for ever becomes a string. */
+export class HeaderText {
+  private window = '';
+  private windowAt = 0;
+
+  constructor(
+    readonly bytes: Uint8Array,
+    private readonly isAscii: boolean,
+  ) {}
+
+  slice(from: number, to: number): string {
+    if (!this.isAscii || to - from > WINDOW_BYTES) return decoder.decode(this.bytes.subarray(from, to));
+    if (from < this.windowAt || to > this.windowAt + this.window.length) {
+      this.windowAt = from;
+      this.window = decoder.decode(this.bytes.subarray(from, from + WINDOW_BYTES));
+    }
+    return this.window.substring(from - this.windowAt, to - this.windowAt);
+  }
+
+  /** The value between two places. */
+  value<T>(from: number, to: number): T {
+    return JSON.parse(this.slice(from, to)) as T;
+  }
+
+  /** A name without escapes that begins at a place, and ends at a quote. */
+  name(from: number): string {
+    const { bytes } = this;
+    let to = from;
+    while (bytes[to] !== 0x22) ++to;
+    return this.slice(from, to);
+  }
+
+  /** The list of numbers that begins at a place. */
+  numbers(from: number): number[] {
+    const { bytes } = this;
+    let to = from;
+    while (bytes[to] !== 0x5d) ++to;
+    return this.value(from, to + 1);
+  }
+}
