@@ -208,6 +208,16 @@ export class ViewerEngine implements Engine {
     for (const part of [this.rig, this.outline, this.marks, this.looks, this.boxLook, this.stage]) part.dispose();
   }
 
+  /** Nothing is left to draw or to tell. */
+  get settled(): boolean {
+    return this.frames.settled;
+  }
+
+  /** Boxes that stand for meshes, or are shown with them. */
+  get shownBoxes(): number {
+    return this.world.scenes.reduce((sum, scene) => sum + scene.shownBoxes, 0);
+  }
+
   // ---- between the parts
 
   private sceneFor(header: SrcHeader): FileScene {

@@ -37,6 +37,11 @@ export class Frames {
     this.ask();
   };
 
+  /** True when what is seen is what there is. */
+  get settled(): boolean {
+    return !this.request && !this.timer;
+  }
+
   stop(): void {
     cancelAnimationFrame(this.request);
     clearTimeout(this.timer);

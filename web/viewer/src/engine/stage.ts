@@ -21,7 +21,7 @@ interface Theme {
   boxes: number;
 }
 export const THEMES: Record<Display['theme'], Theme> = {
-  light: { background: 0xf3f5f8, edges: 0x1b2733, boxes: 0x5a7184 },
+  light: { background: 0xe9edf2, edges: 0x1b2733, boxes: 0x5a7184 },
   dark: { background: 0x14181d, edges: 0xdfe8f0, boxes: 0x7f97ab },
 };
 
@@ -34,9 +34,9 @@ export class Stage {
   wireframe = false;
   clip: Plane | null = null;
 
-  private readonly key = new DirectionalLight(0xffffff, 2.2);
+  private readonly key = new DirectionalLight(0xffffff, 2.3);
   private readonly fill = new DirectionalLight(0xdfe8ff, 0.5);
-  private readonly sky = new HemisphereLight(0xffffff, 0x9aa0a8, 1.3);
+  private readonly sky = new HemisphereLight(0xffffff, 0x6b7079, 1.1);
   private readonly edges = new MeshBasicMaterial({ wireframe: true, transparent: true, opacity: 0.45 });
 
   /** Throws when there is no WebGL 2. */

@@ -1,5 +1,6 @@
-// What runs in the browser: an engine on a canvas, and what tests ask of it.
+// What runs in the browser: an engine on a canvas, and what it has told.
 
+import type { EngineEvents } from '../../src/engine/api.js';
 import { ViewerEngine } from '../../src/engine/engine.js';
 
 const canvas = document.querySelector('canvas')!;
@@ -9,14 +10,24 @@ const kel = {
   ViewerEngine,
   canvas,
   engine: new ViewerEngine(canvas),
+  /** Names and values, and with progress the number of the frame. */
   events: [] as [string, unknown][],
 };
-for (const name of ['files', 'selection', 'visibility', 'display', 'camera', 'measurement', 'pick', 'trouble'] as const) {
-  kel.engine.on(name, (value) => kel.events.push([name, value ?? null]));
-}
+const names: (keyof EngineEvents)[] = [
+  'files',
+  'selection',
+  'visibility',
+  'display',
+  'camera',
+  'measurement',
+  'pick',
+  'trouble',
+];
+for (const name of names) kel.engine.on(name, (value) => kel.events.push([name, value ?? null]));
 kel.engine.on('progress', () => {
-  const last = kel.engine.files.at(-1);
-  kel.events.push(['progress', last && [last.loadedBytes, last.totalBytes, last.loadedMeshes]]);
+  const { loadedBytes, totalBytes, loadedMeshes } = kel.engine.files.at(-1)!;
+  kel.events.push(['progress', { loadedBytes, totalBytes, loadedMeshes, frame: document.timeline.currentTime }]);
 });
+
 export type Kel = typeof kel;
 Object.assign(window, { kel });
