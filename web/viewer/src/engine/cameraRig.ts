@@ -207,10 +207,10 @@ export class CameraRig {
       pixels = 24;
     const pans = event.shiftKey;
     const actions: Record<string, () => void> = {
-      ArrowLeft: () => (pans ? controls.pan(pixels, 0) : controls.rotateLeft(-angle)),
-      ArrowRight: () => (pans ? controls.pan(-pixels, 0) : controls.rotateLeft(angle)),
-      ArrowUp: () => (pans ? controls.pan(0, pixels) : controls.rotateUp(-angle)),
-      ArrowDown: () => (pans ? controls.pan(0, -pixels) : controls.rotateUp(angle)),
+      ArrowLeft: () => (pans ? controls.pan(pixels, 0) : controls.rotateLeft(angle)),
+      ArrowRight: () => (pans ? controls.pan(-pixels, 0) : controls.rotateLeft(-angle)),
+      ArrowUp: () => (pans ? controls.pan(0, pixels) : controls.rotateUp(angle)),
+      ArrowDown: () => (pans ? controls.pan(0, -pixels) : controls.rotateUp(-angle)),
       '+': () => this.dolly(1 / 1.2),
       '=': () => this.dolly(1 / 1.2),
       '-': () => this.dolly(1.2),
