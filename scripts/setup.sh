@@ -17,13 +17,29 @@ case "${1:-test}" in
     *) say "unknown argument \"$1\"; use build, demo or test"; exit 2 ;;
 esac
 
+packages() { sed -E -n "s/^([^# ]+) +(${roles}) +.*/\1/p" scripts/packages.txt; }
+
+# Whether a command is there that is not older than a version, as "node>=18.19" or "npm".
+has_command() {
+    local name=${1%%>=*} oldest=${1#*>=} version
+    command -v "$name" >/dev/null || return 1
+    if [ "$name" = "$1" ]; then return 0; fi
+    version=$("$name" --version 2>/dev/null | sed -E -n '1s/^[^0-9]*([0-9][0-9.]*).*/\1/p')
+    printf '%s\n%s\n' "$oldest" "${version:-0}" | sort -V -C
+}
+
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
     say "this is no Debian system. Install these by hand, then build with cmake (see README.md):"
-    sed -E -n "s/^([^# ]+) +(${roles}) +.*/  \1/p" scripts/packages.txt >&2
+    packages | sed 's/^/  /; s/=.*//' >&2
     exit 1
 fi
 
-mapfile -t wanted < <(sed -E -n "s/^([^# ]+) +(${roles}) +.*/\1/p" scripts/packages.txt)
+wanted=()
+while IFS= read -r entry; do
+    package=${entry%%=*}
+    if [ "$package" != "$entry" ] && has_command "${entry#*=}"; then continue; fi
+    wanted+=("$package")
+done < <(packages)
 mapfile -t missing < <(
     # dpkg-query fails for a package that it has never heard of; those stay in the list of missing ones.
     { dpkg-query -W -f '${Package} ${db:Status-Status}\n' "${wanted[@]}" 2>/dev/null || true; } |
