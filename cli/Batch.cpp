@@ -37,11 +37,13 @@ fs::path ownName(const fs::path& folder) {
     return error ? folder.filename() : whole.filename();
 }
 
-void collect(const fs::path& folder, const fs::path& prefix, std::vector<Planned>& planned) {
+void collect(const fs::path& folder, const fs::path& prefix, bool withSrc, std::vector<Planned>& planned) {
     std::vector<fs::path> found;
     try {
         for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-            if (entry.is_regular_file() && kel::importer::isModelExtension(entry.path().extension().string()))
+            const std::string extension = entry.path().extension().string();
+            if (entry.is_regular_file() &&
+                (kel::importer::isModelExtension(extension) || (withSrc && extension == ".src")))
                 found.push_back(entry.path());
         }
     } catch (const fs::filesystem_error& error) {
@@ -86,11 +88,11 @@ Outcome runJob(const Job& job, const ConvertOptions& options, const StageCallbac
 
 } // namespace
 
-std::vector<Job> planJobs(const std::vector<std::string>& inputs, const fs::path& output) {
+std::vector<Job> planJobs(const std::vector<std::string>& inputs, const fs::path& output, bool pages) {
     std::vector<Planned> planned;
     for (const auto& input : inputs) {
         if (fs::is_directory(input)) {
-            collect(input, inputs.size() > 1 ? ownName(input) : fs::path(), planned);
+            collect(input, inputs.size() > 1 ? ownName(input) : fs::path(), pages, planned);
         } else {
             planned.push_back({input, {}});
         }
@@ -98,7 +100,7 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const fs::path
 
     const auto target = [&](const Planned& file, bool keepExtension) {
         fs::path name = keepExtension ? file.input.filename() : file.input.stem();
-        name += ".src";
+        name += pages ? ".html" : ".src";
         return (output / file.folder / name).lexically_normal();
     };
     std::map<fs::path, std::set<fs::path>> wanted;

@@ -29,15 +29,16 @@ struct Outcome {
 };
 
 /// The conversions that inputs ask for, below the folder `output`, ordered by input and within a folder by
-/// path. A file goes to its own name with the ending ".src". Of a folder every file with the extension of a
-/// model is taken, at any depth, and the folders in it are kept; where there are several inputs, each folder
-/// keeps its own name, too.
+/// path. A file goes to its own name with the ending ".src", or ".html" for pages. Of a folder every file
+/// with the extension of a model is taken, for pages SRC files as well, at any depth, and the folders in it
+/// are kept; where there are several inputs, each folder keeps its own name, too.
 ///
 /// Models of one folder that differ only in their extension would share one name: such files keep theirs, as
 /// in "part.obj.src". Jobs that still want the same file are refused but for the first.
 ///
 /// throws  Failure when an input folder cannot be read or has no model in it
-std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::filesystem::path& output);
+std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::filesystem::path& output,
+                          bool pages = false);
 
 /// Runs all jobs on `threads` threads, and hands the outcomes to `onOutcome` in the order of the jobs, one at
 /// a time. Makes the folders that the outputs need.

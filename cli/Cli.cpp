@@ -12,6 +12,7 @@
 #include "Terminal.h"
 #include "ValidateCommand.h"
 #include "Version.h"
+#include "ViewCommand.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -31,7 +32,7 @@ Exit status:
   1  done, but not all is well: a check has findings, or some files of several failed
   2  wrong command line
   3  the input cannot be read, is empty or invalid
-  4  the output was not written; an older file is still as it was
+  4  the output was not written, or cannot be served; an older file is still as it was
   128 + n  ended by signal n
 
 Data goes to standard output, everything else to standard error. Colours and progress are only shown on a terminal;
@@ -106,6 +107,7 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
     actions["validate"] = addValidate(app);
     actions["export"] = addExport(app);
     actions["diff"] = addDiff(app);
+    actions["view"] = addView(app);
 
     if (args.empty()) {
         streams.err << SHORT_USAGE;

@@ -1,11 +1,15 @@
 #include "Convert.h"
 
 #include "AtomicFile.h"
+#include "HtmlPage.h"
 #include "ImporterCrash.h"
+#include "Info.h"
 #include "Messages.h"
 #include "Preparation.h"
+#include "SrcInput.h"
 #include "Status.h"
 #include "Verify.h"
+#include "ViewerPage.h"
 
 #include <kel/prepare/MeshName.h>
 #include <kel/src/SrcReader.h>
@@ -19,6 +23,7 @@
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 #include <utility>
 
 namespace kelsrc::cli {
@@ -156,10 +161,12 @@ private:
     std::streambuf* next;
 };
 
-std::uint64_t writeToStream(const SrcWriterInput& input, Target target, std::ostream& stream) {
+/// Has `write` write to standard output, and says how many bytes that were.
+template<typename Write>
+std::uint64_t countBytes(std::ostream& stream, const Write& write) {
     CountingBuffer buffer(stream.rdbuf());
     std::ostream out(&buffer);
-    write(input, target, out);
+    write(out);
     if (!out.flush())
         throw Failure(STATUS_NOT_WRITTEN, "standard output",
                       "writing failed after " + std::to_string(buffer.bytes) + " bytes",
@@ -183,19 +190,8 @@ void verify(const SrcWriterInput& input, const std::vector<kel::prepare::Reached
                       "An older file is still as it was. Please report this.");
 }
 
-} // namespace
-
-ConvertReport convert(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
-                      const StageCallback& stageCallback) {
-    const StageCallback onStage = stageCallback ? stageCallback : [](const std::string&, double) {};
-    if (!target.stream) {
-        if (!source.stream && isSameFile(source.file, target.file)) {
-            throw Failure(STATUS_NOT_WRITTEN, target.name(), "is the model itself, which would be lost",
-                          "Choose another name for the output.");
-        }
-        AtomicFile::check(target.file);
-    }
-
+ConvertReport convertToSrc(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
+                           const StageCallback& onStage) {
     ConvertReport report;
     kel::importer::ImportResult imported = import(source, options, onStage, report.bytesIn);
     SrcWriterInput input = std::move(imported.input);
@@ -238,10 +234,12 @@ ConvertReport convert(const ModelSource& source, const SrcTarget& target, const 
             return report;
         }
         if (target.stream) {
-            report.bytesOut = writeToStream(input, report.target, *target.stream);
+            report.bytesOut =
+                countBytes(*target.stream, [&](std::ostream& out) { write(input, report.target, out); });
             return report;
         }
-        AtomicFile file(target.file);
+        std::optional<AtomicFile> own;
+        AtomicFile& file = target.opened ? *target.opened : own.emplace(target.file);
         const std::string temporary = file.temporaryPath();
         if (options.verify && temporary.empty())
             throw Failure(STATUS_NOT_WRITTEN, target.name(), "cannot be read back, as --verify asks for",
@@ -257,7 +255,7 @@ ConvertReport convert(const ModelSource& source, const SrcTarget& target, const 
             verify(input, errors, report.target, options.allowClamping, target.name(), temporary,
                    [](const std::string& path) { return kel::src::openSrc(path); });
         }
-        file.commit();
+        if (own) own->commit();
     } catch (const std::overflow_error& error) {
         throw Failure(STATUS_INPUT, source.name(),
                       std::string("a number that is not finite would have to stand in the file's header: ") +
@@ -265,6 +263,95 @@ ConvertReport convert(const ModelSource& source, const SrcTarget& target, const 
                       "Look for infinite or NaN numbers in its materials and positions.");
     }
     return report;
+}
+
+/// What an SRC file says about itself, and with --verify whether that is so.
+ConvertReport describeSrc(const ModelSource& source, const ConvertOptions& options) {
+    std::istream none(nullptr);
+    const FileInfo info = infoOf(openSrcFile(source.file.string(), none), options.list);
+    ConvertReport report;
+    report.format = "SRC";
+    report.takenAsIs = true;
+    report.notes.push_back("is an SRC file already, so it goes into the page as it is");
+    report.meshes = info.meshes;
+    report.triangles = info.triangles;
+    report.lines = info.lines;
+    report.points = info.points;
+    report.vertices = info.vertices;
+    report.bytesIn = report.bytesOut = info.bytes;
+    for (const auto& mesh : info.meshList) {
+        WrittenMesh written;
+        written.name = mesh.name;
+        (mesh.kind == "points"  ? written.points
+         : mesh.kind == "lines" ? written.lines
+                                : written.triangles) = mesh.primitives;
+        written.vertices = mesh.vertices;
+        written.bytes = mesh.bytes;
+        report.written.push_back(std::move(written));
+    }
+    if (options.verify) {
+        const std::string error = firstError(kel::src::validateSrc(source.file.string()), false);
+        if (!error.empty())
+            throw Failure(STATUS_INPUT, source.name(), error, "\"kelsrc validate\" tells more.");
+    }
+    return report;
+}
+
+ConvertReport convertToPage(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
+                            const StageCallback& onStage) {
+    const std::string viewer = viewerPage();
+    ConvertReport report;
+    EmbeddedFile embedded;
+    std::optional<AtomicFile> scratch;
+    if (!source.stream && looksLikeSrc(source.file.string())) {
+        report = describeSrc(source, options);
+        embedded = {source.file.filename().string(), source.file.string()};
+    } else {
+        // The file's length stands before it in the page, so it is written aside: beside the page, where
+        // there has to be room for it anyway.
+        if (!target.stream) scratch.emplace(target.file);
+        if (!scratch || scratch->temporaryPath().empty()) scratch.emplace(scratchPlace());
+        SrcTarget inside;
+        inside.file = target.file;
+        inside.opened = &*scratch;
+        report = convertToSrc(source, inside, options, onStage);
+        embedded = {(source.stream ? "model" : source.file.stem().string()) + ".src",
+                    scratch->temporaryPath()};
+    }
+    report.bytesSrc = report.bytesOut;
+    const auto onProgress = [&](std::uint64_t bytes) {
+        onStage("packing", static_cast<double>(bytes) / static_cast<double>(*report.bytesSrc + 1));
+    };
+    if (target.stream) {
+        report.bytesOut = countBytes(
+            *target.stream, [&](std::ostream& out) { writeHtmlPage(out, viewer, embedded, onProgress); });
+        return report;
+    }
+    AtomicFile page(target.file);
+    writeHtmlPage(page.stream(), viewer, embedded, onProgress);
+    report.bytesOut = page.flush();
+    page.commit();
+    return report;
+}
+
+} // namespace
+
+ConvertReport convert(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
+                      const StageCallback& stageCallback) {
+    const StageCallback onStage = stageCallback ? stageCallback : [](const std::string&, double) {};
+    if (!target.stream && !target.opened) {
+        if (!source.stream && isSameFile(source.file, target.file)) {
+            throw Failure(STATUS_NOT_WRITTEN, target.name(), "is the model itself, which would be lost",
+                          "Choose another name for the output.");
+        }
+        AtomicFile::check(target.file);
+    }
+    return options.html ? convertToPage(source, target, options, onStage)
+                        : convertToSrc(source, target, options, onStage);
+}
+
+std::filesystem::path scratchPlace() {
+    return std::filesystem::temp_directory_path() / ("kelsrc-" + std::to_string(::getpid()) + ".src");
 }
 
 } // namespace kelsrc::cli

@@ -16,6 +16,8 @@
 
 namespace kelsrc::cli {
 
+class AtomicFile;
+
 struct ConvertOptions {
     /// A mode of the public writer or a preset of the container writer; none chooses a mode of the public
     /// writer.
@@ -36,6 +38,7 @@ struct ConvertOptions {
 
     bool list = false;   ///< fill ConvertReport::written
     bool verify = false; ///< read back and compare before the file is put in place
+    bool html = false; ///< write the viewer's page with the SRC file inside; SRC files are taken as they are
 };
 
 /// One mesh as it was written.
@@ -51,11 +54,13 @@ struct WrittenMesh {
 struct ConvertReport {
     std::string format; ///< of the model, for people
     kel::prepare::Target target = kel::prepare::Target::UNCOMPRESSED;
+    bool takenAsIs = false; ///< an SRC file that went into a page: `target` says nothing about it
     std::size_t meshes = 0;
     std::size_t triangles = 0, lines = 0, points = 0;
     std::size_t vertices = 0;
     std::uint64_t bytesIn = 0;                       ///< size of the model file, without those beside it
-    std::uint64_t bytesOut = 0;                      ///< size of the SRC file
+    std::uint64_t bytesOut = 0;                      ///< size of what was written
+    std::optional<std::uint64_t> bytesSrc;           ///< size of the SRC file inside a page
     std::optional<kel::prepare::ReachedError> error; ///< the largest, in a mode of the public writer
     std::vector<kel::importer::Dropped> dropped;     ///< once per kind
     std::vector<std::string> notes;
@@ -74,17 +79,22 @@ struct ModelSource {
     std::string name() const { return stream ? "standard input" : file.string(); }
 };
 
-/// Where the SRC file goes: a file, which appears whole or not at all, or a stream.
+/// Where the SRC file goes: a file, which appears whole or not at all, a stream, or a file that the caller
+/// has opened and may put in place or not.
 struct SrcTarget {
     std::filesystem::path file;
     std::ostream* stream = nullptr;
+    AtomicFile* opened = nullptr;
     std::string name() const { return stream ? "standard output" : file.string(); }
 };
 
-/// Converts one model into one SRC file.
+/// Converts one model into one SRC file, or into a page with that file inside.
 ///
 /// throws  Failure
 ConvertReport convert(const ModelSource& source, const SrcTarget& target, const ConvertOptions& options,
                       const StageCallback& onStage = {});
+
+/// A name in the system's folder for temporary files, for an AtomicFile that is never put in place.
+std::filesystem::path scratchPlace();
 
 } // namespace kelsrc::cli

@@ -31,6 +31,7 @@ struct ConvertArguments {
     double scale = 1.0;
     int threads = 1;
     bool failFast = false;
+    bool html = false;
     bool verify = false, list = false, json = false, quiet = false, verbose = false, noProgress = false;
 };
 
@@ -83,8 +84,14 @@ kel::prepare::UpAxis axisOf(const std::string& name) {
     refuse("--up: unknown axis \"" + name + "\"", "Known are x, y and z.");
 }
 
+bool wantsPage(const ConvertArguments& arguments) {
+    const auto extension = std::filesystem::path(arguments.output).extension();
+    return arguments.html || extension == ".html" || extension == ".htm";
+}
+
 ConvertOptions optionsOf(const ConvertArguments& arguments) {
     ConvertOptions options;
+    options.html = wantsPage(arguments);
     options.target = targetOf(arguments);
     options.maxError = arguments.maxError;
     if (options.maxError && !(*options.maxError >= 0.0 && std::isfinite(*options.maxError)))
@@ -108,6 +115,8 @@ ConvertOptions optionsOf(const ConvertArguments& arguments) {
         if (!from.empty()) options.fromUp = axisOf(from);
         options.toUp = axisOf(to);
     }
+    if (arguments.output.empty() && !options.html)
+        refuse("--output is required", "Name the SRC file with -o, or - for standard output.");
     const bool outputTaken = arguments.output == "-";
     if (outputTaken && (arguments.list || arguments.json))
         refuse("--list and --json write to standard output, as does -o -", "Write the model to a file.");
@@ -133,8 +142,13 @@ std::vector<Job> jobsOf(const ConvertArguments& arguments, const Streams& stream
         }
         if (arguments.output == "-") {
             job.target.stream = &out;
-        } else {
+        } else if (!arguments.output.empty()) {
             job.target.file = arguments.output;
+        } else if (job.source.stream) {
+            refuse("a page of standard input has no name", "Name it with -o.");
+        } else {
+            job.target.file = job.source.file.stem();
+            job.target.file += ".html";
         }
         std::vector<Job> jobs;
         jobs.push_back(std::move(job));
@@ -143,6 +157,7 @@ std::vector<Job> jobsOf(const ConvertArguments& arguments, const Streams& stream
     for (const auto& input : arguments.inputs) {
         if (input == "-") refuse("standard input cannot be one of several models", "Convert it on its own.");
     }
+    if (arguments.output.empty()) refuse("several pages need a folder", "Name one with -o.");
     if (arguments.output == "-")
         refuse("several models cannot go to standard output", "Name a folder with -o.");
     const std::filesystem::path folder = arguments.output;
@@ -155,7 +170,7 @@ std::vector<Job> jobsOf(const ConvertArguments& arguments, const Streams& stream
         throw Failure(STATUS_NOT_WRITTEN, arguments.output, "\"" + parent.string() + "\" is no folder",
                       "Make the folder first, or choose another one.");
     }
-    return planJobs(arguments.inputs, folder);
+    return planJobs(arguments.inputs, folder, wantsPage(arguments));
 }
 
 /// What a run of the verb found out so far.
@@ -292,9 +307,8 @@ Action addConvert(CLI::App& app) {
     verb->add_option(
             "-o,--output", arguments->output,
             "The SRC file, replaced in one step; the folder for several models or a folder of them; - for "
-            "standard output")
-        ->option_text("FILE|FOLDER|-")
-        ->required();
+            "standard output. Required but for one page, which is MODEL.html in the current folder")
+        ->option_text("FILE|FOLDER|-");
 
     const char* const HOW = "How to store";
     const char* const GEOMETRY = "What to store";
@@ -336,6 +350,11 @@ Action addConvert(CLI::App& app) {
         ->group(HOW);
     verb->add_flag("--allow-clamping", arguments->allowClamping,
                    "With --no-fit: clamp values outside the box instead of failing")
+        ->group(HOW);
+    verb->add_flag(
+            "--html", arguments->html,
+            "Write a web page with viewer and model inside, which opens from disk and needs no network; "
+            "the same as an output that ends in .html. SRC files go into it as they are")
         ->group(HOW);
     verb->add_flag("--optimize", arguments->optimize,
                    "Reorder triangles and vertices so that GPUs draw them fast and files compress better")

@@ -57,16 +57,6 @@ std::vector<double> numbersOf(const glm::vec3& v) {
     return {static_cast<double>(v.x), static_cast<double>(v.y), static_cast<double>(v.z)};
 }
 
-bool looksLikeSrc(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    char first[8] = {};
-    in.read(first, sizeof first);
-    static const char signature[8] = {23, 0, 0, 0, 42, 0, 0, 0};
-    const std::size_t dot = path.rfind('.');
-    return std::memcmp(first, signature, sizeof first) == 0 ||
-           (dot != std::string::npos && path.substr(dot) == ".src");
-}
-
 } // namespace
 
 Bounds DiffMesh::bounds() const {

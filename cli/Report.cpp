@@ -48,8 +48,10 @@ picojson::value json(const WrittenMesh& mesh) {
 
 void addReport(picojson::object& object, const ConvertReport& report, bool withList) {
     object["format"] = jsonText(report.format);
-    object["writer"] = jsonText(isContainerTarget(report.target) ? "container" : "public");
-    object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(nameOf(report.target));
+    if (!report.takenAsIs) {
+        object["writer"] = jsonText(isContainerTarget(report.target) ? "container" : "public");
+        object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(nameOf(report.target));
+    }
     object["meshes"] = jsonCount(report.meshes);
     object["triangles"] = jsonCount(report.triangles);
     object["lines"] = jsonCount(report.lines);
@@ -57,6 +59,7 @@ void addReport(picojson::object& object, const ConvertReport& report, bool withL
     object["vertices"] = jsonCount(report.vertices);
     object["bytesIn"] = jsonCount(report.bytesIn);
     object["bytesOut"] = jsonCount(report.bytesOut);
+    if (report.bytesSrc) object["bytesSrc"] = jsonCount(*report.bytesSrc);
     if (report.error) object["errorReached"] = json(*report.error);
     object["notes"] = json(report.notes);
     object["warnings"] = json(report.warnings);
@@ -84,7 +87,9 @@ std::string describe(const Job& job, const ConvertReport& report) {
     if (report.lines != 0) text += ", " + counted(report.lines, "line", "lines");
     if (report.points != 0) text += ", " + counted(report.points, "point", "points");
     text += ", " + counted(report.vertices, "vertex", "vertices") + ", " +
-            counted(report.bytesOut, "byte", "bytes") + " (" + nameOf(report.target) + ')';
+            counted(report.bytesOut, "byte", "bytes");
+    if (report.bytesSrc) text += " with " + counted(*report.bytesSrc, "byte", "bytes") + " of SRC inside";
+    if (!report.takenAsIs) text += std::string(" (") + nameOf(report.target) + ')';
     if (report.error) text += "\n  " + describe(*report.error);
     for (const auto& entry : report.dropped) {
         text += "\n  dropped " + printable(entry.kind) + ": " + std::to_string(entry.count) +

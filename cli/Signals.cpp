@@ -2,9 +2,11 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>
@@ -20,6 +22,7 @@ struct Slot {
 };
 std::array<Slot, 128> slots;
 std::atomic<bool> statusLineDrawn{false};
+std::atomic<int> stopDescriptor{-1};
 
 constexpr int ENDING[] = {SIGINT, SIGTERM, SIGHUP};
 constexpr int CRASHING[] = {SIGQUIT, SIGILL, SIGABRT, SIGFPE, SIGBUS, SIGSEGV};
@@ -49,6 +52,13 @@ void removeTempFiles() {
 }
 
 void onEnding(int signal) {
+    if (signal != SIGHUP) {
+        const int saved = errno;
+        const int stop = stopDescriptor.exchange(-1);
+        const bool told = stop >= 0 && write(stop, "", 1) == 1;
+        errno = saved;
+        if (told) return;
+    }
     removeTempFiles();
     end(128 + signal, nullptr, 0);
 }
@@ -75,7 +85,7 @@ void replace(int signal, void (*handler)(int), int flags) {
 
 SignalGuard::SignalGuard() {
     for (const int signal : ENDING)
-        replace(signal, onEnding, 0);
+        replace(signal, onEnding, SA_RESTART);
     for (const int signal : CRASHING)
         replace(signal, onCrash, static_cast<int>(SA_RESETHAND | SA_ONSTACK));
     for (const int signal : FAILED_WRITES)
@@ -86,6 +96,26 @@ SignalGuard::~SignalGuard() {
     for (int signal = 1; signal < NSIG; ++signal) {
         if (replaced[signal]) sigaction(signal, &previous[signal], nullptr);
         replaced[signal] = false;
+    }
+}
+
+StopRequest::StopRequest() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be made");
+    readEnd = ends[0];
+    writeEnd = ends[1];
+    stopDescriptor.store(writeEnd);
+}
+
+StopRequest::~StopRequest() {
+    stopDescriptor.store(-1);
+    ::close(readEnd);
+    ::close(writeEnd);
+}
+
+void StopRequest::wait() const {
+    char byte = 0;
+    while (::read(readEnd, &byte, 1) < 0 && errno == EINTR) {
     }
 }
 

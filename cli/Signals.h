@@ -17,6 +17,23 @@ public:
     SignalGuard& operator=(const SignalGuard&) = delete;
 };
 
+/// While it lives, the first SIGINT or SIGTERM only makes a descriptor readable; the next one ends the
+/// process as ever. Needs a SignalGuard; not to be nested.
+class StopRequest {
+public:
+    /// throws  std::runtime_error when the system has no descriptors left
+    StopRequest();
+    ~StopRequest();
+    StopRequest(const StopRequest&) = delete;
+    StopRequest& operator=(const StopRequest&) = delete;
+
+    /// Returns when the signal has come.
+    void wait() const;
+
+private:
+    int readEnd, writeEnd;
+};
+
 /// Notes a file that must not outlive the process, until it is destroyed. Does not remove the file itself.
 class ScopedTempFile {
 public:

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <fstream>
 #include <istream>
 
 namespace kelsrc::cli {
@@ -17,6 +19,16 @@ using kel::src::SrcMesh;
 
 std::string nameOfInput(const std::string& path) {
     return path == "-" ? "standard input" : path;
+}
+
+bool looksLikeSrc(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    char first[8] = {};
+    in.read(first, sizeof first);
+    static const char signature[8] = {23, 0, 0, 0, 42, 0, 0, 0};
+    const std::size_t dot = path.rfind('.');
+    return std::memcmp(first, signature, sizeof first) == 0 ||
+           (dot != std::string::npos && path.substr(dot) == ".src");
 }
 
 SrcFile openSrcFile(const std::string& path, std::istream& in) {

@@ -15,6 +15,9 @@ namespace kelsrc::cli {
 /// throws  Failure with STATUS_INPUT, in the reader's words
 kel::src::SrcFile openSrcFile(const std::string& path, std::istream& in);
 
+/// True when the file begins as SRC files do, or its name says that it is one; else it may be a model.
+bool looksLikeSrc(const std::string& path);
+
 /// How a file is called in messages: "-" is standard input.
 std::string nameOfInput(const std::string& path);
 

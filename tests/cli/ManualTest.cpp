@@ -33,7 +33,7 @@ TEST(Manual, ShowsTheHelpOfTheCommandAsItIs) {
 
 TEST(Manual, ShowsTheHelpOfEveryVerbAsItIs) {
     const auto blocks = shownOutputs();
-    for (const char* verb : {"convert", "info", "validate", "export", "diff"}) {
+    for (const char* verb : {"convert", "info", "validate", "export", "diff", "view"}) {
         const std::string line = std::string(verb) + " --help";
         ASSERT_EQ(blocks.count(line), 1u) << "the manual lacks a block \"$ kelsrc " << line << '"';
         EXPECT_EQ(blocks.at(line), runCommand({verb, "--help"}).out);
