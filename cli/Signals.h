@@ -17,17 +17,17 @@ public:
     SignalGuard& operator=(const SignalGuard&) = delete;
 };
 
-/// While it lives, the first SIGINT or SIGTERM only makes a descriptor readable; the next one ends the
-/// process as ever. Needs a SignalGuard; not to be nested.
+/// While it lives, the first SIGINT or SIGTERM only ends wait(); the next one ends the process as ever. Needs
+/// a SignalGuard; not to be nested.
 class StopRequest {
 public:
-    /// throws  std::runtime_error when the system has no descriptors left
+    /// throws  std::runtime_error when the system has no pipes left
     StopRequest();
     ~StopRequest();
     StopRequest(const StopRequest&) = delete;
     StopRequest& operator=(const StopRequest&) = delete;
 
-    /// Returns when the signal has come.
+    /// Returns when that signal has come.
     void wait() const;
 
 private:
