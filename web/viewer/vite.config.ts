@@ -41,7 +41,10 @@ function oneFile(): Plugin {
         if (html.match(place)?.length !== 1) throw new Error(`index.html should have ${place} once`);
         html = html.replace(place, () => text);
       };
-      put(/<meta charset="utf-8" ?\/?>/, `<meta charset="utf-8" />\n    <meta http-equiv="Content-Security-Policy" content="${policy}" />`);
+      put(
+        /<meta charset="utf-8" ?\/?>/,
+        `<meta charset="utf-8" />\n    <meta http-equiv="Content-Security-Policy" content="${policy}" />`,
+      );
       put(/\s*<script type="module"[^>]*><\/script>/, '');
       put(/<link rel="stylesheet"[^>]*>/, `<style>${style}</style>`);
       put(/<\/body>/, `${MARKER}\n    <script type="module">${script}</script>\n  </body>`);
