@@ -265,3 +265,36 @@ test('names come from the metadata, IDs and metadata are verbatim', () => {
   expect([object.name, object.userData]).toEqual([meta.name, { id: 'a.b/c [0]', metadata: meta, material: '' }]);
   expect(model.scene.userData).toEqual({ metadata: { title: 'a document' } });
 });
+
+describe('what is read when it is asked for', () => {
+  test('can be set by others, and goes with clones', () => {
+    const mesh = new SRCLoader().parse(fixture('cmp1')).objects.get('0') as SRCMesh;
+    const clone = mesh.clone();
+    expect([clone.name, clone.userData]).toEqual([mesh.name, mesh.userData]);
+    expect(clone.userData).not.toBe(mesh.userData);
+    mesh.name = '';
+    mesh.userData = { mine: true };
+    expect([mesh.name, mesh.userData]).toEqual(['', { mine: true }]);
+    expect(clone.userData.id).toBe('0');
+    expect([new SRCMesh().name, new SRCMesh().userData]).toEqual(['', {}]);
+  });
+
+  test('bounds go with clones of a geometry, and follow it when it is moved', () => {
+    const { geometry } = new SRCLoader().parse(fixture('uncompressed')).objects.get('mesh0') as THREE.Mesh;
+    const { min, max } = geometry.boundingBox!;
+    const clone = geometry.clone().translate(1, 2, 3);
+    expect(clone.boundingBox!.min.toArray()).toEqual([min.x + 1, min.y + 2, min.z + 3].map((x) => expect.closeTo(x, 5)));
+    expect(clone.boundingBox!.max.toArray()).toEqual([max.x + 1, max.y + 2, max.z + 3].map((x) => expect.closeTo(x, 5)));
+    expect(clone.boundingSphere!.center.toArray()).toEqual(
+      clone.boundingBox!.getCenter(new THREE.Vector3()).toArray().map((x) => expect.closeTo(x, 2)),
+    );
+    geometry.boundingBox = null;
+    expect(geometry.boundingBox).toBeNull();
+  });
+
+  test('a mesh of a JSON text keeps its data', () => {
+    const mesh = new SRCLoader().parse(fixture('uncompressed')).objects.get('mesh0') as SRCMesh;
+    const { object } = mesh.toJSON() as unknown as { object: { name: string; userData: object } };
+    expect([object.name, object.userData]).toEqual([mesh.name, mesh.userData]);
+  });
+});

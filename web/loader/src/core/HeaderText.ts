@@ -1,5 +1,9 @@
-/** Texts of up to this many bytes are read out of one string, which is made for all of them at once. */
-const WINDOW_BYTES = 16 * 1024;
+/**
+ * A call of the decoder costs as much as some hundred bytes, so what lies around a text that is asked for is decoded as
+ * well: mostly more of the same mesh, whose texts are asked for together. More would be thrown away, since meshes
+ * lie in the order of their IDs' letters.
+ */
+const WINDOW_BYTES = 400;
 
 const decoder = new TextDecoder('utf-8', { ignoreBOM: true });
 

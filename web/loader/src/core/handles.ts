@@ -2,6 +2,7 @@ import type { HeaderTable } from './headerTable.js';
 import { fitOf } from './headerTree.js';
 import {
   componentSize,
+  isCombined,
   UNSIGNED_INT,
   type JsonObject,
   type JsonValue,
@@ -25,6 +26,31 @@ export type MeshParts = Pick<SrcMesh, 'attributes' | 'indices'>;
 /** A mesh's parts, of which nothing is kept. */
 export function partsOf(mesh: SrcMesh): MeshParts {
   return mesh instanceof TableMesh ? mesh.parts() : mesh;
+}
+
+/** The "name" in a mesh's metadata; "" when there is none, or none that is a text. */
+export function titleOf(mesh: SrcMesh): string {
+  if (mesh instanceof TableMesh) return mesh.title;
+  const { metadata } = mesh;
+  const name =
+    typeof metadata === 'object' && metadata !== null && !Array.isArray(metadata) ? metadata.name : undefined;
+  return typeof name === 'string' ? name : '';
+}
+
+/** The attribute view of a mesh's positions. */
+export function positionView(mesh: SrcMesh): SrcAttributeView | undefined {
+  const { attributes } = partsOf(mesh);
+  return (attributes.find((a) => a.name === 'position') ?? attributes.find(isCombined))?.view;
+}
+
+/** A mesh's bounds, of which nothing is kept. */
+export function statedBounds(mesh: SrcMesh): SrcBounds | null {
+  return mesh instanceof TableMesh ? mesh.readBounds() : mesh.bounds;
+}
+
+/** The same for materials that look the same, as far as the header's text tells at once. */
+export function lookOf(mesh: SrcMesh): unknown {
+  return mesh instanceof TableMesh ? mesh.look : mesh.material;
 }
 
 class TableChunk implements SrcChunk {
@@ -193,16 +219,17 @@ export class TableMesh implements SrcMesh {
     return { attributes, indices: indices < 0 ? null : this.header.indexView(indices, kept) };
   }
   get bounds(): SrcBounds | null {
-    if (this.ownBounds !== undefined) return this.ownBounds;
+    if (this.ownBounds === undefined) this.ownBounds = this.readBounds();
+    return this.ownBounds;
+  }
+  readBounds(): SrcBounds | null {
     const { text, centerAt, sizeAt } = this.header.table;
     const center = centerAt[this.row]!;
-    return (this.ownBounds =
-      center === 0
-        ? null
-        : {
-            center: text.numbers(center) as [number, number, number],
-            size: text.numbers(sizeAt[this.row]!) as [number, number, number],
-          });
+    if (center === 0) return null;
+    return {
+      center: text.numbers(center) as [number, number, number],
+      size: text.numbers(sizeAt[this.row]!) as [number, number, number],
+    };
   }
   get metadata(): JsonValue {
     if (this.ownMetadata !== undefined) return this.ownMetadata;
@@ -215,6 +242,13 @@ export class TableMesh implements SrcMesh {
     const { text, titleAt, titleEnd } = this.header.table;
     const at = titleAt[this.row]!;
     return at === 0 ? '' : text.value<string>(at, titleEnd[this.row]!);
+  }
+  get look(): unknown {
+    const { meshMaterial, materialTechnique, materialValues } = this.header.table;
+    const row = meshMaterial[this.row]!;
+    if (row < 0) return null;
+    // Of fewer than a million techniques, and the sum is exact.
+    return materialValues[row]! * 2 ** 20 + materialTechnique[row]!;
   }
   private get fit(): JsonValue {
     const { text, fitAt, fitEnd } = this.header.table;

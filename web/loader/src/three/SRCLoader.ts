@@ -11,7 +11,7 @@ import {
 import type { MeshArrays } from '../core/arrays.js';
 import { fetchMeshes, streamSrc, type FetchOptions } from '../core/fetch.js';
 import type { ReadLimits } from '../core/limits.js';
-import type { SrcHeader, SrcMesh } from '../core/model.js';
+import { POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
 import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
 import { Batcher, type BatchData } from './batches.js';
@@ -43,19 +43,15 @@ export class SRCModel {
   add(arrays: MeshArrays): Object3D | null {
     const { mesh } = arrays;
     const source = geometryOf(arrays, this.constants);
-    if (this.batcher && source && isTriangles(mesh)) {
+    const triangles = isTriangles(mesh);
+    if (this.batcher && source && triangles) {
       this.batcher.add(mesh, source);
       return null;
     }
-    const triangles = isTriangles(mesh);
-    const draw = triangles ? 'triangles' : mesh.drawnAs === 0 ? 'points' : 'lines';
+    const draw = triangles ? 'triangles' : mesh.drawnAs === POINTS ? 'points' : 'lines';
     const material =
       source &&
-      this.materials.get(mesh.material, draw, source.geometry.userData.srcDecoding as string, {
-        colors: source.hasColors,
-        flat: triangles && !source.hasNormals,
-        batched: false,
-      });
+      this.materials.for(mesh, draw, source.kind, source.hasColors, triangles && !source.hasNormals);
     const object = objectOf(mesh, source, material);
     this.objects.set(mesh.id, object);
     this.scene.add(object);

@@ -1,5 +1,6 @@
 import {
   BufferAttribute,
+  type BufferGeometry,
   InstancedInterleavedBuffer,
   InterleavedBuffer,
   InterleavedBufferAttribute,
@@ -125,10 +126,9 @@ export interface Decoding {
 }
 
 /** The kinds of decoding as a short text: what a shader is made for. */
-export function kindOf(decoding: Decoding): string {
-  return (
-    (decoding.octahedral ? 'o' : decoding.normal ? 'n' : '') + (decoding.color ? 'c' : '') + (decoding.uv ? 't' : '')
-  );
+export function kindOf({ octahedral, normal, color, uv }: Decoding): string {
+  if (!normal && !color && !uv) return octahedral ? 'o' : '';
+  return (octahedral ? 'o' : normal ? 'n' : '') + (color ? 'c' : '') + (uv ? 't' : '');
 }
 
 /** Larger than any number of instances: all of them, and draws without instances, read the first element. */
@@ -142,7 +142,8 @@ const ALL_INSTANCES = 0x7fffffff;
 export class DecodeConstants {
   private readonly buffers = new Map<string, InstancedInterleavedBuffer>();
 
-  attributesFor(decoding: Decoding): Record<string, InterleavedBufferAttribute> {
+  /** Gives a geometry the numbers that it is decoded with. */
+  addTo(geometry: BufferGeometry, decoding: Decoding): void {
     const names: [string, number][] = [];
     const numbers: number[] = [];
     const add = (name: string, affine: Affine | null, components: number, rest: Affine) => {
@@ -156,7 +157,7 @@ export class DecodeConstants {
     if (!decoding.octahedral) add('srcNormal', decoding.normal, 3, neutral);
     add('srcColor', decoding.color, 4, neutral);
     add('srcUv', decoding.uv, 2, neutral);
-    if (numbers.length === 0) return {};
+    if (numbers.length === 0) return;
 
     const key = `${kindOf(decoding)} ${numbers.join(' ')}`;
     let buffer = this.buffers.get(key);
@@ -164,12 +165,10 @@ export class DecodeConstants {
       buffer = new InstancedInterleavedBuffer(new Float32Array(numbers), numbers.length, ALL_INSTANCES);
       this.buffers.set(key, buffer);
     }
-    const result: Record<string, InterleavedBufferAttribute> = {};
     let offset = 0;
     for (const [name, components] of names) {
-      result[name] = new InterleavedBufferAttribute(buffer, components, offset);
+      geometry.setAttribute(name, new InterleavedBufferAttribute(buffer, components, offset));
       offset += components;
     }
-    return result;
   }
 }

@@ -64,7 +64,7 @@ export class Batcher {
     geometry.deleteAttribute('uv');
     decoding.uv = null;
     // Meshes of one batch agree in all that cannot differ per mesh.
-    let key = `${this.materials.textOf(mesh.material)} ${geometry.index !== null} ${JSON.stringify(decoding)}`;
+    let key = `${this.materials.numberOf(mesh)} ${geometry.index !== null} ${JSON.stringify(decoding)}`;
     for (const name of Object.keys(geometry.attributes).sort()) {
       if (name.startsWith('src')) geometry.deleteAttribute(name);
       else key += ` ${name} ${signature(geometry, name)}`;
@@ -115,9 +115,7 @@ export class Batcher {
       geometry.setAttribute(name, attributeOver(array, itemSize, itemSize, false, affine));
     }
     // Added last: a batch takes all others for attributes of its meshes.
-    for (const [name, attribute] of Object.entries(this.constants.attributesFor(first.source.decoding))) {
-      geometry.setAttribute(name, attribute);
-    }
+    this.constants.addTo(geometry, first.source.decoding);
     batch.computeBoundingBox();
     batch.computeBoundingSphere();
     batch.name = material.name;

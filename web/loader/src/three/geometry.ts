@@ -27,6 +27,7 @@ import {
   UNSIGNED_SHORT,
   type SrcMesh,
 } from '../core/model.js';
+import { positionView, statedBounds } from '../core/handles.js';
 import {
   attributeOver,
   kindOf,
@@ -38,18 +39,25 @@ import {
 
 /** A geometry in the space of its position codes, and how to come from there to the model's. */
 export interface SrcGeometry {
-  geometry: BufferGeometry;
+  geometry: SRCGeometry;
   decoding: Decoding;
-  /** model = code * scale + offset, per axis. Both are for Object3D.scale and Object3D.position. */
+  /** The kinds of decoding: see kindOf. */
+  kind: string;
+  /** model = code * scale + offset, per axis. For Object3D.scale and Object3D.position; may be shared. */
   scale: Vector3;
   offset: Vector3;
   hasColors: boolean;
   hasNormals: boolean;
 }
 
-/** What undoes quantization and "fit": value = code * scale + offset. */
+const NEUTRAL: Affine = { scale: [1, 1, 1, 1], offset: [0, 0, 0, 0] };
+const ONE = new Vector3(1, 1, 1);
+const ZERO = new Vector3();
+
+/** What undoes quantization and "fit": value = code * scale + offset. NEUTRAL itself when nothing has to be undone. */
 function affineOf(attribute: AttributeArray): Affine {
   const { view, fit, values } = attribute;
+  if (!fit && (values || !view.decoded)) return NEUTRAL;
   const scale: number[] = [],
     offset: number[] = [];
   for (let c = 0; c < attribute.components; ++c) {
@@ -63,20 +71,27 @@ function affineOf(attribute: AttributeArray): Affine {
   return { scale, offset };
 }
 
-function isNeutral({ scale, offset }: Affine): boolean {
+function isNeutral(affine: Affine): boolean {
+  if (affine === NEUTRAL) return true;
+  const { scale, offset } = affine;
   return scale.every((s) => s === 1) && offset.every((o) => o === 0);
 }
 
 /** The affine is what WebGL's "normalized" does by itself: whole codes become 0 to 1. */
-function isNormalization({ scale, offset }: Affine, componentType: number): boolean {
+function isNormalization(affine: Affine, componentType: number): boolean {
+  if (affine === NEUTRAL) return false;
+  const { scale, offset } = affine;
   const largest = componentType === UNSIGNED_BYTE ? 255 : componentType === UNSIGNED_SHORT ? 65535 : 0;
   return largest > 0 && scale.every((s) => Math.abs(s * largest - 1) < 1e-6) && offset.every((o) => Math.abs(o) < 1e-6);
 }
 
+function isWide(componentType: number): boolean {
+  return componentType === INT || componentType === UNSIGNED_INT;
+}
+
 /** 32-bit integers, which shaders for numbers with fractions cannot read, become floats. */
 function readable(attribute: AttributeArray): AttributeArray {
-  const type = attribute.view.componentType;
-  if (attribute.values || (type !== INT && type !== UNSIGNED_INT)) return attribute;
+  if (attribute.values || !isWide(attribute.view.componentType)) return attribute;
   const array = decodeAttribute({ ...attribute, fit: null }) as TypedArray;
   return { ...attribute, array, stride: attribute.components, values: true, copied: true };
 }
@@ -107,25 +122,37 @@ function withoutRestart(indices: IndexArray, count: number): IndexArray {
 }
 
 export function isTriangles(mesh: SrcMesh): boolean {
-  return ![POINTS, LINES, LINE_LOOP, LINE_STRIP].includes(mesh.drawnAs);
+  const { drawnAs } = mesh;
+  return drawnAs !== POINTS && drawnAs !== LINES && drawnAs !== LINE_LOOP && drawnAs !== LINE_STRIP;
 }
 
 /** Names that mean something to three.js, or to JavaScript. */
 const RESERVED = new Set(['position', 'normal', 'uv', 'color', '__proto__']);
 
+function positionOf(attributes: AttributeArray[]): AttributeArray | undefined {
+  let combined: AttributeArray | undefined;
+  for (const attribute of attributes) {
+    if (attribute.name === 'position') return attribute;
+    if (attribute.combined) combined ??= attribute;
+  }
+  return combined;
+}
+
 /** Null for a mesh without positions, of which nothing can be drawn. */
 export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants: DecodeConstants): SrcGeometry | null {
-  const position = attributes.find((a) => a.name === 'position') ?? attributes.find((a) => a.combined);
+  const position = positionOf(attributes);
   if (!position) return null;
-  const geometry = new BufferGeometry();
+  const geometry = new SRCGeometry();
   const decoding: Decoding = { normal: null, color: null, uv: null, octahedral: false };
   const readablePosition = readable(position);
   const place = affineOf(readablePosition);
-  const scale = new Vector3(place.scale[0] ?? 1, place.scale[1] ?? 1, place.scale[2] ?? 1);
-  const offset = new Vector3(place.offset[0] ?? 0, place.offset[1] ?? 0, place.offset[2] ?? 0);
+  const scale =
+    place === NEUTRAL ? ONE : new Vector3(place.scale[0] ?? 1, place.scale[1] ?? 1, place.scale[2] ?? 1);
+  const offset =
+    place === NEUTRAL ? ZERO : new Vector3(place.offset[0] ?? 0, place.offset[1] ?? 0, place.offset[2] ?? 0);
   // Normals that JavaScript reads are those of the codes' space, as three.js expects of a geometry.
   const isEven = scale.x === scale.y && scale.y === scale.z;
-  const bend = isEven ? null : scale.toArray();
+  const bend = isEven ? null : [scale.x, scale.y, scale.z];
 
   for (const given of attributes) {
     const attribute = given === position ? readablePosition : readable(given);
@@ -168,37 +195,75 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
   } else if (indices) {
     geometry.setIndex(new BufferAttribute(withoutRestart(indices, count), 1));
   }
-  for (const [name, attribute] of Object.entries(constants.attributesFor(decoding)))
-    geometry.setAttribute(name, attribute);
-  geometry.userData.srcDecoding = kindOf(decoding);
-  setBounds(geometry, mesh, readablePosition);
-  return {
-    geometry,
-    decoding,
-    scale,
-    offset,
-    hasColors: geometry.hasAttribute('color'),
-    hasNormals: geometry.hasAttribute('normal'),
-  };
+  const kind = kindOf(decoding);
+  if (kind !== '' && kind !== 'o') constants.addTo(geometry, decoding);
+  geometry.userData.srcDecoding = kind;
+  geometry.boundedBy(mesh);
+  const { color, normal } = geometry.attributes;
+  return { geometry, decoding, kind, scale, offset, hasColors: color !== undefined, hasNormals: normal !== undefined };
 }
 
-/** The header's bounds, in codes: no vertex need be looked at. */
-function setBounds(geometry: BufferGeometry, mesh: SrcMesh, position: AttributeArray): void {
-  if (!mesh.bounds || position.components < 3) return;
-  const { center, size } = mesh.bounds;
-  if (size.some((side) => side < 0)) return; // wrong; three.js finds them when it needs them
+/** A geometry whose bounds are the header's, in codes: no vertex need be looked at. */
+export class SRCGeometry extends BufferGeometry {
+  /** Says that the bounds are those of this mesh, if it has any. */
+  boundedBy(mesh: SrcMesh): void {
+    const bounds = this as unknown as LazyBounds;
+    bounds.boundsSource = mesh;
+    bounds.givenBox = bounds.givenSphere = undefined;
+  }
+}
+
+interface LazyBounds {
+  boundsSource?: SrcMesh;
+  /** Undefined until someone asks; null when three.js shall find them. */
+  givenBox: Box3 | null | undefined;
+  givenSphere: Sphere | null | undefined;
+}
+
+// three.js sets both in its constructor, as properties of the object; these take that over, and make them only for
+// geometries that are asked for them.
+Object.defineProperties(SRCGeometry.prototype, {
+  boundingBox: {
+    get(this: LazyBounds): Box3 | null {
+      if (this.givenBox === undefined) this.givenBox = boxInCodes(this.boundsSource!);
+      return this.givenBox;
+    },
+    set(this: LazyBounds, box: Box3 | null) {
+      this.givenBox = box;
+    },
+  },
+  boundingSphere: {
+    get(this: LazyBounds): Sphere | null {
+      if (this.givenSphere === undefined) {
+        const box = boxInCodes(this.boundsSource!);
+        this.givenSphere = box && box.getBoundingSphere(new Sphere());
+      }
+      return this.givenSphere;
+    },
+    set(this: LazyBounds, sphere: Sphere | null) {
+      this.givenSphere = sphere;
+    },
+  },
+});
+
+function boxInCodes(mesh: SrcMesh): Box3 | null {
+  const bounds = statedBounds(mesh);
+  const view = bounds && positionView(mesh);
+  if (!view || view.components < 3) return null;
+  const { center, size } = bounds;
+  if (size.some((side) => side < 0)) return null; // wrong; three.js finds them when it needs them
+  const isCodes = view.decoded && view.componentBytes !== 3 && !isWide(view.componentType);
   const min = new Vector3(),
     max = new Vector3();
   for (let axis = 0; axis < 3; ++axis) {
-    const scale = position.values ? 1 : position.view.decodeScale[axis]!;
-    const offset = position.values ? 0 : position.view.decodeOffset[axis]!;
+    const scale = isCodes ? view.decodeScale[axis]! : 1;
+    const offset = isCodes ? view.decodeOffset[axis]! : 0;
     const a = (center[axis]! - size[axis]! / 2) * scale - offset;
     const b = (center[axis]! + size[axis]! / 2) * scale - offset;
     // Codes are truncated: a vertex may lie a step outside.
-    const slack = position.view.decoded && !position.values ? 1 : Math.abs(size[axis]!) * 1e-6;
+    const slack = isCodes ? 1 : Math.abs(size[axis]!) * 1e-6;
     min.setComponent(axis, Math.min(a, b) - slack);
     max.setComponent(axis, Math.max(a, b) + slack);
   }
-  geometry.boundingBox = new Box3(min, max);
-  geometry.boundingSphere = geometry.boundingBox.getBoundingSphere(new Sphere());
+  return new Box3(min, max);
 }

@@ -8,7 +8,8 @@ import {
   SRGBColorSpace,
   type Side,
 } from 'three';
-import type { JsonValue, SrcMaterial } from '../core/model.js';
+import { lookOf } from '../core/handles.js';
+import type { JsonValue, SrcMaterial, SrcMesh } from '../core/model.js';
 
 // Unit vectors in a word: see decodeOctahedral.
 const OCTAHEDRAL = /* glsl */ `
@@ -112,7 +113,11 @@ export function parametersOf(material: SrcMaterial | null): Record<string, numbe
 /** The materials of one file. Meshes with equal parameters share one, whatever the names: fewer states to change. */
 export class MaterialTable {
   private readonly made = new Map<string, Material>();
-  private readonly texts = new Map<SrcMaterial | null, string>();
+  private readonly texts = new Map<unknown, string>();
+  private readonly numbers = new Map<string, number>();
+  private readonly numberOfLook = new Map<unknown, number>();
+  // Most meshes are dressed like another of their look, whose material is found without making a key.
+  private readonly byLook = new Map<unknown, Dressed[]>();
 
   constructor(private readonly options: MaterialOptions) {}
 
@@ -130,6 +135,19 @@ export class MaterialTable {
     return text;
   }
 
+  /** A number that is equal for meshes whose materials look the same. */
+  numberOf(mesh: SrcMesh): number {
+    const look = lookOf(mesh);
+    let number = this.numberOfLook.get(look);
+    if (number === undefined) {
+      const text = this.textOf(mesh.material);
+      number = this.numbers.get(text) ?? this.numbers.size;
+      this.numbers.set(text, number);
+      this.numberOfLook.set(look, number);
+    }
+    return number;
+  }
+
   get(
     source: SrcMaterial | null,
     draw: DrawKind,
@@ -142,6 +160,19 @@ export class MaterialTable {
       material = decodeInShader(this.make(source, draw, flags), decoding, flags.batched);
       this.made.set(key, material);
     }
+    return material;
+  }
+
+  /** The same for a mesh, and fast for the next of its look. */
+  for(mesh: SrcMesh, draw: DrawKind, decoding: string, colors: boolean, flat: boolean): Material {
+    const look = lookOf(mesh);
+    let list = this.byLook.get(look);
+    if (!list) this.byLook.set(look, (list = []));
+    for (const d of list) {
+      if (d.draw === draw && d.decoding === decoding && d.colors === colors && d.flat === flat) return d.material;
+    }
+    const material = this.get(mesh.material, draw, decoding, { colors, flat, batched: false });
+    list.push({ draw, decoding, colors, flat, material });
     return material;
   }
 
@@ -185,4 +216,12 @@ export class MaterialTable {
     material.userData = { technique: source?.technique?.id ?? null, parameters };
     return material;
   }
+}
+
+interface Dressed {
+  draw: DrawKind;
+  decoding: string;
+  colors: boolean;
+  flat: boolean;
+  material: Material;
 }

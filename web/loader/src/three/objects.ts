@@ -15,35 +15,86 @@ import {
   type Material,
   type Raycaster,
 } from 'three';
-import type { SrcMesh } from '../core/model.js';
+import { titleOf } from '../core/handles.js';
+import type { JsonValue, SrcMesh } from '../core/model.js';
 import { LINE_LOOP, LINE_STRIP, LINES, POINTS } from '../core/model.js';
 import type { SrcGeometry } from './geometry.js';
+
+/** A normal matrix that leaves out of a mesh's scale what only decodes. */
+interface DecodingNormalMatrix extends Matrix3 {
+  decodeScale: Vector3;
+}
+
+// One function for all meshes: each of thousands would else hold its own.
+function getNormalMatrix(this: DecodingNormalMatrix, modelView: Matrix4): Matrix3 {
+  const { decodeScale } = this;
+  const matrix = decodeScale.equals(ONE)
+    ? modelView
+    : unscaled.copy(modelView).scale(inverse.set(1, 1, 1).divide(decodeScale));
+  return Matrix3.prototype.getNormalMatrix.call(this, matrix) as Matrix3;
+}
 
 /**
  * A mesh whose position and scale turn position codes into the model's coordinates. Its normals are the model's
  * already, so the normal matrix leaves that scale out: under any material they are lit as they should be.
  */
 export class SRCMesh extends Mesh<BufferGeometry, Material> {
-  /** The part of `scale` that only decodes. */
-  readonly decodeScale = new Vector3(1, 1, 1);
-
   constructor(geometry?: BufferGeometry, material?: Material) {
     super(geometry, material);
-    const { decodeScale } = this;
-    this.normalMatrix.getNormalMatrix = function (modelView: Matrix4) {
-      const matrix = decodeScale.equals(ONE)
-        ? modelView
-        : unscaled.copy(modelView).scale(inverse.set(1, 1, 1).divide(decodeScale));
-      return Matrix3.prototype.getNormalMatrix.call(this, matrix) as Matrix3;
-    };
+    const normalMatrix = this.normalMatrix as DecodingNormalMatrix;
+    normalMatrix.decodeScale = ONE;
+    normalMatrix.getNormalMatrix = getNormalMatrix as never;
+  }
+
+  /** The part of `scale` that only decodes. */
+  get decodeScale(): Vector3 {
+    return (this.normalMatrix as DecodingNormalMatrix).decodeScale;
+  }
+  set decodeScale(scale: Vector3) {
+    (this.normalMatrix as DecodingNormalMatrix).decodeScale = scale;
+  }
+
+  /** Takes name and userData from a mesh of the file, when they are asked for. */
+  describedBy(mesh: SrcMesh): void {
+    const description = this as unknown as Description;
+    description.describedMesh = mesh;
+    description.givenName = description.givenData = undefined;
   }
 
   override copy(source: this, recursive?: boolean): this {
     super.copy(source, recursive);
-    this.decodeScale.copy(source.decodeScale);
+    this.decodeScale = source.decodeScale.clone();
     return this;
   }
 }
+
+interface Description {
+  describedMesh?: SrcMesh;
+  /** What an SRCMesh was given, or has said before; undefined until then. */
+  givenName: string | undefined;
+  givenData: object | undefined;
+}
+
+// three.js sets both in its constructor, as properties of the object; these take that over, and make a name and data
+// only for meshes that are asked for them.
+Object.defineProperties(SRCMesh.prototype, {
+  name: {
+    get(this: Description): string {
+      return (this.givenName ??= nameOf(this.describedMesh!));
+    },
+    set(this: Description, name: string) {
+      this.givenName = name;
+    },
+  },
+  userData: {
+    get(this: Description): object {
+      return (this.givenData ??= dataOf(this.describedMesh!));
+    },
+    set(this: Description, data: object) {
+      this.givenData = data;
+    },
+  },
+});
 
 const ONE = new Vector3(1, 1, 1);
 const unscaled = new Matrix4();
@@ -136,8 +187,11 @@ export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Ma
         break;
       default: {
         const made = new SRCMesh(geometry, material);
-        made.decodeScale.copy(source.scale);
-        object = made;
+        made.decodeScale = source.scale;
+        made.position.copy(source.offset);
+        made.scale.copy(source.scale);
+        made.describedBy(mesh);
+        return made;
       }
     }
     if (object instanceof Points) object.raycast = raycastPoints;
@@ -149,11 +203,17 @@ export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Ma
   return object;
 }
 
-/** Names, IDs and metadata, verbatim. */
-export function describe(object: Object3D, mesh: SrcMesh): void {
-  const { metadata } = mesh;
-  const name =
-    typeof metadata === 'object' && metadata !== null && !Array.isArray(metadata) ? metadata.name : undefined;
-  object.name = typeof name === 'string' && name !== '' ? name : mesh.id;
-  object.userData = { id: mesh.id, metadata, material: mesh.material?.id ?? '' };
+/** The name in the metadata, or else the ID. */
+function nameOf(mesh: SrcMesh): string {
+  return titleOf(mesh) || mesh.id;
+}
+
+/** ID and metadata, verbatim. */
+function dataOf(mesh: SrcMesh): { id: string; metadata: JsonValue; material: string } {
+  return { id: mesh.id, metadata: mesh.metadata, material: mesh.material?.id ?? '' };
+}
+
+function describe(object: Object3D, mesh: SrcMesh): void {
+  object.name = nameOf(mesh);
+  object.userData = dataOf(mesh);
 }
