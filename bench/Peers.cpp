@@ -65,8 +65,8 @@ tinygltf::Model toGltf(const Scene& s) {
         primitive.attributes["POSITION"] =
             add(sphere.positions.data(), vertices * 12, TINYGLTF_TARGET_ARRAY_BUFFER,
                 TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TYPE_VEC3, vertices);
-        model.accessors.back().minValues = {-0.5, -0.5, -0.5};
-        model.accessors.back().maxValues = {0.5, 0.5, 0.5};
+        model.accessors.back().minValues.assign(sphere.lower.begin(), sphere.lower.end());
+        model.accessors.back().maxValues.assign(sphere.upper.begin(), sphere.upper.end());
         primitive.attributes["NORMAL"] =
             add(sphere.normals.data(), vertices * 12, TINYGLTF_TARGET_ARRAY_BUFFER,
                 TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TYPE_VEC3, vertices);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <memory>
 #include <new>
@@ -58,12 +59,34 @@ std::size_t Scene::inputBytes() const {
     return vertices() * 8 * sizeof(float) + indexBytes();
 }
 
-Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh) {
+namespace {
+
+/// Moves the sphere of number `i` to its cell of a cube of cells, of one unit each, around the origin.
+void moveToCell(Sphere& sphere, std::size_t i, std::size_t meshes) {
+    std::size_t side = 1;
+    while (side * side * side < meshes)
+        ++side;
+    const std::size_t cell[3] = {i % side, i / side % side, i / side / side};
+    sphere.lower.fill(std::numeric_limits<double>::infinity());
+    sphere.upper.fill(-std::numeric_limits<double>::infinity());
+    for (std::size_t k = 0; k < sphere.positions.size(); ++k) {
+        const std::size_t axis = k % 3;
+        float& x = sphere.positions[k];
+        x += static_cast<float>(cell[axis]) - static_cast<float>(side - 1) / 2;
+        sphere.lower[axis] = std::min<double>(sphere.lower[axis], x);
+        sphere.upper[axis] = std::max<double>(sphere.upper[axis], x);
+    }
+}
+
+} // namespace
+
+Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh, Places places) {
     Scene scene{meshes, trianglesPerMesh, {}, {}};
     const auto material = std::make_shared<kel::material::MaterialClassic>(0);
     scene.input.materials.insert(material);
     for (std::size_t i = 0; i < meshes; ++i) {
         scene.spheres.push_back(displacedSphere(trianglesPerMesh, i));
+        if (places == Places::GRID) moveToCell(scene.spheres.back(), i, meshes);
         const Sphere& sphere = scene.spheres.back();
         const auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
         mesh->addAttribute("position", 3, sphere.positions);
@@ -81,14 +104,16 @@ Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh) {
     return scene;
 }
 
+Scene makeScene(char name, Places places) {
+    return name == 'a'   ? makeScene(1, 1000000, places)
+           : name == 'b' ? makeScene(1000, 1000, places)
+                         : makeScene(20000, 50, places);
+}
+
 const Scene& scene(char name) {
     static std::map<char, std::unique_ptr<Scene>> scenes;
     auto& slot = scenes[name];
-    if (!slot) {
-        slot = std::make_unique<Scene>(name == 'a'   ? makeScene(1, 1000000)
-                                       : name == 'b' ? makeScene(1000, 1000)
-                                                     : makeScene(20000, 50));
-    }
+    if (!slot) slot = std::make_unique<Scene>(makeScene(name, Places::SAME));
     return *slot;
 }
 

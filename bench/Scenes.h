@@ -2,6 +2,7 @@
 
 #include <kel/src/SrcWriterInput.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -15,6 +16,7 @@ namespace kel::bench {
 struct Sphere {
     std::vector<float> positions, normals, texcoords; ///< 3, 3 and 2 floats per vertex
     std::vector<std::uint32_t> indices;
+    std::array<double, 3> lower{-0.5, -0.5, -0.5}, upper{0.5, 0.5, 0.5}; ///< a box around the positions
 };
 
 /// A sphere of about `triangles` triangles with a wavy surface, inside the box -0.5 to 0.5. Another seed
@@ -39,10 +41,17 @@ struct Scene {
     std::size_t indexBytes() const;
 };
 
-Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh);
+/// Where the spheres are.
+enum class Places {
+    SAME, ///< all around the origin: nothing that is measured looks at where they are
+    GRID  ///< each in its own cell of a cube of cells, for scenes that are drawn; boxes are tight then
+};
+
+Scene makeScene(std::size_t meshes, std::size_t trianglesPerMesh, Places places = Places::SAME);
 
 /// The three scenes of all comparisons: a = 1 mesh of 1,000,000 triangles, b = 1,000 of 1,000, c = 20,000
 /// of 50.
+Scene makeScene(char name, Places places);
 const Scene& scene(char name);
 
 /// A stream that counts what it is given and keeps nothing.
