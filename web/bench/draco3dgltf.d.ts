@@ -1,0 +1,4 @@
+declare module 'draco3dgltf' {
+  const draco3d: { createEncoderModule(): Promise<unknown> };
+  export default draco3d;
+}
