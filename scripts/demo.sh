@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # scripts/demo.sh [MODEL]
 #
-# Converts a model into an SRC file and prints what was written, mesh by mesh. Without MODEL it takes the
-# two-cylinder engine of Debian's assimp-testmodels. Installs what is missing and builds the command first.
+# Converts a model into an SRC file, prints what was written, mesh by mesh, and tells how to look at it. Without MODEL
+# it takes the two-cylinder engine of Debian's assimp-testmodels. Installs what is missing and builds the command first.
 set -euo pipefail
 
 usage() { sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p;}' "${BASH_SOURCE[0]}"; }
@@ -24,7 +24,8 @@ fi
 
 say "building the command in build/demo"
 if [ ! -f build/demo/build.ninja ]; then
-    cmake -S . -B build/demo -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DKELSRC_USE_CCACHE=ON >&2
+    cmake -S . -B build/demo -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DKELSRC_USE_CCACHE=ON \
+        -DKELSRC_VIEWER=ON >&2
 fi
 cmake --build build/demo --target kelsrc --parallel "$(build_jobs)" >&2
 
@@ -33,4 +34,5 @@ target=build/demo/models/${name%.*}.src
 mkdir -p build/demo/models
 say "build/demo/bin/kelsrc convert \"$model\" -o \"$target\" --list"
 build/demo/bin/kelsrc convert "$model" -o "$target" --list
-say "that was $target; the command is build/demo/bin/kelsrc"
+say "that was $target; to look at it in a browser:"
+say "build/demo/bin/kelsrc view \"$target\""
