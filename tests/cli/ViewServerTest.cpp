@@ -171,6 +171,14 @@ TEST_F(ViewServing, RangesAndClientsThatRefuseItGetNoCompression) {
             << accepted;
 }
 
+TEST_F(ViewServing, LargeFilesAreSentAsTheyAre) {
+    const std::string large(std::size_t(9) << 20, 'x');
+    writeFile(file, large);
+    const HttpAnswer answer = get("/files/0/engine.src", "Accept-Encoding: gzip\r\n");
+    EXPECT_EQ(answer.header("Content-Encoding"), "");
+    EXPECT_EQ(answer.body.size(), large.size());
+}
+
 TEST_F(ViewServing, VersionsOfAFileHaveDifferentTags) {
     const std::string first = get("/files/0/engine.src").header("ETag");
     const std::string packed = get("/files/0/engine.src", "Accept-Encoding: gzip\r\n").header("ETag");
@@ -201,18 +209,15 @@ TEST_F(ViewServing, WhatIsNoFileAnyMoreIsNotFound) {
 }
 
 TEST_F(ViewServing, FileThatShrinksWhileItIsSentBreaksTheConnection) {
-    std::string noise(std::size_t(48) << 20, '\0');
-    std::uint32_t state = 1;
-    for (char& c : noise)
-        c = static_cast<char>((state = state * 1664525u + 1013904223u) >> 24);
-    writeFile(file, noise);
+    const std::size_t size = std::size_t(48) << 20; // more than sockets hold
+    writeFile(file, std::string(size, 'x'));
     HttpConnection connection(server.port());
     connection.send("GET /files/0/engine.src HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-                    "\r\nAccept-Encoding: gzip\r\nConnection: close\r\n\r\n");
-    connection.until("\r\n\r\n");
+                    "\r\nConnection: close\r\n\r\n");
+    const std::string begin = connection.until("\r\n\r\n");
+    EXPECT_THAT(begin, HasSubstr("Content-Length: " + std::to_string(size)));
     ASSERT_EQ(::truncate(file.c_str(), 1), 0);
-    const std::string rest = connection.rest();
-    EXPECT_NE(rest.substr(rest.size() - std::min<std::size_t>(rest.size(), 5)), "0\r\n\r\n");
+    EXPECT_LT(connection.rest().size(), size);
 }
 
 // ---- What is not served

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# complete.sh PREFIX SOURCE CLI: every public header of the source tree, the library, the package files and, when
-# CLI is 1, the command are installed.
+# complete.sh PREFIX SOURCE CLI VIEWER: every public header of the source tree, the library, the package files and, when
+# CLI is 1, the command are installed, and when VIEWER is ON its page.
 set -euo pipefail
-prefix=$1 source=$2 cli=$3
+prefix=$1 source=$2 cli=$3 viewer=$4
 status=0
 expect() {
     if ! compgen -G "$1" >/dev/null; then
@@ -27,5 +27,8 @@ done
 if [ "$cli" = 1 ]; then
     expect "$prefix/bin/kelsrc"
     "$prefix/bin/kelsrc" --version
+fi
+if [ "$viewer" = ON ]; then
+    expect "$prefix/share/kelsrc/viewer.html"
 fi
 exit "$status"
