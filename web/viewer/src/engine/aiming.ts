@@ -1,7 +1,6 @@
 import { Plane, Ray, Vector3, type PerspectiveCamera } from 'three';
 import type { OpenFile } from './files.js';
 import { pick, type Hit } from './picking.js';
-import type { World } from './world.js';
 
 /** How near to points and lines a click has to be. In pixels of the page. */
 const REACH = 6;
@@ -14,7 +13,6 @@ export interface Target extends Hit {
 export function aim(
   canvas: HTMLCanvasElement,
   camera: PerspectiveCamera,
-  world: World,
   files: readonly OpenFile[],
   clip: Plane | null,
   clientX: number,
@@ -28,7 +26,7 @@ export function aim(
   let best: Target | null = null;
   for (const file of files) {
     if (!file.scene) continue;
-    const toFile = world.origin.clone().sub(file.scene.shift);
+    const toFile = file.scene.shift.clone().negate();
     const ray = new Ray(camera.position.clone().add(toFile), direction);
     const hit = pick(file.scene, ray, { clip: clip && clip.clone().translate(toFile), tolerance });
     if (hit && (!best || hit.distance < best.distance)) best = { ...hit, file };

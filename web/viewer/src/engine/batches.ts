@@ -30,7 +30,6 @@ export class Batch extends BatchedMesh {
       self.isLineSegments = kind === 'lines';
     }
     this.frustumCulled = false; // its meshes are, one by one
-    this.sortObjects = ownMaterial.transparent;
     if (kind === 'triangles') this.layers.enable(TRIANGLE_LAYER);
     this.raycast = () => undefined;
   }

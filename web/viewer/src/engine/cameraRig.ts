@@ -4,6 +4,7 @@ import type { StandardView } from './api.js';
 import { distanceToFit } from './framing.js';
 
 const ANIMATION_MS = 350;
+const FRAME_MS = 1000 / 60;
 /** Less than the whole picture, so that nothing touches its border. */
 const MARGIN = 1.08;
 const Y = new Vector3(0, 1, 0);
@@ -37,6 +38,10 @@ export class CameraRig {
   private animation: { from: Pose; to: Pose; start: number } | null = null;
   private dragging = false;
   private moved = false;
+  private runsOn = false;
+  private lastUpdate = 0;
+  private readonly seenPosition = new Vector3();
+  private readonly seenTarget = new Vector3();
   private readonly sphere = new Sphere(new Vector3(), 1);
   private readonly reduced = matchMedia('(prefers-reduced-motion: reduce)');
 
@@ -49,6 +54,7 @@ export class CameraRig {
     this.camera.position.set(0, 0, 3);
     this.controls = this.control();
     this.canvas.addEventListener('keydown', this.onKey);
+    this.canvas.addEventListener('pointermove', this.onDrag);
   }
 
   get target(): Vector3 {
@@ -75,14 +81,6 @@ export class CameraRig {
     this.controls.minDistance = this.sphere.radius * 1e-5;
     this.controls.maxDistance = this.sphere.radius * 1e3;
     this.camera.updateMatrixWorld();
-  }
-
-  /** The scene's origin has moved by this much. */
-  shift(by: Vector3): void {
-    this.camera.position.add(by);
-    this.controls.target.add(by);
-    this.animation?.from.target.add(by);
-    this.animation?.to.target.add(by);
   }
 
   resize(width: number, height: number): void {
@@ -115,15 +113,21 @@ export class CameraRig {
     let moving = false;
     if (this.animation) {
       const { from, to, start } = this.animation;
-      const t = Math.min(1, (now - start) / ANIMATION_MS);
+      const t = MathUtils.clamp((now - start) / ANIMATION_MS, 0, 1);
       moving = t < 1;
       if (!moving) this.animation = null;
       this.take(between(from, to, 1 - (1 - t) ** 3));
       this.moved = true;
     } else {
-      moving = this.controls.update();
+      // Each update is what a drag runs on in one frame of a quick screen; slow pictures stand for several.
+      const frames = this.runsOn ? MathUtils.clamp(Math.round((now - this.lastUpdate) / FRAME_MS), 1, 12) : 1;
+      for (let i = 0; i < frames; ++i) this.controls.update();
+      moving = this.hasMoved();
       if (moving) this.moved = true;
+      if (moving && this.dragging) this.placed = true;
     }
+    this.runsOn = moving;
+    this.lastUpdate = now;
     this.setDepths();
     if (!moving && !this.dragging && this.moved) {
       this.moved = false;
@@ -135,6 +139,7 @@ export class CameraRig {
   dispose(): void {
     this.controls.dispose();
     this.canvas.removeEventListener('keydown', this.onKey);
+    this.canvas.removeEventListener('pointermove', this.onDrag);
   }
 
   private control(): OrbitControls {
@@ -142,25 +147,36 @@ export class CameraRig {
     this.fromUp.copy(this.toUp).invert();
     const controls = new OrbitControls(this.camera, this.canvas);
     controls.enableDamping = !this.reduced.matches;
-    controls.dampingFactor = 0.18;
+    controls.dampingFactor = 0.25;
     controls.zoomToCursor = true;
     controls.zoomSpeed = 1.4;
     controls.minDistance = this.sphere.radius * 1e-5;
     controls.maxDistance = this.sphere.radius * 1e3;
     controls.addEventListener('start', () => {
       this.dragging = true;
-      this.placed = true;
       this.animation = null;
     });
     controls.addEventListener('end', () => {
       this.dragging = false;
-      this.invalidate();
-    });
-    controls.addEventListener('change', () => {
-      this.moved = true;
+      if (this.hasMoved()) this.placed = this.moved = true;
       this.invalidate();
     });
     return controls;
+  }
+
+  /**
+   * True when the camera is not where it was when this was asked last, by more than anybody sees. The controls tell
+   * changes too, but in units that mean nothing in very small or large scenes.
+   */
+  private hasMoved(): boolean {
+    const { position } = this.camera;
+    const { target } = this.controls;
+    const least = (position.distanceTo(target) * 1e-4) ** 2;
+    const { seenPosition, seenTarget } = this;
+    if (position.distanceToSquared(seenPosition) <= least && target.distanceToSquared(seenTarget) <= least) return false;
+    seenPosition.copy(position);
+    seenTarget.copy(target);
+    return true;
   }
 
   private pose(): Pose {
@@ -174,9 +190,12 @@ export class CameraRig {
     this.camera.position.setFromSpherical(safe).applyQuaternion(this.fromUp).add(target);
     this.camera.lookAt(target);
     this.camera.updateMatrixWorld();
+    this.seenPosition.copy(this.camera.position);
+    this.seenTarget.copy(target);
   }
 
   private go(to: Pose, animate: boolean): void {
+    this.stop();
     if (animate && !this.reduced.matches) {
       this.animation = { from: this.pose(), to, start: performance.now() };
     } else {
@@ -185,6 +204,16 @@ export class CameraRig {
     }
     this.moved = true;
     this.invalidate();
+  }
+
+  /** Ends what is left of a drag: without damping, the controls do all of it at once, and this is undone. */
+  private stop(): void {
+    const pose = this.pose();
+    const { enableDamping } = this.controls;
+    this.controls.enableDamping = false;
+    this.controls.update();
+    this.controls.enableDamping = enableDamping;
+    this.take(pose);
   }
 
   /** Near enough for what the camera looks at, far enough for all there is. */
@@ -199,6 +228,10 @@ export class CameraRig {
     camera.far = far;
     camera.updateProjectionMatrix();
   }
+
+  private readonly onDrag = () => {
+    if (this.dragging) this.invalidate();
+  };
 
   private readonly onKey = (event: KeyboardEvent) => {
     if (event.ctrlKey || event.metaKey || event.altKey) return;

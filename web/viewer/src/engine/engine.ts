@@ -155,15 +155,10 @@ export class ViewerEngine implements Engine {
 
   get camera(): CameraState {
     const { camera, target } = this.rig;
-    return {
-      position: camera.position.clone().add(this.world.origin).toArray(),
-      target: target.clone().add(this.world.origin).toArray(),
-      up: camera.up.toArray(),
-    };
+    return { position: camera.position.toArray(), target: target.toArray(), up: camera.up.toArray() };
   }
   setCamera({ position, target }: CameraState, animate = true): void {
-    const local = (at: [number, number, number]) => new Vector3(...at).sub(this.world.origin);
-    this.rig.place(local(position), local(target), animate);
+    this.rig.place(new Vector3(...position), new Vector3(...target), animate);
   }
   fit(meshes?: Iterable<MeshRef>): void {
     this.rig.placed = meshes !== undefined;
@@ -229,7 +224,7 @@ export class ViewerEngine implements Engine {
 
   private rearrange(): void {
     const { world, rig } = this;
-    rig.shift(world.arrange(this.current.arrangement).negate());
+    world.arrange(this.current.arrangement);
     rig.setContent(world.bounds);
     if (!rig.placed) rig.fit(world.boundsOf(), this.wasEmpty ? 'iso' : null, false);
     this.wasEmpty = world.bounds.isEmpty();
@@ -268,7 +263,7 @@ export class ViewerEngine implements Engine {
 
   private clicked(x: number, y: number): void {
     const { canvas, rig, world, stage } = this;
-    const target = aim(canvas, rig.camera, world, this.loads.list, stage.clip, x, y);
+    const target = aim(canvas, rig.camera, this.loads.list, stage.clip, x, y);
     if (!this.isMeasuring) {
       const mesh = target && { file: target.file.id, mesh: target.entry.mesh.index };
       this.select(mesh);

@@ -1,11 +1,16 @@
-/** While files come in, content is drawn this often: pictures of large files take the time that loading needs. */
+/** While files come in, content is drawn no more often than this ... */
 const CONTENT_MS = 120;
+/** ... and loading gets so many times the time that drawing takes, since both share one thread. */
+const SHARE = 3;
+/** Whatever drawing takes, people see that something goes on. */
+const MOST_MS = 2000;
 
 /** Draws when something has changed, and never otherwise. */
 export class Frames {
   private request = 0;
   private timer = 0;
-  private lastContent = -Infinity;
+  private nextContent = 0;
+  private asked = 0;
   private toDraw = false;
   private hasProgress = false;
 
@@ -21,14 +26,11 @@ export class Frames {
   /** Draws in a while. */
   readonly later = (): void => {
     if (this.timer || this.toDraw) return;
-    const wait = this.lastContent + CONTENT_MS - performance.now();
-    this.timer = window.setTimeout(
-      () => {
-        this.timer = 0;
-        this.soon();
-      },
-      Math.max(0, wait),
-    );
+    const wait = Math.max(0, this.nextContent - performance.now());
+    this.timer = window.setTimeout(() => {
+      this.timer = 0;
+      this.soon();
+    }, wait);
   };
 
   /** Tells of progress in the next frame. */
@@ -49,7 +51,9 @@ export class Frames {
   }
 
   private ask = (): void => {
-    this.request ||= requestAnimationFrame(this.frame);
+    if (this.request) return;
+    this.asked = performance.now();
+    this.request = requestAnimationFrame(this.frame);
   };
 
   private readonly frame = (now: number): void => {
@@ -60,7 +64,10 @@ export class Frames {
     }
     if (!this.toDraw) return;
     this.toDraw = false;
-    this.lastContent = now;
-    if (this.listener.draw(now)) this.soon();
+    const goesOn = this.listener.draw(now);
+    // A browser whose graphics are busy with the last picture asks late for the next one.
+    const end = performance.now();
+    this.nextContent = end + Math.min(MOST_MS, Math.max(CONTENT_MS, SHARE * (end - this.asked)));
+    if (goesOn) this.soon();
   };
 }

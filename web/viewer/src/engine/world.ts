@@ -6,12 +6,8 @@ import type { Entry, FileScene } from './fileScene.js';
 /** Between files in a row, of their longest side. */
 const GAP = 0.15;
 
-/**
- * Where files stand. There are three spaces: a file's own coordinates; those of the arrangement, which add the file's
- * shift; and the scene's, which take the origin away, so that the GPU's floats suffice far from zero.
- */
+/** Where files stand: a file's coordinates and its shift give those of the scene. */
 export class World {
-  readonly origin = new Vector3();
   /** Of all files, in the scene. */
   readonly bounds = new Box3();
 
@@ -32,24 +28,17 @@ export class World {
     return this.sceneOf(file)?.entries[mesh] ?? null;
   }
 
-  /** Puts all files where they belong. Gives how far the scene's origin has moved. */
-  arrange(arrangement: Display['arrangement']): Vector3 {
-    const { scenes, origin } = this;
+  /** Puts all files where they belong. */
+  arrange(arrangement: Display['arrangement']): void {
+    const { scenes, bounds: all } = this;
     if (arrangement === 'row') setInRow(scenes.filter(({ bounds }) => !bounds.isEmpty()));
     else for (const { shift } of scenes) shift.set(0, 0, 0);
-    const all = new Box3();
-    for (const { bounds, shift } of scenes) if (!bounds.isEmpty()) all.union(bounds.clone().translate(shift));
-    const moved = new Vector3();
-    if (scenes.length === 1 && !all.isEmpty()) {
-      all.getCenter(moved).sub(origin);
-      origin.add(moved);
-    }
-    for (const { group, shift } of scenes) {
-      group.position.copy(shift).sub(origin);
+    all.makeEmpty();
+    for (const { bounds, shift, group } of scenes) {
+      if (!bounds.isEmpty()) all.union(bounds.clone().translate(shift));
+      group.position.copy(shift);
       this.content.add(group);
     }
-    this.bounds.copy(all).translate(origin.clone().negate());
-    return moved;
   }
 
   /** Of these meshes, or else of everything visible, or else of everything; in the scene. */
@@ -66,15 +55,13 @@ export class World {
         for (const entry of scene.entries) if (entry.visible) add(scene, entry);
       }
     }
-    return box.isEmpty() ? box.copy(this.bounds) : box.translate(this.origin.clone().negate());
+    return box.isEmpty() ? box.copy(this.bounds) : box;
   }
 
   /** A point of a file, in the scene; of a file that nobody knows, the first one. */
   toScene(point: Vector3, file: number | null): Vector3 {
     const scene = (file === null ? null : this.sceneOf(file)) ?? this.scenes[0];
-    const result = point.clone();
-    if (scene) result.add(scene.shift);
-    return result.sub(this.origin);
+    return scene ? point.clone().add(scene.shift) : point.clone();
   }
 
   /** Changes which meshes are visible. True when any has changed. */

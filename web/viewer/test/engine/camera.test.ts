@@ -21,6 +21,9 @@ function expectNear(found: number[], expected: number[], digits = 3) {
   found.forEach((x, i) => expect(x).toBeCloseTo(expected[i]!, digits));
 }
 
+/** Places all over the page. */
+const GRID = Array.from({ length: 3072 }, (_, i): [number, number] => [(i % 64) * 12.5 + 6, Math.floor(i / 64) * 12.5 + 6]);
+
 test.each([
   ['y', 'front', [0, 0, 1]],
   ['y', 'back', [0, 0, -1]],
@@ -39,7 +42,7 @@ test.each([
   }, [up, view]);
   await stage.settle();
   expectNear(await direction(), [...expected]);
-  expect((await camera()).target).toEqual([0.5, 0.5, 0.5]);
+  expectNear((await camera()).target, [0.5, 0.5, 0.5], 9);
   expect((await camera()).up).toEqual(up === 'y' ? [0, 1, 0] : [0, 0, 1]);
 });
 
@@ -89,10 +92,11 @@ test('animations are left out for people who prefer that', async () => {
   await stage.open(fileOf([cube()]));
   expect(await at()).toBe(false); // under way
   await stage.page.emulateMedia({ reducedMotion: 'reduce' });
-  await stage.reset();
+  await stage.reload();
   await stage.open(fileOf([cube()]));
   expect(await at()).toBe(true);
   await stage.page.emulateMedia({ reducedMotion: null });
+  await stage.reload();
 });
 
 test('keys turn, move and zoom when the canvas has the focus', async () => {
@@ -121,6 +125,75 @@ test.each([1e-6, 1, 1e7])('a model of size %s is seen whole', async (size) => {
   const pixels = await stage.covered();
   expect(pixels).toBeGreaterThan(400 * 400);
   expect(pixels).toBeLessThan(600 * 600);
+});
+
+test.each([1e-6, 1e6])('a model of size %s is zoomed, turned and moved with the mouse', async (size) => {
+  await stage.open(fileOf([cube(size)]));
+  await stage.do(({ engine }) => engine.setView('front'));
+  await stage.settle();
+  const { mouse } = stage.page;
+  await mouse.move(400, 300);
+  for (const act of [
+    () => mouse.wheel(0, -200),
+    async () => {
+      await mouse.down();
+      await mouse.move(420, 300);
+      await mouse.up();
+    },
+    async () => {
+      await mouse.down({ button: 'right' });
+      await mouse.move(400, 320);
+      await mouse.up({ button: 'right' });
+    },
+  ]) {
+    const before = await stage.colors(GRID);
+    const told = (await stage.events('camera')).length;
+    await act();
+    await expect.poll(async () => (await stage.events('camera')).length, { timeout: 20_000 }).toBeGreaterThan(told);
+    await stage.settle();
+    expect(await stage.colors(GRID)).not.toEqual(before);
+  }
+});
+
+test('a camera that a person has moved is not moved by another file', async () => {
+  await stage.open(fileOf([cube()]), 'first.src');
+  await stage.page.mouse.click(400, 300);
+  await stage.open(fileOf([square(10, 0, 0)]), 'second.src');
+  expect((await camera()).target[0]).toBeCloseTo(5.5, 9);
+  await stage.page.mouse.move(400, 300);
+  await stage.page.mouse.wheel(0, -100);
+  await stage.settle();
+  const { target } = await camera();
+  await stage.open(fileOf([square(30, 0, 0)]), 'third.src');
+  expectNear((await camera()).target, target, 9);
+});
+
+// Whole numbers of quarters, which floats still tell apart at the place that is added.
+const corners = [0, 0, 0, 2, 0, 0.5, 1.25, 1.5, 0, 0.25, 1, 1.75];
+const codes = { offset: [0, 0, 0], scale: [1000, 1000, 1000] };
+const FAR = 2 ** 20;
+test.each([
+  ['floats', {}, 0],
+  ['codes', { codes }, 0],
+  ['floats in batches', {}, 100],
+  ['codes in batches', { codes }, 100],
+])('%s far from the origin look as they do near it', async (_, more, others) => {
+  const seenAt = async (at: number) => {
+    await stage.reset();
+    const shifted = 'codes' in more ? { codes: { ...codes, offset: codes.scale.map((scale) => scale * at) } } : {};
+    const mesh = { positions: corners.map((x) => x + at), indices: [0, 1, 2, 1, 3, 2], ...shifted };
+    const elsewhere = Array.from({ length: others }, () => square(at + 50, at + 50, at + 50));
+    await stage.open(fileOf([mesh, ...elsewhere]));
+    const camera = { position: [at + 2, at + 2.5, at + 4], target: [at + 1, at + 0.75, at + 0.5], up: [0, 1, 0] };
+    await stage.do(({ engine }, camera) => engine.setCamera(camera as never, false), camera);
+    await stage.settle();
+    return stage.colors(GRID);
+  };
+  const near = await seenAt(0),
+    far = await seenAt(FAR);
+  const changes = near.filter((color, i) => color.some((c, k) => Math.abs(c - far[i]![k]!) > 8));
+  expect(new Set(near.map(String)).size).toBeGreaterThan(2);
+  expect(changes.length).toBeLessThan(GRID.length / 200);
 });
 
 test('nothing was complained about', () => {

@@ -195,10 +195,17 @@ describe('pictures', () => {
 
 test('a canvas of another size is filled', async () => {
   await stage.open(fileOf([square(-1, -1, 0, 2)]));
-  await stage.do(({ canvas }) => Object.assign(canvas.style, { width: '400px', height: '200px' }));
-  await stage.until(({ canvas }) => canvas.width === 400 && canvas.height === 200);
-  await stage.do(({ canvas }) => Object.assign(canvas.style, { width: '100%', height: '100%' }));
-  await stage.until(({ canvas }) => canvas.width === 800);
+  await stage.lookAt(0, 0, 10);
+  await stage.resize(400, 200);
+  await stage.settle();
+  // Its height is as high as ever in its view: 2 of 6.3.
+  const [top, above] = [100 - 0.9 * (100 / 3.153), 100 - 1.1 * (100 / 3.153)];
+  const [inside, outside] = await stage.colors([
+    [200, top],
+    [200, above],
+  ]);
+  expect(inside).not.toEqual(outside);
+  expect(outside).toEqual((await stage.colors([BACKGROUND]))[0]);
 });
 
 test('nothing is drawn while nothing changes', async () => {

@@ -30,7 +30,8 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
   };
   for (const [id, values] of Object.entries(materials)) header.materials[id] = { instanceTechnique: { values } };
   const blocks: Uint8Array[] = [];
-  let size = 0;
+  let size = 0,
+    views = 0;
   const store = (array: Float32Array | Uint16Array): string => {
     const id = `b${blocks.length}`;
     const bytes = new Uint8Array(array.buffer);
@@ -43,7 +44,7 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
     return id;
   };
   const attribute = (array: Float32Array | Uint16Array, codes?: TestMesh['codes']): string => {
-    const id = `a${Object.keys(header.accessors.attributeViews).length}`;
+    const id = `a${views++}`;
     header.accessors.attributeViews[id] = {
       bufferView: store(array),
       byteOffset: 0,

@@ -1,6 +1,6 @@
 // What runs in the browser: an engine on a canvas, and what it has told.
 
-import type { EngineEvents } from '../../src/engine/api.js';
+import { DEFAULT_DISPLAY, type EngineEvents } from '../../src/engine/api.js';
 import { ViewerEngine } from '../../src/engine/engine.js';
 
 const canvas = document.querySelector('canvas')!;
@@ -12,6 +12,15 @@ const kel = {
   engine: new ViewerEngine(canvas),
   /** Names and values, and with progress the number of the frame. */
   events: [] as [string, unknown][],
+  /** Brings the engine to where it began. */
+  reset() {
+    const { engine } = this;
+    for (const { id } of engine.files) engine.close(id);
+    engine.setDisplay(DEFAULT_DISPLAY);
+    engine.measuring = false;
+    engine.setMeasurement(null);
+    this.events.length = 0;
+  },
 };
 const names: (keyof EngineEvents)[] = [
   'files',

@@ -34,6 +34,7 @@ export class EnginePage {
     const chromium = await startChromium({ viewport: { width: WIDTH, height: HEIGHT } });
     const page = new EnginePage(chromium, server, () => bundle.outputFiles[0]!.contents);
     answer = page.answer;
+    await page.reload();
     return page;
   }
 
@@ -46,11 +47,27 @@ export class EnginePage {
     return this.chromium.complaints;
   }
 
-  /** A fresh engine, and nothing of what was before. */
-  async reset(): Promise<void> {
-    this.files.clear();
+  /** A fresh page. */
+  async reload(): Promise<void> {
     await this.page.goto(this.server.url);
     await this.page.waitForFunction(() => 'kel' in window);
+  }
+
+  /** Nothing of what was before. A fresh page would take longer, for its WebGL context. */
+  async reset(): Promise<void> {
+    this.files.clear();
+    await this.do((kel) => kel.reset());
+    await this.resize(WIDTH, HEIGHT);
+    await this.settle();
+  }
+
+  /** Makes the canvas another size than that of the page, until the next reset. */
+  async resize(width: number, height: number): Promise<void> {
+    await this.do(({ canvas }, [w, h]) => Object.assign(canvas.style, { width: `${w}px`, height: `${h}px` }) && 0, [
+      width,
+      height,
+    ]);
+    await this.until(({ canvas }, [w, h]) => canvas.width === w && canvas.height === h, [width, height]);
   }
 
   /** Serves a file and gives its address. */
@@ -110,10 +127,14 @@ export class EnginePage {
   colors(places: [number, number][]): Promise<number[][]> {
     return this.do(async (kel, places) => {
       const bitmap = await createImageBitmap(await kel.engine.picture());
-      const context = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d')!;
+      const context = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d', { willReadFrequently: true })!;
       context.drawImage(bitmap, 0, 0);
       const scale = bitmap.width / kel.canvas.clientWidth;
-      return places.map(([x, y]) => [...context.getImageData(x * scale, y * scale, 1, 1).data.slice(0, 3)]);
+      const { data } = context.getImageData(0, 0, bitmap.width, bitmap.height);
+      return places.map(([x, y]) => {
+        const at = (Math.floor(y * scale) * bitmap.width + Math.floor(x * scale)) * 4;
+        return [...data.slice(at, at + 3)];
+      });
     }, places);
   }
 
@@ -121,7 +142,7 @@ export class EnginePage {
   covered(): Promise<number> {
     return this.do(async (kel) => {
       const bitmap = await createImageBitmap(await kel.engine.picture());
-      const context = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d')!;
+      const context = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d', { willReadFrequently: true })!;
       context.drawImage(bitmap, 0, 0);
       const { data } = context.getImageData(0, 0, bitmap.width, bitmap.height);
       let count = 0;
