@@ -13,27 +13,27 @@ import './page/style/index.css';
 
 /** Joins page and engine. */
 function start(root: HTMLElement): void {
-    const canvas = document.createElement('canvas');
-    let engine: Engine;
-    try {
-        engine = createEngine(canvas);
-    } catch (error) {
-        followTheme(null);
-        render(<NoEngine message={error instanceof Error ? error.message : String(error)} />, root);
-        return;
-    }
-    const store = new Store(engine);
-    followTheme(store);
-    render(
-        <StoreContext.Provider value={store}>
-            <App canvas={canvas} />
-        </StoreContext.Provider>,
-        root,
-    );
-    // A view from a link is taken on while the files arrive, so it is asked for before they do.
-    syncLink(store, addressBar, canvas);
-    listenForShortcuts(store);
-    openGiven(store);
+  const canvas = document.createElement('canvas');
+  let engine: Engine;
+  try {
+    engine = createEngine(canvas);
+  } catch (error) {
+    followTheme(null);
+    render(<NoEngine message={error instanceof Error ? error.message : String(error)} />, root);
+    return;
+  }
+  const store = new Store(engine);
+  followTheme(store);
+  render(
+    <StoreContext.Provider value={store}>
+      <App canvas={canvas} />
+    </StoreContext.Provider>,
+    root,
+  );
+  // A view from a link is taken on while the files arrive, so it is asked for before they do.
+  syncLink(store, addressBar, canvas);
+  listenForShortcuts(store);
+  openGiven(store);
 }
 
 start(document.getElementById('app')!);

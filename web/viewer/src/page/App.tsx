@@ -16,86 +16,73 @@ import { ClipControls, MeasureControls } from './ViewControls.js';
 const PHONE = '(max-width: 760px)';
 
 function usePhone(): boolean {
-    const phone = useSignal(matchMedia(PHONE).matches);
-    useEffect(() => {
-        const query = matchMedia(PHONE);
-        const change = () => void (phone.value = query.matches);
-        query.addEventListener('change', change);
-        return () => query.removeEventListener('change', change);
-    }, [phone]);
-    return phone.value;
+  const phone = useSignal(matchMedia(PHONE).matches);
+  useEffect(() => {
+    const query = matchMedia(PHONE);
+    const change = () => void (phone.value = query.matches);
+    query.addEventListener('change', change);
+    return () => query.removeEventListener('change', change);
+  }, [phone]);
+  return phone.value;
 }
 
 /** What was just done, for a moment. */
 function Notice() {
-    const store = useStore();
-    const { notice } = store;
-    useSignalEffect(() => {
-        if (!notice.value) return;
-        const timer = setTimeout(() => (notice.value = null), 4000);
-        return () => clearTimeout(timer);
-    });
-    return (
-        <div class="notice" role="status">
-            {notice.value && <p key={notice.value.nth}>{notice.value.text}</p>}
-        </div>
-    );
+  const store = useStore();
+  const { notice } = store;
+  useSignalEffect(() => {
+    if (!notice.value) return;
+    const timer = setTimeout(() => (notice.value = null), 4000);
+    return () => clearTimeout(timer);
+  });
+  return (
+    <div class="notice" role="status">
+      {notice.value && <p key={notice.value.nth}>{notice.value.text}</p>}
+    </div>
+  );
 }
 
 /** Everything around the picture. The canvas itself is in the document already, below this. */
 export function App({ canvas }: { canvas: HTMLCanvasElement }) {
-    const store = useStore();
-    const phone = usePhone();
-    const files = store.files.value;
-    const empty = files.length === 0 && store.incoming.value.length === 0;
-    const first = files[0];
-    useEffect(() => {
-        document.title = first
-            ? `${first.name}${files.length > 1 ? ` and ${files.length - 1} more` : ''} – kelSrc viewer`
-            : 'kelSrc viewer';
-    }, [files]);
-    return (
-        <div class={`page${empty ? ' empty-page' : ''}${phone ? ' phone' : ''}`}>
-            {!empty && (
-                <a class="skip" href="#mesh-list" onClick={(event) => skipToList(event, store)}>
-                    Skip to the list of parts
-                </a>
-            )}
-            <TopBar panels={!phone && !empty} />
-            {store.trouble.value && (
-                <div class="trouble" role="alert">
-                    <Icon name="warning" />
-                    <p>{store.trouble.value}</p>
-                </div>
-            )}
-            <main class="stage" aria-label="Picture">
-                <Picture canvas={canvas} />
-                {empty && <Invitation />}
-                <FileCards />
-                {!empty && (
-                    <div class="tools">
-                        <ClipControls />
-                        <MeasureControls />
-                        {!phone && <Toolbar />}
-                    </div>
-                )}
-                <Notice />
-            </main>
-            {!empty && (phone ? <Sheets /> : <SidePanels />)}
-            <OpenField />
-            <DropVeil />
-            <HelpDialog />
-            <p class="visually-hidden" role="status">
-                {store.spoken.value}
-            </p>
+  const store = useStore();
+  const phone = usePhone();
+  const files = store.files.value;
+  const empty = files.length === 0 && store.incoming.value.length === 0;
+  const first = files[0];
+  useEffect(() => {
+    document.title = first
+      ? `${first.name}${files.length > 1 ? ` and ${files.length - 1} more` : ''} – kelSrc viewer`
+      : 'kelSrc viewer';
+  }, [files]);
+  return (
+    <div class={`page${empty ? ' empty-page' : ''}${phone ? ' phone' : ''}`}>
+      <TopBar panels={!phone && !empty} list={!empty} />
+      {store.trouble.value && (
+        <div class="trouble" role="alert">
+          <Icon name="warning" />
+          <p>{store.trouble.value}</p>
         </div>
-    );
-}
-
-function skipToList(event: Event, store: ReturnType<typeof useStore>): void {
-    // The address keeps the view, so the link must not change it.
-    event.preventDefault();
-    store.leftOpen.value = true;
-    store.sheet.value = 'parts';
-    requestAnimationFrame(() => document.getElementById('mesh-list')?.focus());
+      )}
+      <main class="stage" aria-label="Picture">
+        <Picture canvas={canvas} />
+        {empty && <Invitation />}
+        <FileCards />
+        {!empty && (
+          <div class="tools">
+            <ClipControls />
+            <MeasureControls />
+            {!phone && <Toolbar />}
+          </div>
+        )}
+        <Notice />
+        <OpenField />
+      </main>
+      {!empty && (phone ? <Sheets /> : <SidePanels />)}
+      <DropVeil />
+      <HelpDialog />
+      <p class="visually-hidden" role="status">
+        {store.spoken.value}
+      </p>
+    </div>
+  );
 }

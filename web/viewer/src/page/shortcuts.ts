@@ -47,7 +47,7 @@ export const SHORTCUTS: { title: string; shortcuts: Shortcut[] }[] = [
     shortcuts: [
       { keys: ['P'], does: 'Save a picture', run: (store) => void actions.savePicture(store) },
       { keys: ['L'], does: 'Copy a link to this view', run: (store) => void actions.copyLink(store) },
-      { keys: ['?'], does: 'This help', run: (store) => void (store.dialog.value = 'help') },
+      { keys: ['?'], does: 'All keys and gestures', run: (store) => void (store.dialog.value = 'help') },
     ],
   },
 ];
@@ -79,11 +79,21 @@ export function keyOf({ key, shiftKey }: Pick<KeyboardEvent, 'key' | 'shiftKey'>
   return key;
 }
 
-export function focusSearch(store: Store): void {
+/** Moves the focus, at once where it can: the next letter may be typed before the next frame. */
+function focusOn(id: string): void {
+  const element = document.getElementById(id);
+  if (element) element.focus();
+  else requestAnimationFrame(() => document.getElementById(id)?.focus());
+}
+
+function focusInList(store: Store, id: string): void {
   store.leftOpen.value = true;
   store.sheet.value = 'parts';
-  requestAnimationFrame(() => document.getElementById('search')?.focus());
+  focusOn(id);
 }
+
+export const focusSearch = (store: Store): void => focusInList(store, 'search');
+export const focusList = (store: Store): void => focusInList(store, 'mesh-list');
 
 /** True where keys have a meaning of their own: text is typed there, or a value is set. */
 export function takesKeys(element: Element | null): boolean {

@@ -19,8 +19,9 @@ export function encodeSet(sorted: readonly number[]): string {
     i = end + 1;
   }
   const asRanges = ranges.join('_');
-  const last = sorted[sorted.length - 1] ?? 0;
-  if (asRanges.length <= last / 6 + 2) return asRanges;
+  // Up to here people can still read them.
+  if (asRanges.length <= 40) return asRanges;
+  const last = sorted[sorted.length - 1]!;
 
   const sextets = new Uint8Array(Math.floor(last / 6) + 1);
   for (const n of sorted) sextets[Math.floor(n / 6)]! |= 1 << (n % 6);
