@@ -19,6 +19,7 @@ if [ ! -x "$fixtures" ]; then
 fi
 
 ./build.sh
+export KELSRC_COMMAND=${fixtures%/*}/kelsrc
 export KELSRC_WEB_FIXTURES=$root/build/web/fixtures
 quietly "$fixtures" "$KELSRC_WEB_FIXTURES"
 quietly npm run --silent check
