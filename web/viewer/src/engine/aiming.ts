@@ -35,12 +35,7 @@ export function aim(
 }
 
 /** Pixels of the page between two points of the scene. */
-export function pixelsBetween(
-  a: Vector3,
-  b: Vector3,
-  camera: PerspectiveCamera,
-  canvas: HTMLCanvasElement,
-): number {
+export function pixelsBetween(a: Vector3, b: Vector3, camera: PerspectiveCamera, canvas: HTMLCanvasElement): number {
   const p = a.clone().project(camera),
     q = b.clone().project(camera);
   return Math.hypot(((p.x - q.x) * canvas.clientWidth) / 2, ((p.y - q.y) * canvas.clientHeight) / 2);

@@ -75,7 +75,7 @@ const point = new Vector3();
 const matrix = new Matrix4();
 const NO_ROTATION = new Quaternion();
 
-/** Collects a file's small meshes in batches while they arrive. They differ in place and colour, and in nothing else. */
+/** Collects a file's small meshes in batches while they arrive. Those of one batch differ in place and colour. */
 export class Batcher {
   readonly batches: Batch[] = [];
   private readonly families = new Map<string, Family>();

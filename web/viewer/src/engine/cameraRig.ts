@@ -173,7 +173,8 @@ export class CameraRig {
     const { target } = this.controls;
     const least = (position.distanceTo(target) * 1e-4) ** 2;
     const { seenPosition, seenTarget } = this;
-    if (position.distanceToSquared(seenPosition) <= least && target.distanceToSquared(seenTarget) <= least) return false;
+    const stays = position.distanceToSquared(seenPosition) <= least && target.distanceToSquared(seenTarget) <= least;
+    if (stays) return false;
     seenPosition.copy(position);
     seenTarget.copy(target);
     return true;

@@ -16,21 +16,23 @@ import type {
 import { boxMaterial } from './boxes.js';
 import { CameraRig } from './cameraRig.js';
 import { clipPlane } from './clipping.js';
-import { onClick } from './clicks.js';
 import { Emitter } from './emitter.js';
 import { factsOf } from './facts.js';
 import { Files, type OpenFile } from './files.js';
 import { FileScene, type Entry } from './fileScene.js';
 import { Frames } from './frames.js';
 import { Looks } from './looks.js';
-import { endsOf, MeasureMarks, measurementOf, snapped, type End } from './measuring.js';
+import { Ruler, snapped } from './measuring.js';
 import { Outline } from './outline.js';
 import { pictureOf } from './pictures.js';
 import { Stage, THEMES } from './stage.js';
+import { watch } from './watching.js';
 import { World } from './world.js';
 
 /** A measured point this near to a vertex is that vertex. In pixels of the page. */
 const SNAP = 10;
+
+const LOST = 'The graphics card has stopped drawing. The view comes back by itself, or when you reload the page.';
 
 /** Joins the parts of the engine: each knows its own matter, and this one who has to hear of what. */
 export class ViewerEngine implements Engine {
@@ -42,15 +44,14 @@ export class ViewerEngine implements Engine {
   private readonly looks = new Looks();
   private readonly boxLook = boxMaterial();
   private readonly outline = new Outline();
-  private readonly marks = new MeasureMarks();
+  private readonly ruler = new Ruler();
   private readonly world: World;
   private current: Display = { ...DEFAULT_DISPLAY };
   private selected: MeshRef | null = null;
-  private ends: End[] = [];
   private isMeasuring = false;
   private isLost = false;
   private wasEmpty = true;
-  private readonly endings: (() => void)[] = [];
+  private readonly unwatch: () => void;
 
   constructor(readonly canvas: HTMLCanvasElement) {
     this.stage = new Stage(canvas);
@@ -71,7 +72,19 @@ export class ViewerEngine implements Engine {
     });
     this.world = new World(this.loads, this.stage.content);
     if (canvas.tabIndex < 0) canvas.tabIndex = 0;
-    this.listen();
+    this.unwatch = watch(canvas, {
+      clicked: (x, y) => this.clicked(x, y),
+      resized: () => this.resize(),
+      lost: () => {
+        this.isLost = true;
+        this.events.emit('trouble', LOST);
+      },
+      restored: () => {
+        this.isLost = false;
+        this.frames.soon();
+        this.events.emit('trouble', '');
+      },
+    });
     this.applyDisplay();
     this.resize();
   }
@@ -179,10 +192,11 @@ export class ViewerEngine implements Engine {
     this.canvas.style.cursor = measuring ? 'crosshair' : '';
   }
   get measurement(): Measurement | null {
-    return measurementOf(this.ends);
+    return this.ruler.measurement;
   }
   setMeasurement(measurement: Measurement | null): void {
-    this.setEnds(endsOf(measurement));
+    this.ruler.measurement = measurement;
+    this.measured();
   }
 
   facts(mesh: MeshRef): MeshFacts | null {
@@ -197,10 +211,10 @@ export class ViewerEngine implements Engine {
 
   dispose(): void {
     for (const { id } of this.loads.list) this.loads.close(id);
-    for (const end of this.endings) end();
+    this.unwatch();
     this.frames.stop();
     this.events.clear();
-    for (const part of [this.rig, this.outline, this.marks, this.looks, this.boxLook, this.stage]) part.dispose();
+    for (const part of [this.rig, this.outline, this.ruler, this.looks, this.boxLook, this.stage]) part.dispose();
   }
 
   /** Nothing is left to draw or to tell. */
@@ -229,7 +243,7 @@ export class ViewerEngine implements Engine {
     if (!rig.placed) rig.fit(world.boundsOf(), this.wasEmpty ? 'iso' : null, false);
     this.wasEmpty = world.bounds.isEmpty();
     this.stage.clip = clipPlane(this.current.clip, world.bounds);
-    this.showEnds();
+    this.ruler.show(world);
     this.frames.soon();
   }
 
@@ -272,50 +286,21 @@ export class ViewerEngine implements Engine {
       const file = target.file.id;
       const apart = (a: Vector3, b: Vector3) =>
         pixelsBetween(world.toScene(a, file), world.toScene(b, file), rig.camera, canvas);
-      const end = { point: snapped(target, apart, SNAP), file };
-      this.setEnds(this.ends.length === 1 ? [...this.ends, end] : [end]);
+      this.ruler.add({ point: snapped(target, apart, SNAP), file });
+      this.measured();
     }
   }
 
-  private setEnds(ends: End[]): void {
-    this.ends = ends;
-    this.showEnds();
+  private measured(): void {
+    this.ruler.show(this.world);
     this.frames.soon();
     this.events.emit('measurement', this.measurement);
-  }
-
-  private showEnds(): void {
-    this.marks.show(this.ends.map(({ point, file }) => this.world.toScene(point, file)));
-  }
-
-  private listen(): void {
-    const { canvas, endings } = this;
-    endings.push(onClick(canvas, (x, y) => this.clicked(x, y)));
-    const listenTo = (target: EventTarget, name: string, listener: () => void) => {
-      target.addEventListener(name, listener);
-      endings.push(() => target.removeEventListener(name, listener));
-    };
-    listenTo(window, 'resize', () => this.resize()); // of the page's scale
-    const observer = new ResizeObserver(() => this.resize());
-    observer.observe(canvas);
-    endings.push(() => observer.disconnect());
-    listenTo(canvas, 'webglcontextlost', () => {
-      this.isLost = true;
-      const message = 'The graphics card has stopped drawing. The view comes back by itself, or when you reload the page.';
-      this.events.emit('trouble', message);
-    });
-    listenTo(canvas, 'webglcontextrestored', () => {
-      this.isLost = false;
-      this.frames.soon();
-      this.events.emit('trouble', '');
-    });
   }
 
   private resize(): void {
     if (!this.stage.resize()) return;
     const { canvas, rig } = this;
     rig.resize(canvas.clientWidth, canvas.clientHeight);
-    this.looks.pointSize.value = 3 * this.stage.renderer.getPixelRatio();
     if (!rig.placed) rig.fit(this.world.boundsOf(), null, false);
     // At once: a canvas is empty after its size has changed.
     rig.update(performance.now());
@@ -331,10 +316,11 @@ export class ViewerEngine implements Engine {
   private draw(): void {
     if (this.isLost) return;
     const { stage, rig } = this;
+    this.looks.pixelRatio = stage.renderer.getPixelRatio();
     for (const scene of this.world.scenes) scene.beforeRender();
     stage.render(rig.camera, () => {
       this.outline.render(stage.renderer, rig.camera, stage.clip);
-      this.marks.render(stage.renderer, rig.camera);
+      this.ruler.render(stage.renderer, rig.camera);
     });
   }
 }

@@ -12,7 +12,8 @@ import {
   type Object3D,
   type ShaderMaterial,
 } from 'three';
-import { boundsOf, DEFAULT_MATERIAL_OPTIONS, SRCModel, type MeshArrays, type SrcHeader, type SrcMesh } from 'kelsrc-loader';
+import { boundsOf, DEFAULT_MATERIAL_OPTIONS, SRCModel } from 'kelsrc-loader';
+import type { MeshArrays, SrcHeader, SrcMesh } from 'kelsrc-loader/core';
 import type { Batch } from './batches.js';
 import { Batcher } from './batcher.js';
 import { Boxes } from './boxes.js';

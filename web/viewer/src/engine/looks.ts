@@ -23,6 +23,8 @@ export interface Draws {
   batched: boolean;
 }
 
+/** As the loader draws points. */
+const POINT_SIZE = 3;
 const PLAIN = new Color().setRGB(0.62, 0.66, 0.71, 'srgb');
 
 /**
@@ -48,9 +50,14 @@ export function forBatches<M extends Material>(material: M, kind: Kind, pointSiz
 
 /** The materials that take the place of the files' own ones. */
 export class Looks {
-  /** In pixels of the canvas. */
-  readonly pointSize = { value: 3 };
+  /** In pixels of the canvas, for shaders. */
+  readonly pointSize = { value: POINT_SIZE };
   private readonly made = new Map<string, Material>();
+
+  /** Pixels of the canvas for one of the page. */
+  set pixelRatio(ratio: number) {
+    this.pointSize.value = POINT_SIZE * ratio;
+  }
 
   /** The material for a look other than the file's own. */
   get(look: Exclude<SurfaceLook, 'materials'>, draws: Draws): Material {
@@ -77,7 +84,7 @@ export class Looks {
     if (batched) return new MeshBasicMaterial({ color: PLAIN });
     return kind === 'lines'
       ? new LineBasicMaterial({ color: PLAIN })
-      : new PointsMaterial({ color: PLAIN, size: 3, sizeAttenuation: false });
+      : new PointsMaterial({ color: PLAIN, size: POINT_SIZE, sizeAttenuation: false });
   }
 
   dispose(): void {

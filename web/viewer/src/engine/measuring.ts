@@ -14,9 +14,10 @@ import { LineSegments2 } from 'three/addons/lines/LineSegments2.js';
 import { LineSegmentsGeometry } from 'three/addons/lines/LineSegmentsGeometry.js';
 import type { Measurement } from './api.js';
 import type { Hit } from './picking.js';
+import type { World } from './world.js';
 
 /** An end of a measurement. */
-export interface End {
+interface End {
   /** In file coordinates. */
   point: Vector3;
   /** The file that it lies on; null when nobody knows. */
@@ -40,24 +41,8 @@ export function snapped(hit: Hit, pixelsApart: (a: Vector3, b: Vector3) => numbe
   return best.clone();
 }
 
-export function measurementOf(ends: End[]): Measurement | null {
-  const [from, to] = ends;
-  if (!from) return null;
-  return {
-    from: from.point.toArray(),
-    to: to?.point.toArray() ?? null,
-    distance: to ? from.point.distanceTo(to.point) : null,
-  };
-}
-
-export function endsOf(measurement: Measurement | null): End[] {
-  if (!measurement) return [];
-  const points = measurement.to ? [measurement.from, measurement.to] : [measurement.from];
-  return points.map((point) => ({ point: new Vector3(...point), file: null }));
-}
-
 /** The line between the two points, and the points, over everything else. */
-export class MeasureMarks {
+class Marks {
   private readonly scene = new Scene();
   private readonly rim = new LineMaterial({ color: RIM, linewidth: 5, depthTest: false, toneMapped: false });
   private readonly core = new LineMaterial({ color: LINE, linewidth: 2.5, depthTest: false, toneMapped: false });
@@ -122,5 +107,43 @@ export class MeasureMarks {
 
   dispose(): void {
     for (const thing of [this.rim, this.core, this.dots, this.lineGeometry, this.dotGeometry]) thing.dispose();
+  }
+}
+
+/** Keeps what is measured, and draws it. */
+export class Ruler {
+  private ends: End[] = [];
+  private readonly marks = new Marks();
+
+  get measurement(): Measurement | null {
+    const [from, to] = this.ends;
+    if (!from) return null;
+    return {
+      from: from.point.toArray(),
+      to: to?.point.toArray() ?? null,
+      distance: to ? from.point.distanceTo(to.point) : null,
+    };
+  }
+  set measurement(measurement: Measurement | null) {
+    const points = [measurement?.from, measurement?.to].filter((point) => point != null);
+    this.ends = points.map((point) => ({ point: new Vector3(...point), file: null }));
+  }
+
+  /** The second end, or the first one of another measurement. */
+  add(end: End): void {
+    this.ends = this.ends.length === 1 ? [...this.ends, end] : [end];
+  }
+
+  /** Files may have moved since. */
+  show(world: World): void {
+    this.marks.show(this.ends.map(({ point, file }) => world.toScene(point, file)));
+  }
+
+  render(renderer: WebGLRenderer, camera: Camera): void {
+    this.marks.render(renderer, camera);
+  }
+
+  dispose(): void {
+    this.marks.dispose();
   }
 }

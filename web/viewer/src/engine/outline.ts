@@ -26,6 +26,8 @@ import type { Entry } from './fileScene.js';
 const COLORS: Record<Display['theme'], number> = { light: 0xe8590c, dark: 0xffa94d };
 /** In pixels of the page. */
 const WIDTH = 2;
+/** Of the mask: one of a larger picture is drawn smaller. */
+const MOST_PIXELS = 8 * 2 ** 20;
 
 /**
  * Draws a line around one mesh, and a tint over it, through everything that stands before it. The mesh is drawn by
@@ -99,9 +101,11 @@ export class Outline {
   render(renderer: WebGLRenderer, camera: Camera, clip: Plane | null): void {
     if (this.scene.children.length === 0) return;
     const size = renderer.getDrawingBufferSize(new Vector2());
-    if (this.target.width !== size.x || this.target.height !== size.y) this.target.setSize(size.x, size.y);
-    const width = WIDTH * renderer.getPixelRatio();
-    (this.compose.uniforms.texel!.value as Vector2).set(width / size.x, width / size.y);
+    const scale = Math.min(1, Math.sqrt(MOST_PIXELS / (size.x * size.y)));
+    const [width, height] = [Math.ceil(size.x * scale), Math.ceil(size.y * scale)];
+    if (this.target.width !== width || this.target.height !== height) this.target.setSize(width, height);
+    const line = WIDTH * renderer.getPixelRatio();
+    (this.compose.uniforms.texel!.value as Vector2).set(line / size.x, line / size.y);
     const color = renderer.getClearColor(new Color());
     renderer.setClearColor(0x000000, 1);
     renderer.setRenderTarget(this.target);

@@ -1,17 +1,13 @@
 import { Vector2, type WebGLRenderer } from 'three';
 
-/** Browsers give no more to a canvas, or take very long. */
-const MOST_PIXELS = 32 * 2 ** 20;
+/** With its samples and depths a pixel takes some 40 bytes: more than these, and small GPUs fail. */
+const MOST_PIXELS = 16 * 2 ** 20;
 
 /**
  * A PNG of what `draw` draws, as wide as asked for or as the canvas and the GPU allow, with the proportions of the
  * canvas. The canvas itself is used, and put back before anybody sees it.
  */
-export function pictureOf(
-  renderer: WebGLRenderer,
-  width: number | undefined,
-  draw: () => void,
-): Promise<Blob> {
+export function pictureOf(renderer: WebGLRenderer, width: number | undefined, draw: () => void): Promise<Blob> {
   const canvas = renderer.domElement;
   const size = renderer.getSize(new Vector2());
   const ratio = renderer.getPixelRatio();

@@ -1,5 +1,5 @@
-import { Box3, Vector3, type BufferAttribute, type InterleavedBufferAttribute, type Object3D, type TypedArray } from 'three';
-import { Line, LineLoop, LineSegments, Mesh, Points } from 'three';
+import { Box3, Line, LineLoop, LineSegments, Mesh, Points, Vector3 } from 'three';
+import type { BufferAttribute, InterleavedBufferAttribute, Object3D, TypedArray } from 'three';
 
 export type Kind = 'triangles' | 'lines' | 'points';
 

@@ -22,7 +22,10 @@ function expectNear(found: number[], expected: number[], digits = 3) {
 }
 
 /** Places all over the page. */
-const GRID = Array.from({ length: 3072 }, (_, i): [number, number] => [(i % 64) * 12.5 + 6, Math.floor(i / 64) * 12.5 + 6]);
+const GRID = Array.from({ length: 3072 }, (_, i): [number, number] => [
+  (i % 64) * 12.5 + 6,
+  Math.floor(i / 64) * 12.5 + 6,
+]);
 
 test.each([
   ['y', 'front', [0, 0, 1]],

@@ -188,7 +188,7 @@ describe('pictures', () => {
     await stage.open(fileOf([square(-1, -1, 0, 2)]));
     const { size: found, unchanged } = await size(1_000_000);
     expect(found[0]).toBeGreaterThan(2000);
-    expect(found[0]! * found[1]!).toBeLessThanOrEqual(32 * 2 ** 20);
+    expect(found[0]! * found[1]!).toBeLessThanOrEqual(16 * 2 ** 20);
     expect(unchanged).toBe(true);
   });
 });

@@ -22,10 +22,14 @@ const LAYERS = [square(-2, -0.5, 1), square(1, -0.5, 1), square(-3, -3, 0, 6)];
 /** Where a point at z = 1 seems to be in the plane z = 0, seen from z = 10. */
 const raised = (x: number) => (x * 10) / 9;
 
+/** Enough of them that all are drawn in batches. */
+const ELSEWHERE = field(100, 10).map((mesh) => ({ ...mesh, positions: mesh.positions.map((x) => x + 50) }));
+const codes = { offset: [-4000, -4000, 0], scale: [1000, 1000, 1000] };
+
 describe.each([
   ['drawn one by one', LAYERS],
-  ['drawn in batches', [...LAYERS, ...field(100, 10).map(({ positions, ...rest }) => ({ positions: positions.map((x) => x + 50), ...rest }))]],
-  ['stored as codes', LAYERS.map((mesh) => ({ ...mesh, codes: { offset: [-4000, -4000, 0], scale: [1000, 1000, 1000] } }))],
+  ['drawn in batches', [...LAYERS, ...ELSEWHERE]],
+  ['stored as codes', LAYERS.map((mesh) => ({ ...mesh, codes }))],
 ])('meshes %s', (_, meshes: TestMesh[]) => {
   let file: number;
   beforeEach(async () => {
@@ -64,7 +68,7 @@ describe.each([
   });
 
   test('what is clipped away is not picked', async () => {
-    const { high } = { high: Math.max(...meshes.flatMap(({ positions }) => positions.filter((_, i) => i % 3 === 2))) };
+    const high = Math.max(...meshes.flatMap(({ positions }) => positions.filter((_, i) => i % 3 === 2)));
     // Half a unit above the large square, below the small ones.
     await stage.do(
       ({ engine }, position) => engine.setDisplay({ clip: { axis: 'z', position, flipped: false } }),

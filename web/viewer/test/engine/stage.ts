@@ -167,7 +167,8 @@ export class EnginePage {
     const name = decodeURIComponent(request.url!.slice(1));
     if (name === '') {
       response.writeHead(200, { 'Content-Type': 'text/html' });
-      response.end('<!doctype html><link rel="icon" href="data:,"><canvas></canvas><script type="module" src="/page.js"></script>');
+      const icon = '<link rel="icon" href="data:,">';
+      response.end(`<!doctype html>${icon}<canvas></canvas><script type="module" src="/page.js"></script>`);
     } else if (name === 'page.js') {
       response.writeHead(200, { 'Content-Type': 'text/javascript' }).end(this.script());
     } else if (this.files.has(name)) {
