@@ -1,8 +1,18 @@
 import { gzipSync } from 'node:zlib';
-import { afterEach, describe, expect, test } from 'vitest';
-import { decodeAttribute, fetchMeshes, parseSrc, SrcError, streamSrc, type SrcEvent } from '../src/core/index.js';
+import { afterEach, describe, expect, test, vi } from 'vitest';
+import { TableHeader } from '../src/core/handles.js';
+import {
+  decodeAttribute,
+  fetchMeshes,
+  parseSrc,
+  SrcAssembler,
+  SrcError,
+  SRCLoader,
+  streamSrc,
+  type SrcEvent,
+} from '../src/index.js';
 import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
-import { fixture, srcOf } from './support.js';
+import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
 
 let server: TestServer | null = null;
 afterEach(async () => {
@@ -30,6 +40,7 @@ async function all(events: AsyncIterable<SrcEvent>): Promise<SrcEvent[]> {
 }
 
 const MANY = fixture('many');
+const BIG = fixture('many-cmp1');
 
 describe('streamSrc', () => {
   test('gives the header first and then every mesh', async () => {
@@ -124,7 +135,6 @@ describe('streamSrc', () => {
 
 describe('fetchMeshes', () => {
   const DEFAULT = fixture('default');
-  const BIG = fixture('many-cmp1');
 
   function expectMesh(
     id: string,
@@ -225,4 +235,68 @@ test('an ID that is a name of every object is only an ID', () => {
   );
   const file = parseSrc(srcOf(header));
   expect(file.meshes.map((mesh) => mesh.id)).toEqual(['__proto__', 'toString']);
+});
+
+describe('work in slices', () => {
+  afterEach(() => {
+    vi.restoreAllMocks();
+  });
+
+  /** How many turns the event loop gets while `load` goes on, when every look at the clock tells 3 ms more. */
+  async function turnsDuring(load: () => Promise<unknown>): Promise<number> {
+    let now = 0,
+      turns = 0,
+      ended = false;
+    vi.spyOn(performance, 'now').mockImplementation(() => (now += 3));
+    const count = () => {
+      ++turns;
+      if (!ended) setImmediate(count);
+    };
+    setImmediate(count);
+    await load();
+    ended = true;
+    return turns;
+  }
+
+  test('the event loop gets its turns while a stream is read', async () => {
+    const address = await url(sendWhole(MANY));
+    expect(await turnsDuring(() => all(streamSrc(address)))).toBeGreaterThan(150);
+  });
+
+  test('and while a loader of three.js loads', async () => {
+    const address = await url(sendWhole(MANY));
+    expect(await turnsDuring(() => new SRCLoader().loadAsync(address))).toBeGreaterThan(150);
+  });
+});
+
+describe('a header that comes in pieces', () => {
+  const headerEnd = 12 + new DataView(BIG.buffer).getUint32(8, true);
+
+  test.each([1000, 65536, 100_000, headerEnd - 1, headerEnd, headerEnd + 1])('of %i bytes is read', (size) => {
+    const assembler = new SrcAssembler();
+    let steps = 0;
+    for (let at = 0; at < BIG.length; at += size) {
+      for (const work = assembler.pushing(BIG.slice(at, at + size)); !work.next().done; ++steps);
+      expect(assembler.header !== null).toBe(at + size >= headerEnd);
+    }
+    assembler.end();
+    expect(steps).toBeGreaterThan(3);
+    expect(assembler.header!.meshes.map((mesh) => mesh.id)).toEqual(parseSrc(BIG).meshes.map((mesh) => mesh.id));
+    expect(assembler.header).toBeInstanceOf(TableHeader);
+  });
+
+  test('is read though one of its entries is longer than a piece', () => {
+    const header: any = triangle();
+    header.meshes.m.meta = { name: 'x'.repeat(300_000) };
+    header.meshes.n = { ...header.meshes.m };
+    const bytes = srcOf(header, TRIANGLE_DATA);
+    const assembler = new SrcAssembler();
+    for (let at = 0; at < bytes.length; at += 70_000) assembler.push(bytes.slice(at, at + 70_000));
+    expect(assembler.header!.meshes.map((mesh) => [mesh.id, String(mesh.metadata).length])).toEqual([
+      ['m', 15],
+      ['n', 15],
+    ]);
+    expect((assembler.header!.meshes[1]!.metadata as { name: string }).name.length).toBe(300_000);
+    expect(assembler.header).toBeInstanceOf(TableHeader);
+  });
 });

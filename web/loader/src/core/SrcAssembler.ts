@@ -1,5 +1,6 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
-import { checkChunks, headerTruncated, layoutFor, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { checkChunks, headerFrom, headerTruncated, layoutFor, PREAMBLE_BYTES, readPreamble } from './header.js';
+import { TableScan } from './headerTable.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
 import type { Layout } from './layout.js';
 import type { SrcHeader, SrcMesh } from './model.js';
@@ -12,6 +13,8 @@ const SHARED_BLOCK_BYTES = 256 * 1024;
 const TRUSTED_BLOCK_BYTES = 64 * 2 ** 20;
 /** Views begin at multiples of this in memory, whatever their place in the file. */
 const ALIGNMENT = 8;
+
+const NO_BYTES = new Uint8Array(0);
 
 interface Block {
   capacity: number;
@@ -37,8 +40,11 @@ export class SrcAssembler implements SrcBytes {
   layout!: Layout;
 
   private readonly limits: ReadLimits;
-  private front: Uint8Array[] = [];
+  private front: Uint8Array = NO_BYTES; // until the preamble is there
   private headerLength: number | null = null;
+  private headerReceived = 0;
+  private text: Uint8Array<ArrayBuffer> = NO_BYTES;
+  private scan: TableScan | null = null;
 
   private blocks: Block[] = [];
   private held = 0;
@@ -70,32 +76,66 @@ export class SrcAssembler implements SrcBytes {
 
   /** Takes the next bytes of the file. Throws SrcError. */
   push(bytes: Uint8Array): void {
+    for (const work = this.pushing(bytes); !work.next().done;);
+  }
+
+  /**
+   * The same in steps of less than a few milliseconds, between which the caller may do other things. The header is
+   * read as it arrives, so little is left to do when it is complete.
+   */
+  *pushing(bytes: Uint8Array): Generator<void, void> {
     this.received += bytes.length;
     if (this.header) {
       this.place(bytes);
       return;
     }
-    this.front.push(bytes);
     if (this.headerLength === null) {
-      if (this.front.length > 1) this.front = [gather(this.front)];
-      this.headerLength = readPreamble(this.front[0]!, false, this.limits);
-      if (this.headerLength === null) return;
+      const front = this.front.length > 0 ? gather([this.front, bytes]) : bytes;
+      this.headerLength = readPreamble(front, false, this.limits);
+      if (this.headerLength === null) {
+        this.front = front.slice(); // `bytes` are the caller's
+        return;
+      }
+      this.front = NO_BYTES;
+      bytes = front.subarray(PREAMBLE_BYTES);
     }
-    const end = PREAMBLE_BYTES + this.headerLength;
-    if (this.received < end) return;
-    const start = this.front.length > 1 ? gather(this.front) : this.front[0]!;
-    this.front = [];
-    this.header = readHeader(start.subarray(PREAMBLE_BYTES, end), this.limits);
+    const length = this.headerLength;
+    const taken = bytes.subarray(0, length - this.headerReceived);
+    const text = this.headerRoom(this.headerReceived + taken.length);
+    text.set(taken, this.headerReceived);
+    this.headerReceived += taken.length;
+    if (text.length === length) {
+      this.scan ??= new TableScan(text, this.limits);
+      let state = this.scan.advance(this.headerReceived);
+      for (; state === 'more'; state = this.scan.advance(this.headerReceived)) yield;
+    }
+    if (this.headerReceived < length) return;
+    yield;
+    this.header = headerFrom(this.scan!.table, text, this.limits);
+    this.text = NO_BYTES;
+    this.scan = null;
+    yield;
     this.layout = layoutFor(this.header);
     this.plan(this.header);
-    this.received = end;
-    if (start.length > end) this.push(start.subarray(end));
+    yield;
+    this.received -= bytes.length - taken.length; // counted again
+    if (bytes.length > taken.length) yield* this.pushing(bytes.subarray(taken.length));
+  }
+
+  /** The header's text so far, with room for the first `count` bytes. */
+  private headerRoom(count: number): Uint8Array<ArrayBuffer> {
+    if (this.text.length < count) {
+      const old = this.text;
+      this.text = new Uint8Array(Math.min(this.headerLength!, Math.max(count, TRUSTED_BLOCK_BYTES, 2 * old.length)));
+      this.text.set(old);
+    }
+    return this.text;
   }
 
   /** Says that no more bytes will come. Throws SrcError when some are missing. */
   end(): void {
     if (!this.header) {
-      if (this.headerLength === null) readPreamble(gather(this.front), true, this.limits);
+      if (this.headerLength === null) readPreamble(this.front, true, this.limits);
       throw headerTruncated(this.headerLength!, this.received - PREAMBLE_BYTES);
     }
     if (!this.complete) checkChunks(this.header, this.received - this.header.dataOffset);
@@ -293,8 +333,6 @@ export class SrcAssembler implements SrcBytes {
     return bytes;
   }
 }
-
-const NO_BYTES = new Uint8Array(0);
 
 /** Copies a few bytes faster than two calls into the browser would. */
 function copyInto(target: Uint8Array, at: number, source: Uint8Array, from: number, to: number): void {

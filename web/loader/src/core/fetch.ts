@@ -3,6 +3,7 @@ import { headerTruncated, layoutFor, PREAMBLE_BYTES, readHeader, readPreamble } 
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
 import type { Layout } from './layout.js';
 import type { SrcHeader, SrcMesh } from './model.js';
+import { Slices } from './slices.js';
 import { SrcAssembler } from './SrcAssembler.js';
 import { SrcError } from './SrcError.js';
 import { gather } from './SrcFile.js';
@@ -51,32 +52,34 @@ function answered(url: string, response: Response): SrcError {
   return new SrcError('UNREADABLE', { file: url, detail: status });
 }
 
-/** Meshes of a file as their bytes arrive, pulled by the caller: who does not ask, does not read on. */
+/**
+ * Takes a file apart as its bytes arrive: the assembler each time that there is more to take from it, its header first.
+ * Pulled by the caller: who does not ask, does not read on.
+ */
 async function* assemble(
   url: string,
   body: ReadableStream<Uint8Array> | null,
   assembler: SrcAssembler,
   options: FetchOptions,
-): AsyncGenerator<SrcEvent, void, undefined> {
+  slices: Slices,
+): AsyncGenerator<SrcAssembler, void, undefined> {
   const reader = body?.getReader();
-  let announced = false;
   try {
     for (;;) {
       const { done, value } = reader ? await reader.read() : { done: true, value: undefined };
-      if (value) assembler.push(value);
+      if (value) {
+        for (const work = assembler.pushing(value); !work.next().done;) {
+          if (!slices.isOver) continue;
+          await slices.pause();
+          options.signal?.throwIfAborted();
+        }
+      }
       if (done) assembler.end();
       const { header } = assembler;
       options.onProgress?.(Math.min(assembler.received, header?.totalBytes ?? Infinity), header?.totalBytes ?? 0);
       if (header) {
-        if (!announced) {
-          announced = true;
-          yield { type: 'header', header };
-        }
-        for (let arrays = assembler.take(); arrays; arrays = assembler.take()) {
-          yield { type: 'mesh', header, mesh: arrays.mesh, arrays };
-          // A caller who aborts between two meshes of one piece gets no further ones.
-          options.signal?.throwIfAborted();
-        }
+        yield assembler;
+        options.signal?.throwIfAborted();
       }
       if (done || assembler.complete) return;
     }
@@ -88,20 +91,48 @@ async function* assemble(
   }
 }
 
-/**
- * Reads a file while it arrives: first its header, then each mesh as soon as its bytes are there. Memory is held
- * for meshes that are not complete yet, not for the file.
- *
- * Throws SrcError, and the signal's reason when it is aborted.
- */
-export async function* streamSrc(url: string, options: FetchOptions = {}): AsyncGenerator<SrcEvent, void, undefined> {
+/** A file as it arrives, by its assembler. `slices` are the caller's own: its work counts in them, too. */
+export async function* arrivals(
+  url: string,
+  options: FetchOptions,
+  slices: Slices,
+): AsyncGenerator<SrcAssembler, void, undefined> {
   options.signal?.throwIfAborted();
   const response = await request(url, options);
   if (!response.ok) {
     await response.body?.cancel();
     throw answered(url, response);
   }
-  yield* assemble(url, response.body, new SrcAssembler(options.limits), options);
+  yield* assemble(url, response.body, new SrcAssembler(options.limits), options, slices);
+}
+
+/**
+ * Reads a file while it arrives: first its header, then each mesh as soon as its bytes are there. Memory is held
+ * for meshes that are not complete yet, not for the file. The page gets a turn every few milliseconds, the caller's work
+ * on the meshes included.
+ *
+ * Throws SrcError, and the signal's reason when it is aborted.
+ */
+export async function* streamSrc(url: string, options: FetchOptions = {}): AsyncGenerator<SrcEvent, void, undefined> {
+  const slices = new Slices();
+  let header: SrcHeader | null = null;
+  try {
+    for await (const assembler of arrivals(url, options, slices)) {
+      if (!header) {
+        header = assembler.header!;
+        yield { type: 'header', header };
+        options.signal?.throwIfAborted();
+      }
+      for (let arrays = assembler.take(); arrays; arrays = assembler.take()) {
+        yield { type: 'mesh', header, mesh: arrays.mesh, arrays };
+        if (slices.isOver) await slices.pause();
+        // A caller who aborts between two meshes of one piece gets no further ones.
+        options.signal?.throwIfAborted();
+      }
+    }
+  } catch (error) {
+    throw refusal(url, options, error);
+  }
 }
 
 interface Part {
@@ -192,9 +223,10 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
 
   const fromWhole = async (response: Response) => {
     let header: SrcHeader | null = null;
-    for await (const event of assemble(url, response.body, new SrcAssembler(limits, select), options)) {
-      header = event.header;
-      if (event.type === 'mesh') meshes.set(event.mesh.id, event.arrays);
+    const assembler = new SrcAssembler(limits, select);
+    for await (const { header: there } of assemble(url, response.body, assembler, options, new Slices())) {
+      header = there;
+      for (let arrays = assembler.take(); arrays; arrays = assembler.take()) meshes.set(arrays.mesh.id, arrays);
     }
     return { header: header!, meshes };
   };

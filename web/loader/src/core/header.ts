@@ -1,6 +1,6 @@
 import { exceeds, type ReadLimits } from './limits.js';
 import { TableHeader } from './handles.js';
-import { readTable } from './headerTable.js';
+import { readTable, type HeaderTable } from './headerTable.js';
 import { pointerOf, readTree } from './headerTree.js';
 import { layoutOf, type Layout } from './layout.js';
 import type { SrcHeader } from './model.js';
@@ -54,7 +54,11 @@ export function headerTruncated(length: number, there: number): SrcError {
 
 /** Reads and checks a header; `text` must not change afterwards. Throws SrcError. */
 export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
-  const table = readTable(text, limits);
+  return headerFrom(readTable(text, limits), text, limits);
+}
+
+/** The header of a table, or else what the plain reader says to it. Throws SrcError. */
+export function headerFrom(table: HeaderTable | null, text: Uint8Array, limits: ReadLimits): SrcHeader {
   return table ? new TableHeader(table, PREAMBLE_BYTES + text.length) : readTree(text, PREAMBLE_BYTES, limits);
 }
 

@@ -117,6 +117,9 @@ const INSTANCE = new Keys('technique', 'values');
 const MESH = new Keys('attributes', 'bboxCenter', 'bboxSize', 'indices', 'material', 'meta', 'primitive');
 const METADATA = new Keys('fit', 'name', 'numOriginalLines', 'numOriginalPoints', 'numOriginalTriangles');
 
+/** A scan pauses after so many: some tenths of a millisecond. */
+const ENTRIES_PER_STEP = 512;
+
 const encoder = new TextEncoder();
 const TYPES = ['SCALAR', 'VEC2', 'VEC3', 'VEC4'].map((type) => encoder.encode(type));
 const MESH_PREFIX = encoder.encode('mesh');
@@ -129,16 +132,69 @@ const COMBINED_NAME = encoder.encode('pos3us_nor2ub_oct');
  * taken only when everything about it is certain, and no rule is needed here to say what is wrong.
  */
 export function readTable(bytes: Uint8Array, limits: ReadLimits): HeaderTable | null {
-  if (limits.depth < 6) return null; // what is walked through without counting
-  try {
-    return scan(bytes, limits);
-  } catch (error) {
-    if (error === NOT_PLAIN) return null;
-    throw error;
+  const scan = new TableScan(bytes, limits);
+  while (scan.advance(bytes.length) !== 'done');
+  return scan.table;
+}
+
+/** An entry of a section is only begun when so many bytes behind its beginning are there. */
+const MARGIN_BYTES = 64 * 1024;
+
+/**
+ * The same in slices, also of a text of which only the beginning is there. The end must hold zeros until it comes:
+ * no JSON text has any, so what is walked into too early is declined and not mistaken.
+ */
+export class TableScan {
+  /** The result when all is done; null also means that the plain reader has to look. */
+  table: HeaderTable | null = null;
+  private readonly there: There = { safe: -1, isHungry: false };
+  private work: Generator<void, HeaderTable> | null;
+  private wasPartial = false;
+
+  constructor(
+    private readonly bytes: Uint8Array,
+    private readonly limits: ReadLimits,
+  ) {
+    this.work = this.begin();
+  }
+
+  private begin(): Generator<void, HeaderTable> | null {
+    return this.limits.depth < 6 ? null : scan(this.bytes, this.limits, this.there); // it walks five deep unasked
+  }
+
+  /**
+   * Works for a moment, with the first `count` bytes: 'hungry' means that it needs more of them, 'more' that it has not
+   * come to their end.
+   */
+  advance(count: number): 'done' | 'hungry' | 'more' {
+    const isWhole = count === this.bytes.length;
+    this.there.safe = isWhole ? Infinity : count - MARGIN_BYTES;
+    if (!this.work) return isWhole ? 'done' : 'hungry';
+    if (!isWhole && this.there.safe < 0) return 'hungry';
+    this.wasPartial ||= !isWhole;
+    try {
+      const { done, value } = this.work.next();
+      if (!done) return this.there.isHungry ? 'hungry' : 'more';
+      this.table = value;
+      this.work = null;
+      return 'done';
+    } catch (error) {
+      if (error !== NOT_PLAIN) throw error;
+    }
+    // A very long entry may have been cut off: it is tried once more when all of it is there.
+    this.work = this.wasPartial ? this.begin() : null;
+    this.wasPartial = false;
+    return isWhole ? (this.work ? 'more' : 'done') : 'hungry';
   }
 }
 
-function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
+/** How far the text is there; scan() pauses before it goes on behind `safe`. */
+interface There {
+  safe: number;
+  isHungry: boolean;
+}
+
+function* scan(bytes: Uint8Array, limits: ReadLimits, there: There): Generator<void, HeaderTable> {
   const scanner = new Scanner(bytes, limits.depth, limits.stringLength);
 
   const chunkNames = new Names(bytes),
@@ -490,22 +546,34 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
     fitEnd.push(fitTo);
   };
 
-  const section = (ids: Integers, names: Names, read: () => void): void => {
+  function* arrival(): Generator<void, void> {
+    while (scanner.at > there.safe) {
+      there.isHungry = true;
+      yield;
+    }
+    there.isHungry = false;
+  }
+  function* section(ids: Integers, names: Names, read: () => void): Generator<void, void> {
     scanner.open();
-    for (let n = 0; scanner.entry(n); ++n) {
+    for (let n = 0; ; ++n) {
+      if (scanner.at > there.safe) yield* arrival();
+      if (n % ENTRIES_PER_STEP === ENTRIES_PER_STEP - 1) yield;
+      if (!scanner.entry(n)) return;
       if (n >= limits.entries) declined();
       ids.push(names === meshNames ? scanner.id(names) : plainId(names));
       read();
     }
-  };
+  }
 
   const seen = new Uint8Array(ROOT.names.length);
   let hasAttributeViews = false,
     hasIndexViews = false;
   let metadata: [number, number] = [0, 0],
     techniques: [number, number] = [0, 0];
+  yield* arrival();
   scanner.open();
   for (let nth = 0, key = -1; (key = scanner.key(ROOT, key + 1, nth)) !== END; ++nth) {
+    yield* arrival();
     if (key >= 0 && seen[key]++) declined();
     switch (key) {
       case 0:
@@ -514,27 +582,27 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
           if (kind === 0) {
             if (hasAttributeViews) declined();
             hasAttributeViews = true;
-            section(attributeName, attributeNames, attributeView);
+            yield* section(attributeName, attributeNames, attributeView);
           } else if (kind === 1) {
             if (hasIndexViews) declined();
             hasIndexViews = true;
-            section(indexName, indexNames, indexView);
+            yield* section(indexName, indexNames, indexView);
           } else {
             scanner.skip(2);
           }
         }
         break;
       case 1:
-        section(chunkName, chunkNames, chunk);
+        yield* section(chunkName, chunkNames, chunk);
         break;
       case 2:
-        section(viewName, bufferNames, bufferView);
+        yield* section(viewName, bufferNames, bufferView);
         break;
       case 3:
-        section(materialName, materialNames, material);
+        yield* section(materialName, materialNames, material);
         break;
       case 4:
-        section(meshName, meshNames, mesh);
+        yield* section(meshName, meshNames, mesh);
         break;
       case 5:
         if (!scanner.atObject && !scanner.atText) declined();
@@ -557,6 +625,7 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
         scanner.skip(1);
     }
   }
+  there.isHungry = false;
   scanner.finish();
   if (!seen[0] || !seen[1] || !seen[2] || !seen[4] || !hasAttributeViews || !hasIndexViews) declined();
   if (!scanner.isAscii) checkUtf8(bytes);
@@ -609,6 +678,7 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
     viewOffset[view] = start;
   }
 
+  yield;
   const viewRows = rowsOf(viewName, bufferNames);
   const indexBuffer = resolved(indexBufferName, viewRows, false);
   const attributeBuffer = resolved(attributeBufferName, viewRows, false);
@@ -631,6 +701,7 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
     if (!isInside(stored, attributeOffset.at(row), attributeCount.at(row), stride, components * size)) declined();
   }
 
+  yield;
   meshFirst.push(useName.length);
   const attributeRows = rowsOf(attributeName, attributeNames);
   const uses = meshFirst.taken();
@@ -640,6 +711,7 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
   rowsOf(meshName, meshNames);
   const order = writingOrder(bytes, meshName, meshNames);
 
+  yield;
   // Who comes first owns a view; then each mesh keeps what is its own.
   const owner = new Int32Array(attributeName.length).fill(-1);
   const ownFirst = new Int32Array(meshName.length + 1);
@@ -685,6 +757,7 @@ function scan(bytes: Uint8Array, limits: ReadLimits): HeaderTable {
     meshLayoutFirst[index + 1] = meshViews.length;
   }
 
+  yield;
   return {
     text,
     layout: {

@@ -9,9 +9,10 @@ import {
   type Side,
 } from 'three';
 import type { MeshArrays } from '../core/arrays.js';
-import { fetchMeshes, streamSrc, type FetchOptions } from '../core/fetch.js';
+import { arrivals, fetchMeshes, type FetchOptions } from '../core/fetch.js';
 import type { ReadLimits } from '../core/limits.js';
 import { POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
+import { Slices } from '../core/slices.js';
 import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
 import { Batcher, type BatchData } from './batches.js';
@@ -98,6 +99,17 @@ export type SRCEvent =
 
 export interface LoadOptions {
   signal?: AbortSignal;
+}
+
+interface StreamOptions extends LoadOptions {
+  onProgress?: (loaded: number, total: number) => void;
+}
+
+interface Arrived {
+  model: SRCModel;
+  /** Adds the next mesh that is there to the model; null when there is none, or the load was aborted. */
+  next(): { mesh: SrcMesh; object: Object3D | null } | null;
+  slices: Slices;
 }
 
 /** An AbortSignal that follows several; AbortSignal.any is younger than many browsers in use. */
@@ -192,26 +204,36 @@ export class SRCLoader extends Loader<SRCModel> {
    * Loads a file while it arrives: first an event with the header, whose model has an empty scene, and then one
    * for each mesh, which is then in that scene. To stop, break out of the loop or abort.
    */
-  async *stream(
-    url: string,
-    options: LoadOptions & { onProgress?: (loaded: number, total: number) => void } = {},
-  ): AsyncGenerator<SRCEvent, void, undefined> {
+  async *stream(url: string, options: StreamOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+    let model: SRCModel | null = null;
+    for await (const arrived of this.arriving(url, options)) {
+      if (!model) {
+        ({ model } = arrived);
+        yield { type: 'header', model, header: model.header };
+      }
+      for (let added = arrived.next(); added; added = arrived.next()) {
+        yield { type: 'mesh', model, mesh: added.mesh, object: added.object };
+        if (arrived.slices.isOver) await arrived.slices.pause();
+      }
+    }
+  }
+
+  /** A file as it arrives; each time, the meshes that have come can be taken. */
+  private async *arriving(url: string, options: StreamOptions): AsyncGenerator<Arrived, void, undefined> {
     const address = this.addressOf(url);
     const { signal, release } = firstOf(this.signals(options));
+    const slices = new Slices();
     this.manager.itemStart(address);
     let model: SRCModel | null = null;
+    const { onProgress } = options;
     try {
-      for await (const event of streamSrc(address, {
-        ...this.requestOptions(),
-        signal,
-        onProgress: options.onProgress,
-      })) {
-        if (event.type === 'header') {
-          model = this.modelOf(event.header);
-          yield { type: 'header', model, header: event.header };
-        } else {
-          yield { type: 'mesh', model: model!, mesh: event.mesh, object: model!.add(event.arrays) };
-        }
+      for await (const assembler of arrivals(address, { ...this.requestOptions(), signal, onProgress }, slices)) {
+        const into = (model ??= this.modelOf(assembler.header!));
+        const next = () => {
+          const arrays = signal.aborted ? null : assembler.take(); // the loop then fails with the reason
+          return arrays && { mesh: arrays.mesh, object: into.add(arrays) };
+        };
+        yield { model: into, next, slices };
       }
       model!.finish();
     } catch (error) {
@@ -253,7 +275,12 @@ export class SRCLoader extends Loader<SRCModel> {
   ): Promise<SRCModel> {
     let model: SRCModel | null = null;
     try {
-      for await (const event of this.stream(url, { ...options, onProgress })) ({ model } = event);
+      for await (const arrived of this.arriving(url, { ...options, onProgress })) {
+        ({ model } = arrived);
+        while (arrived.next()) {
+          if (arrived.slices.isOver) await arrived.slices.pause();
+        }
+      }
     } catch (error) {
       model?.dispose();
       throw error;
