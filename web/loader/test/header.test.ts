@@ -1,6 +1,7 @@
 import { describe, expect, test } from 'vitest';
 import { SrcError, type SrcAttributeView, type SrcHeader } from '../src/core/index.js';
 import { readHeader } from '../src/core/header.js';
+import { compact } from '../src/core/compact.js';
 import { TableHeader } from '../src/core/handles.js';
 import { readTable } from '../src/core/headerTable.js';
 import { readTree } from '../src/core/headerTree.js';
@@ -92,6 +93,13 @@ function said(header: SrcHeader) {
   };
 }
 
+/** The same header, of whose text only what matters is kept. */
+function compacted(text: Uint8Array): TableHeader {
+  const table = readTable(text, DEFAULT_LIMITS)!;
+  for (const work = compact(table); !work.next().done;);
+  return new TableHeader(table, 12 + text.length);
+}
+
 /** Fails unless the fast reader says the same as the plain one, or leaves the header to it; tells what it did. */
 function compare(text: Uint8Array): 'read' | 'left' | 'refused' {
   let plain: SrcHeader | null = null;
@@ -104,6 +112,7 @@ function compare(text: Uint8Array): 'read' | 'left' | 'refused' {
   if (!header) return plain ? 'left' : 'refused';
   if (!plain) throw new Error(`only the fast reader reads ${new TextDecoder().decode(text)}`);
   expect(said(header)).toEqual(said(plain));
+  expect(said(compacted(text))).toEqual(said(plain));
   expect(header.table.layout).toEqual(layoutOf(plain));
   return 'read';
 }
@@ -230,6 +239,11 @@ test('limits are kept by leaving what goes beyond them to the plain reader', () 
   const deep = JSON.stringify({ ...triangle(), meta: { a: [[[[[[]]]]]] } });
   expect(fast(encode(deep), { ...DEFAULT_LIMITS, depth: 8 })).not.toBeNull();
   expect(fast(encode(deep), { ...DEFAULT_LIMITS, depth: 7 })).toBeNull();
+});
+
+test('a header that came by itself keeps little of its text', () => {
+  const text = headerOf('many-cmp1');
+  expect(compacted(text).table.text.bytes.length).toBeLessThan(text.length / 2);
 });
 
 test('what a header gives twice is the same object', () => {

@@ -14,7 +14,7 @@ export class HeaderText {
 
   constructor(
     readonly bytes: Uint8Array,
-    private readonly isAscii: boolean,
+    readonly isAscii: boolean,
   ) {}
 
   slice(from: number, to: number): string {

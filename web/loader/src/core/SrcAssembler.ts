@@ -1,4 +1,5 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
+import { compact } from './compact.js';
 import { checkChunks, headerFrom, headerTruncated, layoutFor, PREAMBLE_BYTES, readPreamble } from './header.js';
 import { TableScan } from './headerTable.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
@@ -111,7 +112,9 @@ export class SrcAssembler implements SrcBytes {
     }
     if (this.headerReceived < length) return;
     yield;
-    this.header = headerFrom(this.scan!.table, text, this.limits);
+    const { table } = this.scan!;
+    if (table) yield* compact(table);
+    this.header = headerFrom(table, text, this.limits);
     this.text = NO_BYTES;
     this.scan = null;
     yield;
