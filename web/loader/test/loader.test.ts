@@ -298,3 +298,54 @@ describe('what is read when it is asked for', () => {
     expect([object.name, object.userData]).toEqual([mesh.name, mesh.userData]);
   });
 });
+
+describe('in batches', () => {
+  test.each(['default', 'cmp1', 'position', 'position-normal', 'bits-20', 'many', 'many-cmp1'])(
+    'positions and texture coordinates of %s read as the values in the file',
+    (name) => {
+      const file = parseSrc(fixture(name));
+      const { scene } = new SRCLoader().setBatch(true).parse(fixture(name));
+      let seen = 0;
+      const matrix = new THREE.Matrix4();
+      const point = new THREE.Vector3();
+      for (const batch of scene.children as THREE.BatchedMesh[]) {
+        const { meshes } = batch.userData.batch as { meshes: { id: string }[] };
+        for (const [instance, { id }] of meshes.entries()) {
+          const range = batch.getGeometryRangeAt(batch.getGeometryIdAt(instance))!;
+          const { attributes, indices } = file.arrays(file.find(id)!);
+          const { position, uv } = batch.geometry.attributes;
+          const expected = decodeAttribute(attributes.find((a) => a.combined || a.name === 'position')!);
+          const texcoord = attributes.find((a) => a.name === 'texcoord');
+          expect([range.vertexCount * 3, range.indexCount]).toEqual([expected.length, indices!.length]);
+          batch.getMatrixAt(instance, matrix);
+          for (let i = 0; i < range.vertexCount; i += 11) {
+            point.fromBufferAttribute(position!, range.vertexStart + i).applyMatrix4(matrix);
+            for (let axis = 0; axis < 3; ++axis) {
+              expect(point.getComponent(axis)).toBeCloseTo(expected[i * 3 + axis]!, 4);
+            }
+          }
+          expect(uv !== undefined).toBe(texcoord !== undefined);
+          if (texcoord) {
+            const values = decodeAttribute(texcoord);
+            for (let i = 0; i < range.vertexCount; i += 11) {
+              expect(uv!.getX(range.vertexStart + i)).toBeCloseTo(values[2 * i]!, 5);
+              expect(uv!.getY(range.vertexStart + i)).toBeCloseTo(values[2 * i + 1]!, 5);
+            }
+          }
+          const index = batch.geometry.index!;
+          expect(index.getX(range.indexStart + 5) - range.vertexStart).toBe(indices![5]);
+          ++seen;
+        }
+      }
+      expect(seen).toBe(file.meshes.length);
+    },
+  );
+
+  test('nothing is kept of what went to the GPU in one piece', () => {
+    const { scene } = new SRCLoader().setBatch(true).parse(MANY);
+    for (const { geometry } of scene.children as THREE.BatchedMesh[]) {
+      expect((geometry.index as THREE.BufferAttribute).updateRanges).toEqual([]);
+      expect((geometry.attributes.position as THREE.BufferAttribute).updateRanges).toEqual([]);
+    }
+  });
+});

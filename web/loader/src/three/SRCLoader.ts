@@ -61,7 +61,16 @@ export class SRCModel {
 
   /** Puts the batches into the scene, if there are any. */
   finish(): void {
-    for (const batch of this.batcher?.finish() ?? []) this.scene.add(batch);
+    for (const work = this.finishing(); !work.next().done;);
+  }
+
+  /** The same in steps of a few milliseconds. */
+  *finishing(): Generator<void, void> {
+    if (!this.batcher) return;
+    for (const batch of this.batcher.finish()) {
+      if (batch) this.scene.add(batch);
+      yield;
+    }
   }
 
   /** The mesh that a ray has hit, also when it is drawn in a batch; null for objects of others. */
@@ -235,7 +244,10 @@ export class SRCLoader extends Loader<SRCModel> {
         };
         yield { model: into, next, slices };
       }
-      model!.finish();
+      for (const work = model!.finishing(); !work.next().done;) {
+        if (slices.isOver) await slices.pause();
+        signal.throwIfAborted();
+      }
     } catch (error) {
       this.manager.itemError(address);
       throw error;

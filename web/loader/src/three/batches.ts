@@ -2,22 +2,61 @@ import {
   BatchedMesh,
   BufferAttribute,
   InterleavedBuffer,
+  InterleavedBufferAttribute,
   Matrix4,
   Quaternion,
   Vector3,
   type BufferGeometry,
   type Intersection,
   type Raycaster,
+  type TypedArray,
 } from 'three';
 import type { SrcMesh } from '../core/model.js';
-import { attributeOver, kindOf, OctahedralAttribute, type DecodeConstants } from './attributes.js';
-import type { SrcGeometry } from './geometry.js';
+import {
+  attributeOver,
+  kindOf,
+  OctahedralAttribute,
+  type Affine,
+  type AnyAttribute,
+  type DecodeConstants,
+  type Decoding,
+} from './attributes.js';
+import { SRCGeometry, type SrcGeometry } from './geometry.js';
 import type { MaterialTable } from './materials.js';
 
+/** A mesh of a group: how much of the group's columns is its own, and how its codes are decoded. */
 interface Entry {
   mesh: SrcMesh;
-  source: SrcGeometry;
+  vertices: number;
+  indices: number;
+  scale: Vector3;
+  offset: Vector3;
+  uv: Affine | null;
 }
+
+/** One attribute of all meshes of a group, one behind the other. */
+interface Column {
+  name: string;
+  array: TypedArray;
+  itemSize: number;
+  normalized: boolean;
+}
+
+/** Meshes that agree in all that cannot differ within a batch. */
+interface Group {
+  entries: Entry[];
+  vertices: number;
+  columns: Column[];
+  /** Null for meshes without indices. Each mesh counts its vertices from 0. */
+  indices: Uint16Array | Uint32Array | null;
+  indexCount: number;
+  decoding: Decoding;
+  hasColors: boolean;
+  hasNormals: boolean;
+}
+
+/** Meshes that are put into a batch between two pauses. */
+const MESHES_PER_STEP = 100;
 
 const matrix = new Matrix4();
 const scale = new Vector3(),
@@ -46,13 +85,13 @@ export interface BatchData {
 
 /**
  * Collects triangle meshes and draws all of one material at once. Each keeps its own place in the batch, so it can be
- * hidden, culled, picked and told by its ID. Codes stay codes; a mesh's matrix decodes its positions.
+ * hidden, culled, picked and told by its ID. Codes stay codes; a mesh's matrix decodes its positions. Texture
+ * coordinates become floats where their decoding differs from mesh to mesh, which a batch cannot express.
  *
- * Texture coordinates are left out: the materials of these files have no textures, and their decoding would
- * differ from mesh to mesh.
+ * Data are copied when they come: thousands of geometries that wait for their batch would cost more than it does.
  */
 export class Batcher {
-  private readonly groups = new Map<string, Entry[]>();
+  private readonly groups = new Map<string, Group>();
 
   constructor(
     private readonly materials: MaterialTable,
@@ -61,72 +100,165 @@ export class Batcher {
 
   add(mesh: SrcMesh, source: SrcGeometry): void {
     const { geometry, decoding } = source;
-    geometry.deleteAttribute('uv');
-    decoding.uv = null;
-    // Meshes of one batch agree in all that cannot differ per mesh.
-    let key = `${this.materials.numberOf(mesh)} ${geometry.index !== null} ${JSON.stringify(decoding)}`;
-    for (const name of Object.keys(geometry.attributes).sort()) {
-      if (name.startsWith('src')) geometry.deleteAttribute(name);
-      else key += ` ${name} ${signature(geometry, name)}`;
+    const { index } = geometry;
+    const names: string[] = [];
+    for (const name in geometry.attributes) if (!name.startsWith('src')) names.push(name);
+    let key = `${this.materials.numberOf(mesh)} ${index !== null} ${source.kind}`;
+    if (decoding.normal) key += ` ${decoding.normal.scale} ${decoding.normal.offset}`;
+    if (decoding.color) key += ` ${decoding.color.scale} ${decoding.color.offset}`;
+    for (const name of names.sort()) key += ` ${name} ${signature(geometry, name)}`;
+
+    let group = this.groups.get(key);
+    if (!group) {
+      group = {
+        entries: [],
+        vertices: 0,
+        columns: names.map((name) => columnFor(geometry, name)),
+        indices: index && new Uint16Array(0),
+        indexCount: 0,
+        decoding: { ...decoding },
+        hasColors: source.hasColors,
+        hasNormals: source.hasNormals,
+      };
+      this.groups.set(key, group);
     }
-    const group = this.groups.get(key);
-    if (group) group.push({ mesh, source });
-    else this.groups.set(key, [{ mesh, source }]);
+    const vertices = geometry.getAttribute('position').count;
+    for (const column of group.columns) append(column, group.vertices, geometry.getAttribute(column.name), vertices);
+    group.vertices += vertices;
+    if (index && group.indices) {
+      const isWide = index.array instanceof Uint32Array && group.indices instanceof Uint16Array;
+      if (isWide) group.indices = Uint32Array.from(group.indices);
+      group.indices = withRoom(group.indices, group.indexCount + index.count);
+      group.indices.set(index.array as Uint16Array, group.indexCount);
+      group.indexCount += index.count;
+    }
+    const { scale, offset } = source;
+    group.entries.push({ mesh, vertices, indices: index?.count ?? 0, scale, offset, uv: decoding.uv });
   }
 
-  /** The batches of all meshes so far. The geometries that were added are not needed any more. */
-  finish(): BatchedMesh[] {
-    const batches = [...this.groups.values()].map((group) => this.batchOf(group));
-    this.groups.clear();
-    return batches;
+  /** Makes the batches of all meshes so far, each when it is asked for, in steps of a few milliseconds: null in between. */
+  *finish(): Generator<BatchedMesh | null, void> {
+    for (const [key, group] of this.groups) {
+      this.groups.delete(key);
+      yield* this.batchOf(group);
+    }
   }
 
-  private batchOf(entries: Entry[]): BatchedMesh {
-    const first = entries[0]!;
-    let vertices = 0,
-      indices = 0;
-    for (const { source } of entries) {
-      vertices += source.geometry.getAttribute('position').count;
-      indices += source.geometry.index?.count ?? 0;
-    }
-    const material = this.materials.get(first.mesh.material, 'triangles', kindOf(first.source.decoding), {
-      colors: first.source.hasColors,
-      flat: !first.source.hasNormals,
+  private *batchOf(group: Group): Generator<BatchedMesh | null, void> {
+    const { entries, columns, decoding } = group;
+    const first = entries[0]!.mesh;
+    decoding.uv = commonUv(group);
+    const kind = kindOf(decoding);
+    const material = this.materials.get(first.material, 'triangles', kind, {
+      colors: group.hasColors,
+      flat: !group.hasNormals,
       batched: true,
     });
-    const batch = new SRCBatch(entries.length, vertices, indices, material);
+    const batch = new SRCBatch(entries.length, group.vertices, group.indexCount, material);
     const rotation = new Quaternion();
-    for (const { source } of entries) {
-      const instance = batch.addInstance(batch.addGeometry(source.geometry));
-      batch.setMatrixAt(instance, matrix.compose(source.offset, rotation, source.scale));
+    let vertex = 0,
+      index = 0;
+    for (let nth = 0; nth < entries.length; ++nth) {
+      const { mesh, vertices, indices, scale, offset } = entries[nth]!;
+      const part = new SRCGeometry();
+      for (const { name, array, itemSize, normalized } of columns) {
+        const own = array.subarray(vertex * itemSize, (vertex + vertices) * itemSize);
+        part.setAttribute(name, new BufferAttribute(own, itemSize, normalized));
+      }
+      if (group.indices) part.setIndex(new BufferAttribute(group.indices.subarray(index, index + indices), 1));
+      part.boundedBy(mesh);
+      const instance = batch.addInstance(batch.addGeometry(part));
+      batch.setMatrixAt(instance, matrix.compose(offset, rotation, scale));
+      vertex += vertices;
+      index += indices;
+      if (nth % MESHES_PER_STEP === MESHES_PER_STEP - 1) yield null;
     }
     // Only see-through meshes need an order.
     batch.sortObjects = material.transparent;
     const { geometry } = batch;
-    if (first.source.decoding.octahedral) {
+    // All of it goes to the GPU at once; thousands of ranges would stay behind.
+    geometry.index?.clearUpdateRanges();
+    for (const { name } of columns) (geometry.getAttribute(name) as BufferAttribute).clearUpdateRanges();
+    if (decoding.octahedral) {
       const words = geometry.getAttribute('normal').array;
       geometry.setAttribute('normal', new OctahedralAttribute(new InterleavedBuffer(words, 1), 1, 0));
     }
     // Batches make plain attributes; these are read decoded again.
-    for (const name of ['normal', 'color'] as const) {
-      const affine = first.source.decoding[name];
+    for (const name of ['normal', 'color', 'uv'] as const) {
+      const affine = decoding[name];
       if (!affine) continue;
       const { array, itemSize } = geometry.getAttribute(name);
       geometry.setAttribute(name, attributeOver(array, itemSize, itemSize, false, affine));
     }
     // Added last: a batch takes all others for attributes of its meshes.
-    this.constants.addTo(geometry, first.source.decoding);
+    this.constants.addTo(geometry, decoding);
     batch.computeBoundingBox();
+    yield null;
     batch.computeBoundingSphere();
     batch.name = material.name;
     const data: BatchData = { meshes: entries.map((entry) => entry.mesh) };
-    batch.userData = { material: first.mesh.material?.id ?? '', batch: data };
-    return batch;
+    batch.userData = { material: first.material?.id ?? '', batch: data };
+    yield batch;
   }
 }
 
-function signature(geometry: BufferGeometry, name: string): string {
+/** The data of an attribute as they lie there: where, and how far apart. */
+function rawOf(geometry: BufferGeometry, name: string) {
   const attribute = geometry.getAttribute(name);
-  const array = attribute instanceof BufferAttribute ? attribute.array : attribute.data.array;
-  return `${array.constructor.name} ${attribute.itemSize} ${attribute.normalized}`;
+  return attribute instanceof InterleavedBufferAttribute
+    ? { array: attribute.data.array, stride: attribute.data.stride, offset: attribute.offset }
+    : { array: attribute.array, stride: attribute.itemSize, offset: 0 };
+}
+
+function signature(geometry: BufferGeometry, name: string): string {
+  const { itemSize, normalized } = geometry.getAttribute(name);
+  return `${rawOf(geometry, name).array.constructor.name} ${itemSize} ${normalized}`;
+}
+
+function columnFor(geometry: BufferGeometry, name: string): Column {
+  const { itemSize, normalized } = geometry.getAttribute(name);
+  const Type = rawOf(geometry, name).array.constructor as new (length: number) => TypedArray;
+  return { name, array: new Type(0), itemSize, normalized };
+}
+
+/** The array, or one of twice its size with the same beginning. */
+function withRoom<T extends TypedArray>(array: T, wanted: number): T {
+  if (array.length >= wanted) return array;
+  const larger = new (array.constructor as new (length: number) => T)(Math.max(wanted, 2 * array.length));
+  larger.set(array as never);
+  return larger;
+}
+
+function append(column: Column, vertex: number, attribute: AnyAttribute, count: number): void {
+  const { itemSize } = column;
+  const isInterleaved = attribute instanceof InterleavedBufferAttribute;
+  const from = isInterleaved ? attribute.data.array : attribute.array;
+  const stride = isInterleaved ? attribute.data.stride : itemSize;
+  const to = (column.array = withRoom(column.array, (vertex + count) * itemSize));
+  if (stride === itemSize) {
+    to.set(from.subarray(0, count * itemSize), vertex * itemSize);
+    return;
+  }
+  const offset = isInterleaved ? attribute.offset : 0;
+  for (let i = 0, at = vertex * itemSize; i < count; ++i) {
+    for (let c = 0; c < itemSize; ++c) to[at++] = from[i * stride + offset + c]!;
+  }
+}
+
+/** The decoding of a group's texture coordinates, in common: where there is none they become values. */
+function commonUv({ entries, columns }: Group): Affine | null {
+  const text = (uv: Affine | null) => uv && `${uv.scale} ${uv.offset}`;
+  const { uv } = entries[0]!;
+  const common = text(uv);
+  const column = columns.find(({ name }) => name === 'uv');
+  if (!column || entries.every((entry) => entry.uv === uv || text(entry.uv) === common)) return uv;
+  const values = new Float32Array(column.array.length);
+  let at = 0;
+  for (const { vertices, uv: own } of entries) {
+    for (const end = at + 2 * vertices; at < end; ++at) {
+      values[at] = own ? column.array[at]! * own.scale[at & 1]! + own.offset[at & 1]! : column.array[at]!;
+    }
+  }
+  column.array = values;
+  return null;
 }

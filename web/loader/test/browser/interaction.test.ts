@@ -40,11 +40,11 @@ describe.each(['default', 'cmp1', 'position', 'position-normal', 'bits-20'])('%s
     expectNear(headerBox, exact, 3);
   });
 
-  test('a texture lies as it does on floats', async () => {
+  test.each([false, true])('a texture lies as it does on floats (batched: %s)', async (batch) => {
     const values = glbOf(told(name));
     const glb = browser.put(`${name}.glb`, values.bytes);
-    const { mean, strays, picture } = await browser.call('textured', `/${name}.src`, glb, values.ids);
-    browser.keep(`${name}-textured`, picture);
+    const { mean, strays, picture } = await browser.call('textured', `/${name}.src`, glb, values.ids, batch);
+    browser.keep(`${name}-textured${batch ? '-batched' : ''}`, picture);
     expect(strays).toBe(0);
     expect(mean).toBeLessThan(0.05);
   });

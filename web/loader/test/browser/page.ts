@@ -226,10 +226,11 @@ async function cycles(src: string, count: number, batch: boolean) {
 }
 
 /** A texture shows whether decoded texture coordinates reach the shader. */
-async function textured(src: string, glb: string, ids: string[]) {
-  const model = await new SRCLoader().loadAsync(src);
+async function textured(src: string, glb: string, ids: string[], batch: boolean) {
+  const single = await new SRCLoader().loadAsync(src);
+  const model = batch ? await new SRCLoader().setBatch(true).loadAsync(src) : single;
   const gltf = await new GLTFLoader().loadAsync(glb);
-  dressLike(gltf.scene, model, ids);
+  dressLike(gltf.scene, single, ids);
   const checks = new Uint8Array(16 * 4);
   for (let i = 0; i < 16; ++i) checks.set(((i >> 2) + i) % 2 ? [255, 255, 255, 255] : [20, 20, 90, 255], i * 4);
   const texture = new THREE.DataTexture(checks, 4, 4);
@@ -247,6 +248,7 @@ async function textured(src: string, glb: string, ids: string[]) {
   const ours = draw(model.scene, 'lit');
   const picture = renderer.domElement.toDataURL();
   const result = { ...difference(ours, draw(gltf.scene, 'lit')), picture };
+  single.dispose();
   model.dispose();
   return result;
 }
