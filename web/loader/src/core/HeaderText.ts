@@ -5,6 +5,8 @@
  */
 const WINDOW_BYTES = 400;
 
+const POWERS_OF_TEN = Array.from({ length: 23 }, (_, exponent) => Number(`1e${exponent}`));
+
 const decoder = new TextDecoder('utf-8', { ignoreBOM: true });
 
 /** The header's text, of which only what is asked for ever becomes a string. */
@@ -42,8 +44,35 @@ export class HeaderText {
   /** The list of numbers that begins at a place. */
   numbers(from: number): number[] {
     const { bytes } = this;
-    let to = from;
-    while (bytes[to] !== 0x5d) ++to;
-    return this.value(from, to + 1);
+    const numbers: number[] = [];
+    let i = from + 1;
+    for (;;) {
+      while (bytes[i]! <= 0x20 || bytes[i] === 0x2c) ++i;
+      if (bytes[i] === 0x5d) return numbers;
+      const start = i;
+      const isNegative = bytes[i] === 0x2d;
+      if (isNegative) ++i;
+      // Up to 15 digits and a power of ten up to 10^22 are exact, and so is what one division makes of them.
+      let value = 0,
+        digits = 0,
+        point = -1;
+      let c = bytes[i]!;
+      for (; (c >= 0x30 && c <= 0x39) || c === 0x2e; c = bytes[++i]!) {
+        if (c === 0x2e) {
+          point = i;
+          continue;
+        }
+        value = value * 10 + (c - 0x30);
+        if (value > 0) ++digits;
+      }
+      const decimals = point < 0 ? 0 : i - point - 1;
+      if (c === 0x65 || c === 0x45 || digits > 15 || decimals > 22) {
+        while (bytes[i] !== 0x2c && bytes[i] !== 0x5d && bytes[i]! > 0x20) ++i;
+        numbers.push(Number(this.slice(start, i)));
+      } else {
+        if (decimals > 0) value /= POWERS_OF_TEN[decimals]!;
+        numbers.push(isNegative ? -value : value);
+      }
+    }
   }
 }
