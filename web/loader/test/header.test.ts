@@ -102,6 +102,9 @@ function compacted(text: Uint8Array): TableHeader {
   return new TableHeader(table, 12 + text.length);
 }
 
+/** Lets the test runner report meanwhile, on a busy machine. */
+const turn = () => new Promise((resolve) => setImmediate(resolve));
+
 /** As toEqual, which takes ten times as long to say yes. */
 function expectSame(found: unknown, expected: unknown, about?: string): void {
   if (!isDeepStrictEqual(found, expected)) expect(found, about).toEqual(expected);
@@ -137,13 +140,14 @@ test('a header that is left to the plain reader is read by it', () => {
 
 test.each(['broken-container', 'broken-public', 'many-cmp1', 'bits-5', 'primitives', 'cmp1'])(
   'changed values of %s are read alike',
-  (name) => {
+  async (name) => {
     const text = new TextDecoder().decode(headerOf(name));
     const random = chance(2);
     const seen = new Set<string>();
-    for (let i = 0; i < (text.length > 100_000 ? 10 : 800); ++i) {
+    for (let i = 0; i < (text.length > 100_000 ? 6 : 500); ++i) {
       const header: unknown = JSON.parse(text);
       mutate(header, random);
+      if (i % 50 === 0) await turn();
       seen.add(compare(encode(JSON.stringify(header, null, i % 3))));
     }
     expect(seen).toContain('read');
@@ -154,11 +158,12 @@ test.each(['broken-container', 'broken-public', 'many-cmp1', 'bits-5', 'primitiv
 // Bytes that mean something to JSON, or nearly do.
 const BYTES = [...encode('{}[]",:\\/0123456789-+.eE tfn\n\r\t\0u'), 0xc3, 0xa9, 0xff, 0xed, 0xa0, 0x80];
 
-test.each(['broken-container', 'broken-public', 'bits-5'])('changed bytes of %s are read alike', (name) => {
+test.each(['broken-container', 'broken-public', 'bits-5'])('changed bytes of %s are read alike', async (name) => {
   const good = headerOf(name);
   const random = chance(3);
   const seen = new Set<string>();
-  for (let i = 0; i < 1000; ++i) {
+  for (let i = 0; i < 700; ++i) {
+    if (i % 50 === 0) await turn();
     let text = [...good];
     for (let times = 1 + random(2); times > 0; --times) {
       const at = random(text.length);
@@ -188,8 +193,8 @@ describe('written in other ways, a header is read alike:', () => {
     ['white space', 'read', JSON.stringify(triangle(), null, '\t').replaceAll('\n', '\r\n ')],
     ['keys in another order', 'read', text((h) => (h.meshes.m = { primitive: 4, ...h.meshes.m }))],
     ['keys that nobody knows', 'read', text((h) => (h.meshes.m.extra = { a: [1, { b: null }, 'x"y'] }))],
-    ['a key twice in an entry', 'read', text().replace('"primitive":4', '"primitive":9e9,"primitive":3').replace('9e9', '5')],
-    ['an entry twice', 'left', text().replace('"bufferChunks":{', '"bufferChunks":{"c0":{"byteLength":1,"byteOffset":0},')],
+    ['a key twice in an entry', 'read', text().replace('"primitive":4', '"primitive":5,"primitive":3')],
+    ['an entry twice', 'left', text().replace('"meshes":{', '"meshes":{"m":{"attributes":{},"primitive":4},')],
     ['a section twice', 'left', text().replace('"materials":{}', '"materials":{},"materials":{}')],
     ['a key with escapes', 'read', text().replace('"primitive"', '"pr\\u0069mitive"')],
     ['an ID with escapes', 'left', text().replace('"c0":', '"c\\u0030":')],
@@ -210,7 +215,7 @@ describe('written in other ways, a header is read alike:', () => {
     ['an ID of other letters', 'read', ids('Größe 1', 'Größe 2', '漢字')],
     ['__proto__', 'read', ids('x').replace('"x":', '"__proto__":')],
     ['metadata as a text', 'read', meta('name')],
-    ['metadata of every kind', 'read', meta({ name: 'a"\\\n\u0001é漢😀', n: null, t: true, l: [[], {}], x: -1.5e-7 })],
+    ['metadata of all kinds', 'read', meta({ name: 'a"\\\n\u0001é漢😀', n: null, t: true, l: [[], {}], x: -1.5e-7 })],
     ['a name that is no text', 'read', meta({ name: 7 })],
     ['statistics of points', 'read', meta({ numOriginalPoints: 3 })],
     ['statistics of lines and triangles', 'read', meta({ numOriginalLines: 3, numOriginalTriangles: null })],

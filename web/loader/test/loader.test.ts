@@ -283,8 +283,9 @@ describe('what is read when it is asked for', () => {
     const { geometry } = new SRCLoader().parse(fixture('uncompressed')).objects.get('mesh0') as THREE.Mesh;
     const { min, max } = geometry.boundingBox!;
     const clone = geometry.clone().translate(1, 2, 3);
-    expect(clone.boundingBox!.min.toArray()).toEqual([min.x + 1, min.y + 2, min.z + 3].map((x) => expect.closeTo(x, 5)));
-    expect(clone.boundingBox!.max.toArray()).toEqual([max.x + 1, max.y + 2, max.z + 3].map((x) => expect.closeTo(x, 5)));
+    const near = (...numbers: number[]) => numbers.map((x) => expect.closeTo(x, 5));
+    expect(clone.boundingBox!.min.toArray()).toEqual(near(min.x + 1, min.y + 2, min.z + 3));
+    expect(clone.boundingBox!.max.toArray()).toEqual(near(max.x + 1, max.y + 2, max.z + 3));
     expect(clone.boundingSphere!.center.toArray()).toEqual(
       clone.boundingBox!.getCenter(new THREE.Vector3()).toArray().map((x) => expect.closeTo(x, 2)),
     );

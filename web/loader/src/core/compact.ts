@@ -1,5 +1,5 @@
 import { HeaderText } from './HeaderText.js';
-import type { HeaderTable } from './headerTable.js';
+import type { HeaderTable } from './table.js';
 
 const QUOTE = 0x22,
   CLOSE_LIST = 0x5d;

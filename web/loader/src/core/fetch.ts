@@ -108,8 +108,8 @@ export async function* arrivals(
 
 /**
  * Reads a file while it arrives: first its header, then each mesh as soon as its bytes are there. Memory is held
- * for meshes that are not complete yet, not for the file. The page gets a turn every few milliseconds, the caller's work
- * on the meshes included.
+ * for meshes that are not complete yet, not for the file. The page gets a turn every few milliseconds, the caller's
+ * work on the meshes included.
  *
  * Throws SrcError, and the signal's reason when it is aborted.
  */
@@ -276,7 +276,8 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   const layout = layoutFor(header);
   const buffers = new Set<number>();
   for (const { index } of wanted) {
-    for (const view of layout.meshViews.subarray(layout.meshFirst[index], layout.meshFirst[index + 1])) buffers.add(view);
+    const views = layout.meshViews.subarray(layout.meshFirst[index], layout.meshFirst[index + 1]);
+    for (const view of views) buffers.add(view);
   }
   const chunksOf = (view: number) => [
     ...layout.viewChunks.subarray(layout.viewFirst[view], layout.viewFirst[view + 1]),

@@ -1,4 +1,4 @@
-import type { HeaderTable } from './headerTable.js';
+import type { HeaderTable } from './table.js';
 import { fitOf } from './headerTree.js';
 import {
   componentSize,

@@ -1,10 +1,11 @@
 import { exceeds, type ReadLimits } from './limits.js';
 import { TableHeader } from './handles.js';
-import { readTable, type HeaderTable } from './headerTable.js';
+import { readTable } from './headerTable.js';
 import { pointerOf, readTree } from './headerTree.js';
 import { layoutOf, type Layout } from './layout.js';
 import type { SrcHeader } from './model.js';
 import { SrcError } from './SrcError.js';
+import type { HeaderTable } from './table.js';
 
 export const PREAMBLE_BYTES = 12;
 

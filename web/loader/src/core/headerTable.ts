@@ -1,6 +1,5 @@
 import { Doubles, Integers } from './columns.js';
 import { HeaderText } from './HeaderText.js';
-import type { Layout } from './layout.js';
 import type { ReadLimits } from './limits.js';
 import {
   BYTE,
@@ -15,77 +14,9 @@ import {
   UNSIGNED_SHORT,
 } from './model.js';
 import { declined, Names, NOT_PLAIN } from './names.js';
-import { END, Keys, Scanner } from './scanner.js';
-
-/**
- * A header in columns: what 20,000 meshes say in tens of megabytes of text, as a few arrays of numbers. A row is an
- * entry's place in its section; places in the text stand for what is seldom asked for, 0 where it is absent.
- */
-export interface HeaderTable {
-  text: HeaderText;
-  layout: Layout;
-
-  // IDs are places in the text, of their first character.
-  chunkId: Int32Array;
-  viewId: Int32Array;
-  viewLength: Float64Array;
-
-  indexId: Int32Array;
-  indexBuffer: Int32Array;
-  indexOffset: Float64Array;
-  indexType: Int32Array;
-  indexCount: Float64Array;
-
-  attributeId: Int32Array;
-  attributeBuffer: Int32Array;
-  attributeOffset: Float64Array;
-  attributeStride: Float64Array;
-  attributeType: Int32Array;
-  attributeComponents: Int32Array;
-  attributeCount: Float64Array;
-  /** Places of the lists of numbers; 0 for lists that are absent or change nothing. */
-  decodeOffsetAt: Int32Array;
-  decodeScaleAt: Int32Array;
-  /** The index of the mesh that an attribute view was written for, or -1. */
-  attributeOwner: Int32Array;
-
-  meshId: Int32Array;
-  meshPrimitive: Int32Array;
-  meshDrawnAs: Int32Array;
-  /** Rows, -1 for none. */
-  meshIndices: Int32Array;
-  meshMaterial: Int32Array;
-  centerAt: Int32Array;
-  sizeAt: Int32Array;
-  metadataAt: Int32Array;
-  metadataEnd: Int32Array;
-  /** Of the metadata's "name", when it is a text, and of its "fit". */
-  titleAt: Int32Array;
-  titleEnd: Int32Array;
-  fitAt: Int32Array;
-  fitEnd: Int32Array;
-  /**
-   * The own attributes of the mesh with index i, from ownFirst[i] to ownFirst[i + 1]: places in
-   * semanticNames, and view rows. */
-  ownFirst: Int32Array;
-  ownName: Int32Array;
-  ownView: Int32Array;
-  semanticNames: string[];
-  /** Rows of meshes in the order in which they were written. */
-  order: Int32Array;
-
-  materialId: Int32Array;
-  /** A place in valuesAt, the same for equal texts; -1 without values. */
-  materialValues: Int32Array;
-  valuesAt: Int32Array;
-  valuesEnd: Int32Array;
-  /** A place in techniqueNames; -1 for none. */
-  materialTechnique: Int32Array;
-  techniqueNames: string[];
-
-  metadata: [from: number, to: number];
-  techniques: [from: number, to: number];
-}
+import { END, Keys, Scanner, Tails } from './scanner.js';
+import type { HeaderTable } from './table.js';
+import { writingOrder } from './writingOrder.js';
 
 const ROOT = new Keys(
   'accessors',
@@ -122,7 +53,6 @@ const ENTRIES_PER_STEP = 512;
 
 const encoder = new TextEncoder();
 const TYPES = ['SCALAR', 'VEC2', 'VEC3', 'VEC4'].map((type) => encoder.encode(type));
-const MESH_PREFIX = encoder.encode('mesh');
 const POSITION = encoder.encode('position');
 const COMBINED_NAME = encoder.encode('pos3us_nor2ub_oct');
 
@@ -825,33 +755,8 @@ function placesOf(symbols: Integers, names: Names): Int32Array {
 }
 
 function textsOf(names: Names, text: HeaderText): string[] {
-  return Array.from({ length: names.length }, (_, symbol) => text.slice(names.starts.at(symbol), names.ends.at(symbol)));
-}
-
-/**
- * The last pieces of the text that were read, and what they were found to say, as a number. Most entries repeat all but
- * the names of the one before, or of the one before that.
- */
-class Tails {
-  private readonly at = new Int32Array(8);
-  private readonly ends = new Int32Array(8);
-  private readonly found = new Int32Array(8);
-  private count = 0;
-
-  add(at: number, end: number, found: number): void {
-    const slot = this.count++ & 7;
-    this.at[slot] = at;
-    this.ends[slot] = end;
-    this.found[slot] = found;
-  }
-  /** What was found in the piece that stands here again, which is then behind; -1 when none does. */
-  repeated(scanner: Scanner): number {
-    const { at, ends } = this;
-    for (let slot = Math.min(this.count, 8) - 1; slot >= 0; --slot) {
-      if (scanner.repeats(at[slot]!, ends[slot]!)) return this.found[slot]!;
-    }
-    return -1;
-  }
+  const textOf = (_: unknown, symbol: number) => text.slice(names.starts.at(symbol), names.ends.at(symbol));
+  return Array.from({ length: names.length }, textOf);
 }
 
 /** Techniques are few: these are looked at as objects. */
@@ -875,52 +780,4 @@ function checkUtf8(bytes: Uint8Array): void {
   } catch {
     declined();
   }
-}
-
-/** The order in which numbered meshes were written: "0", "1", ... or "mesh0", "mesh1", ... */
-function writingOrder(
-  bytes: Uint8Array,
-  ids: Integers,
-  names: Names,
-): Int32Array {
-  const count = ids.length;
-  const order = new Int32Array(count);
-  const numbers = new Float64Array(count);
-  let numbered = true;
-  for (let row = 0; row < count && numbered; ++row) {
-    order[row] = row;
-    let from = names.starts.at(ids.at(row));
-    const to = names.ends.at(ids.at(row));
-    let prefix = 0;
-    while (prefix < MESH_PREFIX.length && bytes[from + prefix] === MESH_PREFIX[prefix]) ++prefix;
-    if (prefix === MESH_PREFIX.length) from += prefix;
-    const digits = to - from;
-    numbered = digits > 0 && digits <= 15 && (digits === 1 || bytes[from] !== 0x30);
-    let number = 0;
-    for (let i = from; i < to && numbered; ++i) {
-      const digit = bytes[i]! - 0x30;
-      numbered = digit >= 0 && digit <= 9;
-      number = number * 10 + digit;
-    }
-    numbers[row] = number;
-  }
-  if (!numbered) {
-    for (let row = 0; row < count; ++row) {
-      order[row] = row;
-      if (names.looksLikePlace(ids.at(row))) declined();
-    }
-    return order;
-  }
-  // Most have every number below their count: each row has its place then.
-  const byNumber = new Int32Array(count).fill(-1);
-  let dense = true;
-  for (let row = 0; row < count && dense; ++row) {
-    const number = numbers[row]!;
-    dense = number < count && byNumber[number]! < 0;
-    if (dense) byNumber[number] = row;
-  }
-  if (dense) return byNumber;
-  order.sort((a, b) => numbers[a]! - numbers[b]!);
-  for (let i = 1; i < count; ++i) if (numbers[order[i]!] === numbers[order[i - 1]!]) declined(); // "1" and "mesh1"
-  return order;
 }

@@ -31,7 +31,8 @@ import { SrcError } from './SrcError.js';
 
 type Path = readonly string[];
 
-export const pointerOf = (path: Path) => path.map((key) => '/' + key.replaceAll('~', '~0').replaceAll('/', '~1')).join('');
+export const pointerOf = (path: Path) =>
+  path.map((key) => '/' + key.replaceAll('~', '~0').replaceAll('/', '~1')).join('');
 
 function kindOf(value: unknown): string {
   if (value === null) return 'null';
@@ -94,8 +95,9 @@ export function fitOf(fit: JsonValue | undefined, name: string, components: numb
  * and references. Numbers are whole and below 2^53; comparisons are arranged so that rounding of larger sums
  * and products cannot let anything through.
  *
- * `textOffset` is the text's place in the file. This is the plain reader, on a tree of JSON values. It states the rules and says which of them is broken; files
- * without fault go through readTable, which is several times as fast and must never be more generous.
+ * `textOffset` is the text's place in the file. This is the plain reader, on a tree of JSON values. It states the rules
+ * and says which of them is broken; files without fault go through readTable, which is several times as fast and must
+ * never be more generous.
  */
 export function readTree(text: Uint8Array, textOffset: number, limits: ReadLimits): SrcHeader {
   const dataOffset = textOffset + text.length;

@@ -1,6 +1,6 @@
 /**
- * What an SRC file says about itself. Sizes and offsets are in bytes. Of large headers most is read from their text when it
- * is asked for, so take these as read-only: copies by spreading or structuredClone miss what was not asked for.
+ * What an SRC file says about itself. Sizes and offsets are in bytes. Of large headers most is read from their text when
+ * it is asked for, so take these as read-only: copies by spreading or structuredClone miss what was not asked for.
  */
 
 export type JsonValue = null | boolean | number | string | JsonValue[] | { [key: string]: JsonValue };

@@ -465,3 +465,29 @@ export class Scanner {
     }
   }
 }
+
+/**
+ * The last pieces of the text that were read, and what they were found to say, as a number. Most entries repeat all but
+ * the names of the one before, or of the one before that.
+ */
+export class Tails {
+  private readonly at = new Int32Array(8);
+  private readonly ends = new Int32Array(8);
+  private readonly found = new Int32Array(8);
+  private count = 0;
+
+  add(at: number, end: number, found: number): void {
+    const slot = this.count++ & 7;
+    this.at[slot] = at;
+    this.ends[slot] = end;
+    this.found[slot] = found;
+  }
+  /** What was found in the piece that stands here again, which is then behind; -1 when none does. */
+  repeated(scanner: Scanner): number {
+    const { at, ends } = this;
+    for (let slot = Math.min(this.count, 8) - 1; slot >= 0; --slot) {
+      if (scanner.repeats(at[slot]!, ends[slot]!)) return this.found[slot]!;
+    }
+    return -1;
+  }
+}

@@ -136,7 +136,7 @@ export class Batcher {
     group.entries.push({ mesh, vertices, indices: index?.count ?? 0, scale, offset, uv: decoding.uv });
   }
 
-  /** Makes the batches of all meshes so far, each when it is asked for, in steps of a few milliseconds: null in between. */
+  /** Makes the batches of all meshes so far, in steps of a few milliseconds: null where no batch is ready. */
   *finish(): Generator<BatchedMesh | null, void> {
     for (const [key, group] of this.groups) {
       this.groups.delete(key);
