@@ -9,6 +9,7 @@ import { bytesByPurpose } from './model/bytes.js';
 import { bytes, count, measure } from './model/format.js';
 import { metadataRows } from './model/metadata.js';
 import { modeOf, precisionOf, type Precision } from './model/precision.js';
+import { trianglesIn } from './model/triangles.js';
 
 /** What is known of the files, one below the other. */
 export function FilePanel() {
@@ -31,7 +32,7 @@ function FileFacts({ file }: { file: FileState }) {
         <h2>{file.name}</h2>
         <Button icon="close" label={`Close ${file.name}`} onClick={() => store.engine.close(file.id)} />
       </header>
-      {file.header ? <HeaderFacts file={file} header={file.header} /> : <p class="quiet">{stateOf(file)}</p>}
+      {file.header ? <HeaderFacts header={file.header} /> : <p class="quiet">{stateOf(file)}</p>}
     </section>
   );
 }
@@ -40,23 +41,11 @@ function stateOf(file: FileState): string {
   return file.state === 'loading' ? 'Loading …' : (file.problem?.message ?? 'Loading was stopped.');
 }
 
-function Triangles({ file, header }: { file: FileState; header: SrcHeader }) {
-  const { engine, progress } = useStore();
-  void progress.value;
-  let triangles = 0,
-    known = true;
-  for (let mesh = 0; mesh < header.meshes.length; ++mesh) {
-    const facts = engine.facts({ file: file.id, mesh });
-    if (facts) triangles += facts.triangles;
-    else known = false;
-  }
-  return <>{known ? count(triangles) : `at least ${count(triangles)}`}</>;
-}
-
-function HeaderFacts({ file, header }: { file: FileState; header: SrcHeader }) {
+function HeaderFacts({ header }: { header: SrcHeader }) {
   const facts = useMemo(
     () => ({
       bytes: bytesByPurpose(header),
+      triangles: trianglesIn(header),
       precision: precisionOf(header),
       mode: modeOf(header),
       rows: metadataRows(header.metadata),
@@ -71,9 +60,7 @@ function HeaderFacts({ file, header }: { file: FileState; header: SrcHeader }) {
         <dt>Meshes</dt>
         <dd>{count(header.meshes.length)}</dd>
         <dt>Triangles</dt>
-        <dd>
-          <Triangles file={file} header={header} />
-        </dd>
+        <dd>{count(facts.triangles)}</dd>
         <dt>Materials</dt>
         <dd>{count(header.materials.size)}</dd>
         {facts.mode && (

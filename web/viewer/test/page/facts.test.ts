@@ -1,9 +1,10 @@
-import { parseSrc } from 'kelsrc-loader/core';
+import { parseSrc, type SrcMesh } from 'kelsrc-loader/core';
 import { expect, test } from 'vitest';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from '../../../loader/test/support.js';
 import { bytes, bytesOf, measure, plural, share } from '../../src/page/model/format.js';
 import { cssColour, LIMIT, metadataRows, nameOf, parametersOf } from '../../src/page/model/metadata.js';
 import { encodingOf, modeOf, precisionOf } from '../../src/page/model/precision.js';
+import { trianglesIn } from '../../src/page/model/triangles.js';
 import { squares } from './models.js';
 
 test.each([
@@ -124,4 +125,16 @@ test('gives no steps for floats', () => {
 test('tells the bits of three-byte slots', () => {
   const { meshes } = parseSrc(fixture('bits-20')).header;
   expect(encodingOf(meshes[0]!.attributes.find(({ name }) => name === 'position')!)).toBe('3 × 24-bit integers');
+});
+
+test.each([
+  [4, 2],
+  [5, 4],
+  [6, 4],
+  [1, 0],
+])('counts the triangles of six indices drawn as %d', (primitive, triangles) => {
+  const header = parseSrc(squares([{}])).header;
+  const { indices, attributes } = header.meshes[0]!;
+  const meshes = [{ drawnAs: primitive, indices, attributes } as SrcMesh];
+  expect(trianglesIn({ ...header, meshes })).toBe(triangles);
 });
