@@ -122,7 +122,7 @@ export class Measurements {
       const session = await this.chromium.context.newCDPSession(page);
       await page.evaluate((t) => (window as never as { bench: Bench }).bench.prepare(t), task);
       const before = await heapOf(session);
-      const trace = await traceOf(session, ['toplevel', 'blink.user_timing']);
+      const trace = await traceOf(session, TRACED);
       const times = await page.evaluate((t) => (window as never as { bench: Bench }).bench.run(t), task);
       const tasks = longestTasks(await trace());
       const heap = (await heapOf(session)) - before;
@@ -155,6 +155,9 @@ export class Measurements {
     }
   }
 }
+
+/** The category "toplevel" looks right for tasks, but leaves out many of them, such as those that parse GLB files. */
+const TRACED = ['disabled-by-default-devtools.timeline', 'blink.user_timing'];
 
 /** Bytes in use after a collection: V8's heap and the memory of array buffers, of the page without its workers. */
 async function heapOf(session: CDPSession): Promise<number> {

@@ -25,7 +25,7 @@ export function longestTasks(events: TraceEvent[]): { all: number; withoutDrawin
   let all = 0,
     withoutDrawing = 0;
   for (const task of events) {
-    if (!task.name.endsWith('RunTask') || task.pid !== start.pid || task.tid !== start.tid) continue;
+    if (task.name !== 'RunTask' || task.pid !== start.pid || task.tid !== start.tid) continue;
     const from = Math.max(task.ts, start.ts),
       to = Math.min(task.ts + (task.dur ?? 0), end.ts);
     if (to <= from) continue;
