@@ -46,7 +46,7 @@ const status = () => chromium.page.locator('[aria-live], [role=status]').allInne
 async function selectsTheCrankcase(): Promise<void> {
   const { page } = chromium;
   await page.getByPlaceholder('Search parts').fill('body_3');
-  await page.locator('#mesh-list .mesh-row').first().click();
+  await page.locator('#mesh-list .mesh-row', { hasText: 'body_3' }).first().click();
   await page.locator('#details').getByText('body_3').first().waitFor();
 }
 
