@@ -194,6 +194,11 @@ describe('written in other ways, a header is read alike:', () => {
     ['keys in another order', 'read', text((h) => (h.meshes.m = { primitive: 4, ...h.meshes.m }))],
     ['keys that nobody knows', 'read', text((h) => (h.meshes.m.extra = { a: [1, { b: null }, 'x"y'] }))],
     ['a key twice in an entry', 'read', text().replace('"primitive":4', '"primitive":5,"primitive":3')],
+    [
+      'a reference twice in a view',
+      'left',
+      text().replace('"bufferView":"positions"', '"bufferView":"positions","bufferView":"positions"'),
+    ],
     ['an entry twice', 'left', text().replace('"meshes":{', '"meshes":{"m":{"attributes":{},"primitive":4},')],
     ['a section twice', 'left', text().replace('"materials":{}', '"materials":{},"materials":{}')],
     ['a key with escapes', 'read', text().replace('"primitive"', '"pr\\u0069mitive"')],

@@ -92,6 +92,8 @@ export class AttributeViews {
     const { scanner } = this;
     switch (key) {
       case 0:
+        // The tail of such an entry says more than what tails are compared for.
+        if (entry.buffer >= 0) declined();
         entry.buffer = scanner.symbol(this.buffers.ids.names);
         break;
       case 1:
