@@ -100,8 +100,7 @@ void writeTinygltf(const Scene& scene, std::ostream& out) {
     if (!writer.WriteGltfSceneToStream(&model, out, false, true)) throw std::runtime_error("tinygltf fails");
 }
 
-// ---- Assimp
-// -------------------------------------------------------------------------------------------------------
+// ---- Assimp ---------------------------------------------------------------------------------------------
 
 struct AssimpInput::Data {
     aiScene scene;
@@ -156,8 +155,7 @@ void AssimpInput::write(std::ostream& out) const {
     out.write(static_cast<const char*>(blob->data), static_cast<std::streamsize>(blob->size));
 }
 
-// ---- Draco
-// --------------------------------------------------------------------------------------------------------
+// ---- Draco ----------------------------------------------------------------------------------------------
 
 struct DracoInput::Data {
     std::vector<std::unique_ptr<draco::Mesh>> meshes;
@@ -214,8 +212,7 @@ void DracoInput::write(std::ostream& out, int speed) const {
     }
 }
 
-// ---- meshoptimizer
-// ------------------------------------------------------------------------------------------------
+// ---- meshoptimizer --------------------------------------------------------------------------------------
 
 void MeshoptimizerInput::write(std::ostream& out) const {
     struct Vertex {

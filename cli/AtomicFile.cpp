@@ -60,8 +60,7 @@ std::filesystem::path followLinks(std::filesystem::path path) {
 
 } // namespace
 
-// ---- DescriptorBuffer
-// -----------------------------------------------------------------------------------------
+// ---- DescriptorBuffer -----------------------------------------------------------------------------------
 
 DescriptorBuffer::DescriptorBuffer(int descriptor) : descriptor(descriptor), buffer(BUFFER_SIZE) {
     setp(buffer.data(), buffer.data() + buffer.size());
@@ -112,8 +111,7 @@ int DescriptorBuffer::sync() {
     return flushBuffer() ? 0 : -1;
 }
 
-// ---- AtomicFile
-// -----------------------------------------------------------------------------------------------
+// ---- AtomicFile -----------------------------------------------------------------------------------------
 
 AtomicFile::AtomicFile(const std::filesystem::path& wanted, Naming naming)
     : shown(wanted), target(followLinks(wanted)), folder(target.parent_path()), out(nullptr) {

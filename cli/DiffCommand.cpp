@@ -28,8 +28,7 @@ struct DiffArguments {
     bool meshes = false, json = false;
 };
 
-// ---- For people
-// ---------------------------------------------------------------------------------------------------
+// ---- For people -----------------------------------------------------------------------------------------
 
 std::string nameText(const std::string& name) {
     return name.empty() ? "(no name)" : '"' + printable(name) + '"';
@@ -121,8 +120,7 @@ void print(std::ostream& out, const DiffReport& report, bool listMeshes) {
     meshes.print(out);
 }
 
-// ---- For programs
-// -------------------------------------------------------------------------------------------------
+// ---- For programs ---------------------------------------------------------------------------------------
 
 picojson::value toJson(const DiffSide& side, const std::string& file) {
     picojson::object object;

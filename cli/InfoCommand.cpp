@@ -42,8 +42,7 @@ const char* purposeName(SectionInfo::Purpose purpose) {
     return "other";
 }
 
-// ---- For people
-// ---------------------------------------------------------------------------------------------------
+// ---- For people -----------------------------------------------------------------------------------------
 
 std::string vectorText(const std::array<double, 3>& vector, const char* separator) {
     std::string text;
@@ -153,8 +152,7 @@ void print(std::ostream& out, const std::string& name, const FileInfo& info, boo
     if (listMeshes) printMeshes(out, info);
 }
 
-// ---- For programs
-// -------------------------------------------------------------------------------------------------
+// ---- For programs ---------------------------------------------------------------------------------------
 
 picojson::value toJson(const Bounds& bounds) {
     if (bounds.isEmpty()) return {};

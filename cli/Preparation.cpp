@@ -95,8 +95,7 @@ void keepTriangles(const std::string& file, const ConvertOptions& options, bool 
     input.meshes = std::move(kept);
 }
 
-// ---- Units and axes
-// -------------------------------------------------------------------------------------------
+// ---- Units and axes -------------------------------------------------------------------------------------
 
 struct StatedSource {
     std::optional<double> unit;
@@ -190,8 +189,7 @@ void transform(const std::string& file, const ConvertOptions& options, SrcWriter
     restate(input, options.toUnit, options.toUp);
 }
 
-// ---- The container writer
-// -------------------------------------------------------------------------------------
+// ---- The container writer -------------------------------------------------------------------------------
 
 void keepStoredAttributes(SrcWriterInput& input, ConvertReport& report) {
     std::vector<kel::prepare::UnstoredAttribute> removed;
@@ -270,8 +268,7 @@ void fitOrCheck(const std::string& file, const ConvertOptions& options, SrcWrite
     report.warnings.push_back("values were clamped, " + text);
 }
 
-// ---- The public writer
-// ----------------------------------------------------------------------------------------
+// ---- The public writer ----------------------------------------------------------------------------------
 
 void splitForShortIndices(const std::string& file, SrcWriterInput& input, ConvertReport& report) {
     kel::prepare::SplitReport split;
@@ -325,8 +322,7 @@ void chooseMode(const ConvertOptions& options, const SrcWriterInput& input, Conv
     if (!choice.whyNotSmaller.empty()) report.notes.push_back(choice.whyNotSmaller);
 }
 
-// ---- For both
-// -------------------------------------------------------------------------------------------------
+// ---- For both -------------------------------------------------------------------------------------------
 
 /// Errors end the conversion; of the rest each kind is told once, and what is left out counts as dropped.
 void refuseProblems(const std::string& file, const ConvertOptions& options, const SrcWriterInput& input,

@@ -205,8 +205,7 @@ void checkAll(const std::vector<std::string>& files, std::istream& in, const Fil
     }
 }
 
-// ---- For people
-// ---------------------------------------------------------------------------------------------------
+// ---- For people -----------------------------------------------------------------------------------------
 
 std::string countsText(const FileVerdict& result) {
     std::string text;
@@ -283,8 +282,7 @@ private:
     std::set<SrcCode> explained; ///< a remedy is told once
 };
 
-// ---- For programs
-// -------------------------------------------------------------------------------------------------
+// ---- For programs ---------------------------------------------------------------------------------------
 
 const char* verdictName(Verdict verdict) {
     switch (verdict) {

@@ -55,8 +55,7 @@ private:
     int number;
 };
 
-// ---- What a request asks for
-// ----------------------------------------------------------------------------------
+// ---- What a request asks for ----------------------------------------------------------------------------
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -165,8 +164,7 @@ std::string policyOf(const std::string& page) {
     return page.substr(start, page.find('"', start) - start) + "; " + policy;
 }
 
-// ---- Connections
-// ----------------------------------------------------------------------------------------------
+// ---- Connections ----------------------------------------------------------------------------------------
 
 /// One connection. All waiting ends when `stop` becomes readable, so that the command ends when it is told
 /// to, however many pages are open.

@@ -61,8 +61,7 @@ const Format& formatOf(const std::string& fileName) {
     throw ExportError("there is no exporter for the extension \"" + extension + '"');
 }
 
-// ---- Files in memory
-// ----------------------------------------------------------------------------------------------
+// ---- Files in memory ------------------------------------------------------------------------------------
 
 class MemoryStream final : public Assimp::IOStream {
 public:
@@ -107,8 +106,7 @@ private:
     std::vector<std::unique_ptr<ExportedFile>>& files;
 };
 
-// ---- The scene
-// ------------------------------------------------------------------------------------------------------
+// ---- The scene ------------------------------------------------------------------------------------------
 
 aiString assimpString(std::string_view text) {
     aiString result;
@@ -185,8 +183,7 @@ private:
              "exporters have no place for them");
     }
 
-    // ---- Meshes
-    // ------------------------------------------------------------------------------------------------------
+    // ---- Meshes -----------------------------------------------------------------------------------------
 
     void addMesh(const SrcMesh& source) {
         const bool triangles = source.primitive == kel::mesh::TRIANGLES ||
@@ -324,8 +321,7 @@ private:
         nodeExtras.push_back(std::move(extras));
     }
 
-    // ---- Materials
-    // ---------------------------------------------------------------------------------------------------
+    // ---- Materials --------------------------------------------------------------------------------------
 
     unsigned noMaterial() {
         needsNeutral = true;
@@ -406,8 +402,7 @@ private:
     bool needsNeutral = false;
 };
 
-// ---- Extras
-// ---------------------------------------------------------------------------------------------------------
+// ---- Extras ---------------------------------------------------------------------------------------------
 
 /// Puts metadata into a glTF's JSON, as "extras" of the nodes that the scene's first node holds: Assimp's
 /// exporter leaves them out.

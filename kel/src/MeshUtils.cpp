@@ -33,8 +33,7 @@ constexpr const char* AREA_FUNCTION = "float kel::src::detail::computeTriangleSu
     BOOST_LOG_SEV(*logging::Logger::getBoostLogger(__LINE__, function, SOURCE_FILE),                         \
                   boost::log::trivial::warning)
 
-// ---- Bounds
-// -----------------------------------------------------------------------------------------------------
+// ---- Bounds ---------------------------------------------------------------------------------------------
 
 void extendBoundsByOne(const float* v, float* min, float* max) {
     for (int axis = 0; axis < 3; ++axis) {
@@ -177,8 +176,7 @@ void computeBoundingBoxCenterSize(std::shared_ptr<kel::mesh::AttributeBuffer> bu
     }
 }
 
-// ---- Statistics
-// ---------------------------------------------------------------------------------------------------
+// ---- Statistics -----------------------------------------------------------------------------------------
 
 namespace {
 

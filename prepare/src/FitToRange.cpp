@@ -127,8 +127,7 @@ AttributePtr fitAttribute(const AttributePtr& buffer, const FitOptions& options,
     return detail::makeAttribute(kel::mesh::FLOAT, fit.components, std::move(bytes), name);
 }
 
-// ---- The record in the metadata
-// -------------------------------------------------------------------------------
+// ---- The record in the metadata -------------------------------------------------------------------------
 
 void appendNumbers(std::string& text, const char* key, const Fit& fit, double Inverse::*number) {
     text += '"';

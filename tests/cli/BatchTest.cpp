@@ -148,8 +148,7 @@ TEST_F(Batch, StandardStreamsAreForOneModelOnly) {
     EXPECT_EQ(runCommand({"convert", "-", folder / "in", "-o", folder / "out"}).status, 2);
 }
 
-// ---- The report for programs
-// ----------------------------------------------------------------------------------
+// ---- The report for programs ----------------------------------------------------------------------------
 
 picojson::value parsed(const std::string& text) {
     picojson::value value;

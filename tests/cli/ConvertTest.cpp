@@ -112,8 +112,7 @@ TEST_F(Convert, EqualInputGivesEqualBytes) {
     EXPECT_EQ(contentOf(folder / "1.src"), contentOf(folder / "2.src"));
 }
 
-// ---- Presets
-// --------------------------------------------------------------------------------------------------
+// ---- Presets --------------------------------------------------------------------------------------------
 
 TEST_F(Convert, DefaultPresetStoresFloatsAsTheyAre) {
     const SrcText file = converted({model("far.gltf", gltf({{"far", false, false, false, 100.0f}}))});
@@ -163,8 +162,7 @@ TEST_F(Convert, NoFitOfTheDefaultPresetHasNothingToClamp) {
     EXPECT_EQ(result.status, 0);
 }
 
-// ---- Points and lines
-// -----------------------------------------------------------------------------------------
+// ---- Points and lines -----------------------------------------------------------------------------------
 
 TEST_F(Convert, APresetChoosesTheContainerWriter) {
     const std::string input = model("plate.obj", PLATE_OBJ);
@@ -204,8 +202,7 @@ TEST_F(Convert, AModelWithoutAnyTriangleIsRefused) {
     EXPECT_THAT(result.err, HasSubstr("no mesh of triangles"));
 }
 
-// ---- Attributes
-// -----------------------------------------------------------------------------------------------
+// ---- Attributes -----------------------------------------------------------------------------------------
 
 TEST_F(Convert, AttributesWithoutAPlaceInThePresetAreReportedAndLeftOut) {
     CapturedStreams standardStreams;
@@ -259,8 +256,7 @@ TEST_F(Convert, TransparencyIsReportedAsDropped) {
     EXPECT_THAT(result.err, HasSubstr("dropped transparencies: 1"));
 }
 
-// ---- The output
-// -----------------------------------------------------------------------------------------------
+// ---- The output -----------------------------------------------------------------------------------------
 
 TEST_F(Convert, ReplacesAnExistingFileAndKeepsItsPermissions) {
     const std::string old = writeFile(folder / "out.src", "old");

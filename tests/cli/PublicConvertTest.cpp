@@ -65,8 +65,7 @@ std::vector<double> positions(const SrcText& file, const std::string& mesh) {
 /// A triangle from (0, 0, 0) over (10, 0, 0) to (0, 20, 30) without normals of its own.
 const char* const TRIANGLE_OBJ = "o tri\nv 0 0 0\nv 10 0 0\nv 0 20 30\nf 1 2 3\n";
 
-// ---- Modes
-// ----------------------------------------------------------------------------------------------------
+// ---- Modes ----------------------------------------------------------------------------------------------
 
 TEST_F(PublicConvert, IsTheDefaultAndTakesTheSmallestModeThatLosesNothing) {
     const SrcText file = converted({model("plate.obj", PLATE_OBJ)});
@@ -156,8 +155,7 @@ TEST_F(PublicConvert, ListedBytesAreThoseOfTheFile) {
     }
 }
 
-// ---- Large meshes
-// ---------------------------------------------------------------------------------------------
+// ---- Large meshes ---------------------------------------------------------------------------------------
 
 /// A sheet of (columns + 1) * (rows + 1) vertices at whole numbers.
 std::string sheet(int columns, int rows) {
@@ -196,8 +194,7 @@ TEST_F(PublicConvert, OptimizeKeepsTheTriangles) {
     EXPECT_NE(contentOf(folder / "out.src"), optimized);
 }
 
-// ---- Units, axes, scale
-// ---------------------------------------------------------------------------------------
+// ---- Units, axes, scale ---------------------------------------------------------------------------------
 
 TEST_F(PublicConvert, ScaleMultipliesPositionsAndIsRecorded) {
     const SrcText file = converted({model("tri.obj", TRIANGLE_OBJ), "--scale=0.5", "--lossless"});
@@ -258,8 +255,7 @@ TEST_F(PublicConvert, OptionsOfTheOtherWriterAreUsageErrors) {
     }
 }
 
-// ---- Standard input and output
-// --------------------------------------------------------------------------------
+// ---- Standard input and output --------------------------------------------------------------------------
 
 CommandResult runWithInput(const std::vector<std::string>& args, const std::string& input) {
     std::istringstream in(input);

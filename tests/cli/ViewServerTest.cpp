@@ -189,8 +189,7 @@ TEST_F(ViewServing, VersionsOfAFileHaveDifferentTags) {
     EXPECT_NE(first, packed);
 }
 
-// ---- What changes meanwhile
-// -----------------------------------------------------------------------------------
+// ---- What changes meanwhile -----------------------------------------------------------------------------
 
 TEST_F(ViewServing, ChangedFileIsSeenByTheNextRequest) {
     get("/files/0/engine.src");
@@ -220,8 +219,7 @@ TEST_F(ViewServing, FileThatShrinksWhileItIsSentBreaksTheConnection) {
     EXPECT_LT(connection.rest().size(), size);
 }
 
-// ---- What is not served
-// ---------------------------------------------------------------------------------------
+// ---- What is not served ---------------------------------------------------------------------------------
 
 TEST_F(ViewServing, NoPathLeadsOutOfTheGivenFiles) {
     ::symlink((folder / "secret.src").c_str(), (folder / "link.src").c_str());
@@ -338,8 +336,7 @@ TEST_F(ViewServing, OtherAddressesOfThisMachineAreNotServed) {
     EXPECT_THROW(HttpConnection(server.port(), "127.0.0.2"), std::runtime_error);
 }
 
-// ---- Connections
-// ----------------------------------------------------------------------------------------------
+// ---- Connections ----------------------------------------------------------------------------------------
 
 TEST_F(ViewServing, ConnectionServesSeveralRequests) {
     HttpConnection connection(server.port());

@@ -176,8 +176,7 @@ TEST_F(View, OpensNothingWhenToldSo) {
     EXPECT_FALSE(std::filesystem::exists(bin + "/xdg-open.called"));
 }
 
-// ---- convert --html
-// -------------------------------------------------------------------------------------------
+// ---- convert --html -------------------------------------------------------------------------------------
 
 /// The file inside a page.
 std::string fileIn(const std::string& page) {

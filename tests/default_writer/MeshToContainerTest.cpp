@@ -313,8 +313,7 @@ RC_GTEST_PROP(MeshToContainer, GivesTheSameBytesForOursAndForForeignBuffers, ())
     }
 }
 
-// ---- createAttributeView
-// ----------------------------------------------------------------------------------------
+// ---- createAttributeView --------------------------------------------------------------------------------
 
 struct View {
     std::string err;

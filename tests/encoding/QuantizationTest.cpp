@@ -172,8 +172,7 @@ TEST(QuantizeToNBits, AnInvalidBitCountIsReportedAndChangesNothing) {
     }
 }
 
-// ---- The fast kernel against the plain loop
-// ---------------------------------------------------------------------
+// ---- The fast kernel against the plain loop -------------------------------------------------------------
 
 TEST(QuantizeKernels, AreEqualForEveryBitCountOverDifficultValues) {
     const std::vector<float> values = kel::tests::difficultFloats();

@@ -129,8 +129,7 @@ TEST(IsAttributeVec3f, DoesNotAskTheCountOfAnotherType) {
     EXPECT_EQ(*log, kel::tests::CallLog{"p.getComponentType"});
 }
 
-// ---- The fast kernel against the plain loop
-// ---------------------------------------------------------------------
+// ---- The fast kernel against the plain loop -------------------------------------------------------------
 
 Box extended(const std::vector<float>& values, KernelSet* ran = nullptr) {
     Box box{glm::vec3(LARGEST), glm::vec3(-LARGEST)};

@@ -168,8 +168,7 @@ TEST(Statistics, AreTheSameThroughTheInterface) {
     EXPECT_EQ(statisticsOf(foreign), statisticsOf(ours));
 }
 
-// ---- The fast kernel against the plain loop
-// ---------------------------------------------------------------------
+// ---- The fast kernel against the plain loop -------------------------------------------------------------
 
 template<typename Index>
 float areaOf(const std::vector<float>& positions, const std::vector<Index>& indices) {

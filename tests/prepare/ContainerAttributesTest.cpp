@@ -45,8 +45,7 @@ std::vector<std::string> meshNames(const SrcWriterInput& input) {
     return names;
 }
 
-// ---- keepStoredAttributes
-// -------------------------------------------------------------------------------------
+// ---- keepStoredAttributes -------------------------------------------------------------------------------
 
 TEST(KeepStoredAttributes, RemovesNamesThatThePresetDoesNotKnow) {
     const auto input =
@@ -112,8 +111,7 @@ TEST(KeepStoredAttributes, AMeshThatIsListedTwiceStaysOne) {
     EXPECT_THAT(namesOf(*result.meshes[1]), ElementsAre("position"));
 }
 
-// ---- keepAttributesApart
-// --------------------------------------------------------------------------------------
+// ---- keepAttributesApart --------------------------------------------------------------------------------
 
 TEST(KeepAttributesApart, ChangesNothingWhenEachMeshHasWhatItsPredecessorsHave) {
     const auto input = inputOf({squareWith({}), squareWith({"normal"}), squareWith({"normal", "texcoord"})});
@@ -206,8 +204,7 @@ TEST(KeepAttributesApart, AnEmptyInputStaysEmpty) {
     EXPECT_THAT(keepAttributesApart(SrcWriterInput()).meshes, IsEmpty());
 }
 
-// ---- meshName
-// -------------------------------------------------------------------------------------------------
+// ---- meshName -------------------------------------------------------------------------------------------
 
 TEST(MeshName, IsTheContentOfAJsonStringAndAnyOtherTextAsItIs) {
     auto input = inputOf({noNormals(), noNormals(), noNormals()});

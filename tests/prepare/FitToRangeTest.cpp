@@ -57,8 +57,7 @@ kel::src::SrcWriterInput fit(const kel::mesh::MeshPtr& mesh) {
     return fitToRange(fixture::inputOf({mesh}));
 }
 
-// ---- countClamped
-// ---------------------------------------------------------------------------------------------
+// ---- countClamped ---------------------------------------------------------------------------------------
 
 TEST(CountClamped, CountsEveryComponentOutsideTheBox) {
     const auto input = fixture::inputOf({fixture::unitSquare()});
@@ -113,8 +112,7 @@ TEST(CountClamped, RefusesAnEmptyBox) {
     EXPECT_THROW(countClamped({}, {NaN, 1.0f}), std::invalid_argument);
 }
 
-// ---- fitToRange
-// -----------------------------------------------------------------------------------------------
+// ---- fitToRange -----------------------------------------------------------------------------------------
 
 TEST(FitToRange, PutsPositionsOnTheWholeBoxAxisByAxis) {
     const auto fitted = fit(withAttribute("position", 3, {10, -2, 0, 30, -1, 8, 20, -2, 2}));

@@ -240,8 +240,7 @@ TEST(Hostile, TextsThatAreNoJsonSayWhere) {
     fault("\xef\xbb\xbf{}");
 }
 
-// ---- Memory
-// -----------------------------------------------------------------------------------------------------
+// ---- Memory ---------------------------------------------------------------------------------------------
 
 /// How much more memory than before a child process had at most while it did `work`, in bytes.
 std::uint64_t peakOf(const std::function<void()>& work) {

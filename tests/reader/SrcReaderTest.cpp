@@ -161,8 +161,7 @@ TEST(ReadSrc, AViewMayBeLongerThanItsChunksAsLongAsNoViewReadsThere) {
     EXPECT_EQ(read(text).bufferViews()[1].storedBytes, 36u);
 }
 
-// ---- Files
-// ------------------------------------------------------------------------------------------------------
+// ---- Files ----------------------------------------------------------------------------------------------
 
 class OpenSrc : public testing::Test {
 protected:

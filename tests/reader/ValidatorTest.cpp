@@ -46,8 +46,7 @@ kel::mesh::MeshPtr fitted() {
     return mesh;
 }
 
-// ---- Good files
-// -------------------------------------------------------------------------------------------------
+// ---- Good files -----------------------------------------------------------------------------------------
 
 TEST(ValidateSrc, BothWritersGoodFilesAreClean) {
     auto input = fixture::inputOf({fixture::unitSquare(), fixture::sphere(20, 12), fixture::tetrahedron(),
@@ -114,8 +113,7 @@ TEST(ValidateSrc, TellsThePlaceOfAFinding) {
     EXPECT_EQ(report.findings[0].detail, "found \"VEC5\"");
 }
 
-// ---- One thing broken
-// -------------------------------------------------------------------------------------------
+// ---- One thing broken -----------------------------------------------------------------------------------
 
 void putFloat(std::string& data, std::size_t at, float value) {
     std::memcpy(&data[at], &value, sizeof value);
@@ -394,8 +392,7 @@ TEST(ValidateSrc, AFileThatNamesTheSameBytesOverAndOverIsNotReadForever) {
     EXPECT_EQ(std::count(codes.begin(), codes.end(), "LIMIT_EXCEEDED"), 1);
 }
 
-// ---- The table
-// --------------------------------------------------------------------------------------------------
+// ---- The table ------------------------------------------------------------------------------------------
 
 TEST(SrcCodes, TheTableIsInTheOrderOfTheEnumAndSaysSomething) {
     std::set<std::string_view> names;

@@ -32,8 +32,7 @@ using kel::src::detail::ShapeResourceContainer;
 
 std::filesystem::path folder;
 
-// ---- What the reader reads, as JSON
-// ---------------------------------------------------------------------------
+// ---- What the reader reads, as JSON ---------------------------------------------------------------------
 
 std::string jsonText(std::string_view text) {
     return picojson::value(std::string(text)).serialize();
@@ -92,8 +91,7 @@ std::string textOf(Write write) {
     return out.str();
 }
 
-// ---- Models
-// ---------------------------------------------------------------------------------------------------
+// ---- Models ---------------------------------------------------------------------------------------------
 
 fixture::DefaultMeshPtr moved(fixture::DefaultMeshPtr mesh, float scale, float x, float y, float z) {
     std::vector<float> positions = fixture::floatsOf(*mesh, "position");
@@ -221,8 +219,7 @@ SrcWriterInput many(std::size_t count) {
     return input;
 }
 
-// ---- Files
-// ----------------------------------------------------------------------------------------------------
+// ---- Files ----------------------------------------------------------------------------------------------
 
 std::string byContainer(SrcWriterInput input, bool compressed) {
     input.useCompressedPreset = compressed;
@@ -281,8 +278,7 @@ std::string inChunks() {
     return textOf([&](std::ostream& out) { container.writeToStream(out); });
 }
 
-// ---- Broken files
-// ---------------------------------------------------------------------------------------------
+// ---- Broken files ---------------------------------------------------------------------------------------
 
 /// The name of the code that the reader refuses the bytes with; "" when it takes them.
 std::string codeOf(const std::string& bytes) {

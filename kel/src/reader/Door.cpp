@@ -92,8 +92,7 @@ public:
     }
 
 private:
-    // ---- Places
-    // ------------------------------------------------------------------------------------------------
+    // ---- Places -----------------------------------------------------------------------------------------
 
     struct Step {
         Step(Walker& walker, std::string_view key) : walker(walker) { walker.path[walker.steps++] = key; }
@@ -134,8 +133,7 @@ public:
     struct LimitReached {};
 
 private:
-    // ---- Values
-    // ------------------------------------------------------------------------------------------------
+    // ---- Values -----------------------------------------------------------------------------------------
 
     std::string_view meaning(std::string_view raw) {
         if (raw.size() > limits.stringBytes)
@@ -206,8 +204,7 @@ private:
         return true;
     }
 
-    // ---- Objects
-    // -----------------------------------------------------------------------------------------------
+    // ---- Objects ----------------------------------------------------------------------------------------
 
     /// Walks an object of known keys: `take(i)` consumes the value of names[i]. Unknown ones are passed over.
     template<std::size_t N, typename Take>
@@ -643,8 +640,7 @@ private:
                require(KEYS, seen, bit(0));
     }
 
-    // ---- References
-    // --------------------------------------------------------------------------------------------
+    // ---- References -------------------------------------------------------------------------------------
 
     /// Builds a section's ID table and takes out the entries that a later one of the same ID replaces.
     template<typename Entry, typename... Parallel>

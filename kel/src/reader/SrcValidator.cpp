@@ -146,8 +146,7 @@ private:
         sink.add({code, SrcError::NO_OFFSET, std::move(path), std::move(detail), count});
     }
 
-    // ---- The header's bookkeeping
-    // ------------------------------------------------------------------------------
+    // ---- The header's bookkeeping -----------------------------------------------------------------------
 
     void layout() {
         // With a chunk unknown, every neighbour would look like a gap.
@@ -289,8 +288,7 @@ private:
         slots.reportTo(sink);
     }
 
-    // ---- Bytes
-    // -------------------------------------------------------------------------------------------------
+    // ---- Bytes ------------------------------------------------------------------------------------------
 
     void work(const SrcBufferView& buffer, std::uint64_t bytes) {
         const std::uint64_t cost = bytes + std::uint64_t(buffer.chunkCount) * 16;
@@ -368,8 +366,7 @@ private:
                            });
     }
 
-    // ---- Meshes
-    // ------------------------------------------------------------------------------------------------
+    // ---- Meshes -----------------------------------------------------------------------------------------
 
     struct Positions {
         const SrcAttribute* attribute = nullptr;

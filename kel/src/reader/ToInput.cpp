@@ -81,8 +81,7 @@ private:
         left -= cost;
     }
 
-    // ---- Materials
-    // ---------------------------------------------------------------------------------------------
+    // ---- Materials --------------------------------------------------------------------------------------
 
     static std::uint32_t identifierOf(std::string_view id, std::uint32_t otherwise) {
         std::size_t digits = id.size();
@@ -125,8 +124,7 @@ private:
         materials.push_back(std::move(material));
     }
 
-    // ---- Buffers
-    // -----------------------------------------------------------------------------------------------
+    // ---- Buffers ----------------------------------------------------------------------------------------
 
     template<typename Index>
     std::shared_ptr<IndexBuffer> typedIndices(const SrcIndexView& view) {
@@ -237,8 +235,7 @@ private:
         mesh.addAttribute(made);
     }
 
-    // ---- Meshes
-    // ------------------------------------------------------------------------------------------------
+    // ---- Meshes -----------------------------------------------------------------------------------------
 
     /// The attributes in the order in which they were written: by where their bytes lie, and where those are
     /// none, by the numbers in the IDs of the views.
