@@ -3,8 +3,8 @@
 #include "Scenes.h"
 
 #include <kel/src/MeshUtils.h>
-#include <kel/src/cpu/Kernels.h>
 #include <kel/src/encoding/Quantization.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <benchmark/benchmark.h>
 

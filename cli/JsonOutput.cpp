@@ -1,6 +1,6 @@
 #include "JsonOutput.h"
 
-#include <kel/src/json/MetadataText.h>
+#include <kel/src/text/Utf8.h>
 
 #include <cmath>
 #include <cstdio>
@@ -8,19 +8,7 @@
 namespace kelsrc::cli {
 
 picojson::value jsonText(std::string_view text) {
-    std::string valid;
-    valid.reserve(text.size());
-    while (!text.empty()) {
-        const auto sequence = kel::src::detail::utf8SequenceAt(text);
-        if (sequence.length != 0) {
-            valid += text.substr(0, sequence.length);
-            text.remove_prefix(sequence.length);
-        } else {
-            valid += "\xef\xbf\xbd";
-            text.remove_prefix(sequence.broken);
-        }
-    }
-    return picojson::value(std::move(valid));
+    return picojson::value(kel::src::text::validUtf8(text));
 }
 
 picojson::value jsonNumber(double number) {

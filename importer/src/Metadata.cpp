@@ -1,7 +1,9 @@
 #include "Metadata.h"
 
-#include <kel/src/json/JsonText.h>
-#include <kel/src/json/MetadataText.h>
+#include <kel/src/text/JsonPointer.h>
+#include <kel/src/text/JsonScanner.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/Utf8.h>
 
 #include <array>
 #include <charconv>
@@ -12,7 +14,7 @@ namespace kel::importer::detail {
 
 namespace {
 
-constexpr int DEEPEST = static_cast<int>(kel::src::detail::MAX_METADATA_DEPTH);
+constexpr int DEEPEST = static_cast<int>(kel::src::text::MAX_METADATA_DEPTH);
 
 template<typename T>
 std::string shortest(T value, TextRepairs& repairs) {
@@ -73,44 +75,14 @@ bool isPivot(std::string_view name) {
     return name.find("_$AssimpFbx$_") != std::string_view::npos;
 }
 
-void appendEscaped(std::string& path, std::string_view name) {
-    for (const char c : name) {
-        if (c == '~') {
-            path += "~0";
-        } else if (c == '/') {
-            path += "~1";
-        } else {
-            path += c;
-        }
-    }
-}
-
 } // namespace
-
-std::string asUtf8(std::string_view text, bool& changed) {
-    std::string result;
-    result.reserve(text.size());
-    changed = false;
-    while (!text.empty()) {
-        const kel::src::detail::Utf8Sequence sequence = kel::src::detail::utf8SequenceAt(text);
-        if (sequence.length > 0) {
-            result.append(text.substr(0, sequence.length));
-            text.remove_prefix(sequence.length);
-        } else {
-            result += "\xEF\xBF\xBD";
-            text.remove_prefix(sequence.broken);
-            changed = true;
-        }
-    }
-    return result;
-}
 
 std::string jsonString(std::string_view text, TextRepairs& repairs) {
     bool changed = false;
-    const std::string utf8 = asUtf8(text, changed);
+    const std::string utf8 = kel::src::text::validUtf8(text, &changed);
     repairs.notUtf8 += changed;
     std::string json;
-    kel::src::detail::appendJsonString(json, utf8);
+    kel::src::text::appendJsonString(json, utf8);
     return json;
 }
 
@@ -136,7 +108,7 @@ std::string nodePath(const aiNode& node, bool withRoot, TextRepairs& repairs) {
     std::string path;
     for (auto n = chain.rbegin(); n != chain.rend(); ++n) {
         if (n != chain.rbegin()) path += '/';
-        appendEscaped(path, nameOf((*n)->mName, repairs));
+        kel::src::text::appendPointerStep(path, nameOf((*n)->mName, repairs));
     }
     return jsonString(path, repairs);
 }

@@ -16,9 +16,6 @@ struct TextRepairs {
     std::size_t cut = 0;       ///< names as long as the reader can hold, so probably longer in the file
 };
 
-/// The text with every maximal run of bytes that cannot be UTF-8 replaced by U+FFFD.
-std::string asUtf8(std::string_view text, bool& changed);
-
 /// A JSON string.
 std::string jsonString(std::string_view text, TextRepairs& repairs);
 /// A JSON number in the shortest form that reads back equal, or null.

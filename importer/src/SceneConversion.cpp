@@ -8,7 +8,8 @@
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/mesh/DefaultMesh.h>
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/Utf8.h>
 
 #include <assimp/GltfMaterial.h>
 #include <glm/geometric.hpp>
@@ -162,10 +163,9 @@ void Converter::drop(const std::string& kind, std::size_t count, const std::stri
 }
 
 std::string Converter::place(unsigned mesh) const {
-    bool changed = false;
     const aiString& name = scene.mMeshes[mesh]->mName;
     return "mesh " + std::to_string(mesh) +
-           (name.length == 0 ? "" : " \"" + asUtf8({name.data, name.length}, changed) + "\"");
+           (name.length == 0 ? "" : " \"" + kel::src::text::validUtf8({name.data, name.length}) + "\"");
 }
 
 void Converter::collectInstances() {
@@ -500,9 +500,9 @@ void Converter::describeGltf(std::size_t node, unsigned slot, std::map<std::stri
         const picojson::value* value = member(owner, "extras");
         if (!value) return;
         std::string text;
-        kel::src::detail::appendJson(text, *value);
+        kel::src::text::appendJson(text, *value);
         bool changed = false;
-        metadata[key] = asUtf8(text, changed);
+        metadata[key] = kel::src::text::validUtf8(text, &changed);
         repairs.notUtf8 += changed;
     };
     const std::size_t mesh = document.meshOf(node).value_or(0);

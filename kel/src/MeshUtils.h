@@ -3,7 +3,7 @@
 #include <kel/mesh/Mesh.h>
 #include <kel/src/Export.h>
 #include <kel/src/MetaDataPtr.h>
-#include <kel/src/cpu/Kernels.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <glm/vec3.hpp>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kel/src/Export.h>
-#include <kel/src/cpu/Kernels.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <cstddef>
 #include <cstdint>

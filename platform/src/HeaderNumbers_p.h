@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <charconv>
 #include <cmath>
@@ -34,8 +34,8 @@ inline std::string faultOf(std::string_view field, const double* values, std::si
 
 /// A field of numbers, which must be finite.
 inline void appendField(std::string& text, std::string_view field, const double* values, std::size_t count) {
-    kel::src::detail::appendJsonString(text, field);
-    kel::src::detail::appendArrayMember(text, ":", values, count);
+    kel::src::text::appendJsonString(text, field);
+    kel::src::text::appendArrayMember(text, ":", values, count);
 }
 
 } // namespace src

@@ -1,15 +1,23 @@
 #include <src/builder/MeshBuilder.h>
 
 #include "Document_p.h"
-#include "MetaText_p.h"
 
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonScanner.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/Utf8.h>
 #include <logging/Logger.h>
 
 #include <stdexcept>
 #include <utility>
 
 namespace src::builder {
+
+namespace {
+
+/// The object around the metadata's own texts is one level more.
+constexpr std::size_t MAX_DEPTH = kel::src::text::MAX_METADATA_DEPTH + 1;
+
+} // namespace
 
 MeshBuilder::MeshBuilder(std::shared_ptr<Mesh> mesh) : mesh(std::move(mesh)) {}
 MeshBuilder::~MeshBuilder() = default;
@@ -60,16 +68,16 @@ void MeshBuilder::setMaterial(std::shared_ptr<Material> material) {
 void MeshBuilder::setMetaJsonString(const std::string& text) {
     std::string meta;
     meta.reserve(text.size());
-    if (const auto fault = appendCompactJsonObject(text, meta)) {
+    if (const auto check = kel::src::text::appendCompactObject(meta, text, MAX_DEPTH); !check) {
         BOOST_LOG_SEV(*logging::Logger::getBoostLogger(
                           __LINE__, "void src::builder::MeshBuilder::setMetaJsonString(const std::string&)",
                           "platform/src/MeshBuilder"),
                       boost::log::trivial::warning)
-            << "Metadata of mesh \"" << mesh->name << "\" is not a JSON object: " << fault->what
-            << " at byte " << fault->offset
-            << ". The text is kept as one string; give each value as JSON, texts in quotes.";
+            << "Metadata of mesh \"" << mesh->name
+            << "\" is not a JSON object: " << kel::src::text::sentenceOf(check.fault) << " at byte "
+            << check.at << ". The text is kept as one string; give each value as JSON, texts in quotes.";
         meta.clear();
-        kel::src::detail::appendJsonString(meta, validUtf8(text));
+        kel::src::text::appendJsonString(meta, kel::src::text::validUtf8(text));
     }
     change().meta = std::move(meta);
 }

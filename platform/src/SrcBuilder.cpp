@@ -126,7 +126,7 @@ void appendHead(std::string& text, const Mesh& mesh) {
     for (const auto& [name, view] : mesh.attributes) {
         if (!first) text += ',';
         first = false;
-        kel::src::detail::appendJsonString(text, name);
+        kel::src::text::appendJsonString(text, name);
         text += ':';
         appendId(text, "attributeView", view->number);
     }
@@ -151,7 +151,7 @@ void appendTail(std::string& text, const Mesh& mesh) {
         text += ",\"meta\":";
         text += mesh.meta;
     }
-    kel::src::detail::appendMember(text, ",\"primitive\":", mesh.primitive);
+    kel::src::text::appendMember(text, ",\"primitive\":", mesh.primitive);
     text += '}';
 }
 

@@ -3,9 +3,9 @@
 #include "Document_p.h"
 #include "HeaderNumbers_p.h"
 
-#include <kel/src/json/JsonText.h>
-#include <kel/src/json/StreamSink.h>
-#include <kel/src/json/TextOrder.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/StreamSink.h>
+#include <kel/src/text/TextOrder.h>
 
 #include <algorithm>
 #include <charconv>
@@ -19,8 +19,8 @@ namespace src {
 
 namespace {
 
-using kel::src::detail::appendJsonString;
-using kel::src::detail::appendMember;
+using kel::src::text::appendJsonString;
+using kel::src::text::appendMember;
 
 /// IDs for objects in the order of their claim to their name: the first keeps it, the others get a number.
 class DistinctIds {
@@ -100,7 +100,7 @@ private:
     template<typename Append>
     void numbered(std::string_view prefix, std::size_t count, Append appendEntry) {
         bool first = true;
-        kel::src::detail::inTextOrder(count, [&](std::size_t i) {
+        kel::src::text::inTextOrder(count, [&](std::size_t i) {
             std::string& text = header.end();
             if (!first) text += ',';
             first = false;
@@ -268,7 +268,7 @@ void SrcWriter::write(std::shared_ptr<Src> document, std::ostream& out) {
                                 " that the file can state. Write the scene in several files.");
     }
 
-    kel::src::detail::StreamSink sink(out);
+    kel::src::text::StreamSink sink(out);
     sink.appendUint32(23);
     sink.appendUint32(42);
     sink.appendUint32(header.size());

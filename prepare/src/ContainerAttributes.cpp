@@ -4,7 +4,7 @@
 #include "Buffers.h"
 
 #include <kel/src/encoding/EncodingPresets.h>
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <glm/geometric.hpp>
 #include <glm/vec3.hpp>
@@ -173,7 +173,7 @@ kel::src::SrcWriterInput keepAttributesApart(const kel::src::SrcWriterInput& inp
             attributes.push_back(filler(*mesh, name, components));
             ++filled[name];
             if (!list.empty()) list += ',';
-            kel::src::detail::appendJsonString(list, name);
+            kel::src::text::appendJsonString(list, name);
         }
         for (const AttributePtr& buffer : attributes) {
             if (buffer) componentsSoFar[buffer->getAttributeName()] = buffer->getComponentCountPerElement();

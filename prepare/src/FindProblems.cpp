@@ -2,13 +2,13 @@
 
 #include "Buffers.h"
 #include "Presets.h"
-#include "TextCheck.h"
 
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/PackedAccess.h>
-#include <kel/src/json/MetadataText.h>
+#include <kel/src/text/JsonScanner.h>
+#include <kel/src/text/Utf8.h>
 
 #include <algorithm>
 #include <cmath>
@@ -292,7 +292,7 @@ private:
                 continue;
             }
             const std::string name = attributes[i]->getAttributeName();
-            const std::size_t odd = detail::firstNonUtf8(name);
+            const std::size_t odd = kel::src::text::firstNonUtf8(name);
             if (odd != name.size()) reportAttribute("text-not-utf8", name);
             if (!names.insert(name).second) reportAttribute("attribute-duplicate", name);
             if (!isWritten(name, *attributes[i], packed)) continue;
@@ -476,29 +476,27 @@ private:
             if (!isContainerTarget(target) && std::any_of(key.begin(), key.end(), needsEscape)) {
                 reportText("metadata-key", NOWHERE);
             }
-            if (detail::firstNonUtf8(key) != key.size()) {
+            if (kel::src::text::firstNonUtf8(key) != key.size()) {
                 reportText("text-not-utf8", NOWHERE);
                 continue;
             }
-            const std::size_t odd = detail::firstNonUtf8(text);
+            const std::size_t odd = kel::src::text::firstNonUtf8(text);
             if (odd != text.size()) {
                 reportText("text-not-utf8", odd);
                 continue;
             }
-            const detail::JsonCheck json = detail::checkJson(text);
+            const kel::src::text::JsonCheck json = kel::src::text::checkJson(text);
             switch (json.fault) {
-            case detail::JsonFault::NONE:
+            case kel::src::text::JsonFault::NONE:
                 break;
-            case detail::JsonFault::SYNTAX:
-                reportText("metadata-not-json", json.at);
+            case kel::src::text::JsonFault::TOO_DEEP:
+                reportText("metadata-too-deep", json.at, std::to_string(kel::src::text::MAX_METADATA_DEPTH));
                 break;
-            case detail::JsonFault::DEPTH:
-                reportText("metadata-too-deep", json.at,
-                           std::to_string(kel::src::detail::MAX_METADATA_DEPTH));
-                break;
-            case detail::JsonFault::NUMBER:
+            case kel::src::text::JsonFault::NUMBER_TOO_LARGE:
                 reportText("metadata-number", json.at);
                 break;
+            default:
+                reportText("metadata-not-json", json.at);
             }
         }
     }

@@ -4,7 +4,7 @@
 #include "Presets.h"
 #include "TextCheck.h"
 
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <algorithm>
 #include <array>
@@ -135,7 +135,7 @@ void appendNumbers(std::string& text, const char* key, const Fit& fit, double In
     text += "\":[";
     for (std::size_t c = 0; c < fit.components; ++c) {
         if (c != 0) text += ',';
-        kel::src::detail::appendJsonNumber(text, fit.inverse[c].*number);
+        kel::src::text::appendJsonNumber(text, fit.inverse[c].*number);
     }
     text += ']';
 }
@@ -144,7 +144,7 @@ std::string recordOf(const std::map<std::string, Fit>& fits) {
     std::string text = "{";
     for (const auto& [name, fit] : fits) {
         if (text.size() > 1) text += ',';
-        kel::src::detail::appendJsonString(text, name);
+        kel::src::text::appendJsonString(text, name);
         text += ":{";
         appendNumbers(text, "offset", fit, &Inverse::offset);
         text += ',';

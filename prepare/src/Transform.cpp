@@ -5,7 +5,7 @@
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/MeshUtils.h>
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <algorithm>
 #include <array>
@@ -96,10 +96,10 @@ bool readRecord(const std::map<std::string, std::string>& metaData, Record& reco
 
 std::string textOf(const Record& record) {
     std::string text = "{\"from\":";
-    kel::src::detail::appendJsonString(text, record.from);
-    kel::src::detail::appendArrayMember(text, ",\"matrix\":", record.matrix.data(), record.matrix.size());
-    kel::src::detail::appendMember(text, ",\"scale\":", record.scale);
-    kel::src::detail::appendMember(text, ",\"to\":", record.to);
+    kel::src::text::appendJsonString(text, record.from);
+    kel::src::text::appendArrayMember(text, ",\"matrix\":", record.matrix.data(), record.matrix.size());
+    kel::src::text::appendMember(text, ",\"scale\":", record.scale);
+    kel::src::text::appendMember(text, ",\"to\":", record.to);
     return text + '}';
 }
 

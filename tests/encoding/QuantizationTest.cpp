@@ -1,5 +1,5 @@
-#include <kel/src/cpu/Kernels.h>
 #include <kel/src/encoding/Quantization.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <support/Kernels.h>
 #include <support/Streams.h>

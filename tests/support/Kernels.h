@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/src/cpu/Kernels.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <rapidcheck.h>
 

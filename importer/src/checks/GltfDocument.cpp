@@ -1,6 +1,6 @@
 #include "GltfDocument.h"
 
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <algorithm>
 #include <array>
@@ -738,7 +738,7 @@ std::shared_ptr<const GltfDocument> readGltf(const Source& source, const Content
     if (buffers.is<picojson::array>()) reduced.get<picojson::object>()["buffers"] = std::move(buffers);
     if (!reduce(reduced, findings)) return document;
     std::string json;
-    kel::src::detail::appendJson(json, reduced);
+    kel::src::text::appendJson(json, reduced);
     if (!binary) {
         findings.front = std::move(json);
         return document;

@@ -4,6 +4,7 @@
 #include <kel/mesh/PrimitiveType.h>
 #include <kel/src/Export.h>
 #include <kel/src/SrcCodes.h>
+#include <kel/src/SrcJson.h>
 #include <kel/src/SrcWriterInput.h>
 
 #include <array>
@@ -366,19 +367,5 @@ KELSRC_EXPORT std::vector<SrcFit> fitOf(const SrcMesh& mesh);
 ///
 /// throws  SrcError with LIMIT_EXCEEDED when the copies would take more than limits.memoryBytes
 KELSRC_EXPORT SrcWriterInput toInput(const SrcFile& file, const ReadLimits& limits = {});
-
-/// One member of a JSON object: its key, and the text of its value as it stands.
-struct SrcMember {
-    std::string key;
-    std::string_view json;
-};
-
-/// The members of a JSON object's text, as SrcFile hands them out; a key that stands twice is given once,
-/// with its last value. Empty for any text that is no object. The text must be valid JSON.
-KELSRC_EXPORT std::vector<SrcMember> jsonMembers(std::string_view object);
-/// The numbers of a list of numbers, or the one number; false when it is neither.
-KELSRC_EXPORT bool jsonNumbers(std::string_view json, std::vector<double>& numbers);
-/// The text of a JSON string; false when it is none.
-KELSRC_EXPORT bool jsonString(std::string_view json, std::string& text);
 
 } // namespace kel::src

@@ -1,8 +1,8 @@
 #include <kel/src/container/ShapeResourceContainer.h>
 
-#include <kel/src/json/JsonText.h>
-#include <kel/src/json/StreamSink.h>
-#include <kel/src/json/TextOrder.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/StreamSink.h>
+#include <kel/src/text/TextOrder.h>
 
 #include <algorithm>
 #include <cstring>
@@ -32,7 +32,7 @@ void emitSize(Sink& sink, std::string_view keyWithColon, std::uint64_t size) {
         sink.appendNumber(size);
     } else {
         std::string text;
-        appendJsonNumber(text, static_cast<double>(size));
+        text::appendJsonNumber(text, static_cast<double>(size));
         sink.append(std::string_view(text));
     }
 }
@@ -42,7 +42,7 @@ void emitKey(Sink& sink, bool& first, std::string& scratch, std::string_view id)
     if (!first) sink.append(',');
     first = false;
     scratch.clear();
-    appendJsonString(scratch, id);
+    text::appendJsonString(scratch, id);
     scratch += ':';
     sink.append(std::string_view(scratch));
 }
@@ -188,7 +188,7 @@ std::string ShapeResourceContainer::addIndexView(const std::string& bufferViewId
     const std::uint32_t number = indexViewCounter;
     std::string id = createIndexViewID();
     scratch.clear();
-    appendJsonString(scratch, bufferViewId);
+    text::appendJsonString(scratch, bufferViewId);
     indexViews.put(number, {store.keep(scratch), byteOffset, count, getWebGLTypeIdentifier(dataType)});
     return id;
 }
@@ -200,11 +200,11 @@ std::string ShapeResourceContainer::addAttributeView(unsigned int components, co
     const std::uint32_t number = attributeViewCounter;
     std::string id = createAttributeViewID();
     scratch.clear();
-    appendArrayMember(scratch, ",\"decodeOffset\":", decodeOffset, components);
-    appendArrayMember(scratch, ",\"decodeScale\":", decodeScale, components);
+    text::appendArrayMember(scratch, ",\"decodeOffset\":", decodeOffset, components);
+    text::appendArrayMember(scratch, ",\"decodeScale\":", decodeScale, components);
     if (scratch != lastDecode) lastDecode = store.keep(scratch);
     scratch.clear();
-    appendJsonString(scratch, bufferViewId);
+    text::appendJsonString(scratch, bufferViewId);
     attributeViews.put(number, {store.keep(scratch), lastDecode, byteOffset, byteStride, count,
                                 static_cast<std::uint16_t>(getWebGLTypeIdentifier(dataType)),
                                 static_cast<std::uint8_t>(components)});
@@ -241,21 +241,21 @@ void ShapeResourceContainer::addMesh(const std::string& id,
     for (const auto& [name, viewId] : attributes) {
         if (!first) scratch += ',';
         first = false;
-        appendJsonString(scratch, name);
+        text::appendJsonString(scratch, name);
         scratch += ':';
-        appendJsonString(scratch, viewId);
+        text::appendJsonString(scratch, viewId);
     }
     scratch += '}';
-    if (bboxCenter) appendArrayMember(scratch, ",\"bboxCenter\":", bboxCenter, 3);
-    if (bboxSize) appendArrayMember(scratch, ",\"bboxSize\":", bboxSize, 3);
+    if (bboxCenter) text::appendArrayMember(scratch, ",\"bboxCenter\":", bboxCenter, 3);
+    if (bboxSize) text::appendArrayMember(scratch, ",\"bboxSize\":", bboxSize, 3);
     scratch += ",\"indices\":";
-    appendJsonString(scratch, indexViewId);
+    text::appendJsonString(scratch, indexViewId);
     scratch += ",\"material\":";
 
     MeshEntry entry{};
     entry.head = store.keep(scratch);
     scratch.clear();
-    appendJsonString(scratch, materialId);
+    text::appendJsonString(scratch, materialId);
     entry.material = store.keep(scratch);
     entry.primitive = getWebGLPrimitiveTypeIdentifier(primitiveType);
     entry.hasMeta = meta.is<picojson::object>();
@@ -272,7 +272,7 @@ void ShapeResourceContainer::addMetaData(const std::string& key, const picojson:
 
 void ShapeResourceContainer::addTechnique(const std::string& id, const picojson::value& parameters) {
     scratch = "{\"parameters\":";
-    appendJson(scratch, parameters);
+    text::appendJson(scratch, parameters);
     scratch += '}';
     techniques.put(id, store.keep(scratch));
 }
@@ -286,10 +286,10 @@ void ShapeResourceContainer::addMetaDataToMesh(const std::string& key, const pic
         return;
     }
     scratch.clear();
-    appendJsonString(scratch, key);
+    text::appendJsonString(scratch, key);
     const bool keyIsPlain = scratch.size() == key.size() + 2; // then the text holds the key itself, too
     scratch += ':';
-    appendJson(scratch, value);
+    text::appendJson(scratch, value);
     MetaMember member;
     member.text = store.keep(scratch);
     member.key = keyIsPlain ? member.text.substr(1, key.size()) : store.keep(key);
@@ -330,9 +330,9 @@ void ShapeResourceContainer::sortMembers(MeshEntry& mesh) {
 void ShapeResourceContainer::addMaterial(const std::string& id, const std::string& techniqueId,
                                          const picojson::value& values) {
     scratch = "{\"instanceTechnique\":{\"technique\":";
-    appendJsonString(scratch, techniqueId);
+    text::appendJsonString(scratch, techniqueId);
     scratch += ",\"values\":";
-    appendJson(scratch, values);
+    text::appendJson(scratch, values);
     scratch += "}}";
     materials.put(id, store.keep(scratch));
 }
@@ -345,7 +345,7 @@ void ShapeResourceContainer::assignMaterialToMesh(const std::string& materialId,
         return;
     }
     scratch.clear();
-    appendJsonString(scratch, materialId);
+    text::appendJsonString(scratch, materialId);
     mesh->material = store.keep(scratch);
     if (!materials.find(materialId)) {
         std::cout << "WARNING: Assigning material with ID \"" << materialId
@@ -364,7 +364,7 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
     const auto numbered = [&](std::string_view opening, const auto& section, const auto& emitEntry) {
         sink.append(opening);
         bool first = true;
-        inTextOrder(section.entries.size(), [&](std::size_t i) {
+        text::inTextOrder(section.entries.size(), [&](std::size_t i) {
             if (!section.entries[i].present) return;
             sink.append(first ? std::string_view("\"") : std::string_view(",\""));
             first = false;
@@ -453,15 +453,15 @@ std::string ShapeResourceContainer::prepareToWrite() {
         if (!mesh.membersInOrder) sortMembers(mesh);
     }
     std::string metaText;
-    appendJson(metaText, header.get<picojson::object>()["meta"]);
+    text::appendJson(metaText, header.get<picojson::object>()["meta"]);
     return metaText;
 }
 
 void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string& metaText) const {
-    CountingSink length;
+    text::CountingSink length;
     emitHeader(length, metaText);
 
-    StreamSink sink(out);
+    text::StreamSink sink(out);
     sink.appendUint32(23);
     sink.appendUint32(42);
     sink.appendUint32(length.bytes);

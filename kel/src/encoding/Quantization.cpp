@@ -1,6 +1,6 @@
 #include <kel/src/encoding/Quantization.h>
 
-#include <kel/src/cpu/Kernels.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <algorithm>
 #include <array>

@@ -1,5 +1,8 @@
 #include <kel/src/reader/Door_p.h>
 
+#include <kel/src/text/JsonPointer.h>
+#include <kel/src/text/JsonValues.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -19,24 +22,6 @@ std::string quoted(std::string_view text) {
     result += text.substr(0, LONGEST);
     result += text.size() > LONGEST ? "\"..." : "\"";
     return result;
-}
-
-template<typename Steps>
-std::string pointerOf(const Steps& keys) {
-    std::string pointer;
-    for (const std::string_view key : keys) {
-        pointer += '/';
-        for (const char c : key) {
-            if (c == '~') {
-                pointer += "~0";
-            } else if (c == '/') {
-                pointer += "~1";
-            } else {
-                pointer += c;
-            }
-        }
-    }
-    return pointer;
 }
 
 const char* kindOf(char first) {
@@ -103,7 +88,7 @@ private:
     };
 
     std::string here() const {
-        return pointerOf(std::vector<std::string_view>(path.begin(), path.begin() + steps));
+        return text::jsonPointer(std::vector<std::string_view>(path.begin(), path.begin() + steps));
     }
     void report(SrcCode code, std::string detail) { reportAt(code, in.position(), std::move(detail)); }
     void reportAt(SrcCode code, std::size_t position, std::string detail) {
@@ -117,7 +102,7 @@ private:
         sink.report(code,
                     inside ? Preamble::BYTES + static_cast<std::uint64_t>(text.data() - tables.text.data())
                            : SrcError::NO_OFFSET,
-                    pointerOf(keys), std::move(detail));
+                    text::jsonPointer(keys), std::move(detail));
     }
     [[noreturn]] void exceed(const std::string& what) {
         report(SrcCode::LIMIT_EXCEEDED, what);
@@ -139,10 +124,10 @@ private:
         if (raw.size() > limits.stringBytes)
             exceed("a name of " + std::to_string(raw.size()) + " bytes; stringBytes is " +
                    std::to_string(limits.stringBytes));
-        if (isPlain(raw)) return raw;
+        if (text::isPlain(raw)) return raw;
         charge(raw.size() + sizeof(std::string));
         tables.unescaped.emplace_back();
-        appendUnescaped(tables.unescaped.back(), raw);
+        text::appendUnescaped(tables.unescaped.back(), raw);
         return tables.unescaped.back();
     }
 
@@ -654,7 +639,7 @@ private:
             if (!sink.wantsAll()) break;
             std::vector<std::string_view> keys(section);
             keys.push_back(entries[position].id);
-            sink.report(SrcCode::DUPLICATE_KEY, SrcError::NO_OFFSET, pointerOf(keys), {});
+            sink.report(SrcCode::DUPLICATE_KEY, SrcError::NO_OFFSET, text::jsonPointer(keys), {});
         }
         const auto takeOut = [&](auto& list) {
             std::size_t kept = 0, next = 0;
@@ -874,10 +859,6 @@ std::uint32_t wordAt(const unsigned char* bytes) {
 
 } // namespace
 
-std::string jsonPointer(std::initializer_list<std::string_view> keys) {
-    return pointerOf(keys);
-}
-
 std::uint64_t HeaderTables::payloadEnd() const {
     std::uint64_t end = 0;
     for (std::size_t i = 0; i < chunks.size(); ++i) {
@@ -949,7 +930,7 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
         if (chunk.byteOffset + chunk.byteLength <= dataBytes) continue;
         if (i < tables.badChunks.size()) tables.badChunks[i] = true;
         sink.report(SrcCode::CHUNK_PAST_END, SrcError::NO_OFFSET,
-                    pointerOf(std::initializer_list<std::string_view>{"bufferChunks", chunk.id}),
+                    text::jsonPointer({"bufferChunks", chunk.id}),
                     std::to_string(chunk.byteLength) + " bytes from byte " +
                         std::to_string(chunk.byteOffset) + " of " + std::to_string(dataBytes));
     }
@@ -965,7 +946,7 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
         if (usable && view.storedBytes > end) {
             usable = false;
             sink.report(SrcCode::REPEATED_CHUNKS, SrcError::NO_OFFSET,
-                        pointerOf(std::initializer_list<std::string_view>{"bufferViews", view.id}),
+                        text::jsonPointer(std::initializer_list<std::string_view>{"bufferViews", view.id}),
                         std::to_string(view.storedBytes) + " of " + std::to_string(end) + " bytes");
         }
         if (!usable && i < tables.badBufferViews.size()) tables.badBufferViews[i] = true;

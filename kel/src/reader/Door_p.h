@@ -77,7 +77,4 @@ bool readHeader(std::string_view text, const ReadLimits& limits, FindingSink& si
 /// Checks the chunks against the bytes that the data section has.
 void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sink);
 
-/// A JSON pointer of keys and positions.
-std::string jsonPointer(std::initializer_list<std::string_view> keys);
-
 } // namespace kel::src::detail

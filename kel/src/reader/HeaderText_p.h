@@ -110,18 +110,4 @@ struct JsonTooDeep {
     std::size_t position;
 };
 
-/// True when the text of a string needs no unescaping.
-inline bool isPlain(std::string_view rawString) {
-    return rawString.find('\\') == std::string_view::npos;
-}
-
-/// Appends what a string's text means: the text between its quotes, whose escapes are known to be valid. Half
-/// of a surrogate pair, which UTF-8 cannot hold, becomes U+FFFD.
-void appendUnescaped(std::string& target, std::string_view rawString);
-
-/// Reads a JSON number.
-///
-/// returns  false when the whole text is none; `value` is infinite when a double cannot hold it
-bool parseJsonNumber(std::string_view text, double& value);
-
 } // namespace kel::src::detail

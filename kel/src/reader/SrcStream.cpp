@@ -1,6 +1,7 @@
 #include <kel/src/SrcReader.h>
 
 #include <kel/src/reader/FileData_p.h>
+#include <kel/src/text/JsonPointer.h>
 
 #include <algorithm>
 #include <numeric>
@@ -63,7 +64,7 @@ void SrcStream::State::plan() {
         const SrcChunk& after = chunks[chunksInOrder[i]];
         if (after.byteOffset < before.byteOffset + before.byteLength)
             throw SrcError(SrcCode::STREAM_OVERLAP, SrcError::NO_OFFSET,
-                           detail::jsonPointer({"bufferChunks", after.id}), {});
+                           text::jsonPointer({"bufferChunks", after.id}), {});
     }
 
     // By buffer view first and by chunk then: going from every mesh to its chunks could be made quadratic.
@@ -107,7 +108,7 @@ void SrcStream::State::plan() {
 void SrcStream::State::endedAt(std::uint32_t chunk) {
     const SrcChunk& entry = file.chunks()[chunk];
     throw SrcError(SrcCode::CHUNK_PAST_END, SrcError::NO_OFFSET,
-                   detail::jsonPointer({"bufferChunks", entry.id}),
+                   text::jsonPointer({"bufferChunks", entry.id}),
                    std::to_string(entry.byteLength) + " bytes from byte " + std::to_string(entry.byteOffset) +
                        "; the stream ends at " + std::to_string(position));
 }
@@ -132,7 +133,7 @@ void SrcStream::State::readChunk(std::uint32_t chunk) {
     }
     if (entry.byteLength > limits.memoryBytes - held)
         throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
-                       detail::jsonPointer({"bufferChunks", entry.id}),
+                       text::jsonPointer({"bufferChunks", entry.id}),
                        "memoryBytes is " + std::to_string(limits.memoryBytes));
     // In steps, so that a claim takes no memory before its bytes come.
     detail::GrowingBytes bytes;

@@ -3,6 +3,7 @@
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/reader/Decode_p.h>
 #include <kel/src/reader/FileData_p.h>
+#include <kel/src/text/JsonPointer.h>
 #include <utils/TriangleArea.h>
 
 #include <glm/vec3.hpp>
@@ -18,7 +19,7 @@ namespace kel::src {
 
 namespace {
 
-using detail::jsonPointer;
+using text::jsonPointer;
 
 /// Keeps findings up to a number, counts all of them, and remembers which codes there were.
 class ReportSink final : public detail::FindingSink {

@@ -5,6 +5,8 @@
 #include <kel/src/reader/Decode_p.h>
 #include <kel/src/reader/Door_p.h>
 #include <kel/src/reader/RestorePositions_p.h>
+#include <kel/src/text/JsonPointer.h>
+#include <kel/src/text/JsonValues.h>
 
 #include <algorithm>
 #include <cmath>
@@ -76,7 +78,7 @@ private:
         const std::uint64_t cost = bytes + buffer.chunkCount;
         if (cost > left)
             throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
-                           detail::jsonPointer({"bufferViews", buffer.id}),
+                           text::jsonPointer({"bufferViews", buffer.id}),
                            "copies of the views need more than memoryBytes");
         left -= cost;
     }
@@ -88,8 +90,7 @@ private:
         while (digits > 0 && id[digits - 1] >= '0' && id[digits - 1] <= '9')
             --digits;
         double number = 0;
-        if (digits == id.size() || !detail::parseJsonNumber(id.substr(digits), number) ||
-            number > 4294967295.0)
+        if (digits == id.size() || !text::parseJsonNumber(id.substr(digits), number) || number > 4294967295.0)
             return otherwise;
         return static_cast<std::uint32_t>(number);
     }

@@ -1,10 +1,10 @@
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 
-namespace kel::src::detail {
+namespace kel::src::text {
 
 void appendJsonNumber(std::string& text, double value) {
     const picojson::value checked(value); // refuses what JSON cannot hold, with picojson's own exception
@@ -103,4 +103,4 @@ void appendMember(std::string& text, std::string_view keyWithColon, std::string_
     appendJsonString(text, string);
 }
 
-} // namespace kel::src::detail
+} // namespace kel::src::text

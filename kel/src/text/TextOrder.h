@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-namespace kel::src::detail {
+namespace kel::src::text {
 
 /// Calls visit(i) for i = 0 .. count - 1 in the byte order of their decimal texts: 0, 1, 10, 100, ..., 11,
 /// ..., 2.
@@ -24,4 +24,4 @@ void inTextOrder(std::size_t count, Visit visit) {
     }
 }
 
-} // namespace kel::src::detail
+} // namespace kel::src::text

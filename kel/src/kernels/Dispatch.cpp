@@ -1,4 +1,4 @@
-#include <kel/src/cpu/Kernels.h>
+#include <kel/src/kernels/Dispatch.h>
 
 #include <atomic>
 

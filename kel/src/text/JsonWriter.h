@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace kel::src::detail {
+namespace kel::src::text {
 
 /// Appends JSON text, byte for byte as picojson's compact serialisation gives it, but without a string and a
 /// formatted print per value: these three are the hot path of a header with many meshes.
@@ -35,4 +35,4 @@ void appendArrayMember(std::string& text, std::string_view keyWithColon, const N
     text += ']';
 }
 
-} // namespace kel::src::detail
+} // namespace kel::src::text

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace kel::src::detail {
+namespace kel::src::text {
 
 /// Where document text goes in the end. The two sinks take the same calls, so that one function gives the
 /// length of a text and, called again, the text itself.
@@ -70,4 +70,4 @@ private:
     std::size_t used = 0;
 };
 
-} // namespace kel::src::detail
+} // namespace kel::src::text

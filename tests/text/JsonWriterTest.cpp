@@ -1,4 +1,4 @@
-#include <kel/src/json/JsonText.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <kel/src/Export.h>
+
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
-namespace kel::src::detail {
-
-/// Deepest nesting of objects and arrays in one metadata text. In the file it stands four levels down in the
-/// header, and a header of 64 levels is one that readers follow and that no parser runs out of stack over.
-constexpr std::size_t MAX_METADATA_DEPTH = 60;
+namespace kel::src::text {
 
 /// The start of a text, taken as UTF-8 (RFC 3629).
 struct Utf8Sequence {
@@ -43,4 +43,15 @@ inline Utf8Sequence utf8SequenceAt(std::string_view text) {
     return {length, 0};
 }
 
-} // namespace kel::src::detail
+/// The first byte that is not part of UTF-8; text.size() when all of it is.
+KELSRC_EXPORT std::size_t firstNonUtf8(std::string_view text);
+
+/// The text with every maximal run of bytes that cannot be UTF-8 replaced by U+FFFD.
+///
+/// changed  set to whether anything was replaced; may be null
+KELSRC_EXPORT std::string validUtf8(std::string_view text, bool* changed = nullptr);
+
+/// Appends the character `code`, which is below 0x110000 and no surrogate.
+KELSRC_EXPORT void appendUtf8(std::string& target, std::uint32_t code);
+
+} // namespace kel::src::text

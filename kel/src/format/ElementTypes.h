@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace kel::src::format {
+
+/// The types of one component of a view.
+struct ComponentTypeRow {
+    std::uint32_t webGL; ///< the WebGL data type code, which the header holds
+    std::uint32_t bytes;
+    std::string_view name;
+    bool forIndices; ///< whether index views may have it
+};
+
+/// In the order of their codes.
+inline constexpr ComponentTypeRow COMPONENT_TYPES[] = {
+    {5120, 1, "BYTE", false}, {5121, 1, "UBYTE", true}, {5122, 2, "SHORT", false}, {5123, 2, "USHORT", true},
+    {5124, 4, "INT", false},  {5125, 4, "UINT", true},  {5126, 4, "FLOAT", false},
+};
+constexpr std::uint32_t FIRST_COMPONENT_TYPE = COMPONENT_TYPES[0].webGL;
+constexpr std::size_t COMPONENT_TYPE_COUNT = sizeof COMPONENT_TYPES / sizeof COMPONENT_TYPES[0];
+
+/// The row of a WebGL code; null for any other number.
+constexpr const ComponentTypeRow* componentType(std::uint64_t webGL) {
+    return webGL - FIRST_COMPONENT_TYPE < COMPONENT_TYPE_COUNT
+               ? &COMPONENT_TYPES[webGL - FIRST_COMPONENT_TYPE]
+               : nullptr;
+}
+
+/// How many components an element has, as the header says it: ELEMENT_TYPES[0] has one.
+inline constexpr std::string_view ELEMENT_TYPES[] = {"SCALAR", "VEC2", "VEC3", "VEC4"};
+constexpr std::size_t MAX_COMPONENTS = sizeof ELEMENT_TYPES / sizeof ELEMENT_TYPES[0];
+
+} // namespace kel::src::format

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+/// The facts of an SRC file, each once: writers, readers and tools take them from here.
+namespace kel::src::format {
+
+/// A file begins with three 32-bit numbers, little-endian: SIGNATURE, LAYOUT, and the length of the header.
+/// The header follows, and behind it, to the end, the data section that chunks lie in.
+constexpr std::uint32_t SIGNATURE = 23;
+constexpr std::uint32_t LAYOUT = 42;
+constexpr std::size_t PREAMBLE_BYTES = 12;
+
+/// The 32-bit number whose four bytes begin at `bytes`, lowest first.
+inline std::uint32_t readUint32(const void* bytes) {
+    const auto* byte = static_cast<const unsigned char*>(bytes);
+    return std::uint32_t(byte[0]) | std::uint32_t(byte[1]) << 8 | std::uint32_t(byte[2]) << 16 |
+           std::uint32_t(byte[3]) << 24;
+}
+
+/// The preamble as bytes.
+struct PreambleBytes {
+    char bytes[PREAMBLE_BYTES];
+
+    /// headerBytes  is cut to 32 bits, all that the file can state
+    explicit constexpr PreambleBytes(std::uint64_t headerBytes) : bytes() {
+        const std::uint64_t numbers[3] = {SIGNATURE, LAYOUT, headerBytes};
+        for (std::size_t i = 0; i < PREAMBLE_BYTES; ++i)
+            bytes[i] = static_cast<char>(numbers[i / 4] >> (8 * (i % 4)) & 255);
+    }
+    std::string_view text() const { return {bytes, PREAMBLE_BYTES}; }
+};
+
+/// The sections of the header; the two kinds of views stand inside "accessors".
+namespace section {
+constexpr std::string_view ACCESSORS = "accessors";
+constexpr std::string_view ATTRIBUTE_VIEWS = "attributeViews";
+constexpr std::string_view INDEX_VIEWS = "indexViews";
+constexpr std::string_view BUFFER_CHUNKS = "bufferChunks";
+constexpr std::string_view BUFFER_VIEWS = "bufferViews";
+constexpr std::string_view MATERIALS = "materials";
+constexpr std::string_view MESHES = "meshes";
+constexpr std::string_view META = "meta";
+constexpr std::string_view TECHNIQUES = "techniques";
+constexpr std::string_view TEXTURE_VIEWS = "textureViews";
+constexpr std::string_view TEXTURES = "textures";
+} // namespace section
+
+/// The entries of the objects in these sections.
+namespace key {
+constexpr std::string_view ATTRIBUTES = "attributes";
+constexpr std::string_view BBOX_CENTER = "bboxCenter";
+constexpr std::string_view BBOX_SIZE = "bboxSize";
+constexpr std::string_view BUFFER_VIEW = "bufferView";
+constexpr std::string_view BYTE_LENGTH = "byteLength";
+constexpr std::string_view BYTE_OFFSET = "byteOffset";
+constexpr std::string_view BYTE_STRIDE = "byteStride";
+constexpr std::string_view CHUNKS = "chunks";
+constexpr std::string_view COMPONENT_TYPE = "componentType";
+constexpr std::string_view COUNT = "count";
+constexpr std::string_view DECODE_OFFSET = "decodeOffset";
+constexpr std::string_view DECODE_SCALE = "decodeScale";
+constexpr std::string_view INDICES = "indices";
+constexpr std::string_view INSTANCE_TECHNIQUE = "instanceTechnique";
+constexpr std::string_view MATERIAL = "material";
+constexpr std::string_view META = "meta";
+constexpr std::string_view PARAMETERS = "parameters";
+constexpr std::string_view PRIMITIVE = "primitive";
+constexpr std::string_view TECHNIQUE = "technique";
+constexpr std::string_view TYPE = "type";
+constexpr std::string_view VALUE = "value";
+constexpr std::string_view VALUES = "values";
+} // namespace key
+
+/// What IDs begin with; a number follows.
+namespace id_prefix {
+constexpr std::string_view INDEX_VIEW = "indexView";
+constexpr std::string_view ATTRIBUTE_VIEW = "attributeView";
+constexpr std::string_view BUFFER_VIEW = "bufferView";
+constexpr std::string_view CHUNK = "chunk";
+constexpr std::string_view CONTAINER_MATERIAL = "material"; ///< of the container writer: a mesh's position
+constexpr std::string_view PUBLIC_MATERIAL = "mat"; ///< of the public writer: the material's identifier
+constexpr std::string_view PUBLIC_MESH = "mesh";    ///< of the public writer: the mesh's position
+} // namespace id_prefix
+
+/// Attributes that exist in files only: three 16-bit position codes and two bytes of an octahedral normal,
+/// read as four 16-bit numbers.
+constexpr std::string_view COMBINED_POSITION_NORMAL = "pos3us_nor2ub_oct";
+
+} // namespace kel::src::format

@@ -1,0 +1,154 @@
+#include <kel/src/format/MetadataKeys.h>
+
+#include <kel/src/SrcJson.h>
+#include <kel/src/format/ElementTypes.h>
+#include <kel/src/text/JsonScanner.h>
+#include <kel/src/text/JsonValues.h>
+#include <kel/src/text/JsonWriter.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace kel::src::format {
+
+namespace {
+
+/// The members of an object that somebody else wrote; none where it is no valid JSON.
+std::vector<SrcMember> checkedMembers(std::string_view json) {
+    return text::checkJson(json) ? jsonMembers(json) : std::vector<SrcMember>();
+}
+
+bool isAxis(std::string_view name) {
+    return name == "x" || name == "y" || name == "z";
+}
+
+bool isUpAxis(std::string_view name) {
+    if (!name.empty() && name.front() == '-') name.remove_prefix(1);
+    return name == "X" || name == "Y" || name == "Z";
+}
+
+/// The one number of a text, not of a list.
+std::optional<double> readNumber(std::string_view json) {
+    double number = 0;
+    if (!text::parseJsonNumber(json, number) || !std::isfinite(number)) return std::nullopt;
+    return number;
+}
+
+} // namespace
+
+std::string fitText(const std::vector<Fit>& fits) {
+    std::string json;
+    for (const Fit& fit : fits) {
+        json += json.empty() ? '{' : ',';
+        text::appendJsonString(json, fit.attribute);
+        text::appendArrayMember(json, ":{\"offset\":", fit.offset.data(), fit.offset.size());
+        text::appendArrayMember(json, ",\"scale\":", fit.scale.data(), fit.scale.size());
+        json += '}';
+    }
+    return json.empty() ? "{}" : json + '}';
+}
+
+std::vector<Fit> readFit(std::string_view json) {
+    std::vector<Fit> fits;
+    for (SrcMember& attribute : checkedMembers(json)) {
+        Fit fit;
+        for (const SrcMember& vector : jsonMembers(attribute.json)) {
+            if (vector.key == "offset") jsonNumbers(vector.json, fit.offset);
+            if (vector.key == "scale") jsonNumbers(vector.json, fit.scale);
+        }
+        if (fit.offset.empty() || fit.offset.size() > MAX_COMPONENTS || fit.offset.size() != fit.scale.size())
+            continue;
+        fit.attribute = std::move(attribute.key);
+        fits.push_back(std::move(fit));
+    }
+    return fits;
+}
+
+std::string transformText(const Transform& transform) {
+    std::string json = "{\"from\":\"";
+    json += transform.from;
+    text::appendArrayMember(json, "\",\"matrix\":", transform.matrix.data(), transform.matrix.size());
+    text::appendMember(json, ",\"scale\":", transform.scale);
+    json += ",\"to\":\"";
+    json += transform.to;
+    return json + "\"}";
+}
+
+std::optional<Transform> readTransform(std::string_view json) {
+    Transform transform;
+    std::vector<double> matrix;
+    std::optional<double> scale;
+    std::string from, to;
+    for (const SrcMember& member : checkedMembers(json)) {
+        if (member.key == "matrix") jsonNumbers(member.json, matrix);
+        if (member.key == "scale") scale = readNumber(member.json);
+        if (member.key == "from") jsonString(member.json, from);
+        if (member.key == "to") jsonString(member.json, to);
+    }
+    if (matrix.size() != transform.matrix.size() || !scale || !isAxis(from)) return std::nullopt;
+    std::copy(matrix.begin(), matrix.end(), transform.matrix.begin());
+    transform.scale = *scale;
+    transform.from = from[0];
+    transform.to = isAxis(to) ? to[0] : from[0];
+    return transform;
+}
+
+std::string sourceText(const Source& source) {
+    std::string json = "{\"file\":";
+    text::appendJsonString(json, source.file);
+    if (!source.format.empty()) text::appendMember(json, ",\"format\":", source.format);
+    if (source.unit) text::appendMember(json, ",\"unit\":", *source.unit);
+    if (!source.upAxis.empty()) text::appendMember(json, ",\"upAxis\":", source.upAxis);
+    return json + '}';
+}
+
+std::optional<Source> readSource(std::string_view json) {
+    const std::vector<SrcMember> members = checkedMembers(json);
+    if (members.empty()) return std::nullopt;
+    Source source;
+    for (const SrcMember& member : members) {
+        if (member.key == "file") jsonString(member.json, source.file);
+        if (member.key == "format") jsonString(member.json, source.format);
+        if (member.key == "unit") source.unit = readNumber(member.json);
+        if (member.key == "upAxis") jsonString(member.json, source.upAxis);
+    }
+    if (source.unit && !(*source.unit > 0.0)) source.unit.reset();
+    if (!isUpAxis(source.upAxis)) source.upAxis.clear();
+    return source;
+}
+
+std::string namesText(const std::vector<std::string>& names) {
+    std::string json = "[";
+    for (const std::string& name : names) {
+        if (json.size() > 1) json += ',';
+        text::appendJsonString(json, name);
+    }
+    return json + ']';
+}
+
+std::vector<std::string> readNames(std::string_view json) {
+    std::vector<std::string> names;
+    if (!text::checkJson(json)) return names;
+    for (const std::string_view element : text::jsonElements(json)) {
+        std::string name;
+        if (jsonString(element, name)) names.push_back(std::move(name));
+    }
+    return names;
+}
+
+std::string readName(std::string_view json) {
+    std::string name;
+    return text::checkJson(json) && jsonString(json, name) ? name : std::string(json);
+}
+
+std::optional<std::uint64_t> readCount(std::string_view json, std::uint64_t largest) {
+    const std::optional<double> number = readNumber(json);
+    // Up to 2^53 doubles hold every whole number.
+    if (!number || !(*number >= 0.0) || *number > 9007199254740992.0 || std::floor(*number) != *number)
+        return std::nullopt;
+    const auto count = static_cast<std::uint64_t>(*number);
+    return count <= largest ? std::optional<std::uint64_t>(count) : std::nullopt;
+}
+
+} // namespace kel::src::format

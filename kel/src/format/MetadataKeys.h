@@ -1,0 +1,88 @@
+#pragma once
+
+#include <kel/src/Export.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The entries of a mesh's metadata that our tools give a meaning: names and JSON shapes, and the one place
+/// that writes and reads them. Reading takes any JSON text and believes nothing: what is not of the shape is
+/// no entry. A value is decoded first, then `fit` is undone.
+namespace kel::src::format {
+
+namespace metadata {
+// What both writers add.
+constexpr std::string_view NUM_POINTS = "numOriginalPoints";
+constexpr std::string_view NUM_LINES = "numOriginalLines";
+constexpr std::string_view NUM_TRIANGLES = "numOriginalTriangles";
+constexpr std::string_view NUM_VERTICES = "numOriginalVertices";
+constexpr std::string_view SURFACE_AREA = "surfaceArea";
+// What the importer tells of the model.
+constexpr std::string_view NAME = "name";     ///< a string
+constexpr std::string_view NODE = "node";     ///< a string: names from the root, as in a JSON Pointer
+constexpr std::string_view SOURCE = "source"; ///< an object, see Source
+constexpr std::string_view EXTRAS = "extras";
+constexpr std::string_view MESH_EXTRAS = "meshExtras";
+constexpr std::string_view MATERIAL_EXTRAS = "materialExtras";
+constexpr std::string_view SCENE_EXTRAS = "sceneExtras";
+// What preparation did.
+constexpr std::string_view FIT = "fit";             ///< an object, see Fit
+constexpr std::string_view TRANSFORM = "transform"; ///< an object, see Transform
+constexpr std::string_view FILLED = "filled";       ///< a list of attribute names
+constexpr std::string_view PART = "part";           ///< a whole number below `parts`
+constexpr std::string_view PARTS = "parts";         ///< a whole number, 2 or more
+} // namespace metadata
+
+/// How the values of one attribute lead back: original = value * scale + offset, per component.
+struct Fit {
+    std::string attribute;
+    std::vector<double> offset; ///< as long as `scale`, 1 to 4 numbers
+    std::vector<double> scale;
+};
+
+/// `{"position":{"offset":[..],"scale":[..]},...}`, in the order given. Numbers' texts give the same doubles
+/// back.
+KELSRC_EXPORT std::string fitText(const std::vector<Fit>& fits);
+/// In the order of their names. Attributes whose entry is not two lists of the same length, of 1 to 4 finite
+/// numbers, are left out.
+KELSRC_EXPORT std::vector<Fit> readFit(std::string_view json);
+
+/// What was done to positions: new = matrix * old. The matrix stands row by row, with the scale in it.
+struct Transform {
+    char from = 'y'; ///< the axis that pointed up: 'x', 'y' or 'z'
+    char to = 'y';
+    double scale = 1.0;
+    std::array<double, 9> matrix{1, 0, 0, 0, 1, 0, 0, 0, 1};
+};
+
+/// `{"from":"y","matrix":[..],"scale":1,"to":"z"}`
+KELSRC_EXPORT std::string transformText(const Transform& transform);
+KELSRC_EXPORT std::optional<Transform> readTransform(std::string_view json);
+
+/// Where a mesh comes from, and what its coordinates mean.
+struct Source {
+    std::string file;           ///< without folder
+    std::string format;         ///< may be empty
+    std::optional<double> unit; ///< metres per unit of length, finite and above 0
+    std::string upAxis;         ///< "X", "Y", "Z", or with a minus before; empty where not stated
+};
+
+/// `{"file":"a.glb","format":"glTF","unit":1,"upAxis":"Y"}`; what is not stated is left out.
+KELSRC_EXPORT std::string sourceText(const Source& source);
+KELSRC_EXPORT std::optional<Source> readSource(std::string_view json);
+
+/// A list of names, `["color","normal"]`.
+KELSRC_EXPORT std::string namesText(const std::vector<std::string>& names);
+KELSRC_EXPORT std::vector<std::string> readNames(std::string_view json);
+
+/// The content of "name" for people: that of a string, another text as it is.
+KELSRC_EXPORT std::string readName(std::string_view json);
+
+/// A whole number of at most `largest`, or nothing.
+KELSRC_EXPORT std::optional<std::uint64_t> readCount(std::string_view json, std::uint64_t largest);
+
+} // namespace kel::src::format
