@@ -1,0 +1,47 @@
+#pragma once
+
+#include <kel/prepare/ChooseMode.h>
+#include <kel/prepare/ContainerAttributes.h>
+#include <kel/prepare/Export.h>
+#include <kel/prepare/FindProblems.h>
+#include <kel/prepare/FitToRange.h>
+#include <kel/prepare/OptimizeForGpu.h>
+#include <kel/prepare/SplitForShortIndices.h>
+#include <kel/prepare/Target.h>
+#include <kel/prepare/Transform.h>
+#include <kel/scene/Scene.h>
+
+#include <vector>
+
+/// The functions of kel::prepare on the scene that the importer makes, for a caller that takes several steps.
+/// Not installed: callers of the library have the functions of the same names that take a SrcWriterInput, and
+/// whose headers tell what each does.
+///
+/// A step changes the entries that it has to and leaves the others alone; what it replaces is freed as soon
+/// as nobody else holds it. A metadata map is copied before its first change, unless the entry owns it, and
+/// steps that change no metadata copy none. A mesh that is listed twice is worked on once.
+///
+/// throws  std::invalid_argument as the functions of the same names do, with a message that names the mesh;
+///         the scene is of no further use then
+namespace kel::prepare::steps {
+
+using kel::scene::Scene;
+
+/// The order of the steps: transform, optimizeForGpu, then for the container writer keepStoredAttributes,
+/// keepAttributesApart and, for "CMP1", fitToRange; for the public writer splitForShortIndices and chooseMode.
+/// findProblems comes last.
+KEL_PREPARE_EXPORT void transform(Scene& scene, const TransformOptions& options);
+KEL_PREPARE_EXPORT void optimizeForGpu(Scene& scene, OptimizeReport* report = nullptr);
+KEL_PREPARE_EXPORT void splitForShortIndices(Scene& scene, const SplitOptions& options = {},
+                                             SplitReport* report = nullptr);
+KEL_PREPARE_EXPORT void keepStoredAttributes(Scene& scene, std::vector<UnstoredAttribute>* removed = nullptr);
+KEL_PREPARE_EXPORT void keepAttributesApart(Scene& scene, ApartReport* report = nullptr);
+KEL_PREPARE_EXPORT void fitToRange(Scene& scene, FitReport* report = nullptr, const FitOptions& options = {});
+
+KEL_PREPARE_EXPORT std::vector<ClampCount> countClamped(const Scene& scene, const FitOptions& options = {});
+KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const Scene& scene, Target mode);
+KEL_PREPARE_EXPORT ModeChoice chooseMode(const Scene& scene, const MaxError& accepted);
+KEL_PREPARE_EXPORT Problems findProblems(const Scene& scene, Target target,
+                                         const ProblemOptions& options = {});
+
+} // namespace kel::prepare::steps
