@@ -1,4 +1,4 @@
-#include <kel/importer/Importer.h>
+#include <kel/importer/detail/ImportScene.h>
 
 #include "AssimpReader.h"
 #include "SceneConversion.h"
@@ -23,7 +23,7 @@ std::string sentence(const std::string& file, const std::string& what, const std
     return file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy;
 }
 
-ImportResult import(detail::Source source, const ImportOptions& options) {
+detail::ImportedScene import(detail::Source source, const ImportOptions& options) {
     detail::Stages stages(options.progress, source);
     try {
         if (source.extension().empty()) {
@@ -38,6 +38,10 @@ ImportResult import(detail::Source source, const ImportOptions& options) {
         source.refuse("out-of-memory", "the model does not fit into memory", "",
                       "free some memory or split the model");
     }
+}
+
+ImportResult asResult(detail::ImportedScene imported) {
+    return {kel::scene::toInput(std::move(imported.scene)), std::move(imported.report)};
 }
 
 } // namespace
@@ -84,10 +88,8 @@ void Stages::refuseCancelled() const {
     source.refuse("cancelled", "the import was cancelled", "", "start it again to finish it");
 }
 
-} // namespace detail
-
-ImportResult importModel(const std::filesystem::path& file, const ImportOptions& options) {
-    detail::Source source;
+ImportedScene importScene(const std::filesystem::path& file, const ImportOptions& options) {
+    Source source;
     source.shown = file.string();
     source.name = file.filename().string();
     source.disk = file.string();
@@ -113,7 +115,7 @@ ImportResult importModel(const std::filesystem::path& file, const ImportOptions&
     if (!std::filesystem::is_regular_file(status)) {
         // Pipes and devices can be read once and do not know their size.
         const std::string content{std::istreambuf_iterator<char>(stream), {}};
-        return importModel(content.data(), content.size(), source.shown, options);
+        return importScene(content.data(), content.size(), source.shown, options);
     }
     if (std::filesystem::file_size(file, failure) == 0 && !failure) {
         source.refuse("empty-file", "the file is empty", "", "export or download the model again");
@@ -122,9 +124,9 @@ ImportResult importModel(const std::filesystem::path& file, const ImportOptions&
     return import(source, options);
 }
 
-ImportResult importModel(const void* bytes, std::size_t size, const std::string& name,
-                         const ImportOptions& options) {
-    detail::Source source;
+ImportedScene importScene(const void* bytes, std::size_t size, const std::string& name,
+                          const ImportOptions& options) {
+    Source source;
     source.shown = name;
     source.name = std::filesystem::path(name).filename().string();
     source.path = source.name.empty() ? "model" : source.name;
@@ -132,6 +134,17 @@ ImportResult importModel(const void* bytes, std::size_t size, const std::string&
     source.size = size;
     if (size == 0) source.refuse("empty-file", "the input is empty", "", "check what writes to it");
     return import(source, options);
+}
+
+} // namespace detail
+
+ImportResult importModel(const std::filesystem::path& file, const ImportOptions& options) {
+    return asResult(detail::importScene(file, options));
+}
+
+ImportResult importModel(const void* bytes, std::size_t size, const std::string& name,
+                         const ImportOptions& options) {
+    return asResult(detail::importScene(bytes, size, name, options));
 }
 
 } // namespace kel::importer

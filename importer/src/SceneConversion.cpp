@@ -106,7 +106,7 @@ public:
         : read(read), scene(*read.scene), findings(findings), source(source), options(options),
           stages(stages), uses(scene.mNumMeshes, 0) {}
 
-    ImportResult run();
+    ImportedScene run();
 
 private:
     AssimpScene& read;
@@ -120,7 +120,7 @@ private:
     /// Which node of the glTF each node is.
     std::unordered_map<const aiNode*, std::size_t> gltfNodes;
     std::vector<std::size_t> uses; // of each mesh, still to come
-    ImportResult result;
+    ImportedScene result;
     TextRepairs repairs;
     std::map<unsigned, std::shared_ptr<kel::material::MaterialClassic>> materials;
     std::map<std::string, Dropped> dropped;
@@ -467,14 +467,14 @@ void Converter::add(const Instance& instance, Part part) {
      : part.type == kel::mesh::LINES   ? report.lines
                                        : report.points) += primitives;
 
-    auto metadata = std::make_shared<std::map<std::string, std::string>>();
-    describe(instance, *metadata);
+    kel::scene::SceneMesh entry;
+    describe(instance, entry.editMetaData());
     if (auto classic = materialOf(instance)) {
-        result.input.materials.insert(classic);
-        result.input.meshMaterials[mesh] = std::move(classic);
+        result.scene.materials.insert(classic);
+        entry.material = std::move(classic);
     }
-    result.input.metaData[mesh] = std::move(metadata);
-    result.input.meshes.push_back(std::move(mesh));
+    entry.mesh = std::move(mesh);
+    result.scene.meshes.push_back(std::move(entry));
 }
 
 void Converter::describe(const Instance& instance, std::map<std::string, std::string>& metadata) {
@@ -646,7 +646,7 @@ void Converter::reportScene() {
 
 void Converter::checkExtent() const {
     const std::string remedy = "check the model's scale, or whether the right part was exported";
-    if (result.input.meshes.empty()) {
+    if (result.scene.meshes.empty()) {
         source.refuse("no-mesh", "nothing to draw: no point, line or triangle", "",
                       "check that the export includes geometry");
     }
@@ -678,7 +678,7 @@ void Converter::writeReport() {
     }
 }
 
-ImportResult Converter::run() {
+ImportedScene Converter::run() {
     stages.at(CONVERTING, 0.0);
     result.report.format = read.format;
     collectInstances();
@@ -721,8 +721,8 @@ ImportResult Converter::run() {
 
 } // namespace
 
-ImportResult convertScene(AssimpScene scene, const Findings& findings, const Source& source,
-                          const ImportOptions& options, Stages& stages) {
+ImportedScene convertScene(AssimpScene scene, const Findings& findings, const Source& source,
+                           const ImportOptions& options, Stages& stages) {
     return Converter(scene, findings, source, options, stages).run();
 }
 

@@ -11,12 +11,14 @@ expect() {
     fi
 }
 
-# Public is every header below these roots, but those whose name says that they are private (_p.h).
+# Public is every header below these roots, but those whose name says that they are private (_p.h) and what the
+# project's own libraries tell each other.
 while read -r header; do
     expect "$prefix/include/$header"
 done < <(
     for root in include/kel mesh/kel platform/utils/utils platform/logging/logging platform/src/src prepare/kel importer/kel; do
-        (cd "$source/$(dirname "$root")" && find "$(basename "$root")" -name '*.h' ! -name '*_p.h')
+        (cd "$source/$(dirname "$root")" && find "$(basename "$root")" -name '*.h' ! -name '*_p.h' \
+            ! -path 'kel/prepare/detail/*' ! -path 'kel/importer/detail/*')
     done
     cd "$source" && find kel -name '*.h' ! -name '*_p.h'
 )
