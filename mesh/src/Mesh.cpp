@@ -1,6 +1,7 @@
 #include <kel/mesh/AttributeNames.h>
 #include <kel/mesh/DefaultIndexBuffer.h>
 #include <kel/mesh/DefaultMesh.h>
+#include <kel/mesh/ForEachPrimitive.h>
 #include <kel/mesh/detail/DefaultAttributeBuffer.h>
 
 #include <algorithm>
@@ -50,22 +51,7 @@ std::size_t DefaultMesh::getNumPrimitives() const {
     } else if (const auto positions = getAttributeBuffer(DEFAULT_POSITIONS_NAME)) {
         n = positions->getElementCount();
     }
-    switch (primitiveType) {
-    case LINES:
-        return n / 2;
-    case LINE_LOOP:
-        return n < 2 ? 0 : n;
-    case LINE_STRIP:
-        return n < 2 ? 0 : n - 1;
-    case TRIANGLES:
-        return n / 3;
-    case TRIANGLE_STRIP:
-    case TRIANGLE_FAN:
-        return n < 3 ? 0 : n - 2;
-    case POINTS:
-        break;
-    }
-    return n;
+    return primitiveCount(primitiveType, n);
 }
 
 std::shared_ptr<IndexBuffer> DefaultMesh::getIndexBuffer() const {

@@ -7,6 +7,37 @@
 
 namespace kel::mesh {
 
+/// How many points, lines or triangles `corners` indices form.
+template<typename Count>
+constexpr Count primitiveCount(PrimitiveType type, Count corners) {
+    switch (type) {
+    case LINES:
+        return corners / 2;
+    case LINE_LOOP:
+        return corners < 2 ? 0 : corners;
+    case LINE_STRIP:
+        return corners < 2 ? 0 : corners - 1;
+    case TRIANGLES:
+        return corners / 3;
+    case TRIANGLE_STRIP:
+    case TRIANGLE_FAN:
+        return corners < 3 ? 0 : corners - 2;
+    case POINTS:
+        break;
+    }
+    return corners;
+}
+
+/// How many of `corners` indices these are made of; the others are left over.
+template<typename Count>
+constexpr Count usedCorners(PrimitiveType type, Count corners) {
+    const Count primitives = primitiveCount(type, corners);
+    return type == LINES       ? 2 * primitives
+           : type == TRIANGLES ? 3 * primitives
+           : primitives == 0   ? 0
+                               : corners;
+}
+
 /// Takes strips, fans and loops apart: calls `primitive` with the positions of its corners in the index list,
 /// and how many of the three count, for every point, line or triangle that `corners` indices form. Triangles
 /// keep their facing; indices that are left over are ignored.
