@@ -266,7 +266,7 @@ private:
         const char* ansi = info.severity == Severity::ERROR     ? "31"
                            : info.severity == Severity::WARNING ? "33"
                                                                 : "36";
-        out << name << ": " << coloured(std::string(kel::src::nameOf(info.severity)), ansi) << ' '
+        out << name << ": " << coloured(std::string(kel::src::severityName(info.severity)), ansi) << ' '
             << info.name;
         if (!finding.path.empty()) out << " at " << printable(finding.path);
         if (finding.byteOffset != kel::src::SrcError::NO_OFFSET)
@@ -302,7 +302,7 @@ picojson::value toJson(const SrcFinding& finding) {
     const auto& info = kel::src::infoOf(finding.code);
     picojson::object object;
     object["code"] = jsonText(info.name);
-    object["severity"] = jsonText(kel::src::nameOf(info.severity));
+    object["severity"] = jsonText(kel::src::severityName(info.severity));
     object["path"] = jsonText(finding.path);
     object["byteOffset"] = finding.byteOffset == kel::src::SrcError::NO_OFFSET
                                ? picojson::value()

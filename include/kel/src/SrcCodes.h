@@ -121,7 +121,7 @@ constexpr const SrcCodeInfo& infoOf(SrcCode code) {
 }
 
 /// "error", "warning" or "hint".
-constexpr std::string_view nameOf(Severity severity) {
+constexpr std::string_view severityName(Severity severity) {
     return severity == Severity::ERROR ? "error" : severity == Severity::WARNING ? "warning" : "hint";
 }
 

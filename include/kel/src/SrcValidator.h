@@ -1,6 +1,8 @@
 #pragma once
 
-#include <kel/src/SrcReader.h>
+#include <kel/src/Export.h>
+#include <kel/src/SrcCodes.h>
+#include <kel/src/SrcFile.h>
 
 #include <array>
 #include <cstdint>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/src/Export.h>
+#include <kel/src/SrcFit.h>
 
 #include <array>
 #include <cstdint>
@@ -37,12 +38,7 @@ constexpr std::string_view PART = "part";           ///< a whole number below `p
 constexpr std::string_view PARTS = "parts";         ///< a whole number, 2 or more
 } // namespace metadata
 
-/// How the values of one attribute lead back: original = value * scale + offset, per component.
-struct Fit {
-    std::string attribute;
-    std::vector<double> offset; ///< as long as `scale`, 1 to 4 numbers
-    std::vector<double> scale;
-};
+using Fit = kel::src::SrcFit;
 
 /// `{"position":{"offset":[..],"scale":[..]},...}`, in the order given. Numbers' texts give the same doubles
 /// back.

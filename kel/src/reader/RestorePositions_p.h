@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/src/SrcReader.h>
+#include <kel/src/SrcFile.h>
 
 #include <algorithm>
 #include <cmath>

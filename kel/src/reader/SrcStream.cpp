@@ -1,6 +1,8 @@
-#include <kel/src/SrcReader.h>
+#include <kel/src/SrcStream.h>
 
-#include <kel/src/reader/FileData_p.h>
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/reader/LoadFile_p.h>
+#include <kel/src/reader/References_p.h>
 #include <kel/src/text/JsonPointer.h>
 
 #include <algorithm>
@@ -12,18 +14,19 @@ namespace kel::src {
 struct SrcStream::State {
     State(std::istream& in, const ReadLimits& limits)
         : input(in), limits(limits),
-          file(detail::SrcFileAccess::make(detail::readStreamHeader(input, limits))) {}
+          file(detail::SrcFileAccess::make(detail::loadStreamHeader(input, limits, sink))) {}
 
     detail::StreamInput input;
+    detail::ThrowingSink sink;
     ReadLimits limits;
     SrcFile file;
 
-    std::vector<std::uint32_t>
-        chunksInOrder; ///< by their place in the data section; those without bytes left out
+    /// By their place in the data section; those without bytes are left out.
+    std::vector<std::uint32_t> chunksInOrder;
     std::vector<std::uint32_t> meshesInOrder; ///< by where their last byte lies
     std::vector<std::uint64_t> meshEnds;      ///< beside meshesInOrder
-    std::vector<std::uint32_t>
-        usesEnd; ///< per chunk: how many meshes of that order end its use; 0 for unused
+    /// Per chunk: how many meshes of that order there are up to the last one that uses it; 0 for unused.
+    std::vector<std::uint32_t> usesEnd;
     std::vector<std::uint32_t> releases; ///< chunks in the order of usesEnd
     std::size_t nextChunk = 0, nextMesh = 0, nextRelease = 0;
     std::uint64_t position = 0; ///< in the data section
@@ -50,7 +53,6 @@ void SrcStream::State::plan() {
     const SrcRange<SrcChunk> chunks = file.chunks();
     data().arrived.resize(chunks.size());
     // A view that repeats chunks would be longer than all the data; the true length is not known yet.
-    detail::ThrowingSink sink;
     data().dataBytes = data().tables.payloadEnd();
     detail::checkChunks(data().tables, data().dataBytes, sink);
 
@@ -64,7 +66,7 @@ void SrcStream::State::plan() {
         const SrcChunk& after = chunks[chunksInOrder[i]];
         if (after.byteOffset < before.byteOffset + before.byteLength)
             throw SrcError(SrcCode::STREAM_OVERLAP, SrcError::NO_OFFSET,
-                           text::jsonPointer({"bufferChunks", after.id}), {});
+                           text::jsonPointer({format::section::BUFFER_CHUNKS, after.id}), {});
     }
 
     // By buffer view first and by chunk then: going from every mesh to its chunks could be made quadratic.
@@ -108,7 +110,7 @@ void SrcStream::State::plan() {
 void SrcStream::State::endedAt(std::uint32_t chunk) {
     const SrcChunk& entry = file.chunks()[chunk];
     throw SrcError(SrcCode::CHUNK_PAST_END, SrcError::NO_OFFSET,
-                   text::jsonPointer({"bufferChunks", entry.id}),
+                   text::jsonPointer({format::section::BUFFER_CHUNKS, entry.id}),
                    std::to_string(entry.byteLength) + " bytes from byte " + std::to_string(entry.byteOffset) +
                        "; the stream ends at " + std::to_string(position));
 }
@@ -133,7 +135,7 @@ void SrcStream::State::readChunk(std::uint32_t chunk) {
     }
     if (entry.byteLength > limits.memoryBytes - held)
         throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
-                       text::jsonPointer({"bufferChunks", entry.id}),
+                       text::jsonPointer({format::section::BUFFER_CHUNKS, entry.id}),
                        "memoryBytes is " + std::to_string(limits.memoryBytes));
     // In steps, so that a claim takes no memory before its bytes come.
     detail::GrowingBytes bytes;

@@ -1,9 +1,14 @@
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/KelMesh.h>
-#include <kel/src/SrcReader.h>
+#include <kel/src/SrcDecode.h>
+#include <kel/src/SrcJson.h>
+#include <kel/src/SrcToInput.h>
 #include <kel/src/encoding/Quantization.h>
-#include <kel/src/reader/Decode_p.h>
-#include <kel/src/reader/Door_p.h>
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/format/MaterialParameters.h>
+#include <kel/src/format/MetadataKeys.h>
+#include <kel/src/reader/ElementRuns_p.h>
+#include <kel/src/reader/MeshAttributes_p.h>
 #include <kel/src/reader/RestorePositions_p.h>
 #include <kel/src/text/JsonPointer.h>
 #include <kel/src/text/JsonValues.h>
@@ -59,6 +64,10 @@ float onItsCode(float value, unsigned int bits) {
                              [&](float moved) { return codeInFixedBox(moved, bits); });
 }
 
+bool hasKey(const std::vector<SrcMember>& members, std::string_view key) {
+    return std::any_of(members.begin(), members.end(), [&](const SrcMember& m) { return m.key == key; });
+}
+
 class InputMaker {
 public:
     InputMaker(const SrcFile& file, const ReadLimits& limits)
@@ -78,7 +87,7 @@ private:
         const std::uint64_t cost = bytes + buffer.chunkCount;
         if (cost > left)
             throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
-                           text::jsonPointer({"bufferViews", buffer.id}),
+                           text::jsonPointer({format::section::BUFFER_VIEWS, buffer.id}),
                            "copies of the views need more than memoryBytes");
         left -= cost;
     }
@@ -95,32 +104,40 @@ private:
         return static_cast<std::uint32_t>(number);
     }
 
+    /// values  as many as the parameter has components
+    static void setParameter(MaterialClassic& material, format::MaterialParameterIndex parameter,
+                             const std::vector<double>& values) {
+        const auto number = static_cast<float>(values.front());
+        const auto color = [&] {
+            return glm::vec3(number, static_cast<float>(values[1]), static_cast<float>(values[2]));
+        };
+        switch (parameter) {
+        case format::AMBIENT_INTENSITY:
+            return material.setAmbient(number);
+        case format::DIFFUSE_COLOR:
+            return material.setDiffuse(color());
+        case format::EMISSIVE_COLOR:
+            return material.setEmissive(color());
+        case format::SHININESS:
+            return material.setShininess(number);
+        case format::SPECULAR_COLOR:
+            return material.setSpecular(color());
+        case format::TRANSPARENCY:
+            return material.setTransparency(number);
+        }
+    }
+
     void addMaterial(const SrcMaterial& source) {
         const auto position = static_cast<std::uint32_t>(materials.size());
         auto material = std::make_shared<MaterialClassic>(identifierOf(source.id, position));
         const std::vector<SrcMember> own = jsonMembers(source.values);
-        const auto floats = [&](const char* parameter, const char* attribute, std::size_t count) {
-            const bool isOwn =
-                std::any_of(own.begin(), own.end(), [&](const SrcMember& m) { return m.key == parameter; });
-            if (!isOwn) material->removeAttribute(attribute);
-            std::vector<double> values = file.materialParameter(source, parameter);
-            if (values.size() != count) values.clear();
-            return std::vector<float>(values.begin(), values.end());
-        };
-        const auto color = [&](const char* parameter, const char* attribute, auto set) {
-            const std::vector<float> v = floats(parameter, attribute, 3);
-            if (!v.empty()) set(glm::vec3(v[0], v[1], v[2]));
-        };
-        const auto scalar = [&](const char* parameter, const char* attribute, auto set) {
-            const std::vector<float> v = floats(parameter, attribute, 1);
-            if (!v.empty()) set(v[0]);
-        };
-        scalar("ambientIntensity", "ambient", [&](float v) { material->setAmbient(v); });
-        color("diffuseColor", "diffuse", [&](const glm::vec3& v) { material->setDiffuse(v); });
-        color("emissiveColor", "emissive", [&](const glm::vec3& v) { material->setEmissive(v); });
-        scalar("shininess", "shininess", [&](float v) { material->setShininess(v); });
-        color("specularColor", "specular", [&](const glm::vec3& v) { material->setSpecular(v); });
-        scalar("transparency", "transparency", [&](float v) { material->setTransparency(v); });
+        for (std::size_t p = 0; p < std::size(format::MATERIAL_PARAMETERS); ++p) {
+            const format::MaterialParameter& parameter = format::MATERIAL_PARAMETERS[p];
+            if (!hasKey(own, parameter.name)) material->removeAttribute(std::string(parameter.attribute));
+            const std::vector<double> values = file.materialParameter(source, parameter.name);
+            if (values.size() == parameter.components)
+                setParameter(*material, static_cast<format::MaterialParameterIndex>(p), values);
+        }
         input.materials.insert(material);
         materials.push_back(std::move(material));
     }
@@ -242,9 +259,9 @@ private:
     /// none, by the numbers in the IDs of the views.
     std::vector<SrcAttribute> writtenOrder(const SrcMesh& mesh) const {
         std::vector<SrcAttribute> order;
-        const detail::LeftOvers leftOvers(file, mesh);
+        const detail::ForeignAttributes foreign(file, mesh);
         for (const SrcAttribute& attribute : file.attributes(mesh))
-            if (!leftOvers.contain(attribute)) order.push_back(attribute);
+            if (!foreign.contain(attribute)) order.push_back(attribute);
         const auto place = [&](const SrcAttribute& attribute) {
             const SrcAttributeView& view = file.attributeViews()[attribute.view];
             const SrcBufferView& buffer = file.bufferViews()[view.bufferView];
@@ -260,13 +277,10 @@ private:
     /// What the mesh is made of. The container writer says triangles of everything, but counts what there
     /// was.
     static kel::mesh::PrimitiveType primitiveOf(const SrcMesh& mesh, const std::vector<SrcMember>& metadata) {
-        const auto has = [&](const char* key) {
-            return std::any_of(metadata.begin(), metadata.end(),
-                               [&](const SrcMember& m) { return m.key == key; });
-        };
-        if (mesh.primitive != kel::mesh::TRIANGLES || has("numOriginalTriangles")) return mesh.primitive;
-        if (has("numOriginalLines")) return kel::mesh::LINES;
-        if (has("numOriginalPoints")) return kel::mesh::POINTS;
+        if (mesh.primitive != kel::mesh::TRIANGLES || hasKey(metadata, format::metadata::NUM_TRIANGLES))
+            return mesh.primitive;
+        if (hasKey(metadata, format::metadata::NUM_LINES)) return kel::mesh::LINES;
+        if (hasKey(metadata, format::metadata::NUM_POINTS)) return kel::mesh::POINTS;
         return mesh.primitive;
     }
 

@@ -9,7 +9,7 @@
 namespace kel::src::detail {
 
 /// Where and why a text is no JSON.
-struct JsonFault {
+struct JsonSyntaxError {
     std::size_t position;
     std::string detail;
 };
@@ -22,14 +22,14 @@ struct JsonFault {
 /// handful of known keys, the places of everything else, and an error that says where. So the grammar between
 /// the tokens is checked here, by whoever walks, and no value is passed over unchecked.
 ///
-/// Every operation that meets a fault throws JsonFault. No operation reads outside the text.
-class HeaderText {
+/// Every operation that meets a fault throws JsonSyntaxError. No operation reads outside the text.
+class JsonCursor {
 public:
     /// Finds the tokens. The text must outlive the cursor.
-    HeaderText(std::string_view text, std::uint32_t maxDepth);
-    ~HeaderText();
-    HeaderText(const HeaderText&) = delete;
-    HeaderText& operator=(const HeaderText&) = delete;
+    JsonCursor(std::string_view text, std::uint32_t maxDepth);
+    ~JsonCursor();
+    JsonCursor(const JsonCursor&) = delete;
+    JsonCursor& operator=(const JsonCursor&) = delete;
 
     /// Bytes that the constructor takes for a text of this length.
     static std::uint64_t memoryFor(std::uint64_t textBytes) { return 4 * textBytes + 4096; }
@@ -105,7 +105,7 @@ private:
     std::uint32_t maxDepth;
 };
 
-/// Thrown by HeaderText when a text is nested deeper than allowed.
+/// Thrown by JsonCursor when a text is nested deeper than allowed.
 struct JsonTooDeep {
     std::size_t position;
 };

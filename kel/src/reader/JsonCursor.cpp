@@ -1,4 +1,4 @@
-#include <kel/src/reader/HeaderText_p.h>
+#include <kel/src/reader/JsonCursor_p.h>
 
 #include <kel/src/text/JsonValues.h>
 
@@ -27,42 +27,42 @@ int hexValue(char c) {
 
 } // namespace
 
-struct HeaderText::Tokens {
+struct JsonCursor::Tokens {
     std::unique_ptr<simdjson::internal::dom_parser_implementation> parser;
 };
 
-HeaderText::HeaderText(std::string_view text, std::uint32_t maxDepth)
+JsonCursor::JsonCursor(std::string_view text, std::uint32_t maxDepth)
     : text(text), tokens(std::make_unique<Tokens>()), maxDepth(maxDepth) {
-    if (text.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) throw JsonFault{0, "longer than 4 GiB"};
+    if (text.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) throw JsonSyntaxError{0, "longer than 4 GiB"};
     const auto created = simdjson::get_active_implementation()->create_dom_parser_implementation(
         text.size(), 1, tokens->parser);
     if (created != simdjson::SUCCESS) throw std::bad_alloc();
     const auto found = tokens->parser->stage1(reinterpret_cast<const std::uint8_t*>(text.data()), text.size(),
                                               simdjson::stage1_mode::regular);
-    if (found != simdjson::SUCCESS) throw JsonFault{0, simdjson::error_message(found)};
+    if (found != simdjson::SUCCESS) throw JsonSyntaxError{0, simdjson::error_message(found)};
     starts = tokens->parser->structural_indexes.get();
     count = tokens->parser->n_structural_indexes;
 }
 
-HeaderText::~HeaderText() = default;
+JsonCursor::~JsonCursor() = default;
 
-void HeaderText::fail(const char* what) const {
-    if (next >= count) throw JsonFault{text.size(), std::string(what) + ", found the end"};
-    throw JsonFault{position(), what};
+void JsonCursor::fail(const char* what) const {
+    if (next >= count) throw JsonSyntaxError{text.size(), std::string(what) + ", found the end"};
+    throw JsonSyntaxError{position(), what};
 }
 
-void HeaderText::enter() {
+void JsonCursor::enter() {
     if (depth == maxDepth) throw JsonTooDeep{position()};
     ++depth;
     ++next;
 }
 
-void HeaderText::leave() {
+void JsonCursor::leave() {
     --depth;
     ++next;
 }
 
-std::string_view HeaderText::rawString() {
+std::string_view JsonCursor::rawString() {
     if (peek() != '"') fail("expected a string");
     const std::size_t first = position() + 1;
     // A closing quote is known to be there, but not that it belongs to this token, so the end is still
@@ -79,16 +79,16 @@ std::string_view HeaderText::rawString() {
             for (int digit = 0; digit < 4; ++digit) {
                 ++at;
                 if (at >= text.size() || hexValue(text[at]) < 0)
-                    throw JsonFault{at, "expected a hexadecimal digit"};
+                    throw JsonSyntaxError{at, "expected a hexadecimal digit"};
             }
         } else if (std::string_view("\"\\/bfnrt").find(escaped) == std::string_view::npos) {
-            throw JsonFault{at, "unknown escape in a string"};
+            throw JsonSyntaxError{at, "unknown escape in a string"};
         }
     }
     fail("a string is not closed");
 }
 
-std::string_view HeaderText::scalar() {
+std::string_view JsonCursor::scalar() {
     const std::size_t first = position();
     std::size_t last = next + 1 < count ? starts[next + 1] : text.size();
     while (last > first && isSpace(text[last - 1]))
@@ -96,14 +96,14 @@ std::string_view HeaderText::scalar() {
     return text.substr(first, last - first);
 }
 
-double HeaderText::number() {
+double JsonCursor::number() {
     double value = 0;
     if (!text::parseJsonNumber(scalar(), value)) fail("expected a number");
     ++next;
     return value;
 }
 
-std::string_view HeaderText::skip() {
+std::string_view JsonCursor::skip() {
     const std::size_t first = position();
     skipValue();
     std::size_t last = position();
@@ -112,7 +112,7 @@ std::string_view HeaderText::skip() {
     return text.substr(first, last - first);
 }
 
-void HeaderText::skipValue() {
+void JsonCursor::skipValue() {
     switch (peek()) {
     case '{':
         object([&](std::string_view) { skipValue(); });
@@ -144,7 +144,7 @@ void HeaderText::skipValue() {
     }
 }
 
-void HeaderText::expectEnd() const {
+void JsonCursor::expectEnd() const {
     if (next != count) fail("expected nothing more");
 }
 

@@ -1,4 +1,4 @@
-#include <kel/src/reader/FileData_p.h>
+#include <kel/src/reader/ByteSources_p.h>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -95,32 +95,6 @@ Mapping::~Mapping() {
 std::size_t StreamInput::read(unsigned char* target, std::size_t size) {
     in.read(reinterpret_cast<char*>(target), static_cast<std::streamsize>(size));
     return static_cast<std::size_t>(in.gcount());
-}
-
-std::unique_ptr<SrcFileData> readStreamHeader(ByteInput& in, const ReadLimits& limits) {
-    ThrowingSink sink;
-    const auto read = [&](unsigned char* target, std::size_t size) { return in.read(target, size); };
-    GrowingBytes front;
-    front.fill(Preamble::BYTES, read);
-    Preamble preamble;
-    readPreamble({front.data(), front.size()}, limits, sink, preamble);
-
-    auto file = std::make_unique<SrcFileData>();
-    file->headerStore.fill(preamble.headerBytes, read);
-    if (file->headerStore.size() < preamble.headerBytes) {
-        throw SrcError(SrcCode::HEADER_TRUNCATED, Preamble::BYTES + file->headerStore.size(), {},
-                       std::to_string(preamble.headerBytes) + " bytes, " +
-                           std::to_string(file->headerStore.size()) + " are there");
-    }
-    ReadLimits rest = limits;
-    if (preamble.headerBytes > limits.memoryBytes) {
-        throw SrcError(SrcCode::LIMIT_EXCEEDED, 8, {},
-                       "memoryBytes is " + std::to_string(limits.memoryBytes));
-    }
-    rest.memoryBytes -= preamble.headerBytes;
-    readHeader({reinterpret_cast<const char*>(file->headerStore.data()), file->headerStore.size()}, rest,
-               sink, file->tables);
-    return file;
 }
 
 void openFile(const std::string& path, const std::function<void(Mapping&&)>& mapped,

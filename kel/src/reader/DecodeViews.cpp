@@ -1,0 +1,146 @@
+#include <kel/src/SrcDecode.h>
+#include <kel/src/reader/ElementRuns_p.h>
+
+#include <cstring>
+
+namespace kel::src {
+
+namespace {
+
+template<typename T>
+double load(const unsigned char* at) {
+    T code;
+    std::memcpy(&code, at, sizeof code);
+    return static_cast<double>(code);
+}
+
+/// A tag for codes in slots of 3 bytes.
+struct Slot3 {};
+
+template<>
+double load<Slot3>(const unsigned char* at) {
+    return static_cast<double>(static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
+                               static_cast<std::uint32_t>(at[2]) << 16);
+}
+
+template<typename T>
+constexpr std::size_t SIZE = sizeof(T);
+template<>
+constexpr std::size_t SIZE<Slot3> = 3;
+
+/// Elements of C components. Sums and quotients in double: the codes of 32 bits and the offsets of small
+/// boxes far from the origin need it.
+template<typename T, std::size_t C>
+void decodeElements(const unsigned char* source, std::size_t stride, std::size_t count, const double* offset,
+                    const double* scale, float* target) {
+    // Three components do not fill vector registers evenly; twelve numbers, four elements, do.
+    constexpr std::size_t GROUP = C == 3 ? 4 : C == 1 ? 8 : 4;
+    double groupOffset[GROUP * C], groupScale[GROUP * C];
+    for (std::size_t i = 0; i < GROUP * C; ++i) {
+        groupOffset[i] = offset[i % C];
+        groupScale[i] = scale[i % C];
+    }
+    std::size_t e = 0;
+    for (; e + GROUP <= count; e += GROUP) {
+        double codes[GROUP * C];
+        for (std::size_t g = 0; g < GROUP; ++g)
+            for (std::size_t c = 0; c < C; ++c)
+                codes[g * C + c] = load<T>(source + (e + g) * stride + c * SIZE<T>);
+        for (std::size_t i = 0; i < GROUP * C; ++i)
+            target[e * C + i] = static_cast<float>((codes[i] + groupOffset[i]) / groupScale[i]);
+    }
+    for (; e < count; ++e)
+        for (std::size_t c = 0; c < C; ++c)
+            target[e * C + c] =
+                static_cast<float>((load<T>(source + e * stride + c * SIZE<T>) + offset[c]) / scale[c]);
+}
+
+template<typename T>
+void decodeComponents(const unsigned char* source, const SrcAttributeView& view, std::size_t count,
+                      float* target) {
+    const auto decode = view.components == 1   ? decodeElements<T, 1>
+                        : view.components == 2 ? decodeElements<T, 2>
+                        : view.components == 3 ? decodeElements<T, 3>
+                                               : decodeElements<T, 4>;
+    decode(source, static_cast<std::size_t>(view.byteStride), count, view.decodeOffset.data(),
+           view.decodeScale.data(), target);
+}
+
+void copyFloats(const unsigned char* source, const SrcAttributeView& view, std::size_t count, float* target) {
+    const std::size_t element = view.components * sizeof(float);
+    if (view.byteStride == element) {
+        std::memcpy(target, source, count * element);
+        return;
+    }
+    for (std::size_t e = 0; e < count; ++e)
+        std::memcpy(target + e * view.components, source + e * view.byteStride, element);
+}
+
+void decodeRun(const unsigned char* source, const SrcAttributeView& view, std::size_t count, float* target) {
+    if (view.componentBytes == 3) return decodeComponents<Slot3>(source, view, count, target);
+    switch (view.componentType) {
+    case kel::mesh::BYTE:
+        return decodeComponents<std::int8_t>(source, view, count, target);
+    case kel::mesh::UNSIGNED_BYTE:
+        return decodeComponents<std::uint8_t>(source, view, count, target);
+    case kel::mesh::SHORT:
+        return decodeComponents<std::int16_t>(source, view, count, target);
+    case kel::mesh::UNSIGNED_SHORT:
+        return decodeComponents<std::uint16_t>(source, view, count, target);
+    case kel::mesh::INT:
+        return decodeComponents<std::int32_t>(source, view, count, target);
+    case kel::mesh::UNSIGNED_INT:
+        return decodeComponents<std::uint32_t>(source, view, count, target);
+    case kel::mesh::FLOAT:
+        if (!view.decoded) return copyFloats(source, view, count, target);
+        return decodeComponents<float>(source, view, count, target);
+    }
+}
+
+} // namespace
+
+void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, float* target) {
+    detail::forEachRun(file, detail::bufferOf(file, view), view.byteOffset, view.byteStride,
+                       std::uint64_t(view.components) * view.componentBytes, view.count,
+                       [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+                           decodeRun(source, view, count, target + first * view.components);
+                       });
+}
+
+std::vector<float> decodeAttribute(const SrcFile& file, const SrcAttributeView& view) {
+    std::vector<float> values(static_cast<std::size_t>(view.count) * view.components);
+    decodeAttribute(file, view, values.data());
+    return values;
+}
+
+namespace {
+
+template<typename Index>
+void widen(const unsigned char* source, std::size_t count, std::uint32_t* target) {
+    for (std::size_t i = 0; i < count; ++i) {
+        Index index;
+        std::memcpy(&index, source + i * sizeof index, sizeof index);
+        target[i] = index;
+    }
+}
+
+} // namespace
+
+void decodeIndices(const SrcFile& file, const SrcIndexView& view, std::uint32_t* target) {
+    const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
+    const auto read = size == 1   ? widen<std::uint8_t>
+                      : size == 2 ? widen<std::uint16_t>
+                                  : widen<std::uint32_t>;
+    detail::forEachRun(file, file.bufferViews()[view.bufferView], view.byteOffset, size, size, view.count,
+                       [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+                           read(source, count, target + first);
+                       });
+}
+
+std::vector<std::uint32_t> decodeIndices(const SrcFile& file, const SrcIndexView& view) {
+    std::vector<std::uint32_t> indices(static_cast<std::size_t>(view.count));
+    decodeIndices(file, view, indices.data());
+    return indices;
+}
+
+} // namespace kel::src
