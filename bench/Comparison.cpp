@@ -8,8 +8,8 @@
 #include "Scenes.h"
 
 #include <kel/prepare/SplitForShortIndices.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <zlib.h>
 #include <zstd.h>
@@ -166,11 +166,11 @@ SceneResults compare(char name) {
         },
         checkSrc);
     add(
-        "kelSrc container, default",
-        [&](std::ostream& out) { kel::src::detail::writeMeshSrcDefault(s.input, out); }, checkSrc);
+        "kelSrc container, default", [&](std::ostream& out) { kel::src::writeMeshSrcDefault(s.input, out); },
+        checkSrc);
     add(
-        "kelSrc container, CMP1",
-        [&](std::ostream& out) { kel::src::detail::writeMeshSrcDefault(compressed, out); }, checkSrc);
+        "kelSrc container, CMP1", [&](std::ostream& out) { kel::src::writeMeshSrcDefault(compressed, out); },
+        checkSrc);
 
     add(
         "tinygltf, GLB", [&](std::ostream& out) { writeTinygltf(s, out); }, checkGlb);

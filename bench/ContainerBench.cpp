@@ -3,8 +3,8 @@
 
 #include "Scenes.h"
 
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/MeshUtils.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <benchmark/benchmark.h>
 
@@ -17,7 +17,7 @@ using namespace kel::bench;
 
 std::size_t headerBytesOf(const Scene& s) {
     std::ostringstream out;
-    kel::src::detail::writeMeshSrcDefault(s.input, out);
+    kel::src::writeMeshSrcDefault(s.input, out);
     const std::string file = out.str();
     std::size_t length = 0;
     for (int i = 11; i >= 8; --i)
@@ -38,12 +38,12 @@ void container(benchmark::State& state, char name, bool compressed) {
     s.input.useCompressedPreset = compressed;
     const std::size_t peak = peakMemoryOf([&] {
         CountingStream out;
-        kel::src::detail::writeMeshSrcDefault(s.input, out);
+        kel::src::writeMeshSrcDefault(s.input, out);
     });
     std::size_t bytes = 0;
     for (auto _ : state) {
         CountingStream out;
-        kel::src::detail::writeMeshSrcDefault(s.input, out);
+        kel::src::writeMeshSrcDefault(s.input, out);
         bytes = out.bytes();
     }
     const std::size_t header = headerBytesOf(s);
@@ -60,7 +60,7 @@ void containerPerMesh(benchmark::State& state) {
     const Scene s = makeScene(static_cast<std::size_t>(state.range(0)), 50);
     for (auto _ : state) {
         CountingStream out;
-        kel::src::detail::writeMeshSrcDefault(s.input, out);
+        kel::src::writeMeshSrcDefault(s.input, out);
         benchmark::DoNotOptimize(out.bytes());
     }
     state.counters["per_mesh"] =

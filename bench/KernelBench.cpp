@@ -2,8 +2,8 @@
 
 #include "Scenes.h"
 
-#include <kel/src/MeshUtils.h>
 #include <kel/src/encoding/Quantization.h>
+#include <kel/src/kernels/Bounds.h>
 #include <kel/src/kernels/Dispatch.h>
 
 #include <benchmark/benchmark.h>
@@ -49,7 +49,7 @@ void quantizeBits(benchmark::State& state) {
     const auto& positions = scene('a').spheres[0].positions;
     const float min[3] = {-0.5f, -0.5f, -0.5f}, extent[3] = {1, 1, 1};
     std::vector<unsigned char> out;
-    SRCDataType type;
+    ShapeResourceContainer::SRCDataType type;
     std::size_t bytesPerElement = 0;
     double decodeOffset[3], decodeScale[3];
     for (auto _ : state) {

@@ -2,10 +2,10 @@
 // parse of its header, decoding beside memcpy of what comes out.
 
 #include <kel/mesh/KelMesh.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcValidator.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <benchmark/benchmark.h>
 #include <simdjson.h>
@@ -49,7 +49,7 @@ public:
             input.meshes.push_back(std::move(mesh));
         }
         std::ofstream out(path, std::ios::binary);
-        detail::writeMeshSrcDefault(input, out);
+        writeMeshSrcDefault(input, out);
     }
     ~BenchFile() { std::remove(path.c_str()); }
     std::string path;
@@ -118,7 +118,7 @@ const std::string& vertexFile(bool compressed) {
     input.meshes.push_back(mesh);
     input.useCompressedPreset = compressed;
     std::ostringstream out;
-    detail::writeMeshSrcDefault(input, out);
+    writeMeshSrcDefault(input, out);
     return text = out.str();
 }
 

@@ -8,8 +8,8 @@
 
 #include <kel/prepare/FitToRange.h>
 #include <kel/prepare/SplitForShortIndices.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <filesystem>
 #include <fstream>
@@ -49,7 +49,7 @@ void writeScene(const std::filesystem::path& folder, char name) {
             // metadata.
             SrcWriterInput input = compressed ? kel::prepare::fitToRange(scene.input) : scene.input;
             input.useCompressedPreset = compressed;
-            kel::src::detail::writeMeshSrcDefault(input, out);
+            kel::src::writeMeshSrcDefault(input, out);
         });
     };
     writeContainer("container", false);

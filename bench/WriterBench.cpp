@@ -4,7 +4,8 @@
 #include "Scenes.h"
 
 #include <kel/src/SrcWriter.h>
-#include <kel/src/VertexKernels.h>
+#include <kel/src/kernels/OctahedralNormals.h>
+#include <kel/src/kernels/PositionCodes.h>
 
 #include <benchmark/benchmark.h>
 

@@ -12,10 +12,10 @@
 #include "ViewerPage.h"
 
 #include <kel/prepare/MeshName.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcValidator.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <istream>
 #include <iterator>
@@ -106,7 +106,7 @@ void write(const SrcWriterInput& input, Target target, std::ostream& out) {
     switch (target) {
     case Target::PRESET_DEFAULT:
     case Target::PRESET_CMP1:
-        kel::src::detail::writeMeshSrcDefault(input, out);
+        kel::src::writeMeshSrcDefault(input, out);
         break;
     case Target::UNCOMPRESSED:
         kel::src::SrcWriter::write(input, out, kel::src::SrcWriter::UNCOMPRESSED);

@@ -4,8 +4,8 @@
 
 #include <support/Meshes.h>
 
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <iostream>
 #include <sstream>
@@ -39,7 +39,7 @@ inline std::string write(kel::src::SrcWriterInput& input, int mode) {
     std::ostringstream out;
     if (mode < 2) {
         input.useCompressedPreset = mode == 1;
-        kel::src::detail::writeMeshSrcDefault(input, out);
+        kel::src::writeMeshSrcDefault(input, out);
     } else {
         kel::src::SrcWriter::write(input, out, static_cast<kel::src::SrcWriter::Compression>(mode - 2));
     }

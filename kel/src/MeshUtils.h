@@ -3,7 +3,6 @@
 #include <kel/mesh/Mesh.h>
 #include <kel/src/Export.h>
 #include <kel/src/MetaDataPtr.h>
-#include <kel/src/kernels/Dispatch.h>
 
 #include <glm/vec3.hpp>
 
@@ -15,7 +14,9 @@ namespace kel::src::detail {
 /// True for a buffer of exactly three floats per element; false for an empty pointer.
 KELSRC_EXPORT bool isAttributeVec3f(const std::shared_ptr<kel::mesh::AttributeBuffer>& buffer);
 
-/// Bounds of a buffer of three floats per element (the caller's duty; fewer leave the missing axes 0).
+/// Bounds of a buffer of three floats per element. That it is one is the caller's duty: the buffer is asked for
+/// its elements and their count, and for nothing else. Elements of up to 16 floats are read by their first three,
+/// and those of fewer leave the missing axes 0.
 ///
 /// Starts at the largest finite float and its negative; each element then replaces a bound unless the bound
 /// is strictly better. So a NaN replaces a bound, the next number replaces the NaN again, and an empty buffer
@@ -28,11 +29,6 @@ KELSRC_EXPORT void computeBoundingBoxMinMax(std::shared_ptr<kel::mesh::Attribute
 /// centred at -0.1 with sides of 0.1.
 KELSRC_EXPORT void computeBoundingBoxCenterSize(std::shared_ptr<kel::mesh::AttributeBuffer> buffer,
                                                 glm::vec3& center, glm::vec3& size);
-
-/// The bounds rule of computeBoundingBoxMinMax over `count` packed positions; min and max are three floats
-/// that hold the bounds so far. Returns the kernels that did the work: the fast ones hand over to the plain
-/// loop when they meet a NaN, whose place in the order matters.
-KELSRC_EXPORT KernelSet extendBounds(const float* positions, std::size_t count, float* min, float* max);
 
 /// Total area of the mesh's indexed triangles (lists, strips and fans), in square units of "position"; 0 with
 /// a warning in the log when there are no three-float positions or no indices. Degenerate triangles and areas

@@ -7,6 +7,7 @@
 #include <kel/mesh/DefaultIndexBuffer.h>
 #endif
 
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <typeinfo>
@@ -60,6 +61,10 @@ inline void copyElements(const kel::mesh::AttributeBuffer& buffer, std::size_t c
             buffer.getElement(i, target + i * elementSize);
     }
 }
+
+/// Room for one element that getElement writes. A buffer is not asked how wide its elements are: four floats are
+/// what positions and normals have at most, the rest is for buffers that callers pass in error.
+using ElementScratch = std::array<float, 16>;
 
 /// The indices as an array of T, if the buffer is exactly our own of that width; null otherwise.
 template<typename T>

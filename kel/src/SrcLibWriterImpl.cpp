@@ -7,7 +7,8 @@
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/PackedAccess.h>
-#include <kel/src/VertexKernels.h>
+#include <kel/src/kernels/OctahedralNormals.h>
+#include <kel/src/kernels/PositionCodes.h>
 
 #include <logging/Logger.h>
 #include <src/SrcWriter.h>

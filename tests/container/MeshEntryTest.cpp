@@ -8,7 +8,6 @@
 namespace {
 
 using kel::src::detail::ShapeResourceContainer;
-using kel::src::detail::SRCPrimitiveType;
 using kel::tests::CapturedStreams;
 using kel::tests::SrcText;
 using kel::tests::written;
@@ -23,8 +22,8 @@ void addPlainMesh(ShapeResourceContainer& container, const std::string& id, pico
 
 std::string primitiveOf(unsigned int type) {
     ShapeResourceContainer container;
-    container.addMesh("m", {}, "", "", static_cast<SRCPrimitiveType>(type), nullptr, nullptr,
-                      picojson::value());
+    container.addMesh("m", {}, "", "", static_cast<ShapeResourceContainer::SRCPrimitiveType>(type), nullptr,
+                      nullptr, picojson::value());
     return fileOf(container).at("meshes", "m", "primitive");
 }
 

@@ -1,6 +1,6 @@
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/DefaultMesh.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
+#include <kel/src/DefaultSrcWriter.h>
 
 #include <support/SrcText.h>
 #include <support/Streams.h>

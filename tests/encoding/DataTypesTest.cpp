@@ -4,14 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <memory>
 
 namespace {
 
 using namespace kel::src::detail;
 
-SRCDataType type(std::uint32_t value) {
-    return static_cast<SRCDataType>(value);
+ShapeResourceContainer::SRCDataType type(std::uint32_t value) {
+    return static_cast<ShapeResourceContainer::SRCDataType>(value);
 }
 
 TEST(DataTypes, HaveTheirNames) {
@@ -36,9 +38,9 @@ TEST(DataTypes, HaveTheirWebGLIdentifiers) {
 TEST(PrimitiveTypes, HaveTheirWebGLIdentifiers) {
     const std::uint32_t expected[] = {4, 1, 0, 4};
     for (std::uint32_t value = 0; value < 4; ++value) {
-        EXPECT_EQ(
-            ShapeResourceContainer::getWebGLPrimitiveTypeIdentifier(static_cast<SRCPrimitiveType>(value)),
-            expected[value]);
+        EXPECT_EQ(ShapeResourceContainer::getWebGLPrimitiveTypeIdentifier(
+                      static_cast<ShapeResourceContainer::SRCPrimitiveType>(value)),
+                  expected[value]);
     }
 }
 
@@ -46,6 +48,27 @@ TEST(ComponentTypes, HaveTheirStrings) {
     const char* expected[] = {"INVALID", "SCALAR", "VEC2", "VEC3", "VEC4", "INVALID"};
     for (unsigned int components = 0; components < 6; ++components) {
         EXPECT_EQ(ShapeResourceContainer::getComponentTypeString(components), expected[components]);
+    }
+}
+
+// Callers of other compilation units need them as symbols of the library.
+TEST(StaticMappings, HaveAddresses) {
+    using Container = ShapeResourceContainer;
+    std::uint32_t (*const typeIdentifier)(Container::SRCDataType) = &Container::getWebGLTypeIdentifier;
+    std::uint32_t (*const primitiveIdentifier)(Container::SRCPrimitiveType) =
+        &Container::getWebGLPrimitiveTypeIdentifier;
+    std::string (*const typeString)(unsigned int) = &Container::getComponentTypeString;
+    EXPECT_EQ(typeIdentifier(Container::USHORT), 5123u);
+    EXPECT_EQ(primitiveIdentifier(Container::LINES), 1u);
+    EXPECT_EQ(typeString(3), "VEC3");
+    for (const char* name :
+         {"_ZN3kel3src6detail22ShapeResourceContainer22getWebGLTypeIdentifierENS2_11SRCDataTypeE",
+          "_ZN3kel3src6detail22ShapeResourceContainer31getWebGLPrimitiveTypeIdentifierENS2_"
+          "16SRCPrimitiveTypeE",
+          "_ZN3kel3src6detail22ShapeResourceContainer22getComponentTypeStringB5cxx11Ej",
+          "_ZN3kel3src6detail13getTypeStringB5cxx11ENS1_22ShapeResourceContainer11SRCDataTypeE",
+          "_ZN3kel3src6detail18getTypeSizeInBytesENS1_22ShapeResourceContainer11SRCDataTypeE"}) {
+        EXPECT_NE(dlsym(RTLD_DEFAULT, name), nullptr) << name;
     }
 }
 

@@ -1,14 +1,10 @@
 #include <kel/src/encoding/Quantization.h>
-#include <kel/src/kernels/Dispatch.h>
 
-#include <support/Kernels.h>
 #include <support/Streams.h>
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -22,7 +18,7 @@ const float NOT_A_NUMBER = std::numeric_limits<float>::quiet_NaN();
 
 struct Quantized {
     Bytes bytes;
-    SRCDataType type = SRCDataType::FLOAT;
+    ShapeResourceContainer::SRCDataType type = ShapeResourceContainer::FLOAT;
     std::size_t bytesPerElement = 77;
     std::vector<double> decodeOffset, decodeScale;
 };
@@ -101,21 +97,21 @@ TEST(QuantizeValue, RoundsTheLargestCodeToSinglePrecisionAboveTwentyFourBits) {
 
 TEST(QuantizeToNBits, EightBitsAreBytes) {
     const Quantized q = quantize({0.0f, 0.5f, 1.0f}, 1, {0}, {1}, 8);
-    EXPECT_EQ(q.type, SRCDataType::UBYTE);
+    EXPECT_EQ(q.type, ShapeResourceContainer::UBYTE);
     EXPECT_EQ(q.bytesPerElement, 1u);
     EXPECT_EQ(q.bytes, (Bytes{0, 127, 255}));
 }
 
 TEST(QuantizeToNBits, NineToSixteenBitsAreShorts) {
     const Quantized q = quantize({1.0f}, 1, {0}, {1}, 9);
-    EXPECT_EQ(q.type, SRCDataType::USHORT);
+    EXPECT_EQ(q.type, ShapeResourceContainer::USHORT);
     EXPECT_EQ(q.bytes, (Bytes{0xff, 0x01})); // 511
 }
 
 TEST(QuantizeToNBits, SeventeenBitsAndMoreTakeThreeBytesPerComponent) {
     // 20 bits: 0.25 * 1048575 = 262143.75, 0.5 -> 524287.5, 1 -> 1048575
     const Quantized q = quantize({0, 0.25f, 0.5f, 1, 1, 0}, 3, {0, 0, 0}, {1, 1, 1}, 20);
-    EXPECT_EQ(q.type, SRCDataType::UINT);
+    EXPECT_EQ(q.type, ShapeResourceContainer::UINT);
     EXPECT_EQ(q.bytesPerElement, 9u);
     EXPECT_EQ(q.bytes, (Bytes{0, 0, 0, 0xff, 0xff, 0x03, 0xff, 0xff, 0x07, //
                               0xff, 0xff, 0x0f, 0xff, 0xff, 0x0f, 0, 0, 0}));
@@ -166,41 +162,10 @@ TEST(QuantizeToNBits, AnInvalidBitCountIsReportedAndChangesNothing) {
                   "Invalid quantization precision given (" + std::to_string(bits) +
                       " bits). Cannot quantize buffer to less than one, or to more than 32 bits.\n");
         EXPECT_EQ(q.bytes, Bytes(3, 7));
-        EXPECT_EQ(q.type, SRCDataType::FLOAT);
+        EXPECT_EQ(q.type, ShapeResourceContainer::FLOAT);
         EXPECT_EQ(q.bytesPerElement, 77u);
         EXPECT_EQ(q.decodeScale, std::vector<double>{-1});
     }
-}
-
-// ---- The fast kernel against the plain loop -------------------------------------------------------------
-
-TEST(QuantizeKernels, AreEqualForEveryBitCountOverDifficultValues) {
-    const std::vector<float> values = kel::tests::difficultFloats();
-    for (std::size_t bits = 1; bits <= 32; ++bits) {
-        for (std::size_t components = 1; components <= 4; ++components) {
-            std::vector<float> data;
-            for (int repeat = 0; repeat < 5; ++repeat)
-                data.insert(data.end(), values.begin(), values.end());
-            data.resize(data.size() / components * components);
-            const std::vector<float> min = {-0.5f, 0.0f, -1e30f, 1e-40f},
-                                     extent = {1.0f, 1e-39f, 2e30f, 0.0f};
-            const auto both = kel::tests::withEachKernelSet(
-                [&] { return quantize(data, components, min, extent, bits).bytes; });
-            ASSERT_EQ(both.fast, both.plain) << bits << " bits, " << components << " components";
-        }
-    }
-}
-
-RC_GTEST_PROP(QuantizeKernels, AreEqualForAnyBits, ()) {
-    const auto components = *rc::gen::inRange<std::size_t>(1, 5);
-    const auto bits = *rc::gen::inRange<std::size_t>(1, 33);
-    std::vector<float> data = *kel::tests::anyFloats();
-    data.resize(data.size() / components * components);
-    const auto min = *rc::gen::container<std::vector<float>>(components, kel::tests::anyFloat());
-    const auto extent = *rc::gen::container<std::vector<float>>(components, kel::tests::anyFloat());
-    const auto both =
-        kel::tests::withEachKernelSet([&] { return quantize(data, components, min, extent, bits).bytes; });
-    RC_ASSERT(both.fast == both.plain);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include <kel/mesh/DefaultMesh.h>
+#include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/MeshUtils.h>
 
 #include <support/ForeignMesh.h>
@@ -7,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include <array>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -105,14 +106,44 @@ TEST(BoundingBox, OfFourComponentsReadsTheFirstThree) {
     EXPECT_EQ(box.second, glm::vec3(1, 2, 3));
 }
 
-TEST(BoundingBox, AsksAForeignBufferForItsCountOnceAndForEachElementOnce) {
-    const auto log = std::make_shared<kel::tests::CallLog>();
-    minMax(foreignFloats("p", 3, {1, 2, 3, 4, 5, 6}, log));
-    kel::tests::CallLog elements;
-    for (const std::string& call : *log) {
-        if (call != "p.getComponentCountPerElement") elements.push_back(call);
+TEST(BoundingBox, AsksAForeignBufferForItsCountOnceAndForEachElementOnceAndForNothingElse) {
+    for (const std::size_t components : {2, 3, 4}) {
+        const auto log = std::make_shared<kel::tests::CallLog>();
+        minMax(foreignFloats("p", components, std::vector<float>(2 * components, 1.0f), log));
+        EXPECT_EQ(*log, (kel::tests::CallLog{"p.getElementCount", "p.getElement(0)", "p.getElement(1)"}));
     }
-    EXPECT_EQ(elements, (kel::tests::CallLog{"p.getElementCount", "p.getElement(0)", "p.getElement(1)"}));
+}
+
+TEST(BoundingBox, AsCentreAndSizeAsksForTheCountTwice) {
+    const auto log = std::make_shared<kel::tests::CallLog>();
+    centerSize(foreignFloats("p", 3, {1, 2, 3}, log));
+    EXPECT_EQ(*log, (kel::tests::CallLog{"p.getElementCount", "p.getElementCount", "p.getElement(0)"}));
+    log->clear();
+    centerSize(foreignFloats("p", 3, {}, log));
+    EXPECT_EQ(*log, (kel::tests::CallLog{"p.getElementCount"}));
+}
+
+TEST(BoundingBox, OfInterleavedPositionsIsThatOfPackedOnes) {
+    const std::vector<float> values = {1, 2, 3, 99, -4, 5, -6, 99};
+    std::vector<unsigned char> bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    const auto data = std::make_shared<kel::mesh::detail::VectorBufferData>(bytes);
+    const auto view = [&](std::size_t components) {
+        return std::make_shared<kel::mesh::detail::AttributeBufferDataView>(kel::mesh::FLOAT, components, 16,
+                                                                            0, data, "position");
+    };
+    EXPECT_EQ(minMax(view(3)), minMax(positions({1, 2, 3, -4, 5, -6})));
+    EXPECT_EQ(minMax(view(2)), minMax(positions({1, 2, 0, -4, 5, 0})));
+}
+
+TEST(BoundingBox, ABufferWhoseBytesEndBeforeItsElementsIsAnException) {
+    // The count does not subtract the offset, so the last element has no bytes. An element is wider than any
+    // scratch memory.
+    const auto data =
+        std::make_shared<kel::mesh::detail::VectorBufferData>(std::vector<unsigned char>(3 * 160));
+    const kel::mesh::detail::AttributeBufferDataView view(kel::mesh::FLOAT, 40, 160, 16, data, "position");
+    EXPECT_THROW(minMax(std::make_shared<kel::mesh::detail::AttributeBufferDataView>(view)),
+                 std::out_of_range);
 }
 
 TEST(IsAttributeVec3f, OnlyForThreeFloats) {
@@ -127,47 +158,6 @@ TEST(IsAttributeVec3f, DoesNotAskTheCountOfAnotherType) {
     isAttributeVec3f(std::make_shared<kel::tests::ForeignAttribute>(kel::mesh::UNSIGNED_SHORT, 3,
                                                                     std::vector<unsigned char>(6), "p", log));
     EXPECT_EQ(*log, kel::tests::CallLog{"p.getComponentType"});
-}
-
-// ---- The fast kernel against the plain loop -------------------------------------------------------------
-
-Box extended(const std::vector<float>& values, KernelSet* ran = nullptr) {
-    Box box{glm::vec3(LARGEST), glm::vec3(-LARGEST)};
-    const KernelSet set = extendBounds(values.data(), values.size() / 3, &box.first.x, &box.second.x);
-    if (ran) *ran = set;
-    return box;
-}
-
-RC_GTEST_PROP(BoundsKernels, AreEqualForAnyBits, ()) {
-    const auto values = *kel::tests::anyFloats();
-    const auto both = kel::tests::withEachKernelSet([&] { return extended(values); });
-    RC_ASSERT(both.fast == both.plain);
-}
-
-RC_GTEST_PROP(BoundsKernels, AreEqualForNumbersAndSignedZeros, ()) {
-    const auto values = *rc::gen::container<std::vector<float>>(
-        300, rc::gen::element(-1.0f, -0.0f, 0.0f, 1.0f, std::numeric_limits<float>::infinity(), 1e-40f));
-    const auto both = kel::tests::withEachKernelSet([&] { return extended(values); });
-    RC_ASSERT(both.fast == both.plain);
-}
-
-TEST(BoundsKernels, TheFastOneRunsOnNumbersAndHandsOverOnNaN) {
-    if (bestKernels() != KernelSet::AVX2) return; // nothing to choose on this processor
-    std::vector<float> values(240, 1.0f);
-    KernelSet ran = KernelSet::PLAIN;
-    extended(values, &ran);
-    EXPECT_EQ(ran, KernelSet::AVX2);
-    values[100] = NOT_A_NUMBER;
-    extended(values, &ran);
-    EXPECT_EQ(ran, KernelSet::PLAIN);
-}
-
-TEST(BoundsKernels, ForcingThePlainOneRunsIt) {
-    forceKernels(KernelSet::PLAIN);
-    KernelSet ran = KernelSet::AVX2;
-    extended(std::vector<float>(240, 1.0f), &ran);
-    unforceKernels();
-    EXPECT_EQ(ran, KernelSet::PLAIN);
 }
 
 RC_GTEST_PROP(BoundingBox, IsTheSameThroughTheInterface, ()) {

@@ -2,13 +2,10 @@
 #include <kel/src/MeshUtils.h>
 
 #include <support/ForeignMesh.h>
-#include <support/Kernels.h>
 #include <support/LogCapture.h>
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
-#include <cstring>
 #include <limits>
 
 namespace {
@@ -168,36 +165,6 @@ TEST(Statistics, AreTheSameThroughTheInterface) {
     EXPECT_EQ(statisticsOf(foreign), statisticsOf(ours));
 }
 
-// ---- The fast kernel against the plain loop -------------------------------------------------------------
-
-template<typename Index>
-float areaOf(const std::vector<float>& positions, const std::vector<Index>& indices) {
-    DefaultMesh list;
-    list.addAttribute("position", 3, positions);
-    list.setIndices(indices);
-    return computeTriangleSurfaceArea(std::make_shared<DefaultMesh>(list));
-}
-
-RC_GTEST_PROP(AreaKernels, AreEqualForAnyPositions, ()) {
-    auto positions = *rc::gen::container<std::vector<float>>(60, kel::tests::anyFloat());
-    const auto indices =
-        *rc::gen::container<std::vector<std::uint16_t>>(rc::gen::inRange<std::uint16_t>(0, 20));
-    const std::vector<std::uint32_t> wide(indices.begin(), indices.end());
-    const auto narrow = kel::tests::withEachKernelSet([&] { return areaOf(positions, indices); });
-    const auto both = kel::tests::withEachKernelSet([&] { return areaOf(positions, wide); });
-    RC_ASSERT(std::memcmp(&narrow.fast, &narrow.plain, sizeof(float)) == 0);
-    RC_ASSERT(std::memcmp(&both.fast, &narrow.plain, sizeof(float)) == 0);
-}
-
-TEST(AreaKernels, AnIndexPastThePositionsIsAnExceptionInAnyPlace) {
-    const std::vector<float> positions(30, 1.0f);
-    for (std::size_t wrong = 0; wrong < 60; ++wrong) {
-        std::vector<std::uint32_t> indices(60, 3);
-        indices[wrong] = 10;
-        EXPECT_THROW(areaOf(positions, indices), std::out_of_range);
-    }
-}
-
 TEST(Statistics, AskTheMeshInTheStatedOrder) {
     const auto foreign = std::make_shared<kel::tests::ForeignMesh>();
     foreign->indices =
@@ -212,6 +179,23 @@ TEST(Statistics, AskTheMeshInTheStatedOrder) {
                   "indices.getElementCount", "mesh.getPrimitiveType", "indices.getIndex(0)",
                   "position.getElement(0)", "indices.getIndex(1)", "position.getElement(1)",
                   "indices.getIndex(2)", "position.getElement(0)"}));
+}
+
+TEST(Statistics, AskForeignPositionsOfOurOwnIndicesForNothingMore) {
+    const auto log = std::make_shared<kel::tests::CallLog>();
+    const auto ours = std::make_shared<DefaultMesh>();
+    ours->setIndices(std::vector<std::uint16_t>{0, 1, 2, 0, 2, 3});
+    ours->addAttribute(kel::tests::foreignFloats("position", 3, SQUARE, log));
+    log->clear(); // the mesh asked for the name
+    EXPECT_EQ(computeTriangleSurfaceArea(ours), 1.0f);
+    kel::tests::CallLog calls;
+    for (const std::string& call : *log) {
+        if (call != "position.getAttributeName") calls.push_back(call);
+    }
+    EXPECT_EQ(calls, (kel::tests::CallLog{"position.getComponentType", "position.getComponentCountPerElement",
+                                          "position.getElement(0)", "position.getElement(1)",
+                                          "position.getElement(2)", "position.getElement(0)",
+                                          "position.getElement(2)", "position.getElement(3)"}));
 }
 
 } // namespace

@@ -78,7 +78,7 @@ function(room_include_test name room header)
         COMMAND ${CMAKE_CXX_COMPILER} -std=c++17 -fsyntax-only -x c++
             "-I$<JOIN:$<TARGET_PROPERTY:room_${room},INCLUDE_DIRECTORIES>,;-I>" -include ${header} /dev/null)
 endfunction()
-room_include_test(room_encoding_may_include_its_own_header encoding kel/src/encoding/DataTypes.h)
-room_include_test(room_encoding_may_not_include_the_container encoding kel/src/container/ShapeResourceContainer.h)
-set_tests_properties(${KELSRC_TEST_PREFIX}room_encoding_may_not_include_the_container PROPERTIES
-    PASS_REGULAR_EXPRESSION "ShapeResourceContainer.h: No such file or directory")
+room_include_test(room_container_may_include_its_own_header container kel/src/container/ShapeResourceContainer.h)
+room_include_test(room_container_may_not_include_the_encoding container kel/src/encoding/DataTypes.h)
+set_tests_properties(${KELSRC_TEST_PREFIX}room_container_may_not_include_the_encoding PROPERTIES
+    PASS_REGULAR_EXPRESSION "DataTypes.h: No such file or directory")

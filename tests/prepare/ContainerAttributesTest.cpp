@@ -1,7 +1,7 @@
 #include <kel/prepare/ContainerAttributes.h>
 #include <kel/prepare/MeshName.h>
 
-#include <kel/src/default_writer/DefaultSrcWriter.h>
+#include <kel/src/DefaultSrcWriter.h>
 
 #include <support/Meshes.h>
 #include <support/SrcText.h>
@@ -76,7 +76,7 @@ TEST(KeepStoredAttributes, TheWriterThenPrintsNothing) {
     const auto result = keepStoredAttributes(inputOf({mesh}));
     const kel::tests::CapturedStreams streams;
     std::ostringstream out;
-    kel::src::detail::writeMeshSrcDefault(result, out);
+    kel::src::writeMeshSrcDefault(result, out);
     EXPECT_EQ(streams.out(), "");
     EXPECT_EQ(streams.err(), "");
 }
@@ -175,7 +175,7 @@ TEST(KeepAttributesApart, ComputesMissingNormalsFromTheTriangles) {
 /// their views is another mesh's.
 std::vector<std::vector<std::string>> writtenAttributes(const SrcWriterInput& input) {
     const auto file =
-        kel::tests::written([&](std::ostream& out) { kel::src::detail::writeMeshSrcDefault(input, out); });
+        kel::tests::written([&](std::ostream& out) { kel::src::writeMeshSrcDefault(input, out); });
     std::vector<std::vector<std::string>> result;
     std::set<std::string> views;
     for (std::size_t i = 0; i < input.meshes.size(); ++i) {

@@ -5,9 +5,9 @@
 #include <kel/prepare/FitToRange.h>
 #include <kel/prepare/OptimizeForGpu.h>
 #include <kel/prepare/SplitForShortIndices.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <support/Meshes.h>
 
@@ -26,7 +26,7 @@ std::string write(SrcWriterInput input, Target target) {
     std::ostringstream out;
     if (isContainerTarget(target)) {
         input.useCompressedPreset = target == Target::PRESET_CMP1;
-        kel::src::detail::writeMeshSrcDefault(input, out);
+        kel::src::writeMeshSrcDefault(input, out);
     } else {
         kel::src::SrcWriter::write(input, out,
                                    target == Target::UNCOMPRESSED ? kel::src::SrcWriter::UNCOMPRESSED

@@ -97,7 +97,7 @@ TEST(DecodeAttribute, CodesAbove16BitsComeFromSlotsOf3Bytes) {
     const float min[] = {-0.5f, -0.5f, -0.5f}, extent[] = {1, 1, 1};
     for (const std::size_t bits : {17u, 20u, 24u}) {
         std::vector<unsigned char> codes;
-        detail::SRCDataType type{};
+        detail::ShapeResourceContainer::SRCDataType type{};
         std::size_t stride = 0;
         double offset[3], scale[3];
         detail::quantizeToNBits(source, 2, 3, min, extent, bits, false, codes, type, stride, offset, scale);

@@ -5,9 +5,9 @@
 #include <support/Meshes.h>
 #include <support/SrcFile.h>
 
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ inline std::string write(kel::src::SrcWriterInput input, Mode mode) {
     std::ostringstream out;
     if (mode == Mode::DEFAULT || mode == Mode::CMP1) {
         input.useCompressedPreset = mode == Mode::CMP1;
-        kel::src::detail::writeMeshSrcDefault(input, out);
+        kel::src::writeMeshSrcDefault(input, out);
     } else {
         using kel::src::SrcWriter;
         SrcWriter::write(input, out,

@@ -7,11 +7,11 @@
 #include "support/Meshes.h"
 
 #include <kel/prepare/FitToRange.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcWriter.h>
 #include <kel/src/container/ShapeResourceContainer.h>
 #include <kel/src/default_writer/ClassicMaterial.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 #include <kel/src/default_writer/MeshToContainer.h>
 #include <kel/src/encoding/EncodingPresets.h>
 
@@ -223,7 +223,7 @@ SrcWriterInput many(std::size_t count) {
 
 std::string byContainer(SrcWriterInput input, bool compressed) {
     input.useCompressedPreset = compressed;
-    return textOf([&](std::ostream& out) { kel::src::detail::writeMeshSrcDefault(input, out); });
+    return textOf([&](std::ostream& out) { kel::src::writeMeshSrcDefault(input, out); });
 }
 
 std::string byPublicWriter(const SrcWriterInput& input, kel::src::SrcWriter::Compression mode) {

@@ -1,5 +1,7 @@
 #include <kel/src/container/ShapeResourceContainer.h>
 
+#include <kel/mesh/PrimitiveType.h>
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/text/JsonWriter.h>
 #include <kel/src/text/StreamSink.h>
 #include <kel/src/text/TextOrder.h>
@@ -86,6 +88,30 @@ Entry* ShapeResourceContainer::KeyedSection<Entry>::find(const std::string& id) 
         last = found;
     }
     return &last->second;
+}
+
+std::uint32_t ShapeResourceContainer::getWebGLTypeIdentifier(SRCDataType type) {
+    // Of the two types of one width the unsigned one comes first here and second among WebGL's codes.
+    const std::uint32_t place = type < FLOAT ? type ^ 1u : std::uint32_t(FLOAT);
+    return format::FIRST_COMPONENT_TYPE + place;
+}
+
+std::uint32_t ShapeResourceContainer::getWebGLPrimitiveTypeIdentifier(SRCPrimitiveType type) {
+    switch (type) {
+    case LINES:
+        return kel::mesh::LINES;
+    case POINTS:
+        return kel::mesh::POINTS;
+    case TRIANGLES:
+        break;
+    }
+    return kel::mesh::TRIANGLES;
+}
+
+std::string ShapeResourceContainer::getComponentTypeString(unsigned int components) {
+    return components >= 1 && components <= format::MAX_COMPONENTS
+               ? std::string(format::ELEMENT_TYPES[components - 1])
+               : "INVALID";
 }
 
 ShapeResourceContainer::ShapeResourceContainer() : header(picojson::object()) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <kel/src/Export.h>
-#include <kel/src/encoding/DataTypes.h>
 
 #include <picojson.h>
 
@@ -25,29 +24,25 @@ namespace kel::src::detail {
 /// at a time. A container that an exception has left half filled can still be destroyed.
 class KELSRC_EXPORT ShapeResourceContainer {
 public:
-    using SRCDataType = detail::SRCDataType;
-    using SRCPrimitiveType = detail::SRCPrimitiveType;
+    /// Element types of index and attribute data.
+    enum SRCDataType : std::uint32_t {
+        UBYTE = 0,
+        BYTE = 1,
+        USHORT = 2,
+        SHORT = 3,
+        UINT = 4,
+        INT = 5,
+        FLOAT = 6
+    };
+    /// Primitive types that a container's meshes may have.
+    enum SRCPrimitiveType : std::uint32_t { TRIANGLES = 0, LINES = 1, POINTS = 2 };
 
-    static constexpr SRCDataType UBYTE = SRCDataType::UBYTE;
-    static constexpr SRCDataType BYTE = SRCDataType::BYTE;
-    static constexpr SRCDataType USHORT = SRCDataType::USHORT;
-    static constexpr SRCDataType SHORT = SRCDataType::SHORT;
-    static constexpr SRCDataType UINT = SRCDataType::UINT;
-    static constexpr SRCDataType INT = SRCDataType::INT;
-    static constexpr SRCDataType FLOAT = SRCDataType::FLOAT;
-    static constexpr SRCPrimitiveType TRIANGLES = SRCPrimitiveType::TRIANGLES;
-    static constexpr SRCPrimitiveType LINES = SRCPrimitiveType::LINES;
-    static constexpr SRCPrimitiveType POINTS = SRCPrimitiveType::POINTS;
-
-    static std::uint32_t getWebGLTypeIdentifier(SRCDataType type) {
-        return detail::getWebGLTypeIdentifier(type);
-    }
-    static std::uint32_t getWebGLPrimitiveTypeIdentifier(SRCPrimitiveType type) {
-        return detail::getWebGLPrimitiveTypeIdentifier(type);
-    }
-    static std::string getComponentTypeString(unsigned int components) {
-        return detail::getComponentTypeString(components);
-    }
+    /// The WebGL data type code, 5120 to 5126; 5126 (FLOAT) for an unknown value.
+    static std::uint32_t getWebGLTypeIdentifier(SRCDataType type);
+    /// The WebGL primitive mode: 4 triangles, 1 lines, 0 points; 4 for an unknown value.
+    static std::uint32_t getWebGLPrimitiveTypeIdentifier(SRCPrimitiveType type);
+    /// "SCALAR", "VEC2", "VEC3" or "VEC4" for 1 to 4 components; "INVALID" for any other count.
+    static std::string getComponentTypeString(unsigned int components);
 
     ShapeResourceContainer();
     ~ShapeResourceContainer();

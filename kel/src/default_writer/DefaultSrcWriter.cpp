@@ -1,4 +1,4 @@
-#include <kel/src/default_writer/DefaultSrcWriter.h>
+#include <kel/src/DefaultSrcWriter.h>
 
 #include <kel/src/default_writer/ClassicMaterial.h>
 #include <kel/src/default_writer/MeshToContainer.h>

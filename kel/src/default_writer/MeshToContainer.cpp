@@ -66,7 +66,7 @@ void storeAttribute(const std::string& name, std::map<std::string, std::string>&
     }
     std::uint32_t bits = found->second;
 
-    SRCDataType type = SRCDataType::FLOAT;
+    auto type = ShapeResourceContainer::FLOAT;
     std::size_t bytesPerElement = sizeof(float) * N;
     double decodeOffset[N] = {};
     double decodeScale[N];
@@ -85,7 +85,7 @@ void storeAttribute(const std::string& name, std::map<std::string, std::string>&
         }
         if (bits == 0) {
             bits = adaptiveBits(bboxSize, N);
-            // The text says bytes for bits; tools in the field look for it as it is.
+            // The number counts bits although the text says bytes, on purpose: log filters match the text as it is.
             std::cerr << "Writing attribute \"" << name << "\" with adaptive precision of " << bits
                       << " bytes." << std::endl;
         }
@@ -110,8 +110,8 @@ Bytes readIndices(const kel::mesh::IndexBuffer& indices, std::size_t count) {
 }
 
 template<typename Index>
-std::string storeIndices(const kel::mesh::IndexBuffer& indices, std::size_t count, SRCDataType type,
-                         ShapeResourceContainer& container) {
+std::string storeIndices(const kel::mesh::IndexBuffer& indices, std::size_t count,
+                         ShapeResourceContainer::SRCDataType type, ShapeResourceContainer& container) {
     const Index* packed = packedIndices<Index>(indices);
     const std::string bufferViewId =
         packed ? container.addBufferView(reinterpret_cast<const unsigned char*>(packed),
@@ -155,8 +155,8 @@ std::string addMeshToSrc(ShapeResourceContainer& container, std::map<std::string
     const std::size_t indexCount = indices->getElementCount();
     const std::string indexViewId =
         indices->getElementSizeInBytes() <= 2
-            ? storeIndices<std::uint16_t>(*indices, indexCount, SRCDataType::USHORT, container)
-            : storeIndices<std::uint32_t>(*indices, indexCount, SRCDataType::UINT, container);
+            ? storeIndices<std::uint16_t>(*indices, indexCount, ShapeResourceContainer::USHORT, container)
+            : storeIndices<std::uint32_t>(*indices, indexCount, ShapeResourceContainer::UINT, container);
 
     const glm::tvec3<float> boxCenter(0.0f, 0.0f, 0.0f), boxSize(1.0f, 1.0f, 1.0f);
     const std::size_t attributeCount = mesh->getNumAttributeBuffers();

@@ -1,6 +1,6 @@
 #include <kel/mesh/KelMesh.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriterInput.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <cstdint>
 #include <iostream>
@@ -16,7 +16,7 @@ int main() {
     input.meshes.push_back(triangle);
 
     std::ostringstream out;
-    kel::src::detail::writeMeshSrcDefault(input, out);
+    kel::src::writeMeshSrcDefault(input, out);
     const std::string file = out.str();
     // 23, 42, the header's length; behind the header six bytes of indices and 36 of positions.
     const std::size_t headerLength =

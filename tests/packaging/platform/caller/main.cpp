@@ -2,8 +2,8 @@
 // the pipeline's own libraries leave.
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/Mesh.h>
+#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriter.h>
-#include <kel/src/default_writer/DefaultSrcWriter.h>
 
 #include <iostream>
 #include <memory>
@@ -60,7 +60,7 @@ int main() {
     input.meshes.push_back(mesh);
     input.meshMaterials[mesh] = std::make_shared<kel::material::MaterialClassic>();
     std::ostringstream out;
-    kel::src::detail::writeMeshSrcDefault(input, out);
+    kel::src::writeMeshSrcDefault(input, out);
     const std::string file = out.str();
     if (file.find("\"surfaceArea\":777") == std::string::npos ||
         file.find("\"material\":\"material0\"") == std::string::npos) {

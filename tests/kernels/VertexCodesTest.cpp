@@ -3,7 +3,8 @@
 
 #include <kel/mesh/QuantizeVec3.h>
 #include <kel/mesh/Transforms.h>
-#include <kel/src/VertexKernels.h>
+#include <kel/src/kernels/OctahedralNormals.h>
+#include <kel/src/kernels/PositionCodes.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
