@@ -134,8 +134,7 @@ CallLog vec3fTest(const std::string& name) {
 }
 
 CallLog bounds(const std::string& name, std::size_t count) {
-    return joined(
-        {{name + ".getElementCount", name + ".getComponentCountPerElement"}, elementReads(name, count)});
+    return joined({{name + ".getElementCount"}, elementReads(name, count)});
 }
 
 CallLog transform(const std::string& name, std::size_t count) {
