@@ -56,7 +56,7 @@ kel::importer::ImportResult import(const ModelSource& source, const ConvertOptio
         if (ignored) bytesIn = 0;
         return kel::importer::importModel(source.file, importOptions);
     } catch (const kel::importer::ImportError& error) {
-        const bool canDrop = error.code() == "non-finite-positions";
+        const bool canDrop = error.code() == kel::importer::ImportCode::NON_FINITE_POSITIONS;
         throw Failure(STATUS_INPUT, "", error.what(),
                       canDrop ? "Give --on-bad-geometry=drop to leave out the primitives that use them."
                               : "");

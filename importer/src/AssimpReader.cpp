@@ -175,7 +175,7 @@ void checkIndices(const Source& source, const aiScene& scene) {
                                [&](unsigned index) { return index >= mesh.mNumVertices; });
         }
         if (bad > 0) {
-            source.refuse("index-out-of-range",
+            source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
                           std::to_string(bad) + " primitives use vertices beyond the mesh's " +
                               std::to_string(mesh.mNumVertices),
                           "mesh " + std::to_string(m) + " \"" + mesh.mName.C_Str() + "\"",
@@ -216,8 +216,8 @@ std::vector<char> meshesInUse(const Source& source, const aiScene& scene) {
         waiting.pop_back();
         for (unsigned m = 0; m < node->mNumMeshes; ++m) {
             if (node->mMeshes[m] >= scene.mNumMeshes) {
-                source.refuse("invalid-model", "a node uses a mesh that does not exist",
-                              std::string("node \"") + node->mName.C_Str() + "\"", "export the model again");
+                source.refuse(ImportCode::INVALID_MODEL, "a node uses a mesh that does not exist",
+                              std::string("node \"") + node->mName.C_Str() + "\"");
             }
             used[node->mMeshes[m]] = 1;
         }
@@ -264,10 +264,10 @@ void refuseNotFinite(const Source& source, const aiScene& scene) {
         bad += here;
     }
     if (bad == 0) return;
-    source.refuse("non-finite-positions",
+    source.refuse(ImportCode::NON_FINITE_POSITIONS,
                   std::to_string(bad) + (bad == 1 ? " vertex position is" : " vertex positions are") +
                       " not finite, in " + std::to_string(meshes) + (meshes == 1 ? " mesh" : " meshes"),
-                  "first in " + first, "correct them, or drop the primitives that use them");
+                  "first in " + first);
 }
 
 /// Takes out polygons with a position that is not finite: no part of them is worth keeping, and looking for
@@ -320,26 +320,23 @@ bool hasPolygons(const aiScene& scene) {
         } catch (const ImportError&) {
             throw;
         } catch (const std::bad_alloc&) {
-            source.refuse("out-of-memory", "the model does not fit into memory", "",
-                          "free some memory or split the model");
+            source.refuse(ImportCode::OUT_OF_MEMORY, "the model does not fit into memory");
         } catch (const std::exception&) {
             // Its text is the importer's error string, below.
         }
     }
     const std::string text = importer.GetErrorString();
     if (text.find("No suitable reader found") != std::string::npos) {
-        source.refuse("unknown-format", "no reader knows this kind of file", "",
-                      "convert it to a common format such as glTF, OBJ, STL or PLY");
+        source.refuse(ImportCode::UNKNOWN_FORMAT, "no reader knows this kind of file");
     }
     std::string what = text.empty() ? "the reader gave up without a reason" : "the reader gave up: " + text;
     while (!what.empty() && (what.back() == '.' || what.back() == '\n'))
         what.pop_back();
     if (!missing.empty()) {
-        source.refuse("missing-file", what + "; not found: " + *missing.begin(), "",
-                      "put that file beside the model");
+        source.refuse(ImportCode::MISSING_FILE, what + "; not found: " + *missing.begin());
     }
     const bool range = what.find("index out of range") != std::string::npos;
-    source.refuse(range ? "index-out-of-range" : "invalid-model", what, "", "export the model again");
+    source.refuse(range ? ImportCode::INDEX_OUT_OF_RANGE : ImportCode::INVALID_MODEL, what);
 }
 
 } // namespace

@@ -35,8 +35,7 @@ detail::ImportedScene import(detail::Source source, const ImportOptions& options
         return convertScene(readWithAssimp(source, findings, options.onBadGeometry, stages), findings, source,
                             options, stages);
     } catch (const std::bad_alloc&) {
-        source.refuse("out-of-memory", "the model does not fit into memory", "",
-                      "free some memory or split the model");
+        source.refuse(ImportCode::OUT_OF_MEMORY, "the model does not fit into memory");
     }
 }
 
@@ -46,10 +45,10 @@ ImportResult asResult(detail::ImportedScene imported) {
 
 } // namespace
 
-ImportError::ImportError(std::string code, std::string file, const std::string& what, std::string place,
+ImportError::ImportError(ImportCode code, std::string file, const std::string& what, std::string place,
                          std::string remedy)
-    : std::runtime_error(sentence(file, what, place, remedy)), codeText(std::move(code)),
-      fileText(std::move(file)), placeText(std::move(place)), remedyText(std::move(remedy)) {}
+    : std::runtime_error(sentence(file, what, place, remedy)), importCode(code), fileText(std::move(file)),
+      placeText(std::move(place)), remedyText(std::move(remedy)) {}
 
 ImportError::~ImportError() = default;
 
@@ -64,9 +63,9 @@ std::string Source::extension() const {
     return text;
 }
 
-void Source::refuse(const char* code, const std::string& what, const std::string& place,
+void Source::refuse(ImportCode code, const std::string& what, const std::string& place,
                     const std::string& remedy) const {
-    throw ImportError(code, shown, what, place, remedy);
+    throw ImportError(code, shown, what, place, remedy.empty() ? std::string(infoOf(code).remedy) : remedy);
 }
 
 void Stages::at(const char* stage, double done) {
@@ -85,7 +84,7 @@ void Stages::at(const char* stage, double done) {
 }
 
 void Stages::refuseCancelled() const {
-    source.refuse("cancelled", "the import was cancelled", "", "start it again to finish it");
+    source.refuse(ImportCode::CANCELLED, "the import was cancelled");
 }
 
 ImportedScene importScene(const std::filesystem::path& file, const ImportOptions& options) {
@@ -98,19 +97,19 @@ ImportedScene importScene(const std::filesystem::path& file, const ImportOptions
     std::error_code failure;
     const auto status = std::filesystem::status(file, failure);
     if (status.type() == std::filesystem::file_type::not_found) {
-        source.refuse("file-not-found", "there is no such file", "", "check the path");
+        source.refuse(ImportCode::FILE_NOT_FOUND, "there is no such file");
     }
     if (failure)
-        source.refuse("file-unreadable", failure.message(), "", "check the path and its permissions");
+        source.refuse(ImportCode::FILE_UNREADABLE, failure.message(), "",
+                      "check the path and its permissions");
     if (std::filesystem::is_directory(status)) {
-        source.refuse("not-a-file", "this is a directory", "", "name the model file in it");
+        source.refuse(ImportCode::NOT_A_FILE, "this is a directory");
     }
 
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
     if (!stream) {
-        source.refuse("file-unreadable", errno ? std::strerror(errno) : "it cannot be opened", "",
-                      "check the file's permissions");
+        source.refuse(ImportCode::FILE_UNREADABLE, errno ? std::strerror(errno) : "it cannot be opened");
     }
     if (!std::filesystem::is_regular_file(status)) {
         // Pipes and devices can be read once and do not know their size.
@@ -118,7 +117,7 @@ ImportedScene importScene(const std::filesystem::path& file, const ImportOptions
         return importScene(content.data(), content.size(), source.shown, options);
     }
     if (std::filesystem::file_size(file, failure) == 0 && !failure) {
-        source.refuse("empty-file", "the file is empty", "", "export or download the model again");
+        source.refuse(ImportCode::EMPTY_FILE, "the file is empty");
     }
     stream.close();
     return import(source, options);
@@ -132,7 +131,7 @@ ImportedScene importScene(const void* bytes, std::size_t size, const std::string
     source.path = source.name.empty() ? "model" : source.name;
     source.bytes = static_cast<const char*>(bytes);
     source.size = size;
-    if (size == 0) source.refuse("empty-file", "the input is empty", "", "check what writes to it");
+    if (size == 0) source.refuse(ImportCode::EMPTY_FILE, "the input is empty", "", "check what writes to it");
     return import(source, options);
 }
 

@@ -178,8 +178,8 @@ void Converter::collectInstances() {
         const glm::dmat4 world = above * matrixOf(node->mTransformation);
         for (unsigned m = 0; m < node->mNumMeshes; ++m) {
             if (node->mMeshes[m] >= scene.mNumMeshes) {
-                source.refuse("invalid-model", "a node uses a mesh that does not exist",
-                              std::string("node \"") + node->mName.C_Str() + "\"", "export the model again");
+                source.refuse(ImportCode::INVALID_MODEL, "a node uses a mesh that does not exist",
+                              std::string("node \"") + node->mName.C_Str() + "\"");
             }
             instances.push_back({node, m, world});
             ++uses[node->mMeshes[m]];
@@ -192,9 +192,8 @@ void Converter::collectInstances() {
         for (int column = 0; column < 4; ++column) {
             for (int row = 0; row < 4; ++row) {
                 if (std::isfinite(instance.world[column][row])) continue;
-                source.refuse("non-finite-transform", "the transform of a node is not finite",
-                              std::string("node \"") + instance.node->mName.C_Str() + "\"",
-                              "correct the node's position, rotation and scale");
+                source.refuse(ImportCode::NON_FINITE_TRANSFORM, "the transform of a node is not finite",
+                              std::string("node \"") + instance.node->mName.C_Str() + "\"");
             }
         }
     }
@@ -417,9 +416,9 @@ void Converter::bake(const Instance& instance, Part& part) {
         for (int axis = 0; axis < 3; ++axis) {
             const double value = static_cast<double>(positions[i + axis]);
             if (!std::isfinite(value)) {
-                source.refuse("extent-overflow",
+                source.refuse(ImportCode::EXTENT_OVERFLOW,
                               "a position does not fit a 32-bit float once the node's transform is applied",
-                              place(instance.mesh()), "scale the model down");
+                              place(instance.mesh()));
             }
             partLow[axis] = std::min(partLow[axis], value);
             partHigh[axis] = std::max(partHigh[axis], value);
@@ -429,8 +428,8 @@ void Converter::bake(const Instance& instance, Part& part) {
     high = glm::max(high, partHigh);
     const glm::dvec3 extent = high - low;
     if (std::max({extent.x, extent.y, extent.z}) > static_cast<double>(std::numeric_limits<float>::max())) {
-        source.refuse("extent-overflow", "the extent of the model does not fit a 32-bit float",
-                      place(instance.mesh()), "scale the model down");
+        source.refuse(ImportCode::EXTENT_OVERFLOW, "the extent of the model does not fit a 32-bit float",
+                      place(instance.mesh()));
     }
 
     if (part.type == kel::mesh::TRIANGLES) {
@@ -645,17 +644,14 @@ void Converter::reportScene() {
 }
 
 void Converter::checkExtent() const {
-    const std::string remedy = "check the model's scale, or whether the right part was exported";
     if (result.scene.meshes.empty()) {
-        source.refuse("no-mesh", "nothing to draw: no point, line or triangle", "",
-                      "check that the export includes geometry");
+        source.refuse(ImportCode::NO_MESH, "nothing to draw: no point, line or triangle");
     }
-    if (low == high) source.refuse("no-extent", "all vertices are at one place", "", remedy);
+    if (low == high) source.refuse(ImportCode::NO_EXTENT, "all vertices are at one place");
     const ImportReport& report = result.report;
     if (report.lines == 0 && report.points == 0 && !hasArea) {
-        source.refuse("no-extent",
-                      "none of the " + std::to_string(report.triangles) + " triangles has an area", "",
-                      remedy);
+        source.refuse(ImportCode::NO_EXTENT,
+                      "none of the " + std::to_string(report.triangles) + " triangles has an area");
     }
 }
 
@@ -684,7 +680,7 @@ ImportedScene Converter::run() {
     collectInstances();
     matchGltfNodes();
     if (instances.empty()) {
-        source.refuse("no-mesh", "the scene has no mesh", "", "check that the export includes geometry");
+        source.refuse(ImportCode::NO_MESH, "the scene has no mesh");
     }
     reportScene();
     drop(NOT_FINITE, read.brokenPolygons);

@@ -20,8 +20,9 @@ struct Source {
     /// Lower case, without dot; the guess when the name has none.
     std::string extension() const;
 
-    [[noreturn]] void refuse(const char* code, const std::string& what, const std::string& place,
-                             const std::string& remedy) const;
+    /// remedy  empty for the code's own
+    [[noreturn]] void refuse(ImportCode code, const std::string& what, const std::string& place = {},
+                             const std::string& remedy = {}) const;
 };
 
 /// Reports how far the import is and carries the caller's wish to stop.

@@ -321,7 +321,7 @@ TEST_P(Cancelling, EndsTheImport) {
     ImportOptions options;
     options.progress = [](const char* stage, double) { return std::string(stage) != GetParam(); };
     const auto error = errorOf([&] { import("square.obj", std::string(SQUARE) + "f 1 2 3\n", options); });
-    EXPECT_EQ(error.code(), "cancelled");
+    EXPECT_EQ(error.code(), ImportCode::CANCELLED);
 }
 INSTANTIATE_TEST_SUITE_P(EachStage, Cancelling, testing::Values("checking", "reading", "converting"));
 

@@ -14,6 +14,15 @@
 #include <string>
 #include <vector>
 
+namespace kel::importer {
+
+/// What a failed comparison shows.
+inline void PrintTo(ImportCode code, std::ostream* out) {
+    *out << infoOf(code).text;
+}
+
+} // namespace kel::importer
+
 namespace kel::importer::test {
 
 /// A folder of its own for each test, removed with it.
@@ -94,7 +103,7 @@ ImportError errorOf(Import&& import) {
         return error;
     }
     ADD_FAILURE() << "the import went through";
-    return {"", "", "", "", ""};
+    return {ImportCode::CANCELLED, "", "no error", "", ""};
 }
 
 } // namespace kel::importer::test

@@ -131,7 +131,7 @@ TEST_F(Metadata, DeepExtrasAreRefused) {
     const std::string deep = std::string(5000, '[') + std::string(5000, ']');
     const auto error =
         errorOf([&] { import("deep.gltf", oneTriangle(R"({"mesh":0,"extras":)" + deep + "}").json()); });
-    EXPECT_EQ(error.code(), "invalid-json");
+    EXPECT_EQ(error.code(), ImportCode::INVALID_JSON);
 }
 
 } // namespace kel::importer::test

@@ -27,7 +27,7 @@ int importOne(const std::filesystem::path& path) {
         const auto result = kel::importer::importModel(path);
         return result.input.meshes.empty() ? WRONG : 0;
     } catch (const kel::importer::ImportError& error) {
-        return error.code().empty() || error.remedy().empty() ? WRONG : REFUSED;
+        return error.remedy().empty() ? WRONG : REFUSED;
     } catch (...) {
         return WRONG;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/importer/Export.h>
+#include <kel/importer/ImportCodes.h>
 #include <kel/src/SrcWriterInput.h>
 
 #include <cstddef>
@@ -97,38 +98,20 @@ struct ImportResult {
 };
 
 /// Why a file was refused. what() is one sentence, "file: what (place); remedy".
-///
-/// Codes are stable:
-///     file-not-found, not-a-file, file-unreadable, empty-file
-///     wrong-content       the content is of another kind than the name says
-///     unknown-format      no reader knows the extension or the content
-///     truncated           the file ends before what its header announces
-///     impossible-count    a header claims more elements than the file can hold
-///     invalid-json        the JSON of a glTF is broken
-///     invalid-model       the content is broken in another way
-///     missing-file        a file beside the model that it needs is missing
-///     unsupported-feature the geometry is stored in a way that no reader here understands
-///     index-out-of-range  a primitive uses a vertex that does not exist
-///     no-mesh             nothing to draw
-///     no-extent           every vertex at one place, or nothing but triangles without area
-///     non-finite-positions, non-finite-transform
-///     extent-overflow     positions or their extent do not fit a 32-bit float
-///     too-deep            nodes or values are nested deeper than any real model
-///     out-of-memory, cancelled
 class KEL_IMPORTER_EXPORT ImportError : public std::runtime_error {
 public:
-    ImportError(std::string code, std::string file, const std::string& what, std::string place,
+    ImportError(ImportCode code, std::string file, const std::string& what, std::string place,
                 std::string remedy);
     ~ImportError() override;
 
-    const std::string& code() const { return codeText; }
+    ImportCode code() const { return importCode; }
     const std::string& file() const { return fileText; }
     /// Where in the file: a line, a byte, a JSON path, a mesh. May be empty.
     const std::string& place() const { return placeText; }
     const std::string& remedy() const { return remedyText; }
 
 private:
-    std::string codeText;
+    ImportCode importCode;
     std::string fileText;
     std::string placeText;
     std::string remedyText;

@@ -21,8 +21,7 @@ Content::Content(const Source& source) {
     errno = 0;
     open(source.disk);
     if (!file) {
-        source.refuse("file-unreadable", errno ? std::strerror(errno) : "it cannot be opened", "",
-                      "check the file's permissions");
+        source.refuse(ImportCode::FILE_UNREADABLE, errno ? std::strerror(errno) : "it cannot be opened");
     }
 }
 

@@ -146,12 +146,11 @@ std::string guessExtension(const Content& content) {
 
 void checkKind(const Source& source, const Content& content, const Recognised& recognised) {
     const std::string extension = source.extension();
-    const std::string remedy = "give the file the right extension, or check what was downloaded or exported";
     const auto refuse = [&](const std::string& promised) {
-        source.refuse("wrong-content",
+        source.refuse(ImportCode::WRONG_CONTENT,
                       "the name promises " + promised + ", but the content " +
                           (recognised.name.empty() ? "is none" : "looks like " + recognised.name),
-                      "first bytes", remedy);
+                      "first bytes");
     };
     for (const Promise& promise : PROMISES) {
         if (extension != promise.extension) continue;
@@ -172,8 +171,8 @@ void checkKind(const Source& source, const Content& content, const Recognised& r
         return;
     }
     if (recognised.kind == Kind::OTHER) {
-        source.refuse("wrong-content", "this is no model: the content looks like " + recognised.name,
-                      "first bytes", remedy);
+        source.refuse(ImportCode::WRONG_CONTENT,
+                      "this is no model: the content looks like " + recognised.name, "first bytes");
     }
     // What is left is named after formats without a sure sign; a sure sign of another one is enough.
     const bool signedContent = recognised.kind == Kind::GLB || recognised.kind == Kind::FBX ||
@@ -196,9 +195,9 @@ void checkKind(const Source& source, const Content& content, const Recognised& r
         const bool utf = head.compare(0, 2, "\xFF\xFE") == 0 || head.compare(0, 2, "\xFE\xFF") == 0 ||
                          head.compare(0, 4, "\0\0\xFE\xFF"sv) == 0;
         if (!utf && head.find('\0') != std::string::npos) {
-            source.refuse("wrong-content",
+            source.refuse(ImportCode::WRONG_CONTENT,
                           "a file of the format " + capitals(extension) + " is text, but this has zero bytes",
-                          "byte " + std::to_string(head.find('\0')), remedy);
+                          "byte " + std::to_string(head.find('\0')));
         }
     }
     if (extension == "3ds" && content.text(0, 2) != "MM") refuse("a 3DS");

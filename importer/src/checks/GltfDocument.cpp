@@ -20,7 +20,8 @@ constexpr std::size_t DEEPEST_NODE = 512;
 constexpr double LARGEST_WHOLE = 9007199254740992.0; // doubles hold every integer up to there
 constexpr std::uint32_t JSON_CHUNK = 0x4E4F534A;
 constexpr std::uint32_t BINARY_CHUNK = 0x004E4942;
-const char* const EXPORT_AGAIN = "export the model again";
+/// Whatever is wrong with a part of the document, whoever wrote it has to write it again.
+const std::string EXPORT_AGAIN(infoOf(ImportCode::INVALID_MODEL).remedy);
 
 const picojson::array& arrayOf(const picojson::value* value) {
     static const picojson::array NONE;
@@ -144,7 +145,7 @@ private:
     std::multiset<std::string> customAttributes;
 
     const picojson::array& list(const char* name) const { return arrayOf(member(&document.json(), name)); }
-    [[noreturn]] void refuse(const char* code, const std::string& what, const std::string& place) const {
+    [[noreturn]] void refuse(ImportCode code, const std::string& what, const std::string& place) const {
         source.refuse(code, what, place, EXPORT_AGAIN);
     }
     /// A whole number, `fallback` where it is missing.
@@ -169,7 +170,8 @@ std::uint64_t Checker::number(const picojson::value* object, const char* name, s
     const picojson::value* value = member(object, name);
     if (!value) return fallback;
     const auto whole = wholeNumber(value);
-    if (!whole) refuse("invalid-model", std::string("\"") + name + "\" is not a whole number", place);
+    if (!whole)
+        refuse(ImportCode::INVALID_MODEL, std::string("\"") + name + "\" is not a whole number", place);
     return *whole;
 }
 
@@ -178,7 +180,7 @@ std::optional<std::size_t> Checker::reference(const picojson::value* object, con
     if (!member(object, name)) return std::nullopt;
     const std::uint64_t index = number(object, name, 0, place);
     if (index >= size) {
-        refuse("index-out-of-range",
+        refuse(ImportCode::INDEX_OUT_OF_RANGE,
                std::string("\"") + name + "\" is " + std::to_string(index) + ", but there are only " +
                    std::to_string(size),
                place);
@@ -191,8 +193,8 @@ void Checker::checkExtensions() {
     static const std::set<std::string> FOREIGN = {"EXT_meshopt_compression", "KHR_meshopt_compression"};
     for (const picojson::value& name : list("extensionsRequired")) {
         if (FOREIGN.count(textOf(&name)) == 0) continue;
-        source.refuse("unsupported-feature", "it needs the extension " + textOf(&name), "extensionsRequired",
-                      "export the model without it");
+        source.refuse(ImportCode::UNSUPPORTED_FEATURE, "it needs the extension " + textOf(&name),
+                      "extensionsRequired");
     }
     static const std::set<std::string> CARRIED = {
         "KHR_draco_mesh_compression", "KHR_mesh_quantization", "KHR_materials_unlit",
@@ -219,7 +221,7 @@ void Checker::readBuffers(std::shared_ptr<const Content> whole, std::uint64_t bi
             // Only the first may stand for the binary chunk; others are filled by an extension.
             if (b == 0) buffers[b].setRange(whole, binaryOffset, binaryLength);
         } else if (!uri->is<std::string>()) {
-            refuse("invalid-model", "\"uri\" is not a string", place);
+            refuse(ImportCode::INVALID_MODEL, "\"uri\" is not a string", place);
         } else if (uri->get<std::string>().compare(0, 5, "data:") == 0) {
             const std::string& text = uri->get<std::string>();
             const std::size_t comma = text.find(',');
@@ -232,18 +234,18 @@ void Checker::readBuffers(std::shared_ptr<const Content> whole, std::uint64_t bi
             auto file = std::make_shared<Content>(folder + name);
             if (!file->opened()) file = std::make_shared<Content>(folder + percentDecoded(name));
             if (!file->opened()) {
-                source.refuse("missing-file", "it needs the file \"" + name + "\", which cannot be opened",
-                              place, "put that file beside the model");
+                source.refuse(ImportCode::MISSING_FILE,
+                              "it needs the file \"" + name + "\", which cannot be opened", place);
             }
             allBytes += file->size();
             const std::uint64_t size = file->size();
             buffers[b].setRange(std::move(file), 0, size);
         }
         if (stated > buffers[b].size()) {
-            source.refuse("truncated",
+            source.refuse(ImportCode::TRUNCATED,
                           "a buffer announces " + std::to_string(stated) + " bytes, there are " +
                               std::to_string(buffers[b].size()),
-                          place, "the file is cut off; export or download it again");
+                          place);
         }
     }
 }
@@ -253,7 +255,7 @@ void Checker::readViews() {
     for (std::size_t v = 0; v < all.size(); ++v) {
         const std::string place = at("bufferViews", v);
         const auto buffer = reference(&all[v], "buffer", buffers.size(), place);
-        if (!buffer) refuse("invalid-model", "\"buffer\" is missing", place);
+        if (!buffer) refuse(ImportCode::INVALID_MODEL, "\"buffer\" is missing", place);
         View view;
         view.buffer = *buffer;
         view.offset = number(&all[v], "byteOffset", 0, place);
@@ -261,7 +263,7 @@ void Checker::readViews() {
         view.stride = number(&all[v], "byteStride", 0, place);
         const std::uint64_t size = buffers[*buffer].size();
         if (view.offset > size || view.length > size - view.offset) {
-            refuse("impossible-count",
+            refuse(ImportCode::IMPOSSIBLE_COUNT,
                    "it takes " + std::to_string(view.length) + " bytes from " + std::to_string(view.offset) +
                        " on, the buffer has " + std::to_string(size),
                    place);
@@ -277,7 +279,8 @@ void Checker::checkSparse(const picojson::value& sparse, const Accessor& accesso
     const picojson::value* values = member(&sparse, "values");
     const auto indexView = reference(indices, "bufferView", views.size(), place);
     const auto valueView = reference(values, "bufferView", views.size(), place);
-    if (!indexView || !valueView) refuse("invalid-model", "\"sparse\" lacks its indices or values", place);
+    if (!indexView || !valueView)
+        refuse(ImportCode::INVALID_MODEL, "\"sparse\" lacks its indices or values", place);
     const std::uint64_t type = number(indices, "componentType", 0, place);
     const std::uint64_t width = bytesOfComponent(type);
     const std::uint64_t indexOffset = number(indices, "byteOffset", 0, place);
@@ -287,13 +290,14 @@ void Checker::checkSparse(const picojson::value& sparse, const Accessor& accesso
     if (width == 0 || count > accessor.count || indexOffset > from.length ||
         count > (from.length - indexOffset) / width || valueOffset > with.length ||
         count > (with.length - valueOffset) / std::max<std::uint64_t>(1, accessor.bytes())) {
-        refuse("impossible-count", "\"sparse\" announces more elements than its buffer views hold", place);
+        refuse(ImportCode::IMPOSSIBLE_COUNT, "\"sparse\" announces more elements than its buffer views hold",
+               place);
     }
     for (std::uint64_t i = 0; i < count; ++i) {
         std::uint32_t index = 0; // little endian, as the file
         buffers[from.buffer].read(from.offset + indexOffset + i * width, &index, width);
         if (index >= accessor.count) {
-            refuse("index-out-of-range",
+            refuse(ImportCode::INDEX_OUT_OF_RANGE,
                    "\"sparse\" replaces element " + std::to_string(index) + " of " +
                        std::to_string(accessor.count),
                    place);
@@ -312,7 +316,8 @@ void Checker::readAccessors() {
         accessor.component = number(&all[a], "componentType", 0, place);
         accessor.type = textOf(member(&all[a], "type"));
         accessor.sparse = member(&all[a], "sparse") != nullptr;
-        if (accessor.bytes() == 0) refuse("invalid-model", "its type or component type is unknown", place);
+        if (accessor.bytes() == 0)
+            refuse(ImportCode::INVALID_MODEL, "its type or component type is unknown", place);
         std::uint64_t fits = 0;
         if (accessor.view) {
             const View& view = views[*accessor.view];
@@ -325,7 +330,7 @@ void Checker::readAccessors() {
             fits = 1000 * allBytes;
         }
         if (accessor.count > fits) {
-            refuse("impossible-count",
+            refuse(ImportCode::IMPOSSIBLE_COUNT,
                    "it announces " + std::to_string(accessor.count) + " elements, there is room for " +
                        std::to_string(fits),
                    place);
@@ -350,7 +355,7 @@ void Checker::checkIndices(const Accessor& accessor, std::uint64_t vertices, con
             std::uint32_t index = 0;
             std::memcpy(&index, block.data() + i * step, static_cast<std::size_t>(width));
             if (index >= vertices) {
-                refuse("index-out-of-range",
+                refuse(ImportCode::INDEX_OUT_OF_RANGE,
                        "index " + std::to_string(first + i) + " is " + std::to_string(index) +
                            ", but there are only " + std::to_string(vertices) + " vertices",
                        place);
@@ -369,7 +374,7 @@ void Checker::checkPrimitive(const picojson::value& primitive, const std::string
         const auto index = reference(attributes, name.c_str(), accessors.size(), where);
         const Accessor& accessor = accessors[*index];
         if (!accessor.view && !accessor.sparse && !draco) {
-            refuse("invalid-model", "the attribute has no data", where);
+            refuse(ImportCode::INVALID_MODEL, "the attribute has no data", where);
         }
         if (name == "POSITION") vertices = accessor.count;
         const bool spatial = name == "POSITION" || name == "NORMAL" || name == "TANGENT";
@@ -378,16 +383,16 @@ void Checker::checkPrimitive(const picojson::value& primitive, const std::string
         const std::string expected = name == "TANGENT" ? "VEC4" : spatial ? "VEC3" : "VEC2";
         if (accessor.component != 5126 || accessor.type != expected) {
             // The reader copies the bytes, whatever they mean.
-            source.refuse("unsupported-feature",
+            source.refuse(ImportCode::UNSUPPORTED_FEATURE,
                           "the attribute is not stored as " + expected + " of 32-bit floats", where,
                           "export the model with float attributes, without quantization");
         }
     }
-    if (!vertices) refuse("invalid-model", "the primitive has no positions", place);
+    if (!vertices) refuse(ImportCode::INVALID_MODEL, "the primitive has no positions", place);
     for (const auto& entry : objectOf(attributes)) {
         const Accessor& accessor = accessors[static_cast<std::size_t>(*wholeNumber(&entry.second))];
         if (accessor.count != *vertices) {
-            refuse("invalid-model",
+            refuse(ImportCode::INVALID_MODEL,
                    "the attribute has " + std::to_string(accessor.count) + " elements for " +
                        std::to_string(*vertices) + " vertices",
                    place + ".attributes." + entry.first);
@@ -400,17 +405,20 @@ void Checker::checkPrimitive(const picojson::value& primitive, const std::string
         const bool whole =
             accessor.component == 5121 || accessor.component == 5123 || accessor.component == 5125;
         if (accessor.type != "SCALAR" || !whole) {
-            refuse("invalid-model", "the indices are not unsigned whole numbers", place + ".indices");
+            refuse(ImportCode::INVALID_MODEL, "the indices are not unsigned whole numbers",
+                   place + ".indices");
         }
-        if (!accessor.view && !draco) refuse("invalid-model", "the indices have no data", place + ".indices");
+        if (!accessor.view && !draco)
+            refuse(ImportCode::INVALID_MODEL, "the indices have no data", place + ".indices");
         if (!draco) checkIndices(accessor, *vertices, place + ".indices");
         corners = accessor.count;
     }
     const std::uint64_t mode = number(&primitive, "mode", 4, place);
     static constexpr std::array<std::uint64_t, 7> LEAST = {1, 2, 2, 2, 3, 3, 3};
-    if (mode > 6) refuse("invalid-model", "\"mode\" is " + std::to_string(mode), place);
+    if (mode > 6) refuse(ImportCode::INVALID_MODEL, "\"mode\" is " + std::to_string(mode), place);
     if (corners < LEAST[mode]) {
-        refuse("invalid-model", "the primitive has too few corners: " + std::to_string(corners), place);
+        refuse(ImportCode::INVALID_MODEL, "the primitive has too few corners: " + std::to_string(corners),
+               place);
     }
     const std::uint64_t each = mode == 1 ? 2 : mode == 4 ? 3 : 1;
     if (corners % each != 0) {
@@ -450,8 +458,7 @@ void Checker::run(std::shared_ptr<const Content> whole, std::uint64_t binaryOffs
 }
 
 [[noreturn]] void refuseShort(const Source& source, const std::string& what, std::uint64_t offset) {
-    source.refuse("truncated", what, "byte " + std::to_string(offset),
-                  "the file is cut off; export or download it again");
+    source.refuse(ImportCode::TRUNCATED, what, "byte " + std::to_string(offset));
 }
 
 /// Where the two chunks of a GLB are.
@@ -490,8 +497,8 @@ Chunks readChunks(const Source& source, const Content& content) {
         }
         if (index == 0) {
             if (chunk[1] != JSON_CHUNK) {
-                source.refuse("invalid-model", "the first chunk is not JSON",
-                              "byte " + std::to_string(offset), EXPORT_AGAIN);
+                source.refuse(ImportCode::INVALID_MODEL, "the first chunk is not JSON",
+                              "byte " + std::to_string(offset));
             }
             chunks.jsonOffset = start;
             chunks.jsonLength = chunk[0];
@@ -524,9 +531,8 @@ picojson::value parse(const Source& source, const std::string& text) {
     if (!problem.empty()) {
         while (!problem.empty() && (problem.back() == ' ' || problem.back() == ':'))
             problem.pop_back();
-        source.refuse("invalid-json", "the JSON is broken: " + problem,
-                      "line " + std::to_string(1 + std::count(text.begin(), end, '\n')),
-                      "the file is cut off or was edited; export or download it again");
+        source.refuse(ImportCode::INVALID_JSON, "the JSON is broken: " + problem,
+                      "line " + std::to_string(1 + std::count(text.begin(), end, '\n')));
     }
     return root;
 }
@@ -639,7 +645,7 @@ GltfDocument::GltfDocument(const Source& source, picojson::value json) : root(st
     const auto take = [&](const picojson::value& value, const std::string& place) {
         const auto index = wholeNumber(&value);
         if (!index || *index >= nodes.size()) {
-            source.refuse("index-out-of-range", "it names a node that does not exist", place, EXPORT_AGAIN);
+            source.refuse(ImportCode::INDEX_OUT_OF_RANGE, "it names a node that does not exist", place);
         }
         return static_cast<std::size_t>(*index);
     };
@@ -648,21 +654,22 @@ GltfDocument::GltfDocument(const Source& source, picojson::value json) : root(st
             const std::size_t child = take(value, at("nodes", n) + ".children");
             // Two parents would multiply what hangs below, level by level.
             if (++parents[child] > 1) {
-                source.refuse("invalid-model", "the node has more than one parent", at("nodes", child),
-                              EXPORT_AGAIN);
+                source.refuse(ImportCode::INVALID_MODEL, "the node has more than one parent",
+                              at("nodes", child));
             }
             children[n].push_back(child);
         }
     }
     const picojson::value* shown = scene();
     if (!shown) {
-        source.refuse("no-mesh", "the file has no scene", "", "export a scene, with the geometry in it");
+        source.refuse(ImportCode::NO_MESH, "the file has no scene", "",
+                      "export a scene, with the geometry in it");
     }
     for (const picojson::value& value : arrayOf(member(shown, "nodes"))) {
         const std::size_t node = take(value, "scenes.nodes");
         if (parents[node]++ > 0) {
-            source.refuse("invalid-model", "a root of the scene is the child of a node or is named twice",
-                          at("nodes", node), EXPORT_AGAIN);
+            source.refuse(ImportCode::INVALID_MODEL,
+                          "a root of the scene is the child of a node or is named twice", at("nodes", node));
         }
         roots.push_back(node);
     }
@@ -674,8 +681,9 @@ GltfDocument::GltfDocument(const Source& source, picojson::value json) : root(st
         const auto [node, depth] = waiting.back();
         waiting.pop_back();
         if (depth > DEEPEST_NODE) {
-            source.refuse("too-deep", "nodes are nested more than " + std::to_string(DEEPEST_NODE) + " deep",
-                          at("nodes", node), "flatten the hierarchy");
+            source.refuse(ImportCode::TOO_DEEP,
+                          "nodes are nested more than " + std::to_string(DEEPEST_NODE) + " deep",
+                          at("nodes", node));
         }
         for (const std::size_t child : children[node])
             waiting.emplace_back(child, depth + 1);

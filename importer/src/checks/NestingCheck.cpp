@@ -7,8 +7,9 @@ namespace {
 constexpr std::size_t DEEPEST = 1000;
 
 [[noreturn]] void refuse(const Source& source, std::size_t line) {
-    source.refuse("too-deep", "its elements are nested more than " + std::to_string(DEEPEST) + " deep",
-                  "line " + std::to_string(line), "flatten the hierarchy");
+    source.refuse(ImportCode::TOO_DEEP,
+                  "its elements are nested more than " + std::to_string(DEEPEST) + " deep",
+                  "line " + std::to_string(line));
 }
 
 /// How deep the elements of an XML text are nested, as far as it has come.
@@ -98,8 +99,9 @@ void checkNesting(const Source& source, const Content& content, bool xml) {
         for (const char c : block) {
             line += c == '\n';
             if (collada && !lists.add(c)) {
-                source.refuse("invalid-model", "a list of indices holds something else than whole numbers",
-                              "line " + std::to_string(line), "export the model again");
+                source.refuse(ImportCode::INVALID_MODEL,
+                              "a list of indices holds something else than whole numbers",
+                              "line " + std::to_string(line));
             }
             if (xml) {
                 if (elements.add(c) > DEEPEST) refuse(source, line);

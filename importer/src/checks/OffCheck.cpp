@@ -33,7 +33,8 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
         }
         return false;
     };
-    if (!next()) source.refuse("truncated", "the header has no counts", "line 1", "export the model again");
+    if (!next())
+        source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1", "export the model again");
     // "OFF", "COFF" and the like, with the counts behind it or on the next line.
     std::string_view rest = line;
     const std::size_t word = rest.find("OFF");
@@ -43,8 +44,8 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
         rest.remove_prefix(word + 3);
     }
     if (rest.find("BINARY") != std::string_view::npos) {
-        source.refuse("unsupported-feature", "this is a binary OFF, which no reader here knows", "line 1",
-                      "export it as text OFF or as PLY");
+        source.refuse(ImportCode::UNSUPPORTED_FEATURE, "this is a binary OFF, which no reader here knows",
+                      "line 1", "export it as text OFF or as PLY");
     }
     std::uint64_t vertices = 0;
     std::uint64_t faces = 0;
@@ -53,7 +54,8 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
     }
     if (!takeNumber(rest, vertices)) {
         if (!next())
-            source.refuse("truncated", "the header has no counts", "line 1", "export the model again");
+            source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1",
+                          "export the model again");
         rest = line;
         if (!takeNumber(rest, vertices)) return; // the reader says what is wrong
     }
@@ -64,15 +66,15 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
     // A line has two bytes at least, the last one may lack its end.
     const std::uint64_t room = (content.size() + 1 - lines.offset()) / 2;
     if (vertices > room || faces > room) {
-        source.refuse("impossible-count",
+        source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                       "the header announces " + std::to_string(vertices) + " vertices and " +
                           std::to_string(faces) + " faces, the file has room for " + std::to_string(room) +
                           " lines",
-                      place, remedy);
+                      place);
     }
     for (std::uint64_t v = 0; v < vertices; ++v) {
         if (!next()) {
-            source.refuse("truncated",
+            source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(vertices) + " vertices, the file has " +
                               std::to_string(v),
                           place, remedy);
@@ -81,7 +83,7 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
     std::uint64_t tooLarge = 0;
     for (std::uint64_t f = 0; f < faces; ++f) {
         if (!next()) {
-            source.refuse("truncated",
+            source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(faces) + " faces, the file has " +
                               std::to_string(f),
                           place, remedy);
@@ -93,10 +95,10 @@ void checkOff(const Source& source, const Content& content, Findings& findings) 
         std::uint64_t index = 0;
         for (std::uint64_t c = 0; c < corners && takeNumber(rest, index); ++c) {
             if (index < vertices) continue;
-            source.refuse("index-out-of-range",
+            source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
                           "a face uses vertex " + std::to_string(index) + ", the last one is " +
                               std::to_string(vertices - 1),
-                          "line " + std::to_string(lines.number()), "export the model again");
+                          "line " + std::to_string(lines.number()));
         }
     }
     if (tooLarge > 0) {

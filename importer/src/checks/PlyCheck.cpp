@@ -45,13 +45,13 @@ void checkPly(const Source& source, const Content& content) {
             std::string count;
             words >> element.name >> count;
             if (count.empty() || count.find_first_not_of("0123456789") != std::string::npos) {
-                source.refuse("invalid-model", "the count of an element is not a number",
+                source.refuse(ImportCode::INVALID_MODEL, "the count of an element is not a number",
                               "line " + std::to_string(lines.number()), remedy);
             }
             // More digits than any file has bytes are as good as the largest number.
             element.count = count.size() > 18 ? 1000000000000000000u : std::stoull(count);
             if (element.name == "tristrips" && element.count > 0) {
-                source.refuse("unsupported-feature",
+                source.refuse(ImportCode::UNSUPPORTED_FEATURE,
                               "its triangles are stored as strips, which the reader cuts short",
                               "line " + std::to_string(lines.number()), "export the model with plain faces");
             }
@@ -67,7 +67,8 @@ void checkPly(const Source& source, const Content& content) {
         }
     }
     if (!ended) {
-        source.refuse("truncated", "the header has no end", "line " + std::to_string(lines.number()), remedy);
+        source.refuse(ImportCode::TRUNCATED, "the header has no end",
+                      "line " + std::to_string(lines.number()), remedy);
     }
     std::uint64_t room = content.size() - lines.offset();
     for (const Element& element : elements) {
@@ -75,10 +76,10 @@ void checkPly(const Source& source, const Content& content) {
         // The last line may lack its end.
         const std::uint64_t fits = bytes == 0 ? room : (room + (text ? 1 : 0)) / bytes;
         if (element.count > fits) {
-            source.refuse("impossible-count",
+            source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                           "the header announces " + std::to_string(element.count) + " elements \"" +
                               element.name + "\", the file has room for " + std::to_string(fits) + " at most",
-                          "header", remedy);
+                          "header");
         }
         room -= std::min(room, element.count * bytes);
     }

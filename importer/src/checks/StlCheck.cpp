@@ -24,17 +24,17 @@ void checkStl(const Source& source, const Content& content) {
     const bool text = head.compare(start, 5, "solid") == 0 && head.find('\0') == std::string::npos;
     if (text) {
         if (content.text(0, 65536).find("facet") == std::string::npos) {
-            source.refuse("no-mesh", "the solid has no facet", "", "check that the export includes geometry");
+            source.refuse(ImportCode::NO_MESH, "the solid has no facet");
         }
         return;
     }
     if (content.size() < HEADER) {
-        source.refuse("wrong-content",
+        source.refuse(ImportCode::WRONG_CONTENT,
                       "the name promises an STL, but the content is neither text nor binary STL",
                       "first bytes", "check what was downloaded or exported");
     }
     if (content.size() < HEADER + FACET * count) {
-        source.refuse("impossible-count",
+        source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                       "the header announces " + std::to_string(count) + " triangles, the file has room for " +
                           std::to_string((content.size() - HEADER) / FACET),
                       "byte 80", "the file is cut off or no STL; export or download it again");

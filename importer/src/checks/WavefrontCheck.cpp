@@ -29,7 +29,7 @@ void checkWavefront(const Source& source, const Content& content, Stages& stages
     List lists[3] = {{"vertex"}, {"texture coordinate"}, {"normal"}};
     std::size_t freeForms = 0;
     const auto refuse = [&](const List& list, std::int64_t index, std::size_t line) {
-        source.refuse("index-out-of-range",
+        source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
                       std::string("a face uses ") + list.name + " " + std::to_string(index) +
                           ", the file has " + std::to_string(list.count) + (index < 0 ? " up to there" : ""),
                       "line " + std::to_string(line), "export the model again, or add what is missing");
