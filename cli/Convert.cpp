@@ -12,10 +12,9 @@
 #include "ViewerPage.h"
 
 #include <kel/prepare/MeshName.h>
-#include <kel/src/DefaultSrcWriter.h>
+#include <kel/prepare/WriteChecked.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcValidator.h>
-#include <kel/src/SrcWriter.h>
 
 #include <istream>
 #include <iterator>
@@ -100,24 +99,6 @@ WrittenMesh describeMesh(const SrcWriterInput& input, const kel::mesh::MeshPtr& 
     written.vertices = positions ? positions->getElementCount() : 0;
     written.bytes = storedBytes(*mesh, target);
     return written;
-}
-
-void write(const SrcWriterInput& input, Target target, std::ostream& out) {
-    switch (target) {
-    case Target::PRESET_DEFAULT:
-    case Target::PRESET_CMP1:
-        kel::src::writeMeshSrcDefault(input, out);
-        break;
-    case Target::UNCOMPRESSED:
-        kel::src::SrcWriter::write(input, out, kel::src::SrcWriter::UNCOMPRESSED);
-        break;
-    case Target::POSITION_COMPRESSED:
-        kel::src::SrcWriter::write(input, out, kel::src::SrcWriter::POSITION_COMPRESSED);
-        break;
-    case Target::POSITION_NORMAL_COMPRESSED:
-        kel::src::SrcWriter::write(input, out, kel::src::SrcWriter::POSITION_NORMAL_COMPRESSED);
-        break;
-    }
 }
 
 std::uint32_t littleEndian(const std::string& bytes, std::size_t at) {
@@ -221,7 +202,7 @@ ConvertReport convertToSrc(const ModelSource& source, const SrcTarget& target, c
     try {
         if (target.stream && options.verify) {
             std::ostringstream memory;
-            write(input, report.target, memory);
+            kel::prepare::write(input, report.target, memory);
             const std::string bytes = memory.str();
             onStage("verifying", -1.0);
             verify(input, errors, report.target, options.allowClamping, target.name(),
@@ -234,8 +215,8 @@ ConvertReport convertToSrc(const ModelSource& source, const SrcTarget& target, c
             return report;
         }
         if (target.stream) {
-            report.bytesOut =
-                countBytes(*target.stream, [&](std::ostream& out) { write(input, report.target, out); });
+            report.bytesOut = countBytes(
+                *target.stream, [&](std::ostream& out) { kel::prepare::write(input, report.target, out); });
             return report;
         }
         std::optional<AtomicFile> own;
@@ -247,7 +228,7 @@ ConvertReport convertToSrc(const ModelSource& source, const SrcTarget& target, c
         file.onProgress([&](std::uint64_t bytes) {
             onStage("writing", static_cast<double>(bytes) / static_cast<double>(payload + 1));
         });
-        write(input, report.target, file.stream());
+        kel::prepare::write(input, report.target, file.stream());
         report.bytesOut = file.flush();
         checkWritten(file, target.name(), report.bytesOut, payload);
         if (options.verify) {

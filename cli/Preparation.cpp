@@ -4,9 +4,10 @@
 #include "Status.h"
 
 #include <kel/material/MaterialClassic.h>
-#include <kel/prepare/ContainerAttributes.h>
 #include <kel/prepare/FindProblems.h>
 #include <kel/prepare/FitToRange.h>
+#include <kel/prepare/KeepAttributesApart.h>
+#include <kel/prepare/KeepStoredAttributes.h>
 #include <kel/prepare/MeshName.h>
 #include <kel/prepare/OptimizeForGpu.h>
 #include <kel/prepare/SplitForShortIndices.h>
@@ -25,6 +26,7 @@ namespace kelsrc::cli {
 
 namespace {
 
+using kel::prepare::ProblemCode;
 using kel::prepare::Target;
 using kel::src::SrcWriterInput;
 
@@ -139,7 +141,7 @@ void restate(SrcWriterInput& input, std::optional<double> unit, std::optional<ke
             auto& members = source.get<picojson::object>();
             if (unit) members["unit"] = picojson::value(*unit);
             if (up) {
-                std::string name = kel::prepare::nameOf(*up);
+                std::string name = kel::prepare::axisName(*up);
                 std::transform(name.begin(), name.end(), name.begin(),
                                [](char c) { return static_cast<char>(c - 'a' + 'A'); });
                 members["upAxis"] = picojson::value(name);
@@ -197,7 +199,7 @@ void keepStoredAttributes(SrcWriterInput& input, ConvertReport& report) {
     for (const auto& entry : removed) {
         report.dropped.push_back(
             {"\"" + entry.attribute + "\" attributes", entry.meshes,
-             "the preset \"" + std::string(nameOf(report.target)) + "\" has no place for " +
+             "the preset \"" + std::string(targetName(report.target)) + "\" has no place for " +
                  counted(entry.components, "component", "components") + " of that name"});
     }
 }
@@ -329,21 +331,21 @@ void refuseProblems(const std::string& file, const ConvertOptions& options, cons
                     ConvertReport& report) {
     const kel::prepare::Problems problems = kel::prepare::findProblems(input, report.target);
     std::vector<std::string> errors;
-    std::map<std::pair<std::string_view, std::string>, std::vector<const kel::prepare::Finding*>> kinds;
+    std::map<std::pair<ProblemCode, std::string>, std::vector<const kel::prepare::Finding*>> kinds;
     for (const auto& finding : problems.findings) {
         // Counted and told before.
-        if (finding.code == "component-clamped" && options.allowClamping) continue;
+        if (finding.code == ProblemCode::COMPONENT_CLAMPED && options.allowClamping) continue;
         if (finding.severity == kel::prepare::Severity::ERROR) errors.push_back(describe(finding));
         if (finding.severity != kel::prepare::Severity::WARNING) continue;
-        kinds[{finding.code, finding.code == "attribute-dropped" ? finding.attribute : ""}].push_back(
-            &finding);
+        kinds[{finding.code, finding.code == ProblemCode::ATTRIBUTE_DROPPED ? finding.attribute : ""}]
+            .push_back(&finding);
     }
     if (!errors.empty()) throw Failure(STATUS_INPUT, file, joined(errors, "; "));
     for (const auto& [kind, findings] : kinds) {
-        if (kind.first == "attribute-dropped") {
+        if (kind.first == ProblemCode::ATTRIBUTE_DROPPED) {
             report.dropped.push_back(
                 {'"' + kind.second + "\" attributes", findings.size(),
-                 "the mode \"" + std::string(nameOf(report.target)) + "\" does not write them"});
+                 "the mode \"" + std::string(targetName(report.target)) + "\" does not write them"});
             continue;
         }
         std::string text = describe(*findings.front());

@@ -50,7 +50,7 @@ void addReport(picojson::object& object, const ConvertReport& report, bool withL
     object["format"] = jsonText(report.format);
     if (!report.takenAsIs) {
         object["writer"] = jsonText(isContainerTarget(report.target) ? "container" : "public");
-        object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(nameOf(report.target));
+        object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(targetName(report.target));
     }
     object["meshes"] = jsonCount(report.meshes);
     object["triangles"] = jsonCount(report.triangles);
@@ -89,7 +89,7 @@ std::string describe(const Job& job, const ConvertReport& report) {
     text += ", " + counted(report.vertices, "vertex", "vertices") + ", " +
             counted(report.bytesOut, "byte", "bytes");
     if (report.bytesSrc) text += " with " + counted(*report.bytesSrc, "byte", "bytes") + " of SRC inside";
-    if (!report.takenAsIs) text += std::string(" (") + nameOf(report.target) + ')';
+    if (!report.takenAsIs) text += std::string(" (") + targetName(report.target) + ')';
     if (report.error) text += "\n  " + describe(*report.error);
     for (const auto& entry : report.dropped) {
         text += "\n  dropped " + printable(entry.kind) + ": " + std::to_string(entry.count) +

@@ -1,37 +1,25 @@
-#include <kel/prepare/FitToRange.h>
+#include <kel/prepare/detail/Steps.h>
 
-#include "Buffers.h"
-#include "Presets.h"
-#include "TextCheck.h"
+#include "PackedReading.h"
+#include "QuantizedAttributes.h"
+#include "SceneSteps.h"
 
-#include <kel/src/text/JsonWriter.h>
+#include <kel/mesh/AttributeNames.h>
+#include <kel/src/format/MetadataKeys.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
-#include <stdexcept>
-#include <unordered_map>
+#include <map>
+#include <utility>
 
 namespace kel::prepare {
 
 namespace {
 
 using detail::AttributePtr;
-using detail::PackedFloats;
-
-constexpr std::size_t MAX_COMPONENTS = 3; // the container writer drops wider attributes
-
-/// original = value * scale + offset
-struct Inverse {
-    double offset = 0.0;
-    double scale = 1.0;
-};
-
-struct Fit {
-    std::size_t components = 0;
-    std::array<Inverse, MAX_COMPONENTS> inverse;
-};
+namespace format = kel::src::format;
 
 struct Range {
     double low = std::numeric_limits<double>::infinity();
@@ -43,23 +31,10 @@ struct Range {
     }
 };
 
-using Ranges = std::array<Range, MAX_COMPONENTS>;
-
-void requireBox(const FitOptions& options) {
-    if (!std::isfinite(options.lower) || !std::isfinite(options.upper) || !(options.lower < options.upper)) {
-        throw std::invalid_argument("The box to fit to needs finite bounds, the lower one first.");
-    }
-}
-
-bool isQuantized(const AttributePtr& buffer) {
-    if (!buffer || buffer->getComponentType() != kel::mesh::FLOAT) return false;
-    const std::size_t components = buffer->getComponentCountPerElement();
-    if (components == 0 || components > MAX_COMPONENTS) return false;
-    return detail::isQuantizedByCmp1(buffer->getAttributeName());
-}
+using Ranges = std::array<Range, 3>; // the container writer drops wider attributes
 
 /// The smallest and largest finite value of every component.
-Ranges rangesOf(const PackedFloats& values, std::size_t components) {
+Ranges rangesOf(const detail::PackedFloats& values, std::size_t components) {
     Ranges ranges;
     const float* value = values.data();
     for (std::size_t i = 0; i < values.size(); i += components) {
@@ -71,9 +46,9 @@ Ranges rangesOf(const PackedFloats& values, std::size_t components) {
 }
 
 /// Which range of an attribute goes onto the box; see fitToRange.
-Ranges rangesToFit(const std::string& name, const PackedFloats& values, std::size_t components) {
+Ranges rangesToFit(const std::string& name, const detail::PackedFloats& values, std::size_t components) {
     Ranges ranges = rangesOf(values, components);
-    if (name == "normal") {
+    if (name == kel::mesh::DEFAULT_NORMALS_NAME) {
         double largest = 1.0;
         for (const Range& range : ranges) {
             if (range.low <= range.high) largest = std::max({largest, -range.low, range.high});
@@ -88,6 +63,12 @@ Ranges rangesToFit(const std::string& name, const PackedFloats& values, std::siz
     return ranges;
 }
 
+/// original = value * scale + offset
+struct Inverse {
+    double offset = 0.0;
+    double scale = 1.0;
+};
+
 Inverse inverseOf(const Range& range, const FitOptions& options) {
     const double lower = static_cast<double>(options.lower);
     const double width = static_cast<double>(options.upper) - lower;
@@ -101,18 +82,26 @@ Inverse inverseOf(const Range& range, const FitOptions& options) {
     return {range.low - lower * scale, scale};
 }
 
-AttributePtr fitAttribute(const AttributePtr& buffer, const FitOptions& options, Fit& fit) {
-    const PackedFloats values(*buffer);
-    const std::string name = buffer->getAttributeName();
-    fit.components = buffer->getComponentCountPerElement();
-    const Ranges ranges = rangesToFit(name, values, fit.components);
+struct FittedAttribute {
+    AttributePtr buffer;
+    format::Fit fit;
+};
+
+FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& options) {
+    const detail::PackedFloats values(*buffer);
+    const std::size_t components = buffer->getComponentCountPerElement();
+    FittedAttribute result;
+    result.fit.attribute = buffer->getAttributeName();
+    const Ranges ranges = rangesToFit(result.fit.attribute, values, components);
 
     detail::Bytes bytes(values.size() * sizeof(float));
     auto* fitted = reinterpret_cast<float*>(bytes.data());
-    for (std::size_t c = 0; c < fit.components; ++c) {
-        const Inverse inverse = fit.inverse[c] = inverseOf(ranges[c], options);
+    for (std::size_t c = 0; c < components; ++c) {
+        const Inverse inverse = inverseOf(ranges[c], options);
+        result.fit.offset.push_back(inverse.offset);
+        result.fit.scale.push_back(inverse.scale);
         const double low = ranges[c].low;
-        for (std::size_t i = c; i < values.size(); i += fit.components) {
+        for (std::size_t i = c; i < values.size(); i += components) {
             const float value = values.data()[i];
             if (!std::isfinite(value)) {
                 fitted[i] = value;
@@ -124,147 +113,77 @@ AttributePtr fitAttribute(const AttributePtr& buffer, const FitOptions& options,
             fitted[i] = std::min(std::max(static_cast<float>(moved), options.lower), options.upper);
         }
     }
-    return detail::makeAttribute(kel::mesh::FLOAT, fit.components, std::move(bytes), name);
+    result.buffer =
+        detail::makeAttribute(kel::mesh::FLOAT, components, std::move(bytes), result.fit.attribute);
+    return result;
 }
 
 // ---- The record in the metadata -------------------------------------------------------------------------
 
-void appendNumbers(std::string& text, const char* key, const Fit& fit, double Inverse::*number) {
-    text += '"';
-    text += key;
-    text += "\":[";
-    for (std::size_t c = 0; c < fit.components; ++c) {
-        if (c != 0) text += ',';
-        kel::src::text::appendJsonNumber(text, fit.inverse[c].*number);
-    }
-    text += ']';
+using FitsByName = std::map<std::string, format::Fit>;
+
+/// Whether the rules of an earlier record are so small that a combined one stays finite. Floats need far less.
+bool isCombinable(const format::Fit& fit) {
+    const auto isSmall = [](double number) { return std::fabs(number) <= 1e100; };
+    return std::all_of(fit.offset.begin(), fit.offset.end(), isSmall) &&
+           std::all_of(fit.scale.begin(), fit.scale.end(), isSmall);
 }
 
-std::string recordOf(const std::map<std::string, Fit>& fits) {
-    std::string text = "{";
-    for (const auto& [name, fit] : fits) {
-        if (text.size() > 1) text += ',';
-        kel::src::text::appendJsonString(text, name);
-        text += ":{";
-        appendNumbers(text, "offset", fit, &Inverse::offset);
-        text += ',';
-        appendNumbers(text, "scale", fit, &Inverse::scale);
-        text += '}';
-    }
-    return text + '}';
-}
-
-/// Reads an earlier record; what is not of our form is left out.
-std::map<std::string, Fit> readRecord(const std::string& text) {
-    const picojson::value record = detail::parseChecked(text);
-    if (!record.is<picojson::object>()) return {};
-    std::map<std::string, Fit> fits;
-    for (const auto& [name, entry] : record.get<picojson::object>()) {
-        const picojson::value& offset = entry.get("offset");
-        const picojson::value& scale = entry.get("scale");
-        if (!offset.is<picojson::array>() || !scale.is<picojson::array>()) continue;
-        const auto& offsets = offset.get<picojson::array>();
-        const auto& scales = scale.get<picojson::array>();
-        // Far beyond what floats need, and small enough for the combined rule to stay finite.
-        const auto isNumber = [](const picojson::value& value) {
-            return value.is<double>() && std::fabs(value.get<double>()) <= 1e100;
-        };
-        if (offsets.size() != scales.size() || offsets.size() > MAX_COMPONENTS ||
-            !std::all_of(offsets.begin(), offsets.end(), isNumber) ||
-            !std::all_of(scales.begin(), scales.end(), isNumber)) {
-            continue;
-        }
-        Fit& fit = fits[name];
-        fit.components = offsets.size();
-        for (std::size_t c = 0; c < fit.components; ++c)
-            fit.inverse[c] = {offsets[c].get<double>(), scales[c].get<double>()};
-    }
-    return fits;
-}
-
-void record(std::map<std::string, Fit> fits, std::map<std::string, std::string>& metaData) {
-    const auto earlier = metaData.find("fit");
-    if (earlier != metaData.end()) {
-        for (const auto& [name, before] : readRecord(earlier->second)) {
-            const auto [entry, isNew] = fits.emplace(name, before);
-            if (isNew || entry->second.components != before.components) continue;
-            for (std::size_t c = 0; c < before.components; ++c) {
-                Inverse& inverse = entry->second.inverse[c];
-                inverse.offset = inverse.offset * before.inverse[c].scale + before.inverse[c].offset;
-                inverse.scale *= before.inverse[c].scale;
-            }
+/// Adds the rules of an earlier record, so that each leads back to the first values.
+void combineWith(const std::string& earlierRecord, FitsByName& fits) {
+    for (const format::Fit& before : format::readFit(earlierRecord)) {
+        if (!isCombinable(before)) continue;
+        const auto [entry, isNew] = fits.emplace(before.attribute, before);
+        format::Fit& fit = entry->second;
+        if (isNew || fit.scale.size() != before.scale.size()) continue;
+        for (std::size_t c = 0; c < before.scale.size(); ++c) {
+            fit.offset[c] = fit.offset[c] * before.scale[c] + before.offset[c];
+            fit.scale[c] *= before.scale[c];
         }
     }
-    metaData["fit"] = recordOf(fits);
+}
+
+void record(FitsByName fits, kel::scene::SceneMesh& entry) {
+    if (const std::string* earlier = entry.find(format::metadata::FIT)) combineWith(*earlier, fits);
+    std::vector<format::Fit> list;
+    for (auto& [name, fit] : fits)
+        list.push_back(std::move(fit));
+    entry.setMetaData(format::metadata::FIT, fitText(list));
 }
 
 } // namespace
 
-std::vector<ClampCount> countClamped(const kel::src::SrcWriterInput& input, const FitOptions& options) {
-    requireBox(options);
-    std::vector<ClampCount> counts;
-    for (std::size_t m = 0; m < input.meshes.size(); ++m) {
-        const auto& mesh = input.meshes[m];
-        if (!mesh) continue;
-        for (const AttributePtr& buffer : detail::attributesOf(*mesh)) {
-            if (!isQuantized(buffer)) continue;
-            const PackedFloats values(*buffer);
-            // Written so that NaN counts.
-            const auto outside = std::count_if(values.begin(), values.end(), [&](float value) {
-                return !(value >= options.lower && value <= options.upper);
-            });
-            if (outside == 0) continue;
-            counts.push_back({m, detail::nameOf(input, mesh), buffer->getAttributeName(),
-                              static_cast<std::size_t>(outside)});
+void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options) {
+    const detail::QuantizedAttributes quantized(options);
+    FitReport done;
+    detail::RepeatedMeshes repeated(scene);
+    detail::SharedBuffers<FittedAttribute> shared;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        kel::scene::SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh || repeated.takeOver(m)) continue;
+        std::vector<AttributePtr> attributes = detail::attributesOf(*entry.mesh);
+        FitsByName fits;
+        for (AttributePtr& buffer : attributes) {
+            if (!quantized.contain(buffer)) continue;
+            FittedAttribute fitted =
+                shared.of(buffer, [&](const AttributePtr& old) { return fitAttribute(old, options); });
+            buffer = std::move(fitted.buffer);
+            fits[fitted.fit.attribute] = std::move(fitted.fit);
         }
+        if (fits.empty()) continue;
+        ++done.meshes;
+        done.attributes += fits.size();
+        detail::replaceMesh(entry, detail::withAttributes(*entry.mesh, std::move(attributes)));
+        record(std::move(fits), entry);
     }
-    return counts;
+    if (report) *report = done;
 }
 
 kel::src::SrcWriterInput fitToRange(const kel::src::SrcWriterInput& input, FitReport* report,
                                     const FitOptions& options) {
-    requireBox(options);
-    kel::src::SrcWriterInput result = input;
-    result.metaData = detail::copyMetaData(input);
-    FitReport done;
-
-    struct Fitted {
-        AttributePtr buffer;
-        Fit fit;
-    };
-    // A buffer that several meshes share stays shared, a mesh that is listed twice stays one mesh.
-    std::unordered_map<AttributePtr, Fitted> buffers;
-    std::unordered_map<kel::mesh::MeshPtr, kel::mesh::MeshPtr> meshes;
-    for (auto& listed : result.meshes) {
-        if (!listed) continue;
-        const kel::mesh::MeshPtr mesh = listed;
-        const auto known = meshes.find(mesh);
-        if (known != meshes.end()) {
-            listed = known->second;
-            continue;
-        }
-
-        std::vector<AttributePtr> attributes = detail::attributesOf(*mesh);
-        std::map<std::string, Fit> fits;
-        for (AttributePtr& buffer : attributes) {
-            if (!isQuantized(buffer)) continue;
-            auto [entry, isNew] = buffers.try_emplace(buffer);
-            if (isNew) entry->second.buffer = fitAttribute(buffer, options, entry->second.fit);
-            fits[buffer->getAttributeName()] = entry->second.fit;
-            buffer = entry->second.buffer;
-        }
-        if (fits.empty()) continue;
-
-        ++done.meshes;
-        done.attributes += fits.size();
-        listed = std::make_shared<detail::AssembledMesh>(mesh->getPrimitiveType(), mesh->getNumPrimitives(),
-                                                         mesh->getIndexBuffer(), std::move(attributes));
-        meshes.emplace(mesh, listed);
-        const kel::src::MetaDataPtr metaData = detail::moveMeshEntries(result, mesh, listed);
-        record(std::move(fits), *metaData);
-    }
-    if (report) *report = done;
-    return result;
+    kel::scene::Scene scene = kel::scene::fromInput(input);
+    steps::fitToRange(scene, report, options);
+    return detail::toInputWithOwnMetaData(std::move(scene));
 }
 
 } // namespace kel::prepare

@@ -1,12 +1,12 @@
-#include <kel/prepare/OptimizeForGpu.h>
+#include <kel/prepare/detail/Steps.h>
 
-#include "Buffers.h"
+#include "PackedReading.h"
+#include "SceneSteps.h"
 
 #include <meshoptimizer.h>
 
 #include <algorithm>
 #include <limits>
-#include <unordered_map>
 
 namespace kel::prepare {
 
@@ -31,13 +31,12 @@ kel::mesh::MeshPtr reordered(const kel::mesh::Mesh& mesh) {
     for (const AttributePtr& buffer : attributes) {
         if (!buffer || buffer->getElementCount() != vertexCount) return nullptr;
     }
-    const std::vector<std::size_t> wide = detail::indicesOf(*indexBuffer);
-    const std::size_t whole = wide.size() / 3 * 3;
-    if (whole == 0 || *std::max_element(wide.begin(), wide.end()) >= vertexCount) return nullptr;
+    const detail::CheckedIndices indices = detail::checkedIndices(*indexBuffer, vertexCount);
+    const std::size_t whole = indices.values.size() / 3 * 3;
+    if (whole == 0 || !indices.allInRange) return nullptr;
 
-    const std::vector<std::uint32_t> indices(wide.begin(), wide.end());
-    std::vector<std::uint32_t> result(indices);
-    meshopt_optimizeVertexCache(result.data(), indices.data(), whole, vertexCount);
+    std::vector<std::uint32_t> result(indices.values);
+    meshopt_optimizeVertexCache(result.data(), indices.values.data(), whole, vertexCount);
 
     constexpr std::uint32_t UNUSED = ~0u;
     std::vector<std::uint32_t> newNumber(vertexCount);
@@ -67,28 +66,26 @@ kel::mesh::MeshPtr reordered(const kel::mesh::Mesh& mesh) {
 
 } // namespace
 
-kel::src::SrcWriterInput optimizeForGpu(const kel::src::SrcWriterInput& input, OptimizeReport* report) {
-    kel::src::SrcWriterInput result = input;
-    result.metaData = detail::copyMetaData(input);
+void steps::optimizeForGpu(Scene& scene, OptimizeReport* report) {
     OptimizeReport done;
-    std::unordered_map<kel::mesh::MeshPtr, kel::mesh::MeshPtr> meshes;
-    for (kel::mesh::MeshPtr& listed : result.meshes) {
-        if (!listed) continue;
-        const kel::mesh::MeshPtr mesh = listed;
-        const auto [known, isNew] = meshes.try_emplace(mesh, mesh);
-        if (isNew) {
-            if (const kel::mesh::MeshPtr better = reordered(*mesh)) {
-                known->second = better;
-                detail::moveMeshEntries(result, mesh, better);
-                ++done.meshes;
-            } else {
-                ++done.passed;
-            }
+    detail::RepeatedMeshes repeated(scene);
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        kel::scene::SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh || repeated.takeOver(m)) continue;
+        if (kel::mesh::MeshPtr better = reordered(*entry.mesh)) {
+            detail::replaceMesh(entry, std::move(better));
+            ++done.meshes;
+        } else {
+            ++done.passed;
         }
-        listed = known->second;
     }
     if (report) *report = done;
-    return result;
+}
+
+kel::src::SrcWriterInput optimizeForGpu(const kel::src::SrcWriterInput& input, OptimizeReport* report) {
+    kel::scene::Scene scene = kel::scene::fromInput(input);
+    steps::optimizeForGpu(scene, report);
+    return detail::toInputWithOwnMetaData(std::move(scene));
 }
 
 } // namespace kel::prepare

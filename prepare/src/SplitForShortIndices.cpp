@@ -1,17 +1,28 @@
-#include <kel/prepare/SplitForShortIndices.h>
+#include <kel/prepare/detail/Steps.h>
 
-#include "Buffers.h"
+#include "PackedReading.h"
+
+#include <kel/mesh/ForEachPrimitive.h>
+#include <kel/src/format/ElementTypes.h>
+#include <kel/src/format/MetadataKeys.h>
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <unordered_map>
+#include <utility>
 
 namespace kel::prepare {
 
 namespace {
 
 using detail::AttributePtr;
+using kel::scene::Scene;
+using kel::scene::SceneMesh;
+namespace metadata = kel::src::format::metadata;
+
+static_assert(SplitOptions().maxVertices == kel::src::format::MAX_SHORT_INDEX_VERTICES);
 
 /// Primitives of one mesh as a list: `corners` vertices each.
 struct PrimitiveList {
@@ -30,82 +41,58 @@ std::vector<std::uint32_t> vertexSequence(const kel::mesh::Mesh& mesh, std::size
     const auto buffer = mesh.getIndexBuffer();
     if (!buffer) {
         std::vector<std::uint32_t> sequence(vertexCount);
-        for (std::size_t i = 0; i < vertexCount; ++i)
-            sequence[i] = static_cast<std::uint32_t>(i);
+        std::iota(sequence.begin(), sequence.end(), std::uint32_t(0));
         return sequence;
     }
-    const std::vector<std::size_t> indices = detail::indicesOf(*buffer);
-    std::vector<std::uint32_t> sequence(indices.size());
-    for (std::size_t i = 0; i < indices.size(); ++i) {
-        if (indices[i] >= vertexCount) {
-            throw std::invalid_argument(place + ": index " + std::to_string(indices[i]) + " at position " +
-                                        std::to_string(i) + " is beyond its " + std::to_string(vertexCount) +
-                                        " vertices; remove the primitive that uses it.");
-        }
-        sequence[i] = static_cast<std::uint32_t>(indices[i]);
+    detail::CheckedIndices indices = detail::checkedIndices(*buffer, vertexCount);
+    if (!indices.allInRange) {
+        throw std::invalid_argument(place + ": index " + std::to_string(indices.badIndex) + " at position " +
+                                    std::to_string(indices.badPosition) + " is beyond its " +
+                                    std::to_string(vertexCount) +
+                                    " vertices; remove the primitive that uses it.");
     }
-    return sequence;
+    return std::move(indices.values);
 }
 
 /// Turns the sequence into a list of separate primitives.
 PrimitiveList separatePrimitives(kel::mesh::PrimitiveType type, std::vector<std::uint32_t> sequence,
                                  const std::string& place, SplitReport& report) {
+    if (type > kel::mesh::TRIANGLE_FAN) {
+        throw std::invalid_argument(place + " has an unknown primitive type, " +
+                                    std::to_string(static_cast<std::uint32_t>(type)) +
+                                    "; give it one of the seven.");
+    }
     PrimitiveList list;
-    const std::size_t n = sequence.size();
-    const auto addTriangle = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    list.corners = kel::mesh::cornersPerPrimitive(type);
+    list.type = list.corners == 1   ? kel::mesh::POINTS
+                : list.corners == 2 ? kel::mesh::LINES
+                                    : kel::mesh::TRIANGLES;
+    const std::size_t count = sequence.size();
+    if (list.type == type) {
+        report.indicesIncomplete += count % list.corners;
+        sequence.resize(count - count % list.corners);
+        list.vertices = std::move(sequence);
+        return list;
+    }
+    if (count < list.corners) {
+        report.indicesIncomplete += count;
+        return list;
+    }
+    list.vertices.reserve(list.corners * count); // a few more than there are
+    kel::mesh::forEachPrimitive(type, count, [&](const auto& positions, std::size_t corners) {
+        const std::uint32_t a = sequence[positions[0]], b = sequence[positions[1]];
+        if (corners == 2) {
+            list.vertices.insert(list.vertices.end(), {a, b});
+            return;
+        }
+        const std::uint32_t c = sequence[positions[2]];
         if (a == b || b == c || a == c) {
             ++report.degenerateTriangles;
         } else {
             list.vertices.insert(list.vertices.end(), {a, b, c});
         }
-    };
-    switch (type) {
-    case kel::mesh::POINTS:
-    case kel::mesh::LINES:
-    case kel::mesh::TRIANGLES:
-        list.type = type;
-        list.corners = type == kel::mesh::POINTS ? 1 : type == kel::mesh::LINES ? 2 : 3;
-        report.indicesIncomplete += n % list.corners;
-        sequence.resize(n - n % list.corners);
-        list.vertices = std::move(sequence);
-        return list;
-    case kel::mesh::LINE_LOOP:
-    case kel::mesh::LINE_STRIP:
-        list.type = kel::mesh::LINES;
-        list.corners = 2;
-        if (n < 2) {
-            report.indicesIncomplete += n;
-            return list;
-        }
-        list.vertices.reserve(2 * n);
-        for (std::size_t k = 0; k + 1 < n; ++k)
-            list.vertices.insert(list.vertices.end(), {sequence[k], sequence[k + 1]});
-        if (type == kel::mesh::LINE_LOOP)
-            list.vertices.insert(list.vertices.end(), {sequence[n - 1], sequence[0]});
-        return list;
-    case kel::mesh::TRIANGLE_STRIP:
-    case kel::mesh::TRIANGLE_FAN:
-        list.type = kel::mesh::TRIANGLES;
-        list.corners = 3;
-        if (n < 3) {
-            report.indicesIncomplete += n;
-            return list;
-        }
-        list.vertices.reserve(3 * (n - 2));
-        for (std::size_t k = 0; k + 2 < n; ++k) {
-            if (type == kel::mesh::TRIANGLE_FAN) {
-                addTriangle(sequence[0], sequence[k + 1], sequence[k + 2]);
-            } else if (k % 2 == 0) {
-                addTriangle(sequence[k], sequence[k + 1], sequence[k + 2]);
-            } else { // every other triangle of a strip runs the other way round
-                addTriangle(sequence[k + 1], sequence[k], sequence[k + 2]);
-            }
-        }
-        return list;
-    }
-    throw std::invalid_argument(place + " has an unknown primitive type, " +
-                                std::to_string(static_cast<std::uint32_t>(type)) +
-                                "; give it one of the seven.");
+    });
+    return list;
 }
 
 class Splitter {
@@ -205,61 +192,66 @@ private:
 
 } // namespace
 
-kel::src::SrcWriterInput splitForShortIndices(const kel::src::SrcWriterInput& input,
-                                              const SplitOptions& options, SplitReport* report) {
-    if (options.maxVertices < 3 || options.maxVertices > 65535) {
-        throw std::invalid_argument("A part has 3 to 65535 vertices, not " +
-                                    std::to_string(options.maxVertices) + ".");
+void steps::splitForShortIndices(Scene& scene, const SplitOptions& options, SplitReport* report) {
+    if (options.maxVertices < 3 || options.maxVertices > kel::src::format::MAX_SHORT_INDEX_VERTICES) {
+        throw std::invalid_argument("A part has 3 to " +
+                                    std::to_string(kel::src::format::MAX_SHORT_INDEX_VERTICES) +
+                                    " vertices, not " + std::to_string(options.maxVertices) + ".");
     }
     SplitReport done;
-    kel::src::SrcWriterInput result = input;
-    result.meshes.clear();
-    std::unordered_map<kel::mesh::MeshPtr, std::vector<kel::mesh::MeshPtr>> cut;
-    for (std::size_t m = 0; m < input.meshes.size(); ++m) {
-        const kel::mesh::MeshPtr& mesh = input.meshes[m];
-        const auto known = cut.find(mesh);
-        if (known != cut.end()) {
-            result.meshes.insert(result.meshes.end(), known->second.begin(), known->second.end());
-            continue;
-        }
+    std::vector<SceneMesh> result;
+    result.reserve(scene.meshes.size());
+    std::unordered_map<const kel::mesh::Mesh*, std::pair<std::size_t, std::size_t>>
+        partsOf; // of repeated ones
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        SceneMesh& entry = scene.meshes[m];
         std::vector<AttributePtr> attributes;
         std::size_t vertexCount = 0;
-        if (mesh) {
-            attributes = detail::attributesOf(*mesh);
-            vertexCount = detail::vertexCountOf(*mesh, attributes);
+        if (entry.mesh) {
+            attributes = detail::attributesOf(*entry.mesh);
+            vertexCount = detail::vertexCountOf(*entry.mesh, attributes);
         }
         if (vertexCount <= options.maxVertices) {
-            result.meshes.push_back(mesh);
+            result.push_back(std::move(entry));
+            continue;
+        }
+        const auto known = scene.repeatsMeshes ? partsOf.find(entry.mesh.get()) : partsOf.end();
+        if (known != partsOf.end()) {
+            for (std::size_t part = 0; part < known->second.second; ++part)
+                result.push_back(SceneMesh(result[known->second.first + part]));
             continue;
         }
 
-        const std::vector<kel::mesh::MeshPtr> parts =
-            Splitter(*mesh, std::move(attributes), vertexCount, options.maxVertices,
-                     detail::placeOf(input, m), done)
-                .split();
+        std::vector<kel::mesh::MeshPtr> parts = Splitter(*entry.mesh, std::move(attributes), vertexCount,
+                                                         options.maxVertices, placeOfMesh(scene, m), done)
+                                                    .split();
         ++done.meshes;
         done.parts += parts.size();
-        const auto material = input.meshMaterials.find(mesh);
-        const auto metaData = input.metaData.find(mesh);
+        if (scene.repeatsMeshes) partsOf.emplace(entry.mesh.get(), std::pair(result.size(), parts.size()));
         for (std::size_t part = 0; part < parts.size(); ++part) {
-            if (material != input.meshMaterials.end()) {
-                result.meshMaterials[parts[part]] = material->second;
-            }
-            if (parts.size() == 1 && metaData == input.metaData.end()) continue;
-            auto own = detail::ownMetaData(metaData == input.metaData.end() ? nullptr : metaData->second);
+            SceneMesh piece;
+            piece.mesh = std::move(parts[part]);
+            piece.material = entry.material;
+            piece.metaData = entry.metaData;
             if (parts.size() > 1) {
-                (*own)["part"] = std::to_string(part);
-                (*own)["parts"] = std::to_string(parts.size());
+                piece.setMetaData(metadata::PART, std::to_string(part));
+                piece.setMetaData(metadata::PARTS, std::to_string(parts.size()));
+            } else if (entry.metaData) {
+                piece.editMetaData();
             }
-            result.metaData[parts[part]] = std::move(own);
+            result.push_back(std::move(piece));
         }
-        result.meshMaterials.erase(mesh);
-        result.metaData.erase(mesh);
-        result.meshes.insert(result.meshes.end(), parts.begin(), parts.end());
-        cut.emplace(mesh, parts);
+        if (!scene.repeatsMeshes) entry = SceneMesh(); // frees what is cut
     }
+    scene.meshes = std::move(result);
     if (report) *report = done;
-    return result;
+}
+
+kel::src::SrcWriterInput splitForShortIndices(const kel::src::SrcWriterInput& input,
+                                              const SplitOptions& options, SplitReport* report) {
+    Scene scene = kel::scene::fromInput(input);
+    steps::splitForShortIndices(scene, options, report);
+    return toInput(std::move(scene));
 }
 
 } // namespace kel::prepare

@@ -1,25 +1,26 @@
-#include <kel/prepare/Transform.h>
+#include <kel/prepare/detail/Steps.h>
 
-#include "Buffers.h"
-#include "TextCheck.h"
+#include "PackedReading.h"
+#include "SceneSteps.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/MeshUtils.h>
-#include <kel/src/text/JsonWriter.h>
+#include <kel/src/format/MetadataKeys.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <stdexcept>
-#include <unordered_map>
 
 namespace kel::prepare {
 
 namespace {
 
 using detail::AttributePtr;
+using kel::scene::Scene;
+using kel::scene::SceneMesh;
 using Matrix = std::array<double, 9>; // row by row
+namespace format = kel::src::format;
 
 /// The right angle about the third axis that takes `from` onto `to`.
 Matrix turn(UpAxis from, UpAxis to) {
@@ -42,6 +43,33 @@ Matrix product(const Matrix& a, const Matrix& b) {
         }
     }
     return c;
+}
+
+/// Whether the transform changes attributes of this name.
+bool isChanged(const std::string& attribute, bool turns) {
+    return attribute == kel::mesh::DEFAULT_POSITIONS_NAME ||
+           (turns && attribute == kel::mesh::DEFAULT_NORMALS_NAME);
+}
+
+void requireTransformable(const Scene& scene, bool turns) {
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        const SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh) continue;
+        if (entry.find(format::metadata::FIT)) {
+            throw std::invalid_argument(placeOfMesh(scene, m) +
+                                        " was fitted to a range already; transform it before that.");
+        }
+        for (const AttributePtr& buffer : detail::attributesOf(*entry.mesh)) {
+            if (!buffer || !isChanged(buffer->getAttributeName(), turns) ||
+                kel::src::detail::isAttributeVec3f(buffer)) {
+                continue;
+            }
+            throw std::invalid_argument(placeOfMesh(scene, m) + ": attribute \"" +
+                                        buffer->getAttributeName() +
+                                        "\" is not three floats per vertex and cannot be transformed; "
+                                        "convert it.");
+        }
+    }
 }
 
 AttributePtr transformed(const AttributePtr& buffer, const Matrix& matrix) {
@@ -67,45 +95,29 @@ AttributePtr transformed(const AttributePtr& buffer, const Matrix& matrix) {
     return detail::makeAttribute(kel::mesh::FLOAT, 3, std::move(bytes), buffer->getAttributeName());
 }
 
-struct Record {
-    Matrix matrix{};
-    double scale = 1.0;
-    std::string from, to;
-};
-
-/// An earlier record; false when there is none, or none of our form.
-bool readRecord(const std::map<std::string, std::string>& metaData, Record& record) {
-    const auto found = metaData.find("transform");
-    if (found == metaData.end()) return false;
-    const picojson::value value = detail::parseChecked(found->second);
-    if (!value.is<picojson::object>()) return false;
-    const picojson::value& matrix = value.get("matrix");
-    if (!matrix.is<picojson::array>() || matrix.get<picojson::array>().size() != record.matrix.size() ||
-        !value.get("scale").is<double>() || !value.get("from").is<std::string>()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < record.matrix.size(); ++i) {
-        const picojson::value& entry = matrix.get<picojson::array>()[i];
-        if (!entry.is<double>()) return false;
-        record.matrix[i] = entry.get<double>();
-    }
-    record.scale = value.get("scale").get<double>();
-    record.from = value.get("from").get<std::string>();
-    return true;
+bool isFinite(const format::Transform& transform) {
+    return std::isfinite(transform.scale) && std::all_of(transform.matrix.begin(), transform.matrix.end(),
+                                                         [](double entry) { return std::isfinite(entry); });
 }
 
-std::string textOf(const Record& record) {
-    std::string text = "{\"from\":";
-    kel::src::text::appendJsonString(text, record.from);
-    kel::src::text::appendArrayMember(text, ",\"matrix\":", record.matrix.data(), record.matrix.size());
-    kel::src::text::appendMember(text, ",\"scale\":", record.scale);
-    kel::src::text::appendMember(text, ",\"to\":", record.to);
-    return text + '}';
+/// The record of `now` done after what the mesh's metadata tell.
+format::Transform combined(const Scene& scene, std::size_t position, const format::Transform& now) {
+    const std::string* text = scene.meshes[position].find(format::metadata::TRANSFORM);
+    const auto earlier = text ? format::readTransform(*text) : std::nullopt;
+    if (!earlier) return now;
+    format::Transform both = now;
+    both.matrix = product(now.matrix, earlier->matrix);
+    both.scale *= earlier->scale;
+    both.from = earlier->from;
+    if (isFinite(both)) return both;
+    throw std::invalid_argument(placeOfMesh(scene, position) +
+                                ": its metadata tell of a transform that, combined with this one, is too "
+                                "large for a number; remove their entry \"transform\".");
 }
 
 } // namespace
 
-const char* nameOf(UpAxis axis) {
+const char* axisName(UpAxis axis) {
     return axis == UpAxis::X ? "x" : axis == UpAxis::Y ? "y" : "z";
 }
 
@@ -122,63 +134,44 @@ std::optional<double> metresPer(std::string_view unit) {
     return std::nullopt;
 }
 
-kel::src::SrcWriterInput transform(const kel::src::SrcWriterInput& input, const TransformOptions& options) {
+void steps::transform(Scene& scene, const TransformOptions& options) {
     if (!std::isfinite(options.scale) || !(options.scale > 0.0)) {
         throw std::invalid_argument("The scale must be a finite number greater than 0.");
     }
-    kel::src::SrcWriterInput result = input;
-    result.metaData = detail::copyMetaData(input);
     const bool turns = options.fromUp != options.toUp;
-    if (!turns && options.scale == 1.0) return result;
+    if (!turns && options.scale == 1.0) return;
+    requireTransformable(scene, turns);
 
     const Matrix rotation = turn(options.fromUp, options.toUp);
-    Matrix matrix = rotation;
-    for (double& entry : matrix)
-        entry *= options.scale;
+    format::Transform record;
+    record.from = *axisName(options.fromUp);
+    record.to = *axisName(options.toUp);
+    record.scale = options.scale;
+    for (std::size_t i = 0; i < rotation.size(); ++i)
+        record.matrix[i] = rotation[i] * options.scale;
 
-    std::unordered_map<AttributePtr, AttributePtr> buffers; // shared ones stay shared
-    std::unordered_map<kel::mesh::MeshPtr, kel::mesh::MeshPtr> meshes;
-    for (std::size_t m = 0; m < input.meshes.size(); ++m) {
-        const kel::mesh::MeshPtr& mesh = input.meshes[m];
-        if (!mesh) continue;
-        const auto [known, isNew] = meshes.try_emplace(mesh);
-        if (isNew) {
-            const auto before = input.metaData.find(mesh);
-            if (before != input.metaData.end() && before->second && before->second->count("fit") != 0) {
-                throw std::invalid_argument(detail::placeOf(input, m) +
-                                            " was fitted to a range already; transform it before that.");
-            }
-            std::vector<AttributePtr> attributes = detail::attributesOf(*mesh);
-            for (AttributePtr& buffer : attributes) {
-                if (!buffer) continue;
-                const std::string name = buffer->getAttributeName();
-                const bool isPosition = name == kel::mesh::DEFAULT_POSITIONS_NAME;
-                if (!isPosition && !(turns && name == kel::mesh::DEFAULT_NORMALS_NAME)) continue;
-                if (!kel::src::detail::isAttributeVec3f(buffer)) {
-                    throw std::invalid_argument(detail::placeOf(input, m) + ": attribute \"" + name +
-                                                "\" is not three floats per vertex and cannot be "
-                                                "transformed; convert it.");
-                }
-                AttributePtr& done = buffers[buffer];
-                if (!done) done = transformed(buffer, isPosition ? matrix : rotation);
-                buffer = done;
-            }
-            known->second =
-                std::make_shared<detail::AssembledMesh>(mesh->getPrimitiveType(), mesh->getNumPrimitives(),
-                                                        mesh->getIndexBuffer(), std::move(attributes));
-            auto& metaData = *detail::moveMeshEntries(result, mesh, known->second);
-            Record record{matrix, options.scale, nameOf(options.fromUp), nameOf(options.toUp)};
-            Record earlier;
-            if (readRecord(metaData, earlier)) {
-                record.matrix = product(matrix, earlier.matrix);
-                record.scale *= earlier.scale;
-                record.from = earlier.from;
-            }
-            metaData["transform"] = textOf(record);
+    detail::RepeatedMeshes repeated(scene);
+    detail::SharedBuffers<AttributePtr> shared;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh || repeated.takeOver(m)) continue;
+        std::vector<AttributePtr> attributes = detail::attributesOf(*entry.mesh);
+        for (AttributePtr& buffer : attributes) {
+            if (!buffer) continue;
+            const std::string name = buffer->getAttributeName();
+            if (!isChanged(name, turns)) continue;
+            const Matrix& matrix = name == kel::mesh::DEFAULT_POSITIONS_NAME ? record.matrix : rotation;
+            buffer = shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, matrix); });
         }
-        result.meshes[m] = known->second;
+        entry.setMetaData(format::metadata::TRANSFORM, transformText(combined(scene, m, record)));
+        detail::replaceMesh(entry, detail::withAttributes(*entry.mesh, std::move(attributes)));
     }
-    return result;
+}
+
+kel::src::SrcWriterInput transform(const kel::src::SrcWriterInput& input, const TransformOptions& options) {
+    Scene scene = kel::scene::fromInput(input);
+    steps::transform(scene, options);
+    return detail::toInputWithOwnMetaData(std::move(scene));
 }
 
 } // namespace kel::prepare

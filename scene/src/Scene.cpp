@@ -2,6 +2,8 @@
 
 #include <kel/src/format/MetadataKeys.h>
 
+#include <unordered_set>
+
 namespace kel::scene {
 
 Scene fromInput(const kel::src::SrcWriterInput& input) {
@@ -9,7 +11,10 @@ Scene fromInput(const kel::src::SrcWriterInput& input) {
     scene.materials = input.materials;
     scene.useCompressedPreset = input.useCompressedPreset;
     scene.meshes.reserve(input.meshes.size());
+    std::unordered_set<const kel::mesh::Mesh*> listed;
+    listed.reserve(input.meshes.size());
     for (const auto& mesh : input.meshes) {
+        if (mesh && !listed.insert(mesh.get()).second) scene.repeatsMeshes = true;
         SceneMesh entry;
         entry.mesh = mesh;
         if (const auto found = input.meshMaterials.find(mesh); found != input.meshMaterials.end())
@@ -35,13 +40,16 @@ kel::src::SrcWriterInput toInput(Scene scene) {
 }
 
 std::string nameOfMesh(const SceneMesh& mesh) {
-    const std::string* name = mesh.find(std::string(kel::src::format::metadata::NAME));
+    const std::string* name = mesh.find(kel::src::format::metadata::NAME);
     return name ? kel::src::format::readName(*name) : std::string();
 }
 
-std::string placeOfMesh(const Scene& scene, std::size_t position) {
-    const std::string name = nameOfMesh(scene.meshes[position]);
+std::string placeOfMesh(std::size_t position, const std::string& name) {
     return "Mesh " + std::to_string(position) + (name.empty() ? "" : " (\"" + name + "\")");
+}
+
+std::string placeOfMesh(const Scene& scene, std::size_t position) {
+    return placeOfMesh(position, nameOfMesh(scene.meshes[position]));
 }
 
 } // namespace kel::scene

@@ -52,7 +52,7 @@ TEST(Transform, TakesUpToUp) {
             mesh->addAttribute("position", 3, up);
             const auto result = transform(fixture::inputOf({mesh}), {1.0, from, to});
             EXPECT_EQ(floatsOf(*result.meshes[0], "position"), expected)
-                << nameOf(from) << " to " << nameOf(to);
+                << axisName(from) << " to " << axisName(to);
         }
     }
 }

@@ -29,6 +29,11 @@ constexpr const ComponentTypeRow* componentType(std::uint64_t webGL) {
                : nullptr;
 }
 
+/// WebGL 2 takes the largest index of 16 bits for the start of a new strip. So indices of 16 bits can name this
+/// many vertices, numbered from 0.
+constexpr std::size_t SHORT_RESTART_INDEX = 65535;
+constexpr std::size_t MAX_SHORT_INDEX_VERTICES = SHORT_RESTART_INDEX;
+
 /// How many components an element has, as the header says it: ELEMENT_TYPES[0] has one.
 inline constexpr std::string_view ELEMENT_TYPES[] = {"SCALAR", "VEC2", "VEC3", "VEC4"};
 constexpr std::size_t MAX_COMPONENTS = sizeof ELEMENT_TYPES / sizeof ELEMENT_TYPES[0];

@@ -7,6 +7,11 @@
 
 namespace kel::mesh {
 
+/// How many corners a primitive has: 1 for points, 2 for lines of all kinds, 3 for triangles of all kinds.
+constexpr std::size_t cornersPerPrimitive(PrimitiveType type) {
+    return type == POINTS ? 1 : type == LINES || type == LINE_LOOP || type == LINE_STRIP ? 2 : 3;
+}
+
 /// How many points, lines or triangles `corners` indices form.
 template<typename Count>
 constexpr Count primitiveCount(PrimitiveType type, Count corners) {

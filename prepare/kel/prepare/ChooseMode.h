@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/prepare/Export.h>
+#include <kel/prepare/MeasureErrors.h>
 #include <kel/prepare/Target.h>
 #include <kel/src/SrcWriterInput.h>
 
@@ -15,12 +16,6 @@ struct MaxError {
     double normalDegrees = 1.0; ///< angle; two-byte normals are off by 0.64 degrees at most
 };
 
-/// The error that one mesh, or a whole input, has after it was written and read back.
-struct ReachedError {
-    double position = 0.0;      ///< largest distance of a decoded position from the original
-    double normalDegrees = 0.0; ///< largest angle between a decoded normal and the original
-};
-
 struct ModeChoice {
     Target mode = Target::UNCOMPRESSED; ///< one of the public writer's three
     ReachedError largest;               ///< over all meshes, in that mode
@@ -29,23 +24,14 @@ struct ModeChoice {
     std::string whyNotSmaller;
 };
 
-/// The mode of the public writer with the smallest file whose errors stay within `accepted` and that leaves
-/// no attribute out.
+/// The mode of the public writer with the smallest file whose errors, as measureErrors finds them, stay
+/// within `accepted` and that leaves no attribute out.
 ///
 /// Position-normal is taken when every mesh with three-float normals has nothing but "position" and "normal",
 /// as many of the one as of the other, and there is such a mesh; without one it would write the same as
 /// position. Position and position-normal need three-float positions in every mesh.
 ///
-/// The errors are those of really quantizing and decoding each vertex as writer and readers do, not a bound.
 /// Linear in the number of vertices. Empty mesh pointers have no error.
 KEL_PREPARE_EXPORT ModeChoice chooseMode(const kel::src::SrcWriterInput& input, const MaxError& accepted);
-
-/// The errors of one mode, mesh by mesh. A position that is not finite has an infinite error in the
-/// compressed modes, as have positions that are not three floats; normals without a direction (zero or NaN)
-/// have none.
-///
-/// throws  std::invalid_argument for a preset of the container writer
-KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const kel::src::SrcWriterInput& input,
-                                                           Target mode);
 
 } // namespace kel::prepare

@@ -1,43 +1,23 @@
 #pragma once
 
 #include <kel/prepare/Export.h>
+#include <kel/prepare/ProblemCodes.h>
 #include <kel/prepare/Target.h>
 #include <kel/src/SrcWriterInput.h>
 
 #include <cstddef>
 #include <limits>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kel::prepare {
-
-enum class Severity {
-    ERROR,   ///< data would be lost, wrong or refused, or the writer would not come back
-    WARNING, ///< something is left out or probably not meant
-    HINT     ///< worth knowing
-};
-
-/// For messages: "error", "warning" or "hint".
-KEL_PREPARE_EXPORT const char* nameOf(Severity severity);
-
-/// One kind of problem. The table of them is the only place where codes, severities and sentences stand.
-struct ProblemKind {
-    std::string_view code; ///< stable, for programs: lower case words with hyphens
-    Severity severity;
-    std::string_view sentence; ///< what is wrong; "{}" stands for a detail of the finding
-    std::string_view remedy;   ///< what to do about it
-};
-
-/// All kinds, in the order of their codes.
-KEL_PREPARE_EXPORT const std::vector<ProblemKind>& problemTable();
 
 /// Stands for a position or element that a finding does not have.
 constexpr std::size_t NOWHERE = std::numeric_limits<std::size_t>::max();
 
 /// One kind of problem at one place: a mesh, an attribute of it, or an entry of its metadata.
 struct Finding {
-    std::string_view code; ///< one of problemTable's
+    ProblemCode code{};
     Severity severity = Severity::ERROR;
     std::size_t mesh = NOWHERE; ///< position in the input's list; NOWHERE when it concerns the whole input
     std::string meshName;       ///< the metadata's "name"; empty when there is none
@@ -46,7 +26,7 @@ struct Finding {
     /// The first element at fault: a vertex of the attribute, a position in the index list, an attribute's
     /// position in its mesh, or a byte of the metadata text. NOWHERE when it concerns no single one.
     std::size_t element = NOWHERE;
-    std::size_t count = 1; ///< how many elements (components, for "component-clamped") are at fault
+    std::size_t count = 1; ///< how many elements (components, for COMPONENT_CLAMPED) are at fault
     std::string sentence;  ///< what is wrong and what to do about it, without the place
 };
 
@@ -65,7 +45,8 @@ struct Problems {
 };
 
 /// Finds everything about the input that its writer would wrap, clamp, leave out, store as something else,
-/// refuse, or not come back from. What passes without an error can be handed to that writer.
+/// refuse, or not come back from. What passes without an error can be handed to that writer; writeChecked does
+/// both.
 ///
 /// Reads the input only. One finding per kind and place, however many elements are at fault. Linear in
 /// vertices, indices, and bytes of metadata; needs no memory but the findings'.

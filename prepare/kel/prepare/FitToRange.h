@@ -58,9 +58,8 @@ struct FitReport {
 ///
 /// The range that is mapped on the box, per component:
 ///   - "position", "texcoord": the attribute's own smallest and largest value, so that all codes are used.
-///   The
-///     smallest and largest value come back exactly (to the rounding of a double); a component that is the
-///     same everywhere is put on the box's lower end, whose code is exact, and comes back exactly;
+///     These two come back exactly (to the rounding of a double); a component that is the same everywhere is
+///     put on the box's lower end, whose code is exact, and comes back exactly;
 ///   - "normal": -1 to 1 (wider, symmetric, when a component is larger), so that scale is 2 and offset 0 on
 ///     every mesh and equal normals of neighbouring meshes get equal codes;
 ///   - "color": 0 to 1 (wider when a component lies outside): scale 1, offset 0.5, likewise.

@@ -46,9 +46,8 @@ struct SplitReport {
 /// vertices and indices.
 ///
 /// throws  std::invalid_argument for maxVertices outside 3 to 65,535; for a mesh over the limit also when an
-/// index
-///         has no vertex, an attribute ends before the positions do, the primitive type is unknown, or an
-///         attribute pointer is empty, with a message that names the mesh
+///         index has no vertex, an attribute ends before the positions do, the primitive type is unknown, or
+///         an attribute pointer is empty, with a message that names the mesh
 KEL_PREPARE_EXPORT kel::src::SrcWriterInput splitForShortIndices(const kel::src::SrcWriterInput& input,
                                                                  const SplitOptions& options = {},
                                                                  SplitReport* report = nullptr);

@@ -14,7 +14,7 @@ enum class Target {
 };
 
 /// For messages and options: "default", "CMP1", "uncompressed", "position" or "position-normal".
-KEL_PREPARE_EXPORT const char* nameOf(Target target);
+KEL_PREPARE_EXPORT const char* targetName(Target target);
 
 /// True for the two presets.
 constexpr bool isContainerTarget(Target target) {

@@ -11,7 +11,7 @@ namespace kel::prepare {
 enum class UpAxis { X, Y, Z };
 
 /// For messages and options: "x", "y" or "z".
-KEL_PREPARE_EXPORT const char* nameOf(UpAxis axis);
+KEL_PREPARE_EXPORT const char* axisName(UpAxis axis);
 
 /// Metres per unit of length: mm, cm, dm, m, km, in, ft, yd, mi. Empty for another name.
 KEL_PREPARE_EXPORT std::optional<double> metresPer(std::string_view unit);
@@ -40,9 +40,9 @@ struct TransformOptions {
 /// as it is and record nothing.
 ///
 /// throws  std::invalid_argument for a scale that is not finite and positive, and, naming the mesh, for
-/// positions
-///         that are not three floats, normals that are not (when turning), and a mesh that went through
-///         fitToRange, whose recorded inverse would not lead back any more: transform first
+///         positions that are not three floats, normals that are not (when turning), a mesh that went through
+///         fitToRange, whose recorded inverse would not lead back any more (transform first), and a record
+///         that no double holds when combined
 KEL_PREPARE_EXPORT kel::src::SrcWriterInput transform(const kel::src::SrcWriterInput& input,
                                                       const TransformOptions& options);
 

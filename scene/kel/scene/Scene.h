@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -29,10 +30,14 @@ struct SceneMesh {
         ownsMetaData = true;
         return *metaData;
     }
+    /// Adds an entry, or replaces the one of this key.
+    void setMetaData(std::string_view key, std::string json) {
+        editMetaData()[std::string(key)] = std::move(json);
+    }
     /// The text of an entry; null where there is none.
-    const std::string* find(const std::string& key) const {
+    const std::string* find(std::string_view key) const {
         if (!metaData) return nullptr;
-        const auto found = metaData->find(key);
+        const auto found = metaData->find(std::string(key));
         return found == metaData->end() ? nullptr : &found->second;
     }
 };
@@ -43,10 +48,13 @@ struct Scene {
     /// Every material that the public writer writes, used or not.
     std::set<std::shared_ptr<kel::material::Material>> materials;
     bool useCompressedPreset = false;
+    /// Whether several entries may have the same mesh; they have the same material and metadata then. Only a
+    /// caller's own input lists meshes twice.
+    bool repeatsMeshes = false;
 };
 
 /// The caller's input as a scene. Nothing is copied: meshes, maps and materials are shared. A mesh that is
-/// listed twice becomes two entries.
+/// listed twice becomes two entries. What the input says of meshes that it does not list is left out.
 Scene fromInput(const kel::src::SrcWriterInput& input);
 
 /// What a writer takes. Meshes and maps are moved there.
@@ -55,7 +63,8 @@ kel::src::SrcWriterInput toInput(Scene scene);
 /// The name of a mesh for people: the content of its metadata's "name"; empty when there is none.
 std::string nameOfMesh(const SceneMesh& mesh);
 
-/// For messages: `Mesh 3 ("bolt")`.
+/// For messages: `Mesh 3 ("bolt")`, or `Mesh 3` without a name.
+std::string placeOfMesh(std::size_t position, const std::string& name);
 std::string placeOfMesh(const Scene& scene, std::size_t position);
 
 } // namespace kel::scene

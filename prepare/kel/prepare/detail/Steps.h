@@ -1,10 +1,12 @@
 #pragma once
 
 #include <kel/prepare/ChooseMode.h>
-#include <kel/prepare/ContainerAttributes.h>
 #include <kel/prepare/Export.h>
 #include <kel/prepare/FindProblems.h>
 #include <kel/prepare/FitToRange.h>
+#include <kel/prepare/KeepAttributesApart.h>
+#include <kel/prepare/KeepStoredAttributes.h>
+#include <kel/prepare/MeasureErrors.h>
 #include <kel/prepare/OptimizeForGpu.h>
 #include <kel/prepare/SplitForShortIndices.h>
 #include <kel/prepare/Target.h>

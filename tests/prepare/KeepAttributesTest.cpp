@@ -1,4 +1,5 @@
-#include <kel/prepare/ContainerAttributes.h>
+#include <kel/prepare/KeepAttributesApart.h>
+#include <kel/prepare/KeepStoredAttributes.h>
 #include <kel/prepare/MeshName.h>
 
 #include <kel/src/DefaultSrcWriter.h>
