@@ -148,7 +148,7 @@ void record(FitsByName fits, kel::scene::SceneMesh& entry) {
     std::vector<format::Fit> list;
     for (auto& [name, fit] : fits)
         list.push_back(std::move(fit));
-    entry.setMetaData(format::metadata::FIT, fitText(list));
+    entry.setMetaData(format::metadata::FIT, format::fitText(list));
 }
 
 } // namespace

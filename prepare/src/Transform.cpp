@@ -163,7 +163,7 @@ void steps::transform(Scene& scene, const TransformOptions& options) {
             const Matrix& matrix = name == kel::mesh::DEFAULT_POSITIONS_NAME ? record.matrix : rotation;
             buffer = shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, matrix); });
         }
-        entry.setMetaData(format::metadata::TRANSFORM, transformText(combined(scene, m, record)));
+        entry.setMetaData(format::metadata::TRANSFORM, format::transformText(combined(scene, m, record)));
         detail::replaceMesh(entry, detail::withAttributes(*entry.mesh, std::move(attributes)));
     }
 }
