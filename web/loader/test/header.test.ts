@@ -1,12 +1,12 @@
 import { isDeepStrictEqual } from 'node:util';
 import { describe, expect, test } from 'vitest';
-import { SrcError, type SrcAttributeView, type SrcHeader } from '../src/core/index.js';
+import { SrcError, type JsonValue, type SrcAttributeView, type SrcHeader } from '../src/core/index.js';
 import { readHeader } from '../src/core/header.js';
 import { compact } from '../src/core/compact.js';
 import { TableHeader } from '../src/core/handles.js';
 import { HeaderText } from '../src/core/HeaderText.js';
 import { readTable } from '../src/core/headerTable.js';
-import { readTree } from '../src/core/headerTree.js';
+import { fitOf, readTree } from '../src/core/headerTree.js';
 import { layoutOf } from '../src/core/layout.js';
 import { DEFAULT_LIMITS } from '../src/core/limits.js';
 import { chance, mutate } from './chance.js';
@@ -237,6 +237,47 @@ describe('written in other ways, a header is read alike:', () => {
   ];
   test.each(cases)('%s', (_, outcome, json) => {
     expect(compare(encode(json))).toBe(outcome);
+  });
+});
+
+// The C++ reader is held to the same cases: tests/reader/FitTest.cpp.
+describe('a fit is taken', () => {
+  const three = { offset: [1, 2, 3], scale: [4, 5, 6] };
+  const viewOf = (components: number, componentType = 5126) => ({ components, componentType }) as SrcAttributeView;
+  const position = { name: 'position', view: viewOf(3) };
+  const weight = { name: 'weight', view: viewOf(1) };
+  const combined = { name: 'pos3us_nor2ub_oct', view: viewOf(4, 5123) };
+
+  test('with one number per component', () => {
+    expect(fitOf({ position: three }, position)).toEqual(three);
+    expect(fitOf({ position: { ...three, more: true }, other: 5 }, position)).toEqual(three);
+    expect(fitOf({ weight: { offset: [1], scale: [2] } }, weight)).toEqual({ offset: [1], scale: [2] });
+  });
+  test('as a bare number where there is one component', () => {
+    expect(fitOf({ weight: { offset: 1, scale: 2 } }, weight)).toEqual({ offset: [1], scale: [2] });
+    expect(fitOf({ position: { offset: 1, scale: 2 } }, position)).toBeNull();
+  });
+  test('under "position" for interleaved positions and normals', () => {
+    expect(fitOf({ position: three }, combined)).toEqual(three);
+    expect(fitOf({ pos3us_nor2ub_oct: three }, combined)).toBeNull();
+    expect(fitOf({ position: { offset: [1, 2, 3, 4], scale: [4, 5, 6, 7] } }, combined)).toBeNull();
+  });
+  test.each<[string, JsonValue]>([
+    ['nothing', null],
+    ['a text', 'position'],
+    ['a list', [three]],
+    ['another attribute', { normal: three }],
+    ['no object', { position: [1, 2, 3] }],
+    ['no offset', { position: { scale: [4, 5, 6] } }],
+    ['no scale', { position: { offset: [1, 2, 3] } }],
+    ['too few numbers', { position: { offset: [1, 2], scale: [4, 5] } }],
+    ['too many numbers', { position: { offset: [1, 2, 3, 4], scale: [4, 5, 6, 7] } }],
+    ['lengths that differ', { position: { offset: [1, 2, 3], scale: [4, 5] } }],
+    ['texts', { position: { offset: ['1', '2', '3'], scale: [4, 5, 6] } }],
+    ['null among the numbers', { position: { offset: [1, 2, 3], scale: [4, null, 6] } }],
+    ['lists among the numbers', { position: { offset: [[1, 2, 3]], scale: [[4, 5, 6]] } }],
+  ])('but not with %s', (_, fit) => {
+    expect(fitOf(fit, position)).toBeNull();
   });
 });
 

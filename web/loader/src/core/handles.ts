@@ -213,7 +213,7 @@ export class TableMesh implements SrcMesh {
     for (let i = table.ownFirst[this.index]!; i < table.ownFirst[this.index + 1]!; ++i) {
       const name = table.semanticNames[table.ownName[i]!]!;
       const view = this.header.attributeView(table.ownView[i]!, kept);
-      attributes.push({ name, view, fit: fit === undefined ? null : fitOf(fit, name, view.components) });
+      attributes.push({ name, view, fit: fit === undefined ? null : fitOf(fit, { name, view }) });
     }
     const indices = table.meshIndices[this.row]!;
     return { attributes, indices: indices < 0 ? null : this.header.indexView(indices, kept) };

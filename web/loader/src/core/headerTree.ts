@@ -70,8 +70,10 @@ function inWritingOrder(ids: string[]): string[] {
   return ids.sort((a, b) => numbers.get(a)! - numbers.get(b)!);
 }
 
+/** The numbers of a list, or the one number. */
 function numbersOf(value: unknown): number[] | null {
-  return Array.isArray(value) && value.every((x) => typeof x === 'number' && Number.isFinite(x)) ? value : null;
+  const list = Array.isArray(value) ? value : [value];
+  return list.every((x) => typeof x === 'number' && Number.isFinite(x)) ? list : null;
 }
 
 function isObject(value: unknown): value is JsonObject {
@@ -79,19 +81,22 @@ function isObject(value: unknown): value is JsonObject {
 }
 
 /** Metadata's "fit" of one attribute, when it has as many numbers as the attribute has components. */
-export function fitOf(fit: JsonValue | undefined, name: string, components: number): SrcFit | null {
-  if (!isObject(fit) || !Object.hasOwn(fit, name)) return null;
-  const entry = fit[name];
+export function fitOf(fit: JsonValue | undefined, { name, view }: Omit<SrcAttribute, 'fit'>): SrcFit | null {
+  // Of the interleaved attribute, the first three components are the positions; the fourth holds the normal.
+  const combined = isCombined({ name, view });
+  const key = combined ? 'position' : name,
+    components = combined ? 3 : view.components;
+  if (!isObject(fit) || !Object.hasOwn(fit, key)) return null;
+  const entry = fit[key];
   if (!isObject(entry)) return null;
   const offset = numbersOf(entry.offset),
     scale = numbersOf(entry.scale);
-  // The interleaved attribute's fourth component holds the normal, so its fit has one number less.
-  if (!offset || !scale || offset.length < Math.min(components, 3) || scale.length !== offset.length) return null;
+  if (offset?.length !== components || scale?.length !== components) return null;
   return { offset, scale };
 }
 
 /**
- * The one door: everything that a header says is checked here, once; behind it code may trust lengths, offsets
+ * Everything that a header says is checked here, once; what comes later may trust lengths, offsets
  * and references. Numbers are whole and below 2^53; comparisons are arranged so that rounding of larger sums
  * and products cannot let anything through.
  *
@@ -416,7 +421,7 @@ export function readTree(text: Uint8Array, textOffset: number, limits: ReadLimit
       const view = attributeViews.get(id);
       if (!view) return dangling('DANGLING_ATTRIBUTE_VIEW', id, 'meshes', mesh.id, 'attributes', name);
       view.owner ??= mesh;
-      return { name, view, fit: fitOf(isObject(mesh.metadata) ? mesh.metadata.fit : undefined, name, view.components) };
+      return { name, view, fit: fitOf(isObject(mesh.metadata) ? mesh.metadata.fit : undefined, { name, view }) };
     });
     mesh.attributes = ownAttributes(resolved, mesh);
     return mesh;

@@ -154,7 +154,7 @@ export interface SrcHeader {
 /** The combined attribute: three 16-bit position codes and two bytes of an octahedral normal. */
 export const COMBINED = 'pos3us_nor2ub_oct';
 
-export function isCombined(attribute: SrcAttribute): boolean {
+export function isCombined(attribute: Omit<SrcAttribute, 'fit'>): boolean {
   const { view } = attribute;
   return attribute.name === COMBINED && view.componentType === UNSIGNED_SHORT && view.components === 4;
 }
