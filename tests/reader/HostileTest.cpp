@@ -63,7 +63,7 @@ TEST_P(EveryMode, EveryByteFlippedIsAFileOrANamedError) {
             text[at] = static_cast<char>(static_cast<unsigned char>(text[at]) ^ mask);
         }
     }
-    EXPECT_GE(codes.size(), 10u); // the loop does reach different doors
+    EXPECT_GE(codes.size(), 10u); // the loop does reach different checks
 }
 
 TEST(Hostile, HeaderLengthsThatLie) {

@@ -1,5 +1,5 @@
-// Reader and validator load a file in the same way: what the limits of the one refuse, the other refuses too, at the
-// same place and in the same words.
+// Reader and validator load a file in the same way: what the limits of the one refuse, the other refuses
+// too, at the same place and in the same words.
 
 #include "Files.h"
 
@@ -33,8 +33,8 @@ std::optional<Refusal> refusalBy(const std::function<SrcFile()>& read) {
     return std::nullopt;
 }
 
-/// The first finding for which the reader refuses a file. What is found after loading is left out: views that are
-/// too long to look into.
+/// The first finding for which the reader refuses a file. What is found after loading is left out: views
+/// that are too long to look into.
 std::optional<Refusal> refusalIn(const ValidationReport& report) {
     for (const SrcFinding& finding : report.findings) {
         const bool isAfterLoading = finding.detail.find("what follows was not checked") != std::string::npos;
@@ -110,8 +110,8 @@ TEST(Limits, ReaderAndValidatorTakeTheSameMemory) {
 }
 
 TEST(Limits, AStreamsHeaderCountsAsMemory) {
-    // Much header and hardly any data: what a header in memory is allowed to take is too little for one that has to be
-    // stored first.
+    // Much header and hardly any data: what a header in memory is allowed to take is too little for one
+    // that has to be stored first.
     const std::string text =
         Editable(triangleFile())
             .replace("\"meta\":{}", "\"meta\":{\"x\":\"" + std::string(100000, 'x') + "\"}")

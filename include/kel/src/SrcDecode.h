@@ -60,8 +60,8 @@ struct DecodedMesh {
 KELSRC_EXPORT DecodedMesh decodeMesh(const SrcFile& file, const SrcMesh& mesh,
                                      const DecodeOptions& options = {});
 
-/// The entry "fit" of a mesh's metadata, in the order of the attributes' names. Attributes whose entry is not two
-/// lists of the same length, of 1 to 4 finite numbers, are left out.
+/// The entry "fit" of a mesh's metadata, in the order of the attributes' names. Attributes whose entry is not
+/// two lists of the same length, of 1 to 4 finite numbers, are left out.
 KELSRC_EXPORT std::vector<SrcFit> fitOf(const SrcMesh& mesh);
 
 } // namespace kel::src

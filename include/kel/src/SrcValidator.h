@@ -53,7 +53,7 @@ struct ValidationReport {
 /// Checks a file, and goes on after the first finding as far as what is left makes sense.
 ///
 /// Beyond everything that the reader refuses it looks into the bytes: indices, values, bounds, normals,
-/// statistics. What the files of our writers hold on purpose is no finding above a hint: a mesh that names an
+/// statistics. What every file of our writers may hold is no finding above a hint: a mesh that names an
 /// earlier mesh's attribute, an empty material name, an unused material or technique.
 ///
 /// Reads nothing outside `bytes`, takes memory in proportion to the header and time in proportion to the

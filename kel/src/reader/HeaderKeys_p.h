@@ -25,8 +25,8 @@ private:
     std::uint32_t bits = 0;
 };
 
-/// The objects of the header that have fixed keys: what these are called, and which of them must be there. A Key
-/// is the position of its name in NAMES. All others are passed over.
+/// The objects of the header that have fixed keys: what these are called, and which of them must be there.
+/// A Key is the position of its name in NAMES. All others are passed over.
 
 struct RootKeys {
     enum Key : std::uint32_t {

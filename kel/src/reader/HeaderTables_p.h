@@ -13,11 +13,12 @@
 
 namespace kel::src::detail {
 
-/// Counts, offsets and lengths are below: doubles hold every whole number up to here, and sums of two fit 64 bits.
+/// Counts, offsets and lengths are below: doubles hold every whole number up to here, and sums of two fit
+/// 64 bits.
 constexpr std::uint64_t COUNT_END = std::uint64_t(1) << 53;
 
-/// Which entries of a section must not be used. Marks are kept only for a sink that wants all findings: for the
-/// reader no entry is unusable, since it refuses the file.
+/// Which entries of a section must not be used. Marks are kept only for a sink that wants all findings:
+/// for the reader no entry is unusable, since it refuses the file.
 class UnusableEntries {
 public:
     bool contains(std::size_t entry) const { return entry < marks.size() && marks[entry]; }
@@ -30,9 +31,9 @@ public:
     std::vector<bool> marks; ///< beside the section's entries, or empty
 };
 
-/// A header as tables. In tables that came past a ThrowingSink every reference resolves and every view lies
-/// inside its bytes. Otherwise what is at fault is marked: an unresolved reference is SRC_NONE, and an entry that
-/// must not be used is in one of the lists of the unusable.
+/// A header as tables. In tables that came past a ThrowingSink every reference resolves and every view
+/// lies inside its bytes. Otherwise what is at fault is marked: an unresolved reference is SRC_NONE, and
+/// an entry that must not be used is in one of the lists of the unusable.
 struct HeaderTables {
     std::string_view text;
     std::vector<SrcChunk> chunks;

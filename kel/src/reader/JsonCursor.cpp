@@ -1,5 +1,6 @@
 #include <kel/src/reader/JsonCursor_p.h>
 
+#include <kel/src/text/JsonCharacters.h>
 #include <kel/src/text/JsonValues.h>
 
 #include <simdjson.h>
@@ -8,24 +9,8 @@
 
 namespace kel::src::detail {
 
-namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-bool isSpace(char c) {
-    return c == ' ' || c == '\n' || c == '\r' || c == '\t';
-}
-
-int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-} // namespace
+using text::hexValue;
+using text::isJsonSpace;
 
 struct JsonCursor::Tokens {
     std::unique_ptr<simdjson::internal::dom_parser_implementation> parser;
@@ -91,7 +76,7 @@ std::string_view JsonCursor::rawString() {
 std::string_view JsonCursor::scalar() {
     const std::size_t first = position();
     std::size_t last = next + 1 < count ? starts[next + 1] : text.size();
-    while (last > first && isSpace(text[last - 1]))
+    while (last > first && isJsonSpace(text[last - 1]))
         --last;
     return text.substr(first, last - first);
 }
@@ -107,7 +92,7 @@ std::string_view JsonCursor::skip() {
     const std::size_t first = position();
     skipValue();
     std::size_t last = position();
-    while (last > first && isSpace(text[last - 1]))
+    while (last > first && isJsonSpace(text[last - 1]))
         --last;
     return text.substr(first, last - first);
 }

@@ -9,16 +9,15 @@
 
 namespace kel::src::detail {
 
-/// The one loader, of the reader and the validator: preamble, header, references and the chunks' places are checked
-/// here, against the same limits whoever asks.
-///
-/// returns  empty after a finding that makes the rest unreadable; a ThrowingSink has then thrown
-///
+// The one loader, of the reader and the validator: preamble, header, references and the chunks' places are
+// checked here, against the same limits whoever asks. All of these return nothing after a finding that makes
+// the rest unreadable; a ThrowingSink has thrown by then.
+
 /// A file in memory. `mapping` is what keeps `bytes` alive, unless the caller does.
 std::unique_ptr<SrcFileData> loadBytes(ByteView bytes, const ReadLimits& limits, FindingSink& sink,
                                        Mapping mapping = {});
-/// A stream, up to the end of its last chunk; a sink that wants all findings has it read one byte further, which
-/// shows whether there is more.
+/// A stream, up to the end of its last chunk; a sink that wants all findings has it read one byte further,
+/// which shows whether there is more.
 std::unique_ptr<SrcFileData> loadStream(ByteInput& in, const ReadLimits& limits, FindingSink& sink);
 /// A file by name, mapped or read as a stream.
 ///

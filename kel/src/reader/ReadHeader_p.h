@@ -7,9 +7,10 @@
 
 namespace kel::src::detail {
 
-/// Reads a header into tables and resolves its references. Everything that it says is checked here, once, in
-/// arithmetic that cannot wrap: counts, offsets and lengths are whole numbers below 2^53, sums of two of them fit
-/// 64 bits, and no product is formed: a count is compared with what a division says there is room for.
+/// Reads a header into tables and resolves its references. Everything that it says is checked here, once,
+/// in arithmetic that cannot wrap: counts, offsets and lengths are whole numbers below 2^53, sums of two
+/// of them fit 64 bits, and no product is formed: a count is compared with what a division says there is
+/// room for.
 ///
 /// text     must outlive `tables`
 /// returns  false when the text could not be walked to its end

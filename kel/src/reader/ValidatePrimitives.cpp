@@ -79,16 +79,16 @@ private:
             const float* p = positions.values.data() + 3 * (indices.empty() ? corner : indices[corner]);
             return glm::vec3(p[0], p[1], p[2]);
         };
-        kel::mesh::forEachPrimitive(mesh.primitive, static_cast<std::size_t>(corners),
-                                    [&](const std::array<std::size_t, 3>& at, std::size_t count) {
-                                        if (count == 2) {
-                                            sums.degenerate += point(at[0]) == point(at[1]);
-                                        } else {
-                                            // In the order of the list, as the writers add up, also where a strip's facing swaps two.
-                                            const auto [first, second] = std::minmax(at[0], at[1]);
-                                            addTriangle(point(first), point(second), point(at[2]), sums);
-                                        }
-                                    });
+        const auto add = [&](const std::array<std::size_t, 3>& at, std::size_t count) {
+            if (count == 2) {
+                sums.degenerate += point(at[0]) == point(at[1]);
+                return;
+            }
+            // In the order of the list, as the writers add up, also where a strip's facing swaps two.
+            const auto [first, second] = std::minmax(at[0], at[1]);
+            addTriangle(point(first), point(second), point(at[2]), sums);
+        };
+        kel::mesh::forEachPrimitive(mesh.primitive, static_cast<std::size_t>(corners), add);
     }
 
     void differs(const SrcMember& member, const std::string& found) {

@@ -130,8 +130,8 @@ void validateMeshes(Validation& validation, Gathered& attributeCounts);
 /// Primitives of one mesh, and the statistics in its metadata.
 ///
 /// path         of the mesh, as a JSON pointer
-/// indicesGood  false when an index names no vertex or restarts a strip: the primitives are counted then but not
-///              looked at
+/// indicesGood  false when an index names no vertex or restarts a strip: the primitives are counted then, but
+///              not looked at
 void validatePrimitives(Validation& validation, const SrcMesh& mesh, const std::string& path,
                         const MeshPositions& positions, bool indicesGood);
 

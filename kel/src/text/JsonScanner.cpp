@@ -1,5 +1,6 @@
 #include <kel/src/text/JsonScanner.h>
 
+#include <kel/src/text/JsonCharacters.h>
 #include <kel/src/text/JsonWriter.h>
 #include <kel/src/text/Utf8.h>
 
@@ -8,10 +9,6 @@
 namespace kel::src::text {
 
 namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 class Scanner {
 public:
@@ -39,8 +36,7 @@ private:
     char peek() const { return at < text.size() ? text[at] : '\0'; }
 
     void skipBlanks() {
-        while (at < text.size() &&
-               (text[at] == ' ' || text[at] == '\t' || text[at] == '\n' || text[at] == '\r'))
+        while (at < text.size() && isJsonSpace(text[at]))
             ++at;
     }
 

@@ -1,5 +1,6 @@
 #include <kel/src/text/JsonValues.h>
 
+#include <kel/src/text/JsonCharacters.h>
 #include <kel/src/text/Utf8.h>
 
 #include <algorithm>
@@ -12,27 +13,12 @@ namespace kel::src::text {
 
 namespace {
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 /// The four hexadecimal digits at `at`, which are known to be there.
 std::uint32_t codeUnit(std::string_view text, std::size_t at) {
     std::uint32_t unit = 0;
     for (std::size_t i = at; i < at + 4; ++i)
         unit = unit << 4 | static_cast<std::uint32_t>(hexValue(text[i]));
     return unit;
-}
-
-bool isSpace(char c) {
-    return c == ' ' || c == '\n' || c == '\r' || c == '\t';
 }
 
 /// Walks a text that is known to be JSON: it is a piece of a header that was checked as a whole, so all that
@@ -78,14 +64,14 @@ public:
             if (depth == 0) break;
         }
         std::size_t last = std::min(at, text.size());
-        while (last > first && isSpace(text[last - 1]))
+        while (last > first && isJsonSpace(text[last - 1]))
             --last;
         return text.substr(first, last - first);
     }
 
 private:
     void spaces() {
-        while (at < text.size() && isSpace(text[at]))
+        while (at < text.size() && isJsonSpace(text[at]))
             ++at;
     }
 
