@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace kel::src::detail;
+using namespace kel::src::text;
 
 std::string numberText(double value) {
     std::string text;
