@@ -30,6 +30,7 @@ using kel::scene::SceneMesh;
 namespace format = kel::src::format;
 
 using Code = ProblemCode;
+
 bool isFinite(const glm::vec3& v) {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }

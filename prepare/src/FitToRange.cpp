@@ -122,7 +122,7 @@ FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& optio
 
 using FitsByName = std::map<std::string, format::Fit>;
 
-/// Whether the rules of an earlier record are so small that a combined one stays finite. Floats need far less.
+/// Whether the rules of an earlier record are so small that a combined one stays finite. Floats need less.
 bool isCombinable(const format::Fit& fit) {
     const auto isSmall = [](double number) { return std::fabs(number) <= 1e100; };
     return std::all_of(fit.offset.begin(), fit.offset.end(), isSmall) &&

@@ -7,6 +7,7 @@
 #include <kel/mesh/QuantizeVec3.h>
 #include <kel/mesh/Transforms.h>
 #include <kel/src/MeshUtils.h>
+#include <kel/src/kernels/OctahedralNormals.h>
 
 #include <algorithm>
 #include <cmath>
@@ -64,16 +65,21 @@ double positionErrorOf(const AttributePtr& positions) {
 
 double detail::normalErrorOf(const kel::mesh::AttributeBuffer& normals, std::size_t count) {
     constexpr double DEGREES = 57.29577951308232;
+    constexpr std::size_t BLOCK = 1024; // whose codes stay in the nearest cache
+    unsigned char codes[2 * BLOCK];
     const PackedFloats values(normals);
     double largest = 0.0; // squared tangent, so that no vertex costs an arc tangent
-    for (const float* n = values.begin(); n != values.begin() + 3 * count; n += 3) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const float* n = values.data() + 3 * i;
+        if (i % BLOCK == 0) {
+            kel::src::detail::encodeNormals(reinterpret_cast<const unsigned char*>(n),
+                                            std::min(BLOCK, count - i), codes, 2);
+        }
         const double x = static_cast<double>(n[0]), y = static_cast<double>(n[1]),
                      z = static_cast<double>(n[2]);
         if (!std::isfinite(x + y + z) || (x == 0.0 && y == 0.0 && z == 0.0)) continue;
-        unsigned char code[2];
         float decoded[3];
-        kel::mesh::encodeOctahedralNormal(n, code);
-        kel::mesh::decodeOctahedralNormal(code, decoded);
+        kel::mesh::decodeOctahedralNormal(codes + 2 * (i % BLOCK), decoded);
         const double u = static_cast<double>(decoded[0]), v = static_cast<double>(decoded[1]),
                      w = static_cast<double>(decoded[2]);
         const double cx = y * w - z * v, cy = z * u - x * w, cz = x * v - y * u;

@@ -21,6 +21,7 @@ TEST(ForEachPrimitive, CallsAsOftenAsThereArePrimitivesAndUsesAsManyCornersAsItS
             std::set<std::size_t> used;
             forEachPrimitive(type, corners, [&](const std::array<std::size_t, 3>& at, std::size_t count) {
                 ++calls;
+                EXPECT_EQ(count, cornersPerPrimitive(type));
                 used.insert(at.begin(), at.begin() + count);
             });
             EXPECT_EQ(primitiveCount(type, corners), calls) << type << " of " << corners;

@@ -190,7 +190,8 @@ TEST(FitToRange, CombinesWithAnEarlierFit) {
 
 TEST(FitToRange, ReplacesARecordThatIsNone) {
     for (const std::string& text : {std::string("oops"), std::string(100000, '['), std::string("[1]"),
-                                    std::string(R"({"position":{"offset":[1e999],"scale":[1]}})")}) {
+                                    std::string(R"({"position":{"offset":[1e999],"scale":[1]}})"),
+                                    std::string(R"({"position":{"offset":[1e101],"scale":[1]}})")}) {
         auto input = fixture::inputOf({withAttribute("position", 1, {0, 1})});
         (*input.metaData[input.meshes[0]])["fit"] = text;
         EXPECT_THAT(undone(fitToRange(input), "position"), ElementsAre(0.0, 1.0));

@@ -118,6 +118,25 @@ TEST(Transform, CombinesRecords) {
               "{\"from\":\"x\",\"matrix\":[0,-6,0,0,0,-6,6,0,0],\"scale\":6,\"to\":\"z\"}");
 }
 
+TEST(Transform, ReplacesARecordThatIsNone) {
+    auto input = oneVertex();
+    for (const char* text : {"1", "{\"from\":\"y\",\"scale\":1,\"to\":\"y\"}",
+                             "{\"from\":\"w\",\"matrix\":[2,0,0,0,2,0,0,0,2],\"scale\":2,\"to\":\"y\"}"}) {
+        (*input.metaData[input.meshes[0]])["transform"] = text;
+        const auto result = transform(input, {2.0});
+        EXPECT_EQ(result.metaData.at(result.meshes[0])->at("transform"),
+                  "{\"from\":\"y\",\"matrix\":[2,0,0,0,2,0,0,0,2],\"scale\":2,\"to\":\"y\"}");
+    }
+}
+
+TEST(Transform, RefusesToCombineARecordBeyondDoubles) {
+    auto input = oneVertex();
+    (*input.metaData[input.meshes[0]])["transform"] =
+        "{\"from\":\"y\",\"matrix\":[1e308,0,0,0,1e308,0,0,0,1e308],\"scale\":1e308,\"to\":\"y\"}";
+    EXPECT_THAT([&] { transform(input, {1e10}); },
+                ThrowsMessage<std::invalid_argument>(HasSubstr("Mesh 0 (\"mesh0\"): its metadata tell of")));
+}
+
 TEST(Transform, DoesNothingWhenNothingIsAsked) {
     const auto input = oneVertex();
     const auto result = transform(input, {1.0, UpAxis::Z, UpAxis::Z});

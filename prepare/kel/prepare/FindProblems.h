@@ -45,8 +45,8 @@ struct Problems {
 };
 
 /// Finds everything about the input that its writer would wrap, clamp, leave out, store as something else,
-/// refuse, or not come back from. What passes without an error can be handed to that writer; writeChecked does
-/// both.
+/// refuse, or not come back from. What passes without an error can be handed to that writer, as writeChecked
+/// does.
 ///
 /// Reads the input only. One finding per kind and place, however many elements are at fault. Linear in
 /// vertices, indices, and bytes of metadata; needs no memory but the findings'.

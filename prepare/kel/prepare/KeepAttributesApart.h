@@ -23,9 +23,9 @@ struct ApartReport {
 /// A copy of the input that the container writer writes right: every mesh has at least the attributes of all
 /// meshes before it. Expects that the writer stores all attributes (keepStoredAttributes).
 ///
-/// The container writer keeps one map from attribute name to attribute view for a whole file. A mesh without,
-/// say, "texcoord" that comes after a mesh with it refers to that other mesh's view: values that are not its
-/// own, mostly of another count.
+/// The container writer keeps one map from attribute name to attribute view for a whole file. So a mesh
+/// without, say, "texcoord" that comes after a mesh with it refers to that other mesh's view: values that are
+/// not its own, mostly of another count.
 ///
 /// Nothing changes when the input is so already. Else meshes with fewer attributes come first; meshes with the
 /// same attributes keep their order. Where two sets of attributes do not contain each other, as with

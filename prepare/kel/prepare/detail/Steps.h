@@ -29,9 +29,9 @@ namespace kel::prepare::steps {
 
 using kel::scene::Scene;
 
-/// The order of the steps: transform, optimizeForGpu, then for the container writer keepStoredAttributes,
-/// keepAttributesApart and, for "CMP1", fitToRange; for the public writer splitForShortIndices and chooseMode.
-/// findProblems comes last.
+/// The order of the steps: transform; optimizeForGpu; for the container writer keepStoredAttributes,
+/// keepAttributesApart and, for its preset "CMP1", fitToRange; for the public writer splitForShortIndices and
+/// chooseMode; findProblems last.
 KEL_PREPARE_EXPORT void transform(Scene& scene, const TransformOptions& options);
 KEL_PREPARE_EXPORT void optimizeForGpu(Scene& scene, OptimizeReport* report = nullptr);
 KEL_PREPARE_EXPORT void splitForShortIndices(Scene& scene, const SplitOptions& options = {},
