@@ -1,7 +1,10 @@
-// Metadata keys and texts of any bytes: lines, key and text by turns, into both writers and back.
+// Metadata keys and texts of any bytes: lines, key and text by turns, into both writers and back. Each
+// text is also read as every entry that our tools give a meaning.
 
 #include <fuzz/Exercise.h>
 #include <fuzz/GoodFiles.h>
+
+#include <kel/src/format/MetadataKeys.h>
 
 #include <boost/log/core.hpp>
 
@@ -36,6 +39,28 @@ bool isUtf8(const std::string& text) {
     return true;
 }
 
+/// What was read, written again, reads as the same.
+void readAsEveryEntry(const std::string& text) {
+    namespace format = kel::src::format;
+    const std::string fit = format::fitText(format::readFit(text));
+    require(format::fitText(format::readFit(fit)) == fit, "a fit comes back");
+    if (const auto transform = format::readTransform(text)) {
+        const std::string again = format::transformText(*transform);
+        const auto read = format::readTransform(again);
+        require(read && format::transformText(*read) == again, "a transform comes back");
+    }
+    if (const auto source = format::readSource(text)) {
+        const std::string again = format::sourceText(*source);
+        const auto read = format::readSource(again);
+        require(read && format::sourceText(*read) == again, "a source comes back");
+    }
+    const auto names = format::readNames(text);
+    require(format::readNames(format::namesText(names)) == names, "names come back");
+    format::readName(text);
+    const auto count = format::readCount(text, 1000);
+    require(!count || format::readCount(std::to_string(*count), 1000) == count, "a count comes back");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -53,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         };
         while (at < text.size()) {
             const std::string key = line();
-            metadata[key] = line();
+            readAsEveryEntry(metadata[key] = line());
         }
         std::string file;
         try {
