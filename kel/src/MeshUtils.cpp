@@ -56,7 +56,7 @@ void computeBoundingBoxMinMax(std::shared_ptr<kel::mesh::AttributeBuffer> buffer
         return;
     }
     // A buffer of ours whose last element lies outside its bytes throws here, whatever the width of its elements.
-    if (elementsInMemory(*buffer, 1)) buffer->getElement(count - 1, nullptr);
+    if (count != 0 && hasKnownStorage(*buffer)) buffer->getElement(count - 1, nullptr);
     for (std::size_t i = 0; i < count; ++i) {
         ElementScratch element{};
         buffer->getElement(i, element.data());

@@ -23,15 +23,17 @@ struct ElementSpan {
     bool isPacked(std::size_t elementSize) const { return first && stride == elementSize; }
 };
 
-/// Where the first `count` elements of a buffer lie, if its exact type is one whose storage we know and all
-/// of them lie inside its bytes. A class derived from ours may answer differently, so it is read through the
-/// interface, as is any other implementation.
-inline ElementSpan elementsInMemory(const kel::mesh::AttributeBuffer& buffer, std::size_t count) {
+/// Whether a buffer's exact type is one whose storage we know. A class derived from ours may answer differently, so
+/// it is read through the interface, as is any other implementation.
+inline bool hasKnownStorage(const kel::mesh::AttributeBuffer& buffer) {
     const std::type_info& type = typeid(buffer);
-    if (type != typeid(kel::mesh::detail::DefaultAttributeBuffer) &&
-        type != typeid(kel::mesh::detail::AttributeBufferDataView)) {
-        return {};
-    }
+    return type == typeid(kel::mesh::detail::DefaultAttributeBuffer) ||
+           type == typeid(kel::mesh::detail::AttributeBufferDataView);
+}
+
+/// Where the first `count` elements of a buffer lie, if its storage is known and all of them lie inside its bytes.
+inline ElementSpan elementsInMemory(const kel::mesh::AttributeBuffer& buffer, std::size_t count) {
+    if (!hasKnownStorage(buffer)) return {};
     const auto& known = static_cast<const kel::mesh::detail::DefaultAttributeBuffer&>(buffer);
     const kel::mesh::detail::BufferData& data = *known.getBufferData();
     const std::size_t size = data.getSizeInBytes();

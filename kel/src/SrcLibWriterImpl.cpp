@@ -7,6 +7,9 @@
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/PackedAccess.h>
+#include <kel/src/format/ElementTypes.h>
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/format/MaterialParameters.h>
 #include <kel/src/kernels/OctahedralNormals.h>
 #include <kel/src/kernels/PositionCodes.h>
 
@@ -17,7 +20,6 @@
 #include <src/builder/TechniqueBuilder.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -37,8 +39,8 @@ using Doubles = std::shared_ptr<std::vector<double>>;
 using Bytes = std::unique_ptr<unsigned char[]>;
 
 constexpr const char* SOURCE_FILE = "kel/src/SrcLibWriterImpl";
-// What the log names as the function: a fixed text, so that filters in the field keep matching whatever
-// compiler built the library.
+// What the log names as the function. A fixed text, because a compiler's own spelling differs from one compiler to
+// the next, and filters match this one.
 constexpr const char* DRIVER_FUNCTION =
     "void kel::src::detail::writeMeshSrcTemplate(const std::vector<std::shared_ptr<kel::mesh::Mesh> >&, "
     "const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<std::map<std::basic_string<char>, "
@@ -60,10 +62,6 @@ std::size_t arraySize(std::size_t count, std::size_t elementSize) {
     std::size_t bytes = 0;
     if (__builtin_mul_overflow(count, elementSize, &bytes)) throw std::bad_array_new_length();
     return bytes;
-}
-
-std::size_t declaredSize(::src::ComponentType type) {
-    return type <= ::src::UNSIGNED_BYTE ? 1 : type <= ::src::UNSIGNED_SHORT ? 2 : 4;
 }
 
 // ---- Indices ---------------------------------------------------------------------------------------------
@@ -107,7 +105,8 @@ void addAttributeAsStored(const AttributeBuffer& buffer, ::src::builder::MeshBui
     const std::size_t components = buffer.getComponentCountPerElement();
     // The builder knows the array's length by this description only. A buffer whose own element size falls
     // short of it would have the builder read past the end.
-    const std::size_t declared = arraySize(count, arraySize(components, declaredSize(type)));
+    const std::size_t componentSize = format::componentType(type)->bytes;
+    const std::size_t declared = arraySize(count, arraySize(components, componentSize));
     if (declared > size) {
         Bytes longer(new unsigned char[declared]());
         std::copy_n(bytes.get(), size, longer.get());
@@ -211,11 +210,12 @@ public:
     unsigned char* getData() override { return bytes.get(); }
     const unsigned char* getData() const override { return bytes.get(); }
     std::size_t getSizeInBytes() const override { return size; }
-    /// transformAttributes asks for the size that is already there.
+    /// Only ever grows: where there are fewer normals than positions, transformAttributes asks for less than the
+    /// positions fill.
     void resize(std::size_t newSize) override {
-        if (newSize == size) return;
+        if (newSize <= size) return;
         Bytes resized(new unsigned char[newSize]());
-        std::copy_n(bytes.get(), std::min(size, newSize), resized.get());
+        std::copy_n(bytes.get(), size, resized.get());
         bytes = std::move(resized);
         size = newSize;
     }
@@ -242,7 +242,8 @@ void packPositions(const std::shared_ptr<AttributeBuffer>& positions, const Quan
                                    kel::mesh::quantizeVec3<float, unsigned short>(box.min, box.max));
 }
 
-/// Encodes as many normals as there are vertices or, if fewer, normals.
+/// Encodes the normals. Where there are fewer than vertices, the other vertices keep their zeros; where there are
+/// more, the bytes grow beyond the vertices.
 void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t vertexCount,
                  const std::shared_ptr<VertexBytes>& vertices) {
 #if KELSRC_BUNDLED_MESH
@@ -251,23 +252,19 @@ void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t ve
                       PACKED_VERTEX_BYTES);
         return;
     }
+#else
+    static_cast<void>(vertexCount);
 #endif
     const auto view = std::make_shared<kel::mesh::detail::AttributeBufferDataView>(
         kel::mesh::UNSIGNED_BYTE, 2, PACKED_VERTEX_BYTES, NORMAL_OFFSET, vertices, "nor2ub_oct");
-    const auto encode = kel::mesh::quantizeNormals();
-    const std::size_t normalCount = normals->getElementCount();
-    if (normalCount == vertexCount) {
-        kel::mesh::transformAttributes(normals, view, encode);
-        return;
-    }
-    // transformAttributes would give the vertices the length of the normals.
-    std::array<float, 3> normal;
-    std::array<unsigned char, 2> code;
-    for (std::size_t i = 0; i < std::min(normalCount, vertexCount); ++i) {
-        normals->getElement(i, normal.data());
-        encode(normal.data(), code.data());
-        view->setElement(i, code.data());
-    }
+    kel::mesh::transformAttributes(normals, view, kel::mesh::quantizeNormals());
+}
+
+/// Whether a buffer may hold positions. One of ours that does not hold three floats is refused; a foreign one is not
+/// asked, and its elements are read as three floats.
+bool mayHoldPositions(const std::shared_ptr<AttributeBuffer>& buffer) {
+    if (!buffer) return false;
+    return !hasKnownStorage(*buffer) || isAttributeVec3f(buffer);
 }
 
 std::string jsonValueText(const std::map<std::string, std::string>& values) {
@@ -287,11 +284,6 @@ std::string jsonValueText(const std::map<std::string, std::string>& values) {
     text += '}';
     return text;
 }
-
-// The parameters of the standard technique and the attributes of a classic material.
-constexpr std::pair<const char*, const char*> PARAMETER_ATTRIBUTES[] = {
-    {"ambientIntensity", "ambient"}, {"shininess", "shininess"},    {"transparency", "transparency"},
-    {"diffuseColor", "diffuse"},     {"specularColor", "specular"}, {"emissiveColor", "emissive"}};
 
 } // namespace
 
@@ -342,7 +334,7 @@ void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
     }
     const auto positions = mesh->getAttributeBuffer(DEFAULT_POSITIONS_NAME);
     const auto normals = mesh->getAttributeBuffer(DEFAULT_NORMALS_NAME);
-    if (!isAttributeVec3f(positions)) {
+    if (!mayHoldPositions(positions)) {
         throw std::invalid_argument("A mesh with normals but without positions of three floats cannot be "
                                     "written with positions and normals compressed: give it an attribute "
                                     "\"position\" of three floats or write it uncompressed.");
@@ -362,7 +354,7 @@ void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
     offset->push_back(0.0);
     const auto view = builder->addAttributeView(bufferView, 0, PACKED_VERTEX_BYTES, ::src::UNSIGNED_SHORT, 4,
                                                 count, offset, scale);
-    meshBuilder->addAttribute("pos3us_nor2ub_oct", view);
+    meshBuilder->addAttribute(std::string(format::COMBINED_POSITION_NORMAL), view);
     box.setBounds(*meshBuilder);
 }
 
@@ -374,11 +366,13 @@ std::shared_ptr<::src::Material> createSrcMaterial(std::shared_ptr<kel::material
     if (!std::dynamic_pointer_cast<kel::material::MaterialClassic>(material)) return {};
     const auto materialBuilder = ::src::builder::MaterialBuilder::create(name, technique);
     for (const auto& parameter : technique->getParameters()) {
-        const auto row = std::find_if(std::begin(PARAMETER_ATTRIBUTES), std::end(PARAMETER_ATTRIBUTES),
-                                      [&](const auto& pair) { return parameter.first == pair.first; });
-        if (row == std::end(PARAMETER_ATTRIBUTES)) continue;
-        if (!material->getDescription()->hasAttribute(row->second)) continue;
-        const auto values = material->getAttribute(row->second);
+        const auto row =
+            std::find_if(std::begin(format::MATERIAL_PARAMETERS), std::end(format::MATERIAL_PARAMETERS),
+                         [&](const auto& known) { return parameter.first == known.name; });
+        if (row == std::end(format::MATERIAL_PARAMETERS)) continue;
+        const std::string attribute(row->attribute);
+        if (!material->getDescription()->hasAttribute(attribute)) continue;
+        const auto values = material->getAttribute(attribute);
         materialBuilder->addParameterValue(parameter.first,
                                            std::vector<double>(values.begin(), values.end()));
     }
@@ -392,7 +386,11 @@ processMaterials(SrcBuilderPtr& builder,
     builder->addTechnique(technique);
     std::map<std::shared_ptr<kel::material::Material>, std::shared_ptr<::src::Material>> table;
     for (const auto& material : materials) {
-        const std::string name = material ? "mat" + std::to_string(material->identifier) : std::string();
+        std::string name;
+        if (material) {
+            name = format::id_prefix::PUBLIC_MATERIAL;
+            name += std::to_string(material->identifier);
+        }
         const auto srcMaterial = createSrcMaterial(material, technique, name);
         table.emplace_hint(table.end(), material, srcMaterial);
         builder->addMaterial(srcMaterial);
@@ -423,8 +421,9 @@ void writeMeshSrcTemplate(
         const auto indexView = addIndexView(*mesh, *builder);
         const auto type = static_cast<std::uint32_t>(mesh->getPrimitiveType());
         const auto primitive = static_cast<::src::PrimitiveType>(type >= 1 && type <= 6 ? type : 0);
-        MeshBuilderPtr meshBuilder =
-            ::src::builder::MeshBuilder::create("mesh" + std::to_string(position), indexView, primitive);
+        std::string name(format::id_prefix::PUBLIC_MESH);
+        name += std::to_string(position);
+        MeshBuilderPtr meshBuilder = ::src::builder::MeshBuilder::create(name, indexView, primitive);
         ++position;
         createMesh(mesh, meshBuilder, builder);
 
@@ -436,9 +435,8 @@ void writeMeshSrcTemplate(
             addStatisticsMetaData(mesh, meta->second);
             meshBuilder->setMetaJsonString(jsonValueText(*meta->second));
         } else {
-            BOOST_LOG_SEV(*logging::Logger::getBoostLogger(__LINE__, DRIVER_FUNCTION, SOURCE_FILE),
-                          boost::log::trivial::error)
-                << "Missing meta data";
+            const auto logger = logging::Logger::getBoostLogger(__LINE__, DRIVER_FUNCTION, SOURCE_FILE);
+            BOOST_LOG_SEV(*logger, boost::log::trivial::error) << "Missing meta data";
         }
         builder->addMesh(meshBuilder->build());
     }

@@ -2,6 +2,7 @@
 #include <kel/mesh/Transforms.h>
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -41,7 +42,8 @@ void transformAttributes(std::shared_ptr<AttributeBuffer> source, std::shared_pt
                          std::function<void(void*, void*)> transform) {
     const std::size_t count = source->getElementCount();
     target->resize(count);
-    std::vector<unsigned char> from(source->getElementSizeInBytes());
+    // Transforms of positions and normals read three floats, also from a source whose elements are shorter.
+    std::vector<unsigned char> from(std::max(source->getElementSizeInBytes(), 4 * sizeof(float)));
     std::vector<unsigned char> to(target->getElementSizeInBytes());
     for (std::size_t i = 0; i < count; ++i) {
         source->getElement(i, from.data());

@@ -5,6 +5,8 @@
 
 #include "TextBlocks_p.h"
 
+#include <kel/src/format/ElementTypes.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +30,7 @@ inline OwnedArray takeArray(void* data) {
     return OwnedArray(static_cast<unsigned char*>(data));
 }
 
-constexpr std::size_t MAX_COMPONENTS = 4;
+using kel::src::format::MAX_COMPONENTS;
 
 // What callers hold of views: their number and the document that they belong to. The document keeps no
 // handle, so those of one mesh are gone, and their memory warm, when the next mesh comes.

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <kel/src/format/HeaderEmitter.h>
 #include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/StreamSink.h>
 
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <string>
@@ -10,13 +11,16 @@
 
 namespace src {
 
+using HeaderEntries = kel::src::format::HeaderEntries<kel::src::format::SeventeenDigits>;
+
+template<typename Sink>
+using HeaderEmitter = kel::src::format::HeaderEmitter<Sink, kel::src::format::SeventeenDigits>;
+
 /// "prefix12", with the quotes.
 inline void appendId(std::string& text, std::string_view prefix, std::size_t number) {
-    char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, number);
     text += '"';
     text += prefix;
-    text.append(digits, end.ptr);
+    kel::src::text::StringSink(text).appendNumber(number);
     text += '"';
 }
 
@@ -35,7 +39,7 @@ inline std::string faultOf(std::string_view field, const double* values, std::si
 /// A field of numbers, which must be finite.
 inline void appendField(std::string& text, std::string_view field, const double* values, std::size_t count) {
     kel::src::text::appendJsonString(text, field);
-    kel::src::text::appendArrayMember(text, ":", values, count);
+    HeaderEntries::numbers(text, ":", values, count);
 }
 
 } // namespace src

@@ -69,10 +69,10 @@ void MeshBuilder::setMetaJsonString(const std::string& text) {
     std::string meta;
     meta.reserve(text.size());
     if (const auto check = kel::src::text::appendCompactObject(meta, text, MAX_DEPTH); !check) {
-        BOOST_LOG_SEV(*logging::Logger::getBoostLogger(
-                          __LINE__, "void src::builder::MeshBuilder::setMetaJsonString(const std::string&)",
-                          "platform/src/MeshBuilder"),
-                      boost::log::trivial::warning)
+        const auto logger = logging::Logger::getBoostLogger(
+            __LINE__, "void src::builder::MeshBuilder::setMetaJsonString(const std::string&)",
+            "platform/src/MeshBuilder");
+        BOOST_LOG_SEV(*logger, boost::log::trivial::warning)
             << "Metadata of mesh \"" << mesh->name
             << "\" is not a JSON object: " << kel::src::text::sentenceOf(check.fault) << " at byte "
             << check.at << ". The text is kept as one string; give each value as JSON, texts in quotes.";

@@ -10,24 +10,18 @@
 
 namespace src::builder {
 
+namespace format = kel::src::format;
+
 namespace {
 
 std::uint64_t sizeInBytes(ComponentType type) {
-    switch (type) {
-    case BYTE:
-    case UNSIGNED_BYTE:
-        return 1;
-    case SHORT:
-    case UNSIGNED_SHORT:
-        return 2;
-    case INT:
-    case UNSIGNED_INT:
-    case FLOAT:
-        return 4;
+    const auto* row = format::componentType(type);
+    if (!row) {
+        throw std::invalid_argument("A view cannot have the component type " +
+                                    std::to_string(static_cast<std::uint32_t>(type)) +
+                                    ": types are 5120 to 5126.");
     }
-    throw std::invalid_argument("A view cannot have the component type " +
-                                std::to_string(static_cast<std::uint32_t>(type)) +
-                                ": types are 5120 to 5126.");
+    return row->bytes;
 }
 
 std::uint64_t elementSize(ComponentType type, std::uint64_t components) {
@@ -111,48 +105,36 @@ std::shared_ptr<AttributeView> append(Src& document, AttributeEntry entry, std::
 std::string faultOf(const Src& document, const Mesh& mesh) {
     for (const auto& [name, view] : mesh.attributes) {
         const AttributeEntry& entry = document.attributeViews[view->number];
-        std::string fault = src::faultOf("decodeOffset", entry.decodeOffset, entry.components);
-        if (fault.empty()) fault = src::faultOf("decodeScale", entry.decodeScale, entry.components);
+        std::string fault = src::faultOf(format::key::DECODE_OFFSET, entry.decodeOffset, entry.components);
+        if (fault.empty())
+            fault = src::faultOf(format::key::DECODE_SCALE, entry.decodeScale, entry.components);
         if (!fault.empty()) return "Mesh \"" + mesh.name + "\", attribute \"" + name + "\": " + fault;
     }
-    std::string fault = src::faultOf("bboxCenter", mesh.bboxCenter, 3);
-    if (fault.empty()) fault = src::faultOf("bboxSize", mesh.bboxSize, 3);
+    std::string fault = src::faultOf(format::key::BBOX_CENTER, mesh.bboxCenter, 3);
+    if (fault.empty()) fault = src::faultOf(format::key::BBOX_SIZE, mesh.bboxSize, 3);
     return fault.empty() ? fault : "Mesh \"" + mesh.name + "\", bounds of its positions: " + fault;
 }
 
 void appendHead(std::string& text, const Mesh& mesh) {
-    text += "{\"attributes\":{";
-    bool first = true;
-    for (const auto& [name, view] : mesh.attributes) {
-        if (!first) text += ',';
-        first = false;
-        kel::src::text::appendJsonString(text, name);
-        text += ':';
-        appendId(text, "attributeView", view->number);
-    }
-    text += "},";
-    if (mesh.hasBounds) {
-        appendField(text, "bboxCenter", mesh.bboxCenter, 3);
-        text += ',';
-        appendField(text, "bboxSize", mesh.bboxSize, 3);
-        text += ',';
-    }
-    text += "\"indices\":";
-    if (mesh.indices) {
-        appendId(text, "indexView", mesh.indices->number);
-    } else {
-        text += "\"\"";
-    }
-    text += ",\"material\":";
+    HeaderEntries::meshHead(
+        text, mesh.attributes,
+        [](std::string& id, const auto& view) {
+            appendId(id, format::id_prefix::ATTRIBUTE_VIEW, view->number);
+        },
+        mesh.hasBounds ? mesh.bboxCenter : nullptr, mesh.hasBounds ? mesh.bboxSize : nullptr,
+        [&](std::string& id) {
+            if (mesh.indices) {
+                appendId(id, format::id_prefix::INDEX_VIEW, mesh.indices->number);
+            } else {
+                id += "\"\"";
+            }
+        });
 }
 
 void appendTail(std::string& text, const Mesh& mesh) {
-    if (!mesh.meta.empty()) {
-        text += ",\"meta\":";
-        text += mesh.meta;
-    }
-    kel::src::text::appendMember(text, ",\"primitive\":", mesh.primitive);
-    text += '}';
+    kel::src::text::StringSink sink(text);
+    HeaderEmitter<kel::src::text::StringSink>(sink).meshTail(
+        !mesh.meta.empty(), [&] { text += mesh.meta; }, mesh.primitive);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <kel/src/text/TextOrder.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <deque>
@@ -19,8 +20,9 @@ namespace src {
 
 namespace {
 
+namespace id_prefix = kel::src::format::id_prefix;
+namespace key = kel::src::format::key;
 using kel::src::text::appendJsonString;
-using kel::src::text::appendMember;
 
 /// IDs for objects in the order of their claim to their name: the first keeps it, the others get a number.
 class DistinctIds {
@@ -58,71 +60,63 @@ bool areNumbered(const std::deque<MeshEntry>& meshes) {
 class HeaderWriter {
 public:
     explicit HeaderWriter(const Src& document)
-        : document(document), materialNames(document.materials.size()) {}
+        : document(document), materialNames(document.materials.size()) {
+        constexpr double ZEROS[MAX_COMPONENTS] = {}, ONES[MAX_COMPONENTS] = {1, 1, 1, 1};
+        for (std::size_t i = 0; i < MAX_COMPONENTS; ++i)
+            HeaderEntries::decodeVectors(neutralDecode[i], ZEROS, ONES, i + 1);
+    }
 
-    /// Keys in ascending byte order, on every level.
     TextBlocks run() {
         nameMaterials();
-        header.end() += "{\"accessors\":{\"attributeViews\":{";
-        numbered("attributeView", document.attributeViews.size(),
-                 [&](std::string& text, std::size_t i) { attributeView(text, i); });
-        header.end() += "},\"indexViews\":{";
-        numbered("indexView", document.indexViews.size(),
-                 [&](std::string& text, std::size_t i) { indexView(text, document.indexViews[i]); });
-        header.end() += "}},\"bufferChunks\":{";
-        numbered("chunk", document.chunks.size(), [&](std::string& text, std::size_t i) {
-            appendMember(text, "{\"byteLength\":", static_cast<double>(document.chunks[i].byteLength));
-            appendMember(text, ",\"byteOffset\":", static_cast<double>(document.chunks[i].byteOffset));
-            text += '}';
-        });
-        header.end() += "},\"bufferViews\":{";
-        numbered("bufferView", document.chunks.size(), [&](std::string& text, std::size_t i) {
-            appendMember(text, "{\"byteLength\":", static_cast<double>(document.chunks[i].byteLength));
-            text += ",\"chunks\":[";
-            appendId(text, "chunk", i);
-            text += "]}";
-        });
-        header.end() += "},\"materials\":{";
-        keyed(materialIds, [&](std::string& text, std::size_t i) { text += materialTexts[i]; });
-        header.end() += "},\"meshes\":{";
-        meshes();
-        header.end() += "},\"meta\":{},\"techniques\":{";
-        std::vector<std::string_view> techniqueIds;
-        for (const auto& technique : document.techniques)
-            techniqueIds.push_back(technique->getId());
-        keyed(techniqueIds,
-              [&](std::string& text, std::size_t i) { parameters(text, *document.techniques[i]); });
-        header.end() += "},\"textureViews\":{},\"textures\":{}}";
+        emit.header(
+            [&] {
+                numbered(id_prefix::ATTRIBUTE_VIEW, document.attributeViews.size(),
+                         [&](std::size_t i) { attributeView(i); });
+            },
+            [&] {
+                numbered(id_prefix::INDEX_VIEW, document.indexViews.size(), [&](std::size_t i) {
+                    const IndexEntry& view = document.indexViews[i];
+                    emit.indexView([&] { emit.id(id_prefix::BUFFER_VIEW, view.bufferView); },
+                                   {0, 0, view.count, view.type, 1});
+                });
+            },
+            [&] {
+                numbered(id_prefix::CHUNK, document.chunks.size(), [&](std::size_t i) {
+                    emit.chunk(document.chunks[i].byteLength, document.chunks[i].byteOffset);
+                });
+            },
+            [&] {
+                numbered(id_prefix::BUFFER_VIEW, document.chunks.size(), [&](std::size_t i) {
+                    emit.bufferView(document.chunks[i].byteLength, static_cast<std::uint32_t>(i), 1);
+                });
+            },
+            [&] {
+                keyed(materialIds, [&](std::size_t i) { header.append(std::string_view(materialTexts[i])); });
+            },
+            [&] { meshes(); }, [&] { header.append(std::string_view("{}")); }, [&] { techniques(); });
         return std::move(header);
     }
 
 private:
-    template<typename Append>
-    void numbered(std::string_view prefix, std::size_t count, Append appendEntry) {
-        bool first = true;
-        kel::src::text::inTextOrder(count, [&](std::size_t i) {
-            std::string& text = header.end();
-            if (!first) text += ',';
-            first = false;
-            appendId(text, prefix, i);
-            text += ':';
-            appendEntry(text, i);
-        });
+    template<typename EmitEntry>
+    void numbered(std::string_view prefix, std::size_t count, const EmitEntry& emitEntry) {
+        emit.numbered(
+            prefix,
+            [&](const auto& visit) {
+                kel::src::text::inTextOrder(count, [&](std::size_t i) { visit(i, i); });
+            },
+            emitEntry);
     }
 
-    template<typename Append>
-    void keyed(const std::vector<std::string_view>& ids, Append appendEntry) {
+    template<typename EmitEntry>
+    void keyed(const std::vector<std::string_view>& ids, const EmitEntry& emitEntry) {
         std::vector<std::size_t> order(ids.size());
         std::iota(order.begin(), order.end(), std::size_t(0));
         std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return ids[a] < ids[b]; });
         bool first = true;
         for (const std::size_t i : order) {
-            std::string& text = header.end();
-            if (!first) text += ',';
-            first = false;
-            appendJsonString(text, ids[i]);
-            text += ':';
-            appendEntry(text, i);
+            emit.entryId(first, ids[i]);
+            emitEntry(i);
         }
     }
 
@@ -130,46 +124,26 @@ private:
         if (!fault.empty()) throw std::overflow_error(whose + ": " + fault);
     }
 
-    void attributeView(std::string& text, std::size_t number) const {
-        constexpr const char* ENDS[MAX_COMPONENTS] = {",\"type\":\"SCALAR\"}", ",\"type\":\"VEC2\"}",
-                                                      ",\"type\":\"VEC3\"}", ",\"type\":\"VEC4\"}"};
-        constexpr const char* NEUTRAL[MAX_COMPONENTS] = {
-            ",\"decodeOffset\":[0],\"decodeScale\":[1]", ",\"decodeOffset\":[0,0],\"decodeScale\":[1,1]",
-            ",\"decodeOffset\":[0,0,0],\"decodeScale\":[1,1,1]",
-            ",\"decodeOffset\":[0,0,0,0],\"decodeScale\":[1,1,1,1]"};
+    void attributeView(std::size_t number) {
         const AttributeEntry& view = document.attributeViews[number];
-        text += "{\"bufferView\":";
-        appendId(text, "bufferView", view.bufferView);
-        appendMember(text, ",\"byteOffset\":", static_cast<double>(view.byteOffset));
-        appendMember(text, ",\"byteStride\":", static_cast<double>(view.byteStride));
-        appendMember(text, ",\"componentType\":", view.type);
-        appendMember(text, ",\"count\":", static_cast<double>(view.count));
+        std::string_view decode = neutralDecode[view.components - 1];
         if (view.hasDecode) {
             const std::string whose = "Attribute view " + std::to_string(number) + ", of no mesh";
-            refuse(whose, faultOf("decodeOffset", view.decodeOffset, view.components));
-            refuse(whose, faultOf("decodeScale", view.decodeScale, view.components));
-            text += ',';
-            appendField(text, "decodeOffset", view.decodeOffset, view.components);
-            text += ',';
-            appendField(text, "decodeScale", view.decodeScale, view.components);
-        } else {
-            text += NEUTRAL[view.components - 1];
+            refuse(whose, faultOf(key::DECODE_OFFSET, view.decodeOffset, view.components));
+            refuse(whose, faultOf(key::DECODE_SCALE, view.decodeScale, view.components));
+            scratch.clear();
+            HeaderEntries::decodeVectors(scratch, view.decodeOffset, view.decodeScale, view.components);
+            decode = scratch;
         }
-        text += ENDS[view.components - 1];
-    }
-
-    static void indexView(std::string& text, const IndexEntry& view) {
-        text += "{\"bufferView\":";
-        appendId(text, "bufferView", view.bufferView);
-        text += ",\"byteOffset\":0";
-        appendMember(text, ",\"componentType\":", view.type);
-        appendMember(text, ",\"count\":", static_cast<double>(view.count));
-        text += '}';
+        emit.attributeView([&] { emit.id(id_prefix::BUFFER_VIEW, view.bufferView); },
+                           {view.byteOffset, view.byteStride, view.count, view.type, view.components},
+                           decode);
     }
 
     void meshes() {
-        const auto append = [&](std::string& text, std::size_t i) {
+        const auto emitMesh = [&](std::size_t i) {
             const MeshEntry& entry = document.meshes[i];
+            std::string& text = header.end();
             text += document.meshTexts.at(entry.head);
             appendJsonString(text, entry.material == NO_MATERIAL ? "" : materialIds[entry.material]);
             text += document.meshTexts.at(entry.tail);
@@ -179,7 +153,7 @@ private:
             const std::string& first = document.meshes.front().name;
             std::string prefix;
             appendJsonString(prefix, std::string_view(first).substr(0, first.size() - 1));
-            numbered(std::string_view(prefix).substr(1, prefix.size() - 2), document.meshes.size(), append);
+            numbered(std::string_view(prefix).substr(1, prefix.size() - 2), document.meshes.size(), emitMesh);
             return;
         }
         DistinctIds names(document.meshes.size());
@@ -187,42 +161,52 @@ private:
         ids.reserve(document.meshes.size());
         for (const MeshEntry& entry : document.meshes)
             ids.push_back(names.claim(entry.name));
-        keyed(ids, append);
+        keyed(ids, emitMesh);
     }
 
     static std::string materialText(const Material& material) {
-        std::string text = "{\"instanceTechnique\":{";
-        appendMember(text, "\"technique\":", material.technique->getId());
-        text += ",\"values\":{";
-        bool first = true;
-        for (const auto& [name, values] : material.values) {
-            if (!first) text += ',';
-            first = false;
-            refuse("Material \"" + material.name + "\"", faultOf(name, values.data(), values.size()));
-            // Arrays even for a scalar: readers tell a material's values from a technique's defaults by it.
-            appendField(text, name, values.data(), values.size());
-        }
-        text += "}}}";
+        std::string text;
+        HeaderEntries::material(text, material.technique->getId(), [&](std::string& values) {
+            char separator = '{';
+            for (const auto& [name, numbers] : material.values) {
+                values += separator;
+                separator = ',';
+                refuse("Material \"" + material.name + "\"", faultOf(name, numbers.data(), numbers.size()));
+                // Arrays even for a scalar: readers tell a material's values from a technique's defaults by it.
+                appendField(values, name, numbers.data(), numbers.size());
+            }
+            values += separator == '{' ? "{}" : "}";
+        });
         return text;
     }
 
+    void techniques() {
+        std::vector<std::string_view> ids;
+        for (const auto& technique : document.techniques)
+            ids.push_back(technique->getId());
+        keyed(ids, [&](std::size_t i) {
+            HeaderEntries::technique(header.end(),
+                                     [&](std::string& text) { parameters(text, *document.techniques[i]); });
+        });
+    }
+
     static void parameters(std::string& text, const Technique& technique) {
-        text += "{\"parameters\":{";
-        bool first = true;
+        char separator = '{';
         for (const auto& [name, values] : technique.getParameters()) {
-            if (!first) text += ',';
-            first = false;
+            text += separator;
+            separator = ',';
             refuse("Technique \"" + technique.getId() + "\"", faultOf(name, values.data(), values.size()));
             appendJsonString(text, name);
-            text += ":{";
+            text += ':';
             if (values.size() == 1) {
-                appendMember(text, "\"value\":", values[0]);
+                kel::src::text::appendMember(text, kel::src::format::FIRST_KEY<key::VALUE>, values[0]);
             } else {
-                appendField(text, "value", values.data(), values.size());
+                HeaderEntries::numbers(text, kel::src::format::FIRST_KEY<key::VALUE>, values.data(),
+                                       values.size());
             }
             text += '}';
         }
-        text += "}}";
+        text += separator == '{' ? "{}" : "}";
     }
 
     /// By first use and then by content, so that the order in which a caller's set of pointers happened to
@@ -245,6 +229,10 @@ private:
 
     const Src& document;
     TextBlocks header;
+    HeaderEmitter<TextBlocks> emit{header};
+    std::string scratch;
+    /// The decode vectors of views that have none: offset 0 and scale 1, by number of components.
+    std::array<std::string, MAX_COMPONENTS> neutralDecode;
     DistinctIds materialNames;
     std::vector<std::string_view> materialIds;
     std::vector<std::string> materialTexts;
@@ -269,9 +257,7 @@ void SrcWriter::write(std::shared_ptr<Src> document, std::ostream& out) {
     }
 
     kel::src::text::StreamSink sink(out);
-    sink.appendUint32(23);
-    sink.appendUint32(42);
-    sink.appendUint32(header.size());
+    sink.append(kel::src::format::PreambleBytes(header.size()).text());
     for (const std::string& block : header.all())
         sink.append(std::string_view(block));
     for (const Chunk& chunk : document->chunks) {

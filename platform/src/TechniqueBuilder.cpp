@@ -2,16 +2,20 @@
 
 #include <src/Technique.h>
 
+#include <kel/src/format/MaterialParameters.h>
+
+#include <utility>
+
 namespace src::builder {
 
+namespace format = kel::src::format;
+
 std::shared_ptr<Technique> TechniqueBuilder::createStandardTechnique() {
-    return std::make_shared<Technique>("x3dStandardMaterialTechnique",
-                                       Technique::Parameters{{"ambientIntensity", {0.2}},
-                                                             {"diffuseColor", {0.8, 0.8, 0.8}},
-                                                             {"emissiveColor", {0.0, 0.0, 0.0}},
-                                                             {"shininess", {0.2}},
-                                                             {"specularColor", {0.0, 0.0, 0.0}},
-                                                             {"transparency", {0.0}}});
+    Technique::Parameters parameters;
+    for (const auto& parameter : format::MATERIAL_PARAMETERS) {
+        parameters.emplace(parameter.name, std::vector<double>(parameter.components, parameter.defaultValue));
+    }
+    return std::make_shared<Technique>(std::string(format::STANDARD_TECHNIQUE), std::move(parameters));
 }
 
 } // namespace src::builder

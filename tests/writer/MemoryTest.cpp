@@ -1,5 +1,6 @@
 // Runs the writer out of memory at every single allocation. Whatever was handed over by then must be freed
 // once: the count below and, in the sanitizing build, the sanitizer watch.
+#include "support/FailingMemory.h"
 #include "support/LogCapture.h"
 #include "support/Meshes.h"
 
@@ -7,61 +8,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <sstream>
 
 namespace {
 
-long allocationsLeft = -1; // -1: as many as asked for
-long living = 0;
-
-void* allocate(std::size_t size) {
-    if (allocationsLeft == 0) throw std::bad_alloc();
-    if (allocationsLeft > 0) --allocationsLeft;
-    void* bytes = std::malloc(size == 0 ? 1 : size);
-    if (!bytes) throw std::bad_alloc();
-    ++living;
-    return bytes;
-}
-
-void release(void* bytes) noexcept {
-    if (!bytes) return;
-    --living;
-    std::free(bytes);
-}
-
-} // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void operator delete(void* bytes) noexcept {
-    release(bytes);
-}
-void operator delete(void* bytes, std::size_t) noexcept {
-    release(bytes);
-}
-void operator delete[](void* bytes) noexcept {
-    release(bytes);
-}
-void operator delete[](void* bytes, std::size_t) noexcept {
-    release(bytes);
-}
-
-namespace {
-
 using kel::src::SrcWriter;
+using kel::tests::allocationsLeft;
+using kel::tests::livingAllocations;
 
 /// Takes every byte and, unlike a string stream, no memory.
 class NullBuffer : public std::streambuf {
@@ -85,7 +38,7 @@ TEST(WriterMemory, EveryAllocationMayFailAndNothingIsLost) {
          {SrcWriter::UNCOMPRESSED, SrcWriter::POSITION_COMPRESSED, SrcWriter::POSITION_NORMAL_COMPRESSED}) {
         std::ostream out(&buffer);
         SrcWriter::write(input, out, mode); // fills the maps, and whatever is made once
-        const long before = living;
+        const long before = livingAllocations;
         long failures = 0;
         for (bool done = false; !done; ++failures) {
             allocationsLeft = failures;
@@ -95,7 +48,7 @@ TEST(WriterMemory, EveryAllocationMayFailAndNothingIsLost) {
             } catch (const std::bad_alloc&) {
             }
             allocationsLeft = -1;
-            ASSERT_EQ(living, before) << "after " << failures << " allocations in mode " << mode;
+            ASSERT_EQ(livingAllocations, before) << "after " << failures << " allocations in mode " << mode;
         }
         EXPECT_GT(failures, 100);
     }

@@ -2,6 +2,8 @@
 
 #include <kel/mesh/PrimitiveType.h>
 #include <kel/src/format/ElementTypes.h>
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/format/HeaderEmitter.h>
 #include <kel/src/text/JsonWriter.h>
 #include <kel/src/text/StreamSink.h>
 #include <kel/src/text/TextOrder.h>
@@ -22,31 +24,29 @@ constexpr std::size_t STORE_BLOCK_BYTES = 512 * 1024;
 // From this size on a chunk gets memory of its own, so that bytes that were given away are never copied.
 constexpr std::size_t OWN_CHUNK_BYTES = 32 * 1024;
 
-std::string numberedId(const char* prefix, std::uint32_t number) {
-    return prefix + std::to_string(number);
+using Entries = format::HeaderEntries<format::SeventeenDigits>;
+
+std::string numberedId(std::string_view prefix, std::uint32_t number) {
+    return std::string(prefix) + std::to_string(number);
 }
 
-/// A size as a header number: a double, and so not exact from 2^53 on.
-template<typename Sink>
-void emitSize(Sink& sink, std::string_view keyWithColon, std::uint64_t size) {
-    sink.append(keyWithColon);
-    if (size < std::uint64_t(1) << 53) {
-        sink.appendNumber(size);
-    } else {
-        std::string text;
-        text::appendJsonNumber(text, static_cast<double>(size));
-        sink.append(std::string_view(text));
-    }
+/// Room for one element more, so that adding it cannot fail. Grows as push_back does: reserve alone would grow by
+/// one element each time.
+template<typename Element>
+void makeRoomForOne(std::vector<Element>& elements) {
+    if (elements.size() == elements.capacity())
+        elements.reserve(std::max<std::size_t>(8, 2 * elements.size()));
 }
 
-template<typename Sink>
-void emitKey(Sink& sink, bool& first, std::string& scratch, std::string_view id) {
-    if (!first) sink.append(',');
-    first = false;
-    scratch.clear();
-    text::appendJsonString(scratch, id);
-    scratch += ':';
-    sink.append(std::string_view(scratch));
+/// A key that sorts numbers as their decimal texts sort: the digits from the left, and then how many they are.
+std::pair<std::uint64_t, std::uint32_t> textOrderOf(std::uint32_t number) {
+    constexpr std::uint64_t TEN_DIGITS_END = 10000000000;
+    if (number == 0) return {0, 1};
+    std::uint64_t digits = number;
+    std::uint32_t length = 10;
+    for (; 10 * digits < TEN_DIGITS_END; digits *= 10)
+        --length;
+    return {digits, length};
 }
 
 } // namespace
@@ -54,6 +54,7 @@ void emitKey(Sink& sink, bool& first, std::string& scratch, std::string_view id)
 const char* ShapeResourceContainer::BlockStore::keep(const void* bytes, std::size_t size) {
     if (size > freeBytes) {
         const std::size_t blockSize = std::max(STORE_BLOCK_BYTES, size);
+        makeRoomForOne(blocks);
         blocks.emplace_back(new char[blockSize]);
         free = blocks.back().get();
         freeBytes = blockSize;
@@ -66,10 +67,46 @@ const char* ShapeResourceContainer::BlockStore::keep(const void* bytes, std::siz
 }
 
 template<typename Entry>
+bool ShapeResourceContainer::NumberedSection<Entry>::continuesLastRun(std::uint32_t number) const {
+    return !runs.empty() && runs.back().number + (entries.size() - runs.back().place) == number;
+}
+
+template<typename Entry>
+void ShapeResourceContainer::NumberedSection<Entry>::makeRoom(std::uint32_t number) {
+    makeRoomForOne(entries);
+    if (!continuesLastRun(number)) makeRoomForOne(runs);
+}
+
+template<typename Entry>
 void ShapeResourceContainer::NumberedSection<Entry>::put(std::uint32_t number, Entry entry) {
-    if (number >= entries.size()) entries.resize(std::size_t(number) + 1);
-    entry.present = true;
-    entries[number] = entry;
+    makeRoom(number);
+    if (!continuesLastRun(number)) runs.push_back({number, entries.size()});
+    entries.push_back(entry);
+}
+
+template<typename Entry>
+template<typename Visit>
+void ShapeResourceContainer::NumberedSection<Entry>::inTextOrder(const Visit& visit) const {
+    if (runs.size() <= 1 && (runs.empty() || runs.front().number == 0)) {
+        text::inTextOrder(entries.size(), [&](std::size_t i) { visit(i, entries[i]); });
+        return;
+    }
+    std::vector<std::pair<std::uint32_t, std::size_t>> places; // number and place of each entry
+    places.reserve(entries.size());
+    for (std::size_t r = 0; r < runs.size(); ++r) {
+        const std::size_t end = r + 1 < runs.size() ? runs[r + 1].place : entries.size();
+        for (std::size_t place = runs[r].place; place < end; ++place)
+            places.emplace_back(static_cast<std::uint32_t>(runs[r].number + (place - runs[r].place)), place);
+    }
+    std::sort(places.begin(), places.end(), [](const auto& a, const auto& b) {
+        if (a.first != b.first) return textOrderOf(a.first) < textOrderOf(b.first);
+        return a.second < b.second;
+    });
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        // Of entries with one number the last added counts.
+        if (i + 1 < places.size() && places[i + 1].first == places[i].first) continue;
+        visit(places[i].first, entries[places[i].second]);
+    }
 }
 
 template<typename Entry>
@@ -114,36 +151,26 @@ std::string ShapeResourceContainer::getComponentTypeString(unsigned int componen
                : "INVALID";
 }
 
-ShapeResourceContainer::ShapeResourceContainer() : header(picojson::object()) {
-    auto& root = header.get<picojson::object>();
-    for (const char* section : {"meta", "bufferChunks", "bufferViews", "textureViews", "accessors"}) {
-        root[section] = picojson::value(picojson::object());
-    }
-    auto& accessors = root["accessors"].get<picojson::object>();
-    accessors["indexViews"] = picojson::value(picojson::object());
-    accessors["attributeViews"] = picojson::value(picojson::object());
-    for (const char* section : {"techniques", "materials", "textures", "meshes"}) {
-        root[section] = picojson::value(picojson::object());
-    }
-}
-
+ShapeResourceContainer::ShapeResourceContainer() : documentMeta(picojson::object()) {}
 ShapeResourceContainer::~ShapeResourceContainer() = default;
 
 std::string ShapeResourceContainer::createIndexViewID() {
-    return numberedId(indexViews.prefix, indexViewCounter++);
+    return numberedId(format::id_prefix::INDEX_VIEW, indexViewCounter++);
 }
 std::string ShapeResourceContainer::createAttributeViewID() {
-    return numberedId(attributeViews.prefix, attributeViewCounter++);
+    return numberedId(format::id_prefix::ATTRIBUTE_VIEW, attributeViewCounter++);
 }
 std::string ShapeResourceContainer::createBufferViewID() {
-    return numberedId(bufferViews.prefix, bufferViewCounter++);
+    return numberedId(format::id_prefix::BUFFER_VIEW, bufferViewCounter++);
 }
 std::string ShapeResourceContainer::createBufferChunkID() {
-    return numberedId(bufferChunks.prefix, bufferChunkCounter++);
+    return numberedId(format::id_prefix::CHUNK, bufferChunkCounter++);
 }
 
 void ShapeResourceContainer::storeChunk(Chunk chunk) {
     const std::uint32_t number = bufferChunkCounter++;
+    makeRoomForOne(chunks);
+    bufferChunks.makeRoom(number);
     chunks.push_back(chunk);
     bufferChunks.put(number, {chunk.size, chunkBytes});
     chunkBytes += chunk.size;
@@ -153,9 +180,9 @@ void ShapeResourceContainer::storeChunk(std::vector<unsigned char>&& bytes) {
     if (bytes.size() < OWN_CHUNK_BYTES) {
         storeChunk(Chunk{store.keep(bytes.data(), bytes.size()), bytes.size()});
     } else {
-        ownedChunks.push_back(std::move(bytes));
-        const auto& owned = ownedChunks.back();
-        storeChunk(Chunk{reinterpret_cast<const char*>(owned.data()), owned.size()});
+        makeRoomForOne(ownedChunks);
+        storeChunk(Chunk{reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        ownedChunks.push_back(std::move(bytes)); // which leaves them where they are
     }
 }
 
@@ -171,7 +198,8 @@ void ShapeResourceContainer::appendChunk(const std::string&, picojson::object& b
                                          const std::vector<unsigned char>& bytes) {
     const std::uint32_t number = bufferChunkCounter;
     storeChunk(bytes.data(), bytes.size());
-    bufferViewObject["chunks"].get<picojson::array>().emplace_back(numberedId(bufferChunks.prefix, number));
+    bufferViewObject[std::string(format::key::CHUNKS)].get<picojson::array>().emplace_back(
+        numberedId(format::id_prefix::CHUNK, number));
 }
 
 std::string ShapeResourceContainer::addBufferView(std::vector<unsigned char>&& bytes) {
@@ -226,8 +254,7 @@ std::string ShapeResourceContainer::addAttributeView(unsigned int components, co
     const std::uint32_t number = attributeViewCounter;
     std::string id = createAttributeViewID();
     scratch.clear();
-    text::appendArrayMember(scratch, ",\"decodeOffset\":", decodeOffset, components);
-    text::appendArrayMember(scratch, ",\"decodeScale\":", decodeScale, components);
+    Entries::decodeVectors(scratch, decodeOffset, decodeScale, components);
     if (scratch != lastDecode) lastDecode = store.keep(scratch);
     scratch.clear();
     text::appendJsonString(scratch, bufferViewId);
@@ -262,44 +289,33 @@ void ShapeResourceContainer::addMesh(const std::string& id,
                                      const std::string& indexViewId, const std::string& materialId,
                                      SRCPrimitiveType primitiveType, const float* bboxCenter,
                                      const float* bboxSize, picojson::value meta) {
-    scratch = "{\"attributes\":{";
-    bool first = true;
-    for (const auto& [name, viewId] : attributes) {
-        if (!first) scratch += ',';
-        first = false;
-        text::appendJsonString(scratch, name);
-        scratch += ':';
-        text::appendJsonString(scratch, viewId);
-    }
-    scratch += '}';
-    if (bboxCenter) text::appendArrayMember(scratch, ",\"bboxCenter\":", bboxCenter, 3);
-    if (bboxSize) text::appendArrayMember(scratch, ",\"bboxSize\":", bboxSize, 3);
-    scratch += ",\"indices\":";
-    text::appendJsonString(scratch, indexViewId);
-    scratch += ",\"material\":";
-
+    scratch.clear();
+    Entries::meshHead(
+        scratch, attributes,
+        [](std::string& text, const std::string& view) { text::appendJsonString(text, view); }, bboxCenter,
+        bboxSize, [&](std::string& text) { text::appendJsonString(text, indexViewId); });
     MeshEntry entry{};
     entry.head = store.keep(scratch);
     scratch.clear();
     text::appendJsonString(scratch, materialId);
     entry.material = store.keep(scratch);
     entry.primitive = getWebGLPrimitiveTypeIdentifier(primitiveType);
-    entry.hasMeta = meta.is<picojson::object>();
-    meshes.put(id, entry);
     if (meta.is<picojson::object>()) {
+        entry.hasMeta = true;
         for (const auto& [key, value] : meta.get<picojson::object>())
-            addMetaDataToMesh(key, value, id);
+            attachMember(entry, storeMember(key, value));
     }
+    meshes.put(id, entry);
 }
 
 void ShapeResourceContainer::addMetaData(const std::string& key, const picojson::value& value) {
-    getMetaData()[key] = value;
+    picojson::value copy(value); // first, so that no half of an entry stays behind when memory runs out
+    getMetaData()[key] = std::move(copy);
 }
 
 void ShapeResourceContainer::addTechnique(const std::string& id, const picojson::value& parameters) {
-    scratch = "{\"parameters\":";
-    text::appendJson(scratch, parameters);
-    scratch += '}';
+    scratch.clear();
+    Entries::technique(scratch, [&](std::string& text) { text::appendJson(text, parameters); });
     techniques.put(id, store.keep(scratch));
 }
 
@@ -311,6 +327,11 @@ void ShapeResourceContainer::addMetaDataToMesh(const std::string& key, const pic
                   << "\", no such mesh found.\n";
         return;
     }
+    attachMember(*mesh, storeMember(key, value));
+}
+
+/// A new member that no mesh has yet.
+std::uint32_t ShapeResourceContainer::storeMember(const std::string& key, const picojson::value& value) {
     scratch.clear();
     text::appendJsonString(scratch, key);
     const bool keyIsPlain = scratch.size() == key.size() + 2; // then the text holds the key itself, too
@@ -319,19 +340,21 @@ void ShapeResourceContainer::addMetaDataToMesh(const std::string& key, const pic
     MetaMember member;
     member.text = store.keep(scratch);
     member.key = keyIsPlain ? member.text.substr(1, key.size()) : store.keep(key);
-
-    // Appending keeps this cheap; members that did not come in order are sorted when the document is written.
-    const auto number = static_cast<std::uint32_t>(metaMembers.size());
-    if (mesh->firstMember == NO_MEMBER) {
-        mesh->firstMember = number;
-    } else {
-        MetaMember& last = metaMembers[mesh->lastMember];
-        last.next = number;
-        if (!(last.key < member.key)) mesh->membersInOrder = false;
-    }
     metaMembers.push_back(member);
-    mesh->lastMember = number;
-    mesh->hasMeta = true;
+    return static_cast<std::uint32_t>(metaMembers.size() - 1);
+}
+
+/// Appending keeps this cheap; members that did not come in order are sorted when the document is written.
+void ShapeResourceContainer::attachMember(MeshEntry& mesh, std::uint32_t number) {
+    if (mesh.firstMember == NO_MEMBER) {
+        mesh.firstMember = number;
+    } else {
+        MetaMember& last = metaMembers[mesh.lastMember];
+        last.next = number;
+        if (!(last.key < metaMembers[number].key)) mesh.membersInOrder = false;
+    }
+    mesh.lastMember = number;
+    mesh.hasMeta = true;
 }
 
 void ShapeResourceContainer::sortMembers(MeshEntry& mesh) {
@@ -355,11 +378,8 @@ void ShapeResourceContainer::sortMembers(MeshEntry& mesh) {
 
 void ShapeResourceContainer::addMaterial(const std::string& id, const std::string& techniqueId,
                                          const picojson::value& values) {
-    scratch = "{\"instanceTechnique\":{\"technique\":";
-    text::appendJsonString(scratch, techniqueId);
-    scratch += ",\"values\":";
-    text::appendJson(scratch, values);
-    scratch += "}}";
+    scratch.clear();
+    Entries::material(scratch, techniqueId, [&](std::string& text) { text::appendJson(text, values); });
     materials.put(id, store.keep(scratch));
 }
 
@@ -380,97 +400,69 @@ void ShapeResourceContainer::assignMaterialToMesh(const std::string& materialId,
 }
 
 picojson::object& ShapeResourceContainer::getMetaData() {
-    picojson::value& meta = header.get<picojson::object>()["meta"];
-    return meta.get<picojson::object>();
+    return documentMeta.get<picojson::object>();
 }
 
 template<typename Sink>
 void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) const {
-    std::string text;
-    const auto numbered = [&](std::string_view opening, const auto& section, const auto& emitEntry) {
-        sink.append(opening);
-        bool first = true;
-        text::inTextOrder(section.entries.size(), [&](std::size_t i) {
-            if (!section.entries[i].present) return;
-            sink.append(first ? std::string_view("\"") : std::string_view(",\""));
-            first = false;
-            sink.append(std::string_view(section.prefix));
-            sink.appendNumber(i);
-            sink.append(std::string_view("\":{"));
-            emitEntry(section.entries[i]);
-            sink.append('}');
-        });
-        sink.append('}');
+    format::HeaderEmitter<Sink, format::SeventeenDigits> emit(sink);
+    const auto numbered = [&](std::string_view prefix, const auto& section, const auto& emitEntry) {
+        emit.numbered(
+            prefix, [&](const auto& visit) { section.inTextOrder(visit); }, emitEntry);
     };
-    const auto keyed = [&](std::string_view opening, const KeyedSection<std::string_view>& section) {
-        sink.append(opening);
+    const auto keyed = [&](const auto& section, const auto& emitEntry) {
         bool first = true;
         for (const auto& [id, entry] : section.all()) {
-            emitKey(sink, first, text, id);
-            sink.append(entry);
+            emit.entryId(first, id);
+            emitEntry(entry);
         }
-        sink.append('}');
     };
+    const auto emitText = [&](std::string_view text) { sink.append(text); };
 
-    // Keys in ascending byte order, on every level.
-    const std::string typeNames[4] = {"", getComponentTypeString(1), getComponentTypeString(2),
-                                      getComponentTypeString(3)};
-    numbered("{\"accessors\":{\"attributeViews\":{", attributeViews, [&](const AttributeViewEntry& view) {
-        sink.append(std::string_view("\"bufferView\":"));
-        sink.append(view.bufferView);
-        emitSize(sink, ",\"byteOffset\":", view.byteOffset);
-        emitSize(sink, ",\"byteStride\":", view.byteStride);
-        emitSize(sink, ",\"componentType\":", view.componentType);
-        emitSize(sink, ",\"count\":", view.count);
-        sink.append(view.decode);
-        sink.append(std::string_view(",\"type\":\""));
-        sink.append(std::string_view(typeNames[view.components]));
-        sink.append('"');
-    });
-    numbered(",\"indexViews\":{", indexViews, [&](const IndexViewEntry& view) {
-        sink.append(std::string_view("\"bufferView\":"));
-        sink.append(view.bufferView);
-        emitSize(sink, ",\"byteOffset\":", view.byteOffset);
-        emitSize(sink, ",\"componentType\":", view.componentType);
-        emitSize(sink, ",\"count\":", view.count);
-    });
-    numbered("},\"bufferChunks\":{", bufferChunks, [&](const ChunkEntry& chunk) {
-        emitSize(sink, "\"byteLength\":", chunk.byteLength);
-        emitSize(sink, ",\"byteOffset\":", chunk.byteOffset);
-    });
-    numbered(",\"bufferViews\":{", bufferViews, [&](const BufferViewEntry& view) {
-        emitSize(sink, "\"byteLength\":", view.byteLength);
-        sink.append(std::string_view(",\"chunks\":["));
-        for (std::uint32_t i = 0; i < view.chunkCount; ++i) {
-            sink.append(i == 0 ? std::string_view("\"") : std::string_view(",\""));
-            sink.append(std::string_view(bufferChunks.prefix));
-            sink.appendNumber(std::uint32_t(view.firstChunk + i)); // the counter wraps, and so do its IDs
-            sink.append('"');
-        }
-        sink.append(']');
-    });
-    keyed(",\"materials\":{", materials);
-    sink.append(std::string_view(",\"meshes\":{"));
-    bool firstMesh = true;
-    for (const auto& [id, mesh] : meshes.all()) {
-        emitKey(sink, firstMesh, text, id);
-        sink.append(mesh.head);
-        sink.append(mesh.material);
-        if (mesh.hasMeta) {
-            sink.append(std::string_view(",\"meta\":{"));
-            for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
-                if (i != mesh.firstMember) sink.append(',');
-                sink.append(metaMembers[i].text);
-            }
-            sink.append('}');
-        }
-        emitSize(sink, ",\"primitive\":", mesh.primitive);
-        sink.append('}');
+    emit.header(
+        [&] {
+            numbered(format::id_prefix::ATTRIBUTE_VIEW, attributeViews, [&](const AttributeViewEntry& view) {
+                emit.attributeView(
+                    [&] { sink.append(view.bufferView); },
+                    {view.byteOffset, view.byteStride, view.count, view.componentType, view.components},
+                    view.decode);
+            });
+        },
+        [&] {
+            numbered(format::id_prefix::INDEX_VIEW, indexViews, [&](const IndexViewEntry& view) {
+                emit.indexView([&] { sink.append(view.bufferView); },
+                               {view.byteOffset, 0, view.count, view.componentType, 1});
+            });
+        },
+        [&] {
+            numbered(format::id_prefix::CHUNK, bufferChunks,
+                     [&](const ChunkEntry& chunk) { emit.chunk(chunk.byteLength, chunk.byteOffset); });
+        },
+        [&] {
+            numbered(format::id_prefix::BUFFER_VIEW, bufferViews, [&](const BufferViewEntry& view) {
+                emit.bufferView(view.byteLength, view.firstChunk, view.chunkCount);
+            });
+        },
+        [&] { keyed(materials, emitText); },
+        [&] {
+            keyed(meshes, [&](const MeshEntry& mesh) {
+                sink.append(mesh.head);
+                sink.append(mesh.material);
+                emit.meshTail(
+                    mesh.hasMeta, [&] { emitMembers(sink, mesh); }, mesh.primitive);
+            });
+        },
+        [&] { sink.append(metaText); }, [&] { keyed(techniques, emitText); });
+}
+
+template<typename Sink>
+void ShapeResourceContainer::emitMembers(Sink& sink, const MeshEntry& mesh) const {
+    sink.append('{');
+    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
+        if (i != mesh.firstMember) sink.append(',');
+        sink.append(metaMembers[i].text);
     }
-    sink.append(std::string_view("},\"meta\":"));
-    sink.append(metaText);
-    keyed(",\"techniques\":{", techniques);
-    sink.append(std::string_view(",\"textureViews\":{},\"textures\":{}}"));
+    sink.append('}');
 }
 
 /// Returns the document's metadata as text, which the caller may have changed in place since the last write.
@@ -479,7 +471,7 @@ std::string ShapeResourceContainer::prepareToWrite() {
         if (!mesh.membersInOrder) sortMembers(mesh);
     }
     std::string metaText;
-    text::appendJson(metaText, header.get<picojson::object>()["meta"]);
+    text::appendJson(metaText, documentMeta);
     return metaText;
 }
 
@@ -488,9 +480,7 @@ void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string&
     emitHeader(length, metaText);
 
     text::StreamSink sink(out);
-    sink.appendUint32(23);
-    sink.appendUint32(42);
-    sink.appendUint32(length.bytes);
+    sink.append(format::PreambleBytes(length.bytes).text());
     emitHeader(sink, metaText);
     for (const Chunk& chunk : chunks)
         sink.append(std::string_view(chunk.data, chunk.size));

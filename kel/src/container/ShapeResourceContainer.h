@@ -21,7 +21,10 @@ namespace kel::src::detail {
 /// The container owns a copy of everything added. IDs are stored as given and not checked against other
 /// sections, except where an operation says so. Numbers that are NaN or infinite raise picojson's
 /// std::overflow_error from the operation that adds them. Not synchronised; use one container from one thread
-/// at a time. A container that an exception has left half filled can still be destroyed.
+/// at a time.
+///
+/// An operation that runs out of memory adds all of its entry or none; the ID that it took is used up, and chunks
+/// that it stored remain. The container can be filled further and written as ever.
 class KELSRC_EXPORT ShapeResourceContainer {
 public:
     /// Element types of index and attribute data.
@@ -49,7 +52,8 @@ public:
     ShapeResourceContainer(const ShapeResourceContainer&) = delete;
     ShapeResourceContainer& operator=(const ShapeResourceContainer&) = delete;
 
-    /// A new ID of each kind: a prefix and that kind's own counter, from 0, in decimal.
+    /// A new ID of each kind: a prefix and that kind's own counter, from 0, in decimal. Behind 4294967295 a counter
+    /// goes on with 0, and an entry replaces the older one of the same ID. An ID that is not used costs nothing.
     std::string createIndexViewID();
     std::string createAttributeViewID();
     std::string createBufferViewID();
@@ -58,11 +62,10 @@ public:
     /// Adds one block of `size` bytes and returns its buffer view ID.
     ///
     /// chunkBorders  null stores all bytes as one chunk. Otherwise each border is the end (exclusive) of one
-    /// chunk;
-    ///               borders ascend and lie below `size`. The bytes after the last border are not stored, and
-    ///               no border may equal `size`: so a border list always leaves out at least the last byte,
-    ///               on purpose. A border that is not below `size`, or lies below its predecessor, is
-    ///               reported on standard error and ends the walk; chunks made so far stay.
+    ///               chunk; borders ascend and lie below `size`. The bytes after the last border are not stored,
+    ///               and no border may equal `size`: a border list marks off pieces of a longer block, and null
+    ///               is the way to store all of it. A border that is not below `size`, or lies below its
+    ///               predecessor, is reported on standard error and ends the walk; chunks made so far stay.
     std::string addBufferView(const unsigned char* data, unsigned long size,
                               const std::vector<unsigned int>* chunkBorders);
     /// The same for bytes that the caller gives away: one chunk, nothing copied.
@@ -123,6 +126,13 @@ public:
     /// The document's metadata, to read or change in place.
     picojson::object& getMetaData();
 
+protected:
+    // The next number of each kind of ID. Open to derived classes, so that a test can stand close to the largest.
+    std::uint32_t indexViewCounter = 0;
+    std::uint32_t attributeViewCounter = 0;
+    std::uint32_t bufferViewCounter = 0;
+    std::uint32_t bufferChunkCounter = 0;
+
 private:
     // The entries of the large sections are kept as small records and as the text that the file will hold,
     // not as a JSON tree: a tree costs some 70 map nodes and 10 KB per mesh, the records half a kilobyte.
@@ -147,34 +157,45 @@ private:
     };
     struct ChunkEntry {
         std::uint64_t byteLength, byteOffset;
-        bool present = false;
     };
     struct BufferViewEntry {
         std::uint64_t byteLength;
         std::uint32_t firstChunk, chunkCount;
-        bool present = false;
     };
     struct IndexViewEntry {
         std::string_view bufferView; ///< as JSON text, like all texts in entries
         std::uint64_t byteOffset, count;
         std::uint32_t componentType;
-        bool present = false;
     };
     struct AttributeViewEntry {
         std::string_view bufferView, decode; ///< decode holds both decode vectors with their keys
         std::uint64_t byteOffset, byteStride, count;
         std::uint16_t componentType;
         std::uint8_t components;
-        bool present = false;
     };
 
-    /// A section keyed by a prefix and a counter: entry i has the ID prefix + i. IDs that were only created
-    /// have none.
+    /// A section keyed by a prefix and a counter. Its size is that of its entries, whatever their numbers are.
     template<typename Entry>
-    struct NumberedSection {
-        const char* prefix;
-        std::vector<Entry> entries;
+    class NumberedSection {
+    public:
+        /// After this, putting an entry of that number cannot fail.
+        void makeRoom(std::uint32_t number);
+        /// Adds an entry, or replaces the one of that number.
         void put(std::uint32_t number, Entry entry);
+        /// Calls visit(number, entry) in the byte order of the numbers' decimal texts.
+        template<typename Visit>
+        void inTextOrder(const Visit& visit) const;
+
+    private:
+        /// Entries of consecutive numbers, which reach up to the place where the next run begins.
+        struct Run {
+            std::uint32_t number;
+            std::size_t place;
+        };
+        bool continuesLastRun(std::uint32_t number) const;
+
+        std::vector<Entry> entries; ///< in the order in which they were added
+        std::vector<Run> runs;      ///< one, as long as no ID is left unused and no counter has started over
     };
 
     /// A section keyed by the caller's IDs. Remembers the last entry touched: the next is most often that one
@@ -208,6 +229,8 @@ private:
         bool membersInOrder = true; ///< ascending keys, each once
     };
 
+    std::uint32_t storeMember(const std::string& key, const picojson::value& value);
+    void attachMember(MeshEntry& mesh, std::uint32_t number);
     void storeChunk(Chunk chunk);
     void storeChunk(const unsigned char* data, std::uint64_t size);
     void storeChunk(std::vector<unsigned char>&& bytes);
@@ -219,22 +242,19 @@ private:
     void writeDocument(std::ostream& out, const std::string& metaText) const;
     template<typename Sink>
     void emitHeader(Sink& sink, std::string_view metaText) const;
+    template<typename Sink>
+    void emitMembers(Sink& sink, const MeshEntry& mesh) const;
 
-    picojson::value header; ///< all sections; the large ones are empty here and kept below
-    std::uint32_t indexViewCounter = 0;
-    std::uint32_t attributeViewCounter = 0;
-    std::uint32_t bufferViewCounter = 0;
-    std::uint32_t bufferChunkCounter = 0;
-
-    std::vector<Chunk> chunks; ///< in file order
+    picojson::value documentMeta; ///< always an object
+    std::vector<Chunk> chunks;    ///< in file order
     std::vector<std::vector<unsigned char>> ownedChunks;
     std::uint64_t chunkBytes = 0; ///< the sum of all chunks' lengths: where the next chunk begins
     BlockStore store;             ///< small chunks and all texts
     std::string scratch;          ///< the text under construction
-    NumberedSection<AttributeViewEntry> attributeViews{"attributeView", {}};
-    NumberedSection<IndexViewEntry> indexViews{"indexView", {}};
-    NumberedSection<ChunkEntry> bufferChunks{"chunk", {}};
-    NumberedSection<BufferViewEntry> bufferViews{"bufferView", {}};
+    NumberedSection<AttributeViewEntry> attributeViews;
+    NumberedSection<IndexViewEntry> indexViews;
+    NumberedSection<ChunkEntry> bufferChunks;
+    NumberedSection<BufferViewEntry> bufferViews;
     std::string_view lastDecode; ///< most views repeat the decode vectors of an earlier one
     KeyedSection<std::string_view> materials;
     KeyedSection<MeshEntry> meshes;

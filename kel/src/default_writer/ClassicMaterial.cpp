@@ -1,24 +1,12 @@
 #include <kel/src/default_writer/ClassicMaterial.h>
 
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/format/MaterialParameters.h>
+
+#include <iterator>
 #include <utility>
 
 namespace kel::src::detail {
-
-const char* const X3D_TECHNIQUE_ID = "x3dStandardMaterialTechnique";
-
-namespace {
-
-// The default transparency is 0.2, not 0, and stays so: files without one were made to look like that.
-constexpr const char* X3D_DEFAULTS = R"({
-    "ambientIntensity": {"value": 0.2},
-    "diffuseColor": {"value": [0.8, 0.8, 0.8]},
-    "emissiveColor": {"value": [0, 0, 0]},
-    "shininess": {"value": 0.2},
-    "specularColor": {"value": [0, 0, 0]},
-    "transparency": {"value": 0.2}
-})";
-
-} // namespace
 
 void addFieldValueToJSONObject(const std::string& name, float value, picojson::object& object) {
     picojson::array values;
@@ -36,19 +24,33 @@ void addFieldValueToJSONObject(const std::string& name, const glm::tvec3<float>&
 
 void addMaterialDataToSRC(std::shared_ptr<kel::material::MaterialClassic> material,
                           ShapeResourceContainer& container, const std::string& materialId) {
+    using namespace format;
+    const auto nameOf = [](MaterialParameterIndex parameter) {
+        return std::string(format::nameOf(parameter));
+    };
     picojson::object values;
-    addFieldValueToJSONObject("ambientIntensity", material->getAmbient(), values);
-    addFieldValueToJSONObject("diffuseColor", material->getDiffuse(), values);
-    addFieldValueToJSONObject("emissiveColor", material->getEmissive(), values);
-    addFieldValueToJSONObject("shininess", material->getShininess(), values);
-    addFieldValueToJSONObject("specularColor", material->getSpecular(), values);
-    container.addMaterial(materialId, X3D_TECHNIQUE_ID, picojson::value(std::move(values)));
+    addFieldValueToJSONObject(nameOf(AMBIENT_INTENSITY), material->getAmbient(), values);
+    addFieldValueToJSONObject(nameOf(DIFFUSE_COLOR), material->getDiffuse(), values);
+    addFieldValueToJSONObject(nameOf(EMISSIVE_COLOR), material->getEmissive(), values);
+    addFieldValueToJSONObject(nameOf(SHININESS), material->getShininess(), values);
+    addFieldValueToJSONObject(nameOf(SPECULAR_COLOR), material->getSpecular(), values);
+    container.addMaterial(materialId, std::string(STANDARD_TECHNIQUE), picojson::value(std::move(values)));
 }
 
 picojson::value createStandardX3DMaterialTechnique() {
-    picojson::value parameters;
-    picojson::parse(parameters, X3D_DEFAULTS);
-    return parameters;
+    picojson::object parameters;
+    for (std::size_t i = 0; i < std::size(format::MATERIAL_PARAMETERS); ++i) {
+        const format::MaterialParameter& parameter = format::MATERIAL_PARAMETERS[i];
+        const picojson::value number(i == format::TRANSPARENCY ? format::CONTAINER_TRANSPARENCY
+                                                               : parameter.defaultValue);
+        picojson::object entry;
+        // A scalar is a bare number here, unlike in a material's values.
+        entry[std::string(format::key::VALUE)] =
+            parameter.components == 1 ? number
+                                      : picojson::value(picojson::array(parameter.components, number));
+        parameters[std::string(parameter.name)] = picojson::value(std::move(entry));
+    }
+    return picojson::value(std::move(parameters));
 }
 
 } // namespace kel::src::detail

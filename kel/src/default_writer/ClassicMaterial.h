@@ -12,9 +12,6 @@
 
 namespace kel::src::detail {
 
-/// The ID under which the one technique of a file is stored: "x3dStandardMaterialTechnique".
-KELSRC_EXPORT extern const char* const X3D_TECHNIQUE_ID;
-
 /// Sets object[name] to an array: of the one number, or of the three. A scalar is an array of one on purpose:
 /// readers tell a material's values from a technique's defaults by it.
 KELSRC_EXPORT void addFieldValueToJSONObject(const std::string& name, float value, picojson::object& object);

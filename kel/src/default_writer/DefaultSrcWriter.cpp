@@ -2,6 +2,8 @@
 
 #include <kel/src/default_writer/ClassicMaterial.h>
 #include <kel/src/default_writer/MeshToContainer.h>
+#include <kel/src/format/FileLayout.h>
+#include <kel/src/format/MaterialParameters.h>
 
 #include <map>
 #include <memory>
@@ -11,7 +13,7 @@ namespace kel::src::detail {
 
 void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
     ShapeResourceContainer container;
-    // One map for all meshes, on purpose: see addMeshToSrc.
+    // One map for all meshes on purpose: see addMeshToSrc.
     std::map<std::string, std::string> attributeIds;
     SRCEncodingConfig config = getSRCEncodingPreset("default");
     if (input.useCompressedPreset) config = getSRCEncodingPreset("CMP1");
@@ -28,7 +30,8 @@ void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
         if (materialEntry != input.meshMaterials.end()) {
             if (const auto classic =
                     std::dynamic_pointer_cast<kel::material::MaterialClassic>(materialEntry->second)) {
-                const std::string materialId = "material" + std::to_string(position);
+                const std::string materialId =
+                    std::string(format::id_prefix::CONTAINER_MATERIAL) + std::to_string(position);
                 addMaterialDataToSRC(classic, container, materialId);
                 container.assignMaterialToMesh(materialId, meshId);
             }
@@ -36,7 +39,7 @@ void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
         ++position;
     }
 
-    container.addTechnique(X3D_TECHNIQUE_ID, createStandardX3DMaterialTechnique());
+    container.addTechnique(std::string(format::STANDARD_TECHNIQUE), createStandardX3DMaterialTechnique());
     container.writeToStream(out);
 }
 

@@ -35,58 +35,60 @@ struct PreambleBytes {
 
 /// The sections of the header; the two kinds of views stand inside "accessors".
 namespace section {
-constexpr std::string_view ACCESSORS = "accessors";
-constexpr std::string_view ATTRIBUTE_VIEWS = "attributeViews";
-constexpr std::string_view INDEX_VIEWS = "indexViews";
-constexpr std::string_view BUFFER_CHUNKS = "bufferChunks";
-constexpr std::string_view BUFFER_VIEWS = "bufferViews";
-constexpr std::string_view MATERIALS = "materials";
-constexpr std::string_view MESHES = "meshes";
-constexpr std::string_view META = "meta";
-constexpr std::string_view TECHNIQUES = "techniques";
-constexpr std::string_view TEXTURE_VIEWS = "textureViews";
-constexpr std::string_view TEXTURES = "textures";
+inline constexpr std::string_view ACCESSORS = "accessors";
+inline constexpr std::string_view ATTRIBUTE_VIEWS = "attributeViews";
+inline constexpr std::string_view INDEX_VIEWS = "indexViews";
+inline constexpr std::string_view BUFFER_CHUNKS = "bufferChunks";
+inline constexpr std::string_view BUFFER_VIEWS = "bufferViews";
+inline constexpr std::string_view MATERIALS = "materials";
+inline constexpr std::string_view MESHES = "meshes";
+inline constexpr std::string_view META = "meta";
+inline constexpr std::string_view TECHNIQUES = "techniques";
+inline constexpr std::string_view TEXTURE_VIEWS = "textureViews";
+inline constexpr std::string_view TEXTURES = "textures";
 } // namespace section
 
 /// The entries of the objects in these sections.
 namespace key {
-constexpr std::string_view ATTRIBUTES = "attributes";
-constexpr std::string_view BBOX_CENTER = "bboxCenter";
-constexpr std::string_view BBOX_SIZE = "bboxSize";
-constexpr std::string_view BUFFER_VIEW = "bufferView";
-constexpr std::string_view BYTE_LENGTH = "byteLength";
-constexpr std::string_view BYTE_OFFSET = "byteOffset";
-constexpr std::string_view BYTE_STRIDE = "byteStride";
-constexpr std::string_view CHUNKS = "chunks";
-constexpr std::string_view COMPONENT_TYPE = "componentType";
-constexpr std::string_view COUNT = "count";
-constexpr std::string_view DECODE_OFFSET = "decodeOffset";
-constexpr std::string_view DECODE_SCALE = "decodeScale";
-constexpr std::string_view INDICES = "indices";
-constexpr std::string_view INSTANCE_TECHNIQUE = "instanceTechnique";
-constexpr std::string_view MATERIAL = "material";
-constexpr std::string_view META = "meta";
-constexpr std::string_view PARAMETERS = "parameters";
-constexpr std::string_view PRIMITIVE = "primitive";
-constexpr std::string_view TECHNIQUE = "technique";
-constexpr std::string_view TYPE = "type";
-constexpr std::string_view VALUE = "value";
-constexpr std::string_view VALUES = "values";
+inline constexpr std::string_view ATTRIBUTES = "attributes";
+inline constexpr std::string_view BBOX_CENTER = "bboxCenter";
+inline constexpr std::string_view BBOX_SIZE = "bboxSize";
+inline constexpr std::string_view BUFFER_VIEW = "bufferView";
+inline constexpr std::string_view BYTE_LENGTH = "byteLength";
+inline constexpr std::string_view BYTE_OFFSET = "byteOffset";
+inline constexpr std::string_view BYTE_STRIDE = "byteStride";
+inline constexpr std::string_view CHUNKS = "chunks";
+inline constexpr std::string_view COMPONENT_TYPE = "componentType";
+inline constexpr std::string_view COUNT = "count";
+inline constexpr std::string_view DECODE_OFFSET = "decodeOffset";
+inline constexpr std::string_view DECODE_SCALE = "decodeScale";
+inline constexpr std::string_view INDICES = "indices";
+inline constexpr std::string_view INSTANCE_TECHNIQUE = "instanceTechnique";
+inline constexpr std::string_view MATERIAL = "material";
+inline constexpr std::string_view META = "meta";
+inline constexpr std::string_view PARAMETERS = "parameters";
+inline constexpr std::string_view PRIMITIVE = "primitive";
+inline constexpr std::string_view TECHNIQUE = "technique";
+inline constexpr std::string_view TYPE = "type";
+inline constexpr std::string_view VALUE = "value";
+inline constexpr std::string_view VALUES = "values";
 } // namespace key
 
 /// What IDs begin with; a number follows.
 namespace id_prefix {
-constexpr std::string_view INDEX_VIEW = "indexView";
-constexpr std::string_view ATTRIBUTE_VIEW = "attributeView";
-constexpr std::string_view BUFFER_VIEW = "bufferView";
-constexpr std::string_view CHUNK = "chunk";
-constexpr std::string_view CONTAINER_MATERIAL = "material"; ///< of the container writer: a mesh's position
-constexpr std::string_view PUBLIC_MATERIAL = "mat"; ///< of the public writer: the material's identifier
-constexpr std::string_view PUBLIC_MESH = "mesh";    ///< of the public writer: the mesh's position
+inline constexpr std::string_view INDEX_VIEW = "indexView";
+inline constexpr std::string_view ATTRIBUTE_VIEW = "attributeView";
+inline constexpr std::string_view BUFFER_VIEW = "bufferView";
+inline constexpr std::string_view CHUNK = "chunk";
+inline constexpr std::string_view CONTAINER_MATERIAL =
+    "material"; ///< of the container writer: a mesh's position
+inline constexpr std::string_view PUBLIC_MATERIAL =
+    "mat";                                              ///< of the public writer: the material's identifier
+inline constexpr std::string_view PUBLIC_MESH = "mesh"; ///< of the public writer: the mesh's position
 } // namespace id_prefix
 
-/// Attributes that exist in files only: three 16-bit position codes and two bytes of an octahedral normal,
+/// An attribute that exists in files only: three 16-bit position codes and two bytes of an octahedral normal,
 /// read as four 16-bit numbers.
-constexpr std::string_view COMBINED_POSITION_NORMAL = "pos3us_nor2ub_oct";
+inline constexpr std::string_view COMBINED_POSITION_NORMAL = "pos3us_nor2ub_oct";
 
 } // namespace kel::src::format

@@ -31,7 +31,8 @@ inline constexpr MaterialParameter MATERIAL_PARAMETERS[] = {
     {"specularColor", "specular", 3, 0.0},   {"transparency", "transparency", 1, 0.0},
 };
 
-/// The container writer's technique has this default, and its materials never state a transparency.
+/// The container writer's technique has this default, not 0, and its materials never state a transparency: readers
+/// draw them so, and a file looks as its author saw it.
 constexpr double CONTAINER_TRANSPARENCY = 0.2;
 
 /// The name of a parameter in the file.

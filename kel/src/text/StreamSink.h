@@ -11,8 +11,8 @@
 
 namespace kel::src::text {
 
-/// Where document text goes in the end. The two sinks take the same calls, so that one function gives the
-/// length of a text and, called again, the text itself.
+/// Where document text goes in the end. All sinks take the same calls, so that one function gives the length of a
+/// text and, called again, the text itself.
 
 /// Only counts.
 class CountingSink {
@@ -28,6 +28,22 @@ public:
             value /= 10;
         } while (value != 0);
     }
+};
+
+/// Appends to a string.
+class StringSink {
+public:
+    explicit StringSink(std::string& text) : text(text) {}
+
+    void append(std::string_view piece) { text += piece; }
+    void append(char c) { text += c; }
+    void appendNumber(std::uint64_t value) {
+        char digits[20];
+        text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+    }
+
+private:
+    std::string& text;
 };
 
 /// Hands a stream large blocks: a small write costs far more than its bytes.
@@ -52,11 +68,6 @@ public:
         char digits[20];
         append(std::string_view(
             digits, static_cast<std::size_t>(std::to_chars(digits, digits + 20, value).ptr - digits)));
-    }
-    void appendUint32(std::uint64_t value) {
-        const char bytes[4] = {static_cast<char>(value & 255), static_cast<char>(value >> 8 & 255),
-                               static_cast<char>(value >> 16 & 255), static_cast<char>(value >> 24 & 255)};
-        append(std::string_view(bytes, sizeof bytes));
     }
     void flush() {
         if (used != 0) out.write(block.get(), static_cast<std::streamsize>(used));
