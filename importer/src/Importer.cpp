@@ -1,11 +1,11 @@
 #include <kel/importer/detail/ImportScene.h>
 
-#include "AssimpReader.h"
-#include "SceneConversion.h"
-#include "Source.h"
+#include "ModelSource.h"
+#include "ProgressReporter.h"
+#include "assimp/AssimpReader.h"
 #include "checks/Checks.h"
+#include "conversion/SceneConversion.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -23,17 +23,17 @@ std::string sentence(const std::string& file, const std::string& what, const std
     return file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy;
 }
 
-detail::ImportedScene import(detail::Source source, const ImportOptions& options) {
-    detail::Stages stages(options.progress, source);
+detail::ImportedScene import(detail::ModelSource source, const ImportOptions& options) {
+    detail::ProgressReporter progress(options.progress, source);
     try {
         if (source.extension().empty()) {
             // Most readers go by the extension alone.
             source.guess = detail::guessExtension(detail::Content(source));
             if (!source.guess.empty()) source.path += "." + source.guess;
         }
-        const detail::Findings findings = checkBeforeReading(source, stages);
-        return convertScene(readWithAssimp(source, findings, options.onBadGeometry, stages), findings, source,
-                            options, stages);
+        detail::Findings findings = checkBeforeReading(source, progress);
+        detail::AssimpScene read = readWithAssimp(source, findings, options.onBadGeometry, progress);
+        return convertScene(std::move(read), findings, source, progress);
     } catch (const std::bad_alloc&) {
         source.refuse(ImportCode::OUT_OF_MEMORY, "the model does not fit into memory");
     }
@@ -54,41 +54,8 @@ ImportError::~ImportError() = default;
 
 namespace detail {
 
-std::string Source::extension() const {
-    const auto dot = name.rfind('.');
-    if (dot == std::string::npos) return guess;
-    std::string text = name.substr(dot + 1);
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
-
-void Source::refuse(ImportCode code, const std::string& what, const std::string& place,
-                    const std::string& remedy) const {
-    throw ImportError(code, shown, what, place, remedy.empty() ? std::string(infoOf(code).remedy) : remedy);
-}
-
-void Stages::at(const char* stage, double done) {
-    if (!progress) return;
-    if (stage != lastStage) {
-        lastStage = stage;
-        lastDone = -1.0;
-    }
-    // Callers draw a bar: never backwards, and not more often than it can change.
-    if (done < lastDone + 0.005 && !(done >= 1.0 && lastDone < 1.0)) return;
-    lastDone = done;
-    if (!progress(stage, done)) {
-        stopped = true;
-        refuseCancelled();
-    }
-}
-
-void Stages::refuseCancelled() const {
-    source.refuse(ImportCode::CANCELLED, "the import was cancelled");
-}
-
 ImportedScene importScene(const std::filesystem::path& file, const ImportOptions& options) {
-    Source source;
+    ModelSource source;
     source.shown = file.string();
     source.name = file.filename().string();
     source.disk = file.string();
@@ -125,7 +92,7 @@ ImportedScene importScene(const std::filesystem::path& file, const ImportOptions
 
 ImportedScene importScene(const void* bytes, std::size_t size, const std::string& name,
                           const ImportOptions& options) {
-    Source source;
+    ModelSource source;
     source.shown = name;
     source.name = std::filesystem::path(name).filename().string();
     source.path = source.name.empty() ? "model" : source.name;

@@ -5,8 +5,6 @@ set -euo pipefail
 nm=$1 library=$2
 names=$("$nm" -D --defined-only "$library" | awk '{ print $NF }')
 own='^_Z(N|NK|T[VTIS]N|T[hv][n0-9_]+NK?|GVN)(3kel|3src|5utils|7logging)'
-# The importer takes the place of one function of Assimp on purpose, see importer/src/Assertions.cpp.
-[[ $library == */libkelSrcImporter.so* ]] && own+='|^_ZN6Assimp17aiAssertViolationEPKcS1_i$'
 if foreign=$(grep -vE "$own" <<<"$names"); then
     echo "$library offers names that are not its own:"
     c++filt <<<"$foreign"

@@ -1,11 +1,11 @@
 #include "Checks.h"
 
-#include "GltfDocument.h"
+#include "../gltf/GltfFile.h"
 
 namespace kel::importer::detail {
 
-Findings checkBeforeReading(const Source& source, Stages& stages) {
-    stages.at("checking", 0.0);
+Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progress) {
+    progress.report("checking", 0.0);
     Findings findings;
     const Content content(source);
     const Recognised recognised = recognise(content);
@@ -17,7 +17,7 @@ Findings checkBeforeReading(const Source& source, Stages& stages) {
     } else if (recognised.kind == Kind::PLY) {
         checkPly(source, content);
     } else if (extension == "obj") {
-        checkWavefront(source, content, stages, findings);
+        checkWavefront(source, content, progress, findings);
     } else if (extension == "stl") {
         checkStl(source, content);
     } else if (extension == "off" || recognised.kind == Kind::OFF) {
@@ -27,7 +27,7 @@ Findings checkBeforeReading(const Source& source, Stages& stages) {
     } else if (recognised.kind == Kind::UNKNOWN || recognised.kind == Kind::X) {
         checkNesting(source, content, false);
     }
-    stages.at("checking", 1.0);
+    progress.report("checking", 1.0);
     return findings;
 }
 

@@ -12,7 +12,7 @@ constexpr std::size_t BLOCK = 256 * 1024;
 
 } // namespace
 
-Content::Content(const Source& source) {
+Content::Content(const ModelSource& source) {
     if (source.bytes) {
         bytes = source.bytes;
         length = source.size;

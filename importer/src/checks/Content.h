@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../Source.h"
+#include "../ModelSource.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -13,7 +13,7 @@ namespace kel::importer::detail {
 class Content {
 public:
     /// throws  ImportError when the file cannot be opened
-    explicit Content(const Source& source);
+    explicit Content(const ModelSource& source);
     /// A file that need not exist; ask opened().
     explicit Content(const std::string& path);
 

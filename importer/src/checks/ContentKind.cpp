@@ -144,7 +144,7 @@ std::string guessExtension(const Content& content) {
     return {};
 }
 
-void checkKind(const Source& source, const Content& content, const Recognised& recognised) {
+void checkKind(const ModelSource& source, const Content& content, const Recognised& recognised) {
     const std::string extension = source.extension();
     const auto refuse = [&](const std::string& promised) {
         source.refuse(ImportCode::WRONG_CONTENT,

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::size_t DEEPEST = 1000;
 
-[[noreturn]] void refuse(const Source& source, std::size_t line) {
+[[noreturn]] void refuse(const ModelSource& source, std::size_t line) {
     source.refuse(ImportCode::TOO_DEEP,
                   "its elements are nested more than " + std::to_string(DEEPEST) + " deep",
                   "line " + std::to_string(line));
@@ -86,7 +86,7 @@ private:
 
 } // namespace
 
-void checkNesting(const Source& source, const Content& content, bool xml) {
+void checkNesting(const ModelSource& source, const Content& content, bool xml) {
     constexpr std::size_t BLOCK = 256 * 1024;
     XmlDepth elements;
     IndexLists lists;

@@ -23,7 +23,7 @@ bool takeNumber(std::string_view& rest, std::uint64_t& number) {
 
 } // namespace
 
-void checkOff(const Source& source, const Content& content, Findings& findings) {
+void checkOff(const ModelSource& source, const Content& content, Findings& findings) {
     Lines lines(content, 0, content.size());
     std::string line;
     const auto next = [&] {

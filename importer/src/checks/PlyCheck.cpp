@@ -26,7 +26,7 @@ struct Element {
 
 } // namespace
 
-void checkPly(const Source& source, const Content& content) {
+void checkPly(const ModelSource& source, const Content& content) {
     const std::string remedy = "the file is cut off or its header damaged; export or download it again";
     Lines lines(content, 0, content.size());
     std::string line;

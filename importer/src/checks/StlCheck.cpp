@@ -11,7 +11,7 @@ constexpr std::uint64_t FACET = 50;
 
 } // namespace
 
-void checkStl(const Source& source, const Content& content) {
+void checkStl(const ModelSource& source, const Content& content) {
     const std::string head = content.text(0, 1024);
     std::uint32_t count = 0;
     if (content.read(HEADER - 4, &count, sizeof count) == sizeof count &&

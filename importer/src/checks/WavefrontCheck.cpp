@@ -22,7 +22,8 @@ bool isSpace(char c) {
 
 } // namespace
 
-void checkWavefront(const Source& source, const Content& content, Stages& stages, Findings& findings) {
+void checkWavefront(const ModelSource& source, const Content& content, ProgressReporter& progress,
+                    Findings& findings) {
     const std::string bom = content.text(0, 2);
     if (bom == "\xFF\xFE" || bom == "\xFE\xFF") return; // UTF-16 is the reader's affair
 
@@ -46,7 +47,8 @@ void checkWavefront(const Source& source, const Content& content, Stages& stages
             line += ' ' + more;
         }
         if (number % 65536 == 0) {
-            stages.at("checking", static_cast<double>(lines.offset()) / static_cast<double>(content.size()));
+            progress.report("checking",
+                            static_cast<double>(lines.offset()) / static_cast<double>(content.size()));
         }
         const char* at = line.data();
         const char* end = at + line.size();

@@ -94,11 +94,15 @@ std::optional<Transform> readTransform(std::string_view json) {
     return transform;
 }
 
-std::string sourceText(const Source& source) {
+std::string sourceText(const Source& source, std::string_view unitText) {
     std::string json = "{\"file\":";
     text::appendJsonString(json, source.file);
     if (!source.format.empty()) text::appendMember(json, ",\"format\":", source.format);
-    if (source.unit) text::appendMember(json, ",\"unit\":", *source.unit);
+    if (source.unit && !unitText.empty()) {
+        json.append(",\"unit\":").append(unitText);
+    } else if (source.unit) {
+        text::appendMember(json, ",\"unit\":", *source.unit);
+    }
     if (!source.upAxis.empty()) text::appendMember(json, ",\"upAxis\":", source.upAxis);
     return json + '}';
 }

@@ -68,7 +68,9 @@ struct Source {
 };
 
 /// `{"file":"a.glb","format":"glTF","unit":1,"upAxis":"Y"}`; what is not stated is left out.
-KELSRC_EXPORT std::string sourceText(const Source& source);
+///
+/// unitText  the unit as a JSON number, where it is not to be written in the header's form; else empty
+KELSRC_EXPORT std::string sourceText(const Source& source, std::string_view unitText = {});
 KELSRC_EXPORT std::optional<Source> readSource(std::string_view json);
 
 /// A list of names, `["color","normal"]`.

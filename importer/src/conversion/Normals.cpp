@@ -1,10 +1,11 @@
 #include "Normals.h"
 
-#include "VertexJoiner.h"
+#include "../VertexJoiner.h"
 
 #include <glm/geometric.hpp>
 #include <glm/vec3.hpp>
 
+#include <algorithm>
 #include <limits>
 
 namespace kel::importer::detail {
@@ -33,10 +34,17 @@ CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::ui
     std::size_t places = 0;
     {
         VertexJoiner joiner({3});
-        for (std::size_t c = 0; c < corners.size(); ++c) {
-            const aiVector3D& p = positions[corners[c]];
-            const float key[3] = {p.x + 0.0f, p.y + 0.0f, p.z + 0.0f};
-            placeOfCorner[c] = joiner.add(key);
+        constexpr std::size_t BLOCK = 128;
+        float keys[3 * BLOCK];
+        for (std::size_t first = 0; first < corners.size(); first += BLOCK) {
+            const std::size_t here = std::min(BLOCK, corners.size() - first);
+            for (std::size_t i = 0; i < here; ++i) {
+                const aiVector3D& p = positions[corners[first + i]];
+                keys[3 * i] = p.x + 0.0f;
+                keys[3 * i + 1] = p.y + 0.0f;
+                keys[3 * i + 2] = p.z + 0.0f;
+            }
+            joiner.add(keys, here, &placeOfCorner[first]);
         }
         places = joiner.size();
     }

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "Checks.h"
+#include "../ModelSource.h"
+#include "GltfJson.h"
 
 #include <picojson.h>
 
-#include <cstdint>
-#include <memory>
+#include <cstddef>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace kel::importer::detail {
@@ -16,12 +15,16 @@ namespace kel::importer::detail {
 /// reader leaves out or renames.
 class GltfDocument {
 public:
-    GltfDocument(const Source& source, picojson::value root);
+    /// Checks the tree of nodes.
+    ///
+    /// throws  ImportError
+    GltfDocument(const ModelSource& source, picojson::value root);
 
     const picojson::value& json() const { return root; }
-
-    /// Moves the list of buffers out, which may hold all data of the model as text.
-    picojson::value takeBuffers();
+    picojson::value& json() { return root; }
+    /// Leaves what describes nodes, meshes and materials, and frees the rest: buffers may be most of a text,
+    /// and accessors most of what a text becomes.
+    void keepDescriptions();
 
     /// The nodes at the root of the scene that is imported.
     const std::vector<std::size_t>& sceneRoots() const { return roots; }
@@ -42,21 +45,5 @@ private:
     std::vector<std::size_t> roots;
     std::vector<std::vector<std::size_t>> children;
 };
-
-/// A member of an object, or null when there is none or `value` is no object.
-const picojson::value* member(const picojson::value* value, const char* name);
-/// The text of a string, or "" for anything else.
-std::string textOf(const picojson::value* value);
-/// A whole number from 0 on.
-std::optional<std::uint64_t> wholeNumber(const picojson::value* value);
-
-/// The text of a URI with its percent signs resolved.
-std::string percentDecoded(const std::string& uri);
-
-/// Reads and checks the document; null for glTF 1.
-///
-/// throws  ImportError
-std::shared_ptr<const GltfDocument> readGltf(const Source& source, const Content& content, bool binary,
-                                             Findings& findings);
 
 } // namespace kel::importer::detail

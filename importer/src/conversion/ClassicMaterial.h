@@ -9,6 +9,9 @@
 
 namespace kel::importer::detail {
 
+/// The Phong exponent of a shininess of 1.
+constexpr float LARGEST_PHONG_EXPONENT = 128.0f;
+
 /// The material by the rules that kel/importer/Importer.h states. Numbers that are not finite count as not
 /// stated.
 std::shared_ptr<kel::material::MaterialClassic> makeClassicMaterial(const aiMaterial& source,

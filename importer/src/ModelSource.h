@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/importer/Importer.h>
+#include <kel/importer/ImportCodes.h>
 
 #include <cstddef>
 #include <string>
@@ -8,7 +8,7 @@
 namespace kel::importer::detail {
 
 /// The model as the caller gave it.
-struct Source {
+struct ModelSource {
     std::string shown; ///< for messages: the path as given
     std::string name;  ///< without folder, for metadata
     std::string disk;  ///< where the content is, unless it is in memory:
@@ -20,27 +20,14 @@ struct Source {
     /// Lower case, without dot; the guess when the name has none.
     std::string extension() const;
 
+    /// place   in the file; may be empty
     /// remedy  empty for the code's own
+    /// throws  ImportError
     [[noreturn]] void refuse(ImportCode code, const std::string& what, const std::string& place = {},
                              const std::string& remedy = {}) const;
 };
 
-/// Reports how far the import is and carries the caller's wish to stop.
-class Stages {
-public:
-    Stages(const Progress& progress, const Source& source) : progress(progress), source(source) {}
-
-    /// throws  ImportError "cancelled"
-    void at(const char* stage, double done);
-    bool cancelled() const { return stopped; }
-    [[noreturn]] void refuseCancelled() const;
-
-private:
-    const Progress& progress;
-    const Source& source;
-    std::string lastStage;
-    double lastDone = 0.0;
-    bool stopped = false;
-};
+/// With A to Z as small letters; others stay, whatever the locale.
+std::string smallLetters(std::string text);
 
 } // namespace kel::importer::detail

@@ -1,4 +1,4 @@
-#include "Materials.h"
+#include "ClassicMaterial.h"
 
 #include <assimp/GltfMaterial.h>
 #include <glm/common.hpp>
@@ -16,7 +16,6 @@ namespace {
 using kel::material::MaterialClassic;
 
 constexpr float DEFAULT_AMBIENT = 0.2f;
-constexpr float LARGEST_EXPONENT = 128.0f;
 constexpr float REFLECTANCE_OF_DIELECTRICS = 0.04f;
 
 std::optional<glm::vec3> color(const aiMaterial& source, const char* key, unsigned type, unsigned index) {
@@ -37,7 +36,7 @@ float mean(const glm::vec3& c) {
 }
 
 float shininessOf(float exponent) {
-    return std::min(1.0f, std::max(0.0f, exponent / LARGEST_EXPONENT));
+    return std::min(1.0f, std::max(0.0f, exponent / LARGEST_PHONG_EXPONENT));
 }
 
 bool isMetallicRoughness(const aiMaterial& source) {

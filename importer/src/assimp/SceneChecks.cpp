@@ -1,0 +1,160 @@
+#include "SceneChecks.h"
+
+#include "../VertexJoiner.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace kel::importer::detail {
+
+namespace {
+
+std::vector<char> meshesInUse(const ModelSource& source, const aiScene& scene) {
+    std::vector<char> used(scene.mNumMeshes, 0);
+    std::vector<const aiNode*> waiting;
+    if (scene.mRootNode) waiting.push_back(scene.mRootNode);
+    while (!waiting.empty()) {
+        const aiNode* node = waiting.back();
+        waiting.pop_back();
+        checkMeshesOf(source, scene, *node);
+        for (unsigned m = 0; m < node->mNumMeshes; ++m)
+            used[node->mMeshes[m]] = 1;
+        waiting.insert(waiting.end(), node->mChildren, node->mChildren + node->mNumChildren);
+    }
+    return used;
+}
+
+/// How many vertices that primitives use are not finite. Where every corner has a vertex of its own, as most
+/// text formats arrive, equal ones count once.
+std::size_t countNotFinite(const aiMesh& mesh) {
+    const auto bad = [&](unsigned v) { return !isFinite(mesh.mVertices[v]); };
+    std::vector<char> used(mesh.mNumVertices, mesh.mNumFaces == 0 ? 1 : 0);
+    std::size_t corners = 0;
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        corners += face.mNumIndices;
+        for (unsigned i = 0; i < face.mNumIndices; ++i)
+            used[face.mIndices[i]] = 1;
+    }
+    VertexJoiner joiner({3});
+    std::size_t count = 0;
+    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        if (!used[v] || !bad(v)) continue;
+        ++count;
+        joiner.add(&mesh.mVertices[v].x);
+    }
+    return corners == mesh.mNumVertices ? joiner.size() : count;
+}
+
+bool hasPolygons(const aiScene& scene) {
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[m];
+        if (std::any_of(mesh.mFaces, mesh.mFaces + mesh.mNumFaces,
+                        [](const aiFace& face) { return face.mNumIndices > 3; })) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+void checkMeshesOf(const ModelSource& source, const aiScene& scene, const aiNode& node) {
+    for (unsigned m = 0; m < node.mNumMeshes; ++m) {
+        if (node.mMeshes[m] < scene.mNumMeshes) continue;
+        source.refuse(ImportCode::INVALID_MODEL, "a node uses a mesh that does not exist",
+                      std::string("node \"") + node.mName.C_Str() + "\"");
+    }
+}
+
+bool checkIndices(const ModelSource& source, const aiScene& scene) {
+    bool polygons = false;
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[m];
+        std::size_t bad = 0;
+        for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+            const aiFace& face = mesh.mFaces[f];
+            polygons |= face.mNumIndices > 3;
+            bad += std::any_of(face.mIndices, face.mIndices + face.mNumIndices,
+                               [&](unsigned index) { return index >= mesh.mNumVertices; });
+        }
+        if (bad > 0) {
+            source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
+                          std::to_string(bad) + " primitives use vertices beyond the mesh's " +
+                              std::to_string(mesh.mNumVertices),
+                          "mesh " + std::to_string(m) + " \"" + mesh.mName.C_Str() + "\"",
+                          "export the model again, its index list is damaged");
+        }
+    }
+    return polygons;
+}
+
+/// The reader of RAW files puts every group but the last out of reach. Their meshes need no transform, so the
+/// root may have them.
+void repairTree(aiScene& scene) {
+    aiNode* root = scene.mRootNode;
+    if (!root) return;
+    aiNode** end = std::remove(root->mChildren, root->mChildren + root->mNumChildren, nullptr);
+    const auto kept = static_cast<unsigned>(end - root->mChildren);
+    if (kept == root->mNumChildren) return;
+    root->mNumChildren = kept;
+    std::vector<char> used(scene.mNumMeshes, 0);
+    for (unsigned c = 0; c < kept; ++c) {
+        const aiNode& child = *root->mChildren[c];
+        for (unsigned m = 0; m < child.mNumMeshes; ++m)
+            used.at(child.mMeshes[m]) = 1;
+    }
+    delete[] root->mMeshes;
+    root->mNumMeshes = 0;
+    root->mMeshes = new unsigned[scene.mNumMeshes];
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        if (!used[m]) root->mMeshes[root->mNumMeshes++] = m;
+    }
+}
+
+void refuseNotFinite(const ModelSource& source, const aiScene& scene) {
+    const std::vector<char> used = meshesInUse(source, scene);
+    std::size_t bad = 0;
+    std::size_t meshes = 0;
+    std::string first;
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[m];
+        if (!used[m] || std::all_of(mesh.mVertices, mesh.mVertices + mesh.mNumVertices,
+                                    [](const aiVector3D& v) { return isFinite(v); }))
+            continue;
+        const std::size_t here = countNotFinite(mesh);
+        if (here > 0 && meshes++ == 0) {
+            first = "mesh " + std::to_string(m);
+            if (mesh.mName.length > 0) first += std::string(" \"") + mesh.mName.C_Str() + "\"";
+        }
+        bad += here;
+    }
+    if (bad == 0) return;
+    source.refuse(ImportCode::NON_FINITE_POSITIONS,
+                  std::to_string(bad) + (bad == 1 ? " vertex position is" : " vertex positions are") +
+                      " not finite, in " + std::to_string(meshes) + (meshes == 1 ? " mesh" : " meshes"),
+                  "first in " + first);
+}
+
+/// Takes out polygons with a position that is not finite: no part of them is worth keeping, and looking for
+/// ears among them leads nowhere.
+std::size_t removeBrokenPolygons(aiScene& scene, bool& polygons) {
+    std::size_t removed = 0;
+    if (!polygons) return removed;
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        aiMesh& mesh = *scene.mMeshes[m];
+        aiFace* end = std::remove_if(mesh.mFaces, mesh.mFaces + mesh.mNumFaces, [&](const aiFace& face) {
+            return face.mNumIndices > 3 &&
+                   !std::all_of(face.mIndices, face.mIndices + face.mNumIndices,
+                                [&](unsigned i) { return isFinite(mesh.mVertices[i]); });
+        });
+        const auto kept = static_cast<unsigned>(end - mesh.mFaces);
+        removed += mesh.mNumFaces - kept;
+        mesh.mNumFaces = kept;
+    }
+    polygons = polygons && (removed == 0 || hasPolygons(scene));
+    return removed;
+}
+
+} // namespace kel::importer::detail

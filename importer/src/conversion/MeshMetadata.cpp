@@ -1,0 +1,137 @@
+#include "MeshMetadata.h"
+
+#include "../gltf/GltfDocument.h"
+
+#include <kel/src/format/MetadataKeys.h>
+#include <kel/src/text/JsonPointer.h>
+#include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/Utf8.h>
+
+#include <cmath>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace kel::importer::detail {
+
+namespace {
+
+namespace metadata_key = kel::src::format::metadata;
+
+/// FBX takes a node's pivots apart into a chain of nodes of its own making.
+bool isPivot(std::string_view name) {
+    return name.find("_$AssimpFbx$_") != std::string_view::npos;
+}
+
+/// The JSON string of the names from the root to `node`.
+std::string nodePath(const aiNode& node, bool withRoot, TextRepairs& repairs) {
+    std::vector<const aiNode*> chain;
+    for (const aiNode* n = &node; n; n = n->mParent) {
+        if (!n->mParent && !withRoot && n != &node) break;
+        if (!isPivot({n->mName.data, n->mName.length})) chain.push_back(n);
+    }
+    std::string path;
+    for (auto n = chain.rbegin(); n != chain.rend(); ++n) {
+        if (n != chain.rbegin()) path += '/';
+        kel::src::text::appendPointerStep(path, assimpText((*n)->mName, repairs));
+    }
+    return jsonString(path, repairs);
+}
+
+std::string validText(std::string_view text, TextRepairs& repairs) {
+    bool changed = false;
+    std::string utf8 = kel::src::text::validUtf8(text, &changed);
+    repairs.notUtf8 += changed;
+    return utf8;
+}
+
+/// Metres per unit, where an FBX states it.
+std::optional<double> unitOfFbx(const aiMetadata& metadata) {
+    double centimetres = 0.0;
+    float asFloat = 0.0f;
+    if (metadata.Get("UnitScaleFactor", asFloat)) {
+        centimetres = static_cast<double>(asFloat);
+    } else {
+        metadata.Get("UnitScaleFactor", centimetres);
+    }
+    if (!std::isfinite(centimetres) || !(centimetres > 0.0)) return std::nullopt;
+    return centimetres / 100.0;
+}
+
+std::string upAxisOfFbx(const aiMetadata& metadata) {
+    int axis = -1;
+    int sign = 1;
+    metadata.Get("UpAxisSign", sign);
+    if (!metadata.Get("UpAxis", axis) || axis < 0 || axis > 2) return {};
+    return std::string(sign < 0 ? "-" : "") + "XYZ"[axis];
+}
+
+/// The JSON object "source".
+std::string sourceEntry(const std::string& fileName, const std::string& format, const aiScene& scene,
+                        TextRepairs& repairs) {
+    kel::src::format::Source source;
+    source.file = validText(fileName, repairs);
+    source.format = validText(format, repairs);
+    const auto is = [&](const char* word) { return format.find(word) != std::string::npos; };
+    if (is("glTF") || is("Collada") || is("X3D")) {
+        // All three are metres with Y up by definition, or are brought there by the reader.
+        source.unit = 1.0;
+        source.upAxis = "Y";
+    } else if (is("FBX") && scene.mMetaData) {
+        source.unit = unitOfFbx(*scene.mMetaData);
+        source.upAxis = upAxisOfFbx(*scene.mMetaData);
+    }
+    return kel::src::format::sourceText(source, source.unit ? jsonNumber(*source.unit, repairs) : "");
+}
+
+} // namespace
+
+MetadataWriter::MetadataWriter(const ModelSource& source, const std::string& format, const aiScene& scene,
+                               const GltfNodes& gltfNodes, TextRepairs& repairs)
+    : scene(scene), gltfNodes(gltfNodes), repairs(repairs),
+      source(sourceEntry(source.name, format, scene, sourceRepairs)) {}
+
+void MetadataWriter::describe(const Instance& instance, kel::scene::MetaData& metadata) {
+    const auto set = [&](std::string_view key, std::string text) {
+        metadata.emplace(std::string(key), std::move(text));
+    };
+    set(metadata_key::SOURCE, source);
+    repairs += sourceRepairs;
+    // Around several root nodes of a glTF the reader puts one of its own.
+    const GltfDocument* gltf = gltfNodes.document();
+    const bool withRoot = !gltf || gltf->sceneRoots().size() == 1;
+    set(metadata_key::NODE, nodePath(*instance.node, withRoot, repairs));
+    if (const auto node = gltfNodes.find(*instance.node)) {
+        describeGltf(*node, instance.slot, metadata);
+        return;
+    }
+    const aiString& meshName = scene.mMeshes[instance.mesh()]->mName;
+    const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
+    if (name.length > 0) set(metadata_key::NAME, jsonString(assimpText(name, repairs), repairs));
+    std::string extras = jsonObject(instance.node->mMetaData, repairs);
+    if (!extras.empty()) set(metadata_key::EXTRAS, std::move(extras));
+}
+
+void MetadataWriter::describeGltf(std::size_t node, unsigned slot, kel::scene::MetaData& metadata) {
+    const GltfDocument& document = *gltfNodes.document();
+    const auto keepExtras = [&](std::string_view key, const picojson::value* owner) {
+        const picojson::value* value = member(owner, "extras");
+        if (!value) return;
+        std::string text;
+        kel::src::text::appendJson(text, *value);
+        metadata.emplace(std::string(key), validText(text, repairs));
+    };
+    const std::size_t mesh = document.meshOf(node).value_or(0);
+    std::string name = stringOf(member(document.find("meshes", mesh), "name"));
+    if (name.empty()) name = stringOf(member(document.find("nodes", node), "name"));
+    if (!name.empty()) metadata.emplace(std::string(metadata_key::NAME), jsonString(name, repairs));
+    keepExtras(metadata_key::EXTRAS, document.find("nodes", node));
+    keepExtras(metadata_key::MESH_EXTRAS, document.find("meshes", mesh));
+    keepExtras(metadata_key::SCENE_EXTRAS, document.scene());
+    if (const auto material = wholeNumber(member(document.primitive(mesh, slot), "material"))) {
+        keepExtras(metadata_key::MATERIAL_EXTRAS,
+                   document.find("materials", static_cast<std::size_t>(*material)));
+    }
+}
+
+} // namespace kel::importer::detail

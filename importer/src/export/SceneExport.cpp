@@ -1,0 +1,266 @@
+#include "SceneExport.h"
+
+#include "../AttributeSets.h"
+#include "ExportMaterial.h"
+
+#include <kel/mesh/AttributeNames.h>
+#include <kel/mesh/ForEachPrimitive.h>
+#include <kel/src/format/MetadataKeys.h>
+
+#include <assimp/mesh.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+
+namespace kel::importer::detail {
+
+namespace {
+
+using kel::src::DecodedAttribute;
+using kel::src::DecodedMesh;
+using kel::src::SRC_NONE;
+using kel::src::SrcFile;
+using kel::src::SrcMesh;
+
+/// The number of a set: 0 for "texcoord", 2 for "texcoord2"; false for any other name.
+bool isSet(const std::string& name, const char* base, std::size_t& set) {
+    const std::size_t length = std::strlen(base);
+    if (name.compare(0, length, base) != 0) return false;
+    const std::string digits = name.substr(length);
+    set = 0;
+    if (digits.empty()) return true;
+    if (digits.size() > 2 || digits[0] == '0') return false;
+    for (const char digit : digits) {
+        if (digit < '0' || digit > '9') return false;
+        set = set * 10 + static_cast<std::size_t>(digit - '0');
+    }
+    return true;
+}
+
+class SceneMaker {
+public:
+    SceneMaker(const SrcFile& file, const ExportFormat& format) : file(file), format(format) {}
+
+    ExportScene make() {
+        for (const SrcMesh& mesh : file.meshes())
+            addMesh(mesh);
+        if (meshes.empty())
+            throw ExportError("there is nothing in it that ." + std::string(format.extension) +
+                              " files can hold");
+        made.result.meshes = meshes.size();
+        reportLosses();
+
+        made.scene = std::make_unique<aiScene>();
+        aiScene* scene = made.scene.get();
+        addMaterials(*scene);
+        scene->mRootNode = new aiNode("scene");
+        scene->mNumMeshes = static_cast<unsigned>(meshes.size());
+        scene->mMeshes = new aiMesh*[meshes.size()];
+        auto** children = new aiNode*[meshes.size()];
+        for (std::size_t i = 0; i < meshes.size(); ++i) {
+            scene->mMeshes[i] = meshes[i].release();
+            aiNode* node = nodes[i].release();
+            node->mParent = scene->mRootNode;
+            node->mNumMeshes = 1;
+            node->mMeshes = new unsigned[1]{static_cast<unsigned>(i)};
+            children[i] = node;
+        }
+        scene->mRootNode->mNumChildren = static_cast<unsigned>(nodes.size());
+        scene->mRootNode->mChildren = children;
+        return std::move(made);
+    }
+
+private:
+    void drop(const std::string& kind, std::size_t count, const std::string& detail) {
+        if (count != 0) made.result.dropped.push_back({kind, count, detail});
+    }
+
+    void reportLosses() {
+        const std::string cannot = '.' + std::string(format.extension) + " files cannot hold them";
+        for (const auto& [kind, count] : unsupported)
+            drop(kind, count, cannot);
+        drop("meshes without anything to draw", empty, "");
+        drop("attributes of other lengths than the positions", mismatched, "");
+        if (!format.names) drop("names of meshes", named, cannot);
+        if (!format.materials) drop("materials", file.materials().size(), cannot);
+        if (!format.metadata) drop("metadata of meshes", withMetadata, cannot);
+        drop("metadata of the file", kel::src::jsonMembers(file.metadata()).size(),
+             "exporters have no place for them");
+    }
+
+    // ---- Meshes -----------------------------------------------------------------------------------------
+
+    void addMesh(const SrcMesh& source) {
+        const bool triangles = source.primitive == kel::mesh::TRIANGLES ||
+                               source.primitive == kel::mesh::TRIANGLE_STRIP ||
+                               source.primitive == kel::mesh::TRIANGLE_FAN;
+        if (!triangles && !format.pointsAndLines) {
+            ++unsupported[source.primitive == kel::mesh::POINTS ? "meshes of points" : "meshes of lines"];
+            return;
+        }
+        const DecodedMesh decoded = decodeMesh(file, source);
+        const DecodedAttribute* positions = decoded.find(kel::mesh::DEFAULT_POSITIONS_NAME);
+        const std::size_t count = positions && positions->components == 3 ? positions->values.size() / 3 : 0;
+        const std::size_t corners = decoded.indexed ? decoded.indices.size() : count;
+        auto mesh = std::make_unique<aiMesh>();
+        fillFaces(source, decoded, corners, count, *mesh);
+        if (mesh->mNumFaces == 0) {
+            ++empty;
+            return;
+        }
+        mesh->mNumVertices = static_cast<unsigned>(count);
+        for (const DecodedAttribute& attribute : decoded.attributes)
+            addAttribute(attribute, count, *mesh);
+        for (std::size_t v = 0; v < count; ++v) {
+            const aiVector3D& p = mesh->mVertices[v];
+            if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+                throw ExportError("a position of mesh \"" + std::string(source.id) +
+                                  "\" is not a finite number");
+        }
+        mesh->mMaterialIndex = source.material == SRC_NONE ? noMaterial() : source.material;
+        made.result.vertices += count;
+        (triangles                               ? made.result.triangles
+         : source.primitive == kel::mesh::POINTS ? made.result.points
+                                                 : made.result.lines) += mesh->mNumFaces;
+
+        auto node = std::make_unique<aiNode>();
+        std::string name;
+        addMetadata(source, name);
+        if (!name.empty()) ++named;
+        // Exporters tell nodes apart by their names.
+        node->mName = assimpString(name.empty() ? "mesh" + std::string(source.id) : name);
+        mesh->mName = node->mName;
+        meshes.push_back(std::move(mesh));
+        nodes.push_back(std::move(node));
+    }
+
+    static void fillFaces(const SrcMesh& source, const DecodedMesh& decoded, std::size_t corners,
+                          std::size_t vertices, aiMesh& mesh) {
+        if (vertices == 0) return;
+        if (std::max(vertices, corners) > std::size_t(AI_MAX_VERTICES))
+            throw ExportError("mesh \"" + std::string(source.id) + "\" has too many vertices");
+        using Corners = std::array<std::size_t, 3>;
+        std::size_t faces = 0;
+        kel::mesh::forEachPrimitive(source.primitive, corners, [&](const Corners&, std::size_t) { ++faces; });
+        mesh.mFaces = new aiFace[faces];
+        mesh.mNumFaces = static_cast<unsigned>(faces);
+        std::size_t next = 0;
+        kel::mesh::forEachPrimitive(source.primitive, corners, [&](const Corners& places, std::size_t size) {
+            aiFace& face = mesh.mFaces[next++];
+            face.mNumIndices = static_cast<unsigned>(size);
+            face.mIndices = new unsigned[size];
+            for (std::size_t i = 0; i < size; ++i) {
+                const unsigned index =
+                    decoded.indexed ? decoded.indices[places[i]] : static_cast<unsigned>(places[i]);
+                face.mIndices[i] = index;
+                if (index >= vertices)
+                    throw ExportError("mesh \"" + std::string(source.id) + "\" uses vertex " +
+                                      std::to_string(index) + " of " + std::to_string(vertices));
+            }
+            mesh.mPrimitiveTypes |= size == 1   ? aiPrimitiveType_POINT
+                                    : size == 2 ? aiPrimitiveType_LINE
+                                                : aiPrimitiveType_TRIANGLE;
+        });
+    }
+
+    static aiVector3D* vectors(const DecodedAttribute& attribute) {
+        const std::size_t count = attribute.values.size() / attribute.components;
+        auto* result = new aiVector3D[count];
+        for (std::size_t v = 0; v < count; ++v) {
+            const float* value = attribute.values.data() + v * attribute.components;
+            result[v] = aiVector3D(value[0], attribute.components > 1 ? value[1] : 0.0f,
+                                   attribute.components > 2 ? value[2] : 0.0f);
+        }
+        return result;
+    }
+
+    void addAttribute(const DecodedAttribute& attribute, std::size_t count, aiMesh& mesh) {
+        if (attribute.values.size() / attribute.components != count) {
+            ++mismatched;
+            return;
+        }
+        std::size_t set = 0;
+        const bool three = attribute.components == 3;
+        if (attribute.name == kel::mesh::DEFAULT_POSITIONS_NAME && three && !mesh.mVertices) {
+            mesh.mVertices = vectors(attribute);
+        } else if (attribute.name == kel::mesh::DEFAULT_NORMALS_NAME && three && format.normals &&
+                   !mesh.mNormals) {
+            mesh.mNormals = vectors(attribute);
+            // Quantized normals are not of unit length, which some targets ask for.
+            for (std::size_t v = 0; v < count; ++v)
+                mesh.mNormals[v].NormalizeSafe();
+        } else if (isSet(attribute.name, TEXCOORD_NAME, set) && set < format.texcoordSets &&
+                   attribute.components <= 3 && !mesh.mTextureCoords[set]) {
+            mesh.mTextureCoords[set] = vectors(attribute);
+            mesh.mNumUVComponents[set] = static_cast<unsigned>(attribute.components);
+        } else if (isSet(attribute.name, COLOR_NAME, set) && set == 0 && format.colours &&
+                   attribute.components >= 3 && !mesh.mColors[0]) {
+            made.hasColours = true;
+            mesh.mColors[0] = new aiColor4D[count];
+            for (std::size_t v = 0; v < count; ++v) {
+                const float* value = attribute.values.data() + v * attribute.components;
+                mesh.mColors[0][v] =
+                    aiColor4D(value[0], value[1], value[2], attribute.components > 3 ? value[3] : 1.0f);
+            }
+        } else {
+            ++unsupported['"' + attribute.name + "\" attributes"];
+        }
+    }
+
+    void addMetadata(const SrcMesh& source, std::string& name) {
+        picojson::object extras;
+        const auto members = kel::src::jsonMembers(source.metadata);
+        bool any = false;
+        for (const auto& member : members) {
+            if (member.key == kel::src::format::metadata::NAME && kel::src::jsonString(member.json, name))
+                continue;
+            if (member.key == kel::src::format::metadata::FIT) continue;
+            any = true;
+            if (!format.metadata) continue;
+            picojson::value value;
+            const char* end = member.json.data() + member.json.size();
+            std::string error;
+            picojson::parse(value, member.json.data(), end, &error);
+            if (error.empty()) extras[member.key] = std::move(value);
+        }
+        if (any) ++withMetadata;
+        made.nodeExtras.push_back(std::move(extras));
+    }
+
+    // ---- Materials --------------------------------------------------------------------------------------
+
+    unsigned noMaterial() {
+        needsNeutral = true;
+        return static_cast<unsigned>(file.materials().size());
+    }
+
+    void addMaterials(aiScene& scene) const {
+        const std::size_t count = file.materials().size() + (needsNeutral ? 1 : 0);
+        scene.mMaterials = new aiMaterial*[count]();
+        scene.mNumMaterials = static_cast<unsigned>(count);
+        for (std::size_t i = 0; i < file.materials().size(); ++i)
+            scene.mMaterials[i] = exportedMaterial(file, file.materials()[i], format).release();
+        if (needsNeutral) scene.mMaterials[count - 1] = neutralMaterial().release();
+    }
+
+    const SrcFile& file;
+    const ExportFormat& format;
+    ExportScene made;
+    std::vector<std::unique_ptr<aiMesh>> meshes;
+    std::vector<std::unique_ptr<aiNode>> nodes;
+    std::map<std::string, std::size_t> unsupported;
+    std::size_t empty = 0, mismatched = 0, named = 0, withMetadata = 0;
+    bool needsNeutral = false;
+};
+
+} // namespace
+
+ExportScene makeExportScene(const SrcFile& file, const ExportFormat& format) {
+    return SceneMaker(file, format).make();
+}
+
+} // namespace kel::importer::detail
