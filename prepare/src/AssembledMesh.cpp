@@ -1,10 +1,8 @@
 #include "AssembledMesh.h"
 
-#include <kel/mesh/DefaultIndexBuffer.h>
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 
 #include <algorithm>
-#include <utility>
 
 namespace kel::prepare::detail {
 
@@ -35,16 +33,6 @@ AttributePtr makeAttribute(kel::mesh::ComponentType type, std::size_t components
     return std::make_shared<kel::mesh::detail::AttributeBufferDataView>(
         type, components, stride, 0, std::make_shared<kel::mesh::detail::VectorBufferData>(std::move(bytes)),
         std::move(name));
-}
-
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint8_t> indices) {
-    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint8_t>>(std::move(indices));
-}
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint16_t> indices) {
-    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint16_t>>(std::move(indices));
-}
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint32_t> indices) {
-    return std::make_shared<kel::mesh::DefaultIndexBuffer<std::uint32_t>>(std::move(indices));
 }
 
 } // namespace kel::prepare::detail

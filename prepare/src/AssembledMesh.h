@@ -1,11 +1,12 @@
 #pragma once
 
+#include <kel/mesh/DefaultIndexBuffer.h>
 #include <kel/mesh/Mesh.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // New meshes from finished parts, for every step that makes one.
@@ -49,8 +50,9 @@ AttributePtr makeAttribute(kel::mesh::ComponentType type, std::size_t components
                            std::string name);
 
 /// A packed index buffer that takes the indices over.
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint8_t> indices);
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint16_t> indices);
-std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<std::uint32_t> indices);
+template<typename Index>
+std::shared_ptr<kel::mesh::IndexBuffer> makeIndices(std::vector<Index> indices) {
+    return std::make_shared<kel::mesh::DefaultIndexBuffer<Index>>(std::move(indices));
+}
 
 } // namespace kel::prepare::detail

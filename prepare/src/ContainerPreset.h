@@ -1,10 +1,14 @@
 #pragma once
 
+#include <kel/prepare/FitToRange.h>
 #include <kel/prepare/Target.h>
 
 #include <kel/mesh/AttributeBuffer.h>
 #include <kel/src/encoding/EncodingPresets.h>
 
+#include <cmath>
+#include <mutex>
+#include <stdexcept>
 #include <string>
 
 namespace kel::prepare::detail {
@@ -13,13 +17,24 @@ namespace kel::prepare::detail {
 class ContainerPreset {
 public:
     /// `target` is one of the two presets.
-    explicit ContainerPreset(Target target);
+    explicit ContainerPreset(Target target) {
+        // The registry makes entries on first request and is not synchronised; the lock keeps calls of this
+        // library from several threads apart.
+        static std::mutex registry;
+        const std::lock_guard<std::mutex> lock(registry);
+        config = kel::src::detail::getSRCEncodingPreset(targetName(target));
+    }
 
     bool knows(const std::string& attribute) const { return config.precision.count(attribute) != 0; }
     /// Whether it stores codes instead of floats.
     bool quantizes(const std::string& attribute) const {
         const auto found = config.precision.find(attribute);
         return found != config.precision.end() && found->second != 32;
+    }
+    /// The same for a buffer: whether the codes are those of its floats.
+    bool quantizesFloats(const kel::mesh::AttributeBuffer& buffer) const {
+        return buffer.getComponentType() == kel::mesh::FLOAT && fits(buffer.getComponentCountPerElement()) &&
+               quantizes(buffer.getAttributeName());
     }
     /// Whether it has a place for so many components. It drops others, whatever their name.
     static bool fits(std::size_t components) { return components >= 1 && components <= 3; }
@@ -31,5 +46,11 @@ public:
 private:
     kel::src::detail::SRCEncodingConfig config;
 };
+
+/// throws  std::invalid_argument for a box that a preset cannot quantize in
+inline void requireBox(const FitOptions& box) {
+    if (!std::isfinite(box.lower) || !std::isfinite(box.upper) || !(box.lower < box.upper))
+        throw std::invalid_argument("The box to fit to needs finite bounds, the lower one first.");
+}
 
 } // namespace kel::prepare::detail

@@ -1,20 +1,21 @@
 #include <kel/prepare/detail/Steps.h>
 
+#include "ContainerPreset.h"
 #include "PackedReading.h"
-#include "QuantizedAttributes.h"
 
 #include <algorithm>
 
 namespace kel::prepare {
 
 std::vector<ClampCount> steps::countClamped(const Scene& scene, const FitOptions& options) {
-    const detail::QuantizedAttributes quantized(options);
+    detail::requireBox(options);
+    const detail::ContainerPreset preset(Target::PRESET_CMP1);
     std::vector<ClampCount> counts;
     for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
         const kel::scene::SceneMesh& entry = scene.meshes[m];
         if (!entry.mesh) continue;
         for (const detail::AttributePtr& buffer : detail::attributesOf(*entry.mesh)) {
-            if (!quantized.contain(buffer)) continue;
+            if (!buffer || !preset.quantizesFloats(*buffer)) continue;
             const detail::PackedFloats values(*buffer);
             // Written so that NaN counts.
             const auto outside = std::count_if(values.begin(), values.end(), [&](float value) {

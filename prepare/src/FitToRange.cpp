@@ -1,7 +1,7 @@
 #include <kel/prepare/detail/Steps.h>
 
+#include "ContainerPreset.h"
 #include "PackedReading.h"
-#include "QuantizedAttributes.h"
 #include "SceneSteps.h"
 
 #include <kel/mesh/AttributeNames.h>
@@ -154,7 +154,8 @@ void record(FitsByName fits, kel::scene::SceneMesh& entry) {
 } // namespace
 
 void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options) {
-    const detail::QuantizedAttributes quantized(options);
+    detail::requireBox(options);
+    const detail::ContainerPreset preset(Target::PRESET_CMP1);
     FitReport done;
     detail::RepeatedMeshes repeated(scene);
     detail::SharedBuffers<FittedAttribute> shared;
@@ -164,7 +165,7 @@ void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& option
         std::vector<AttributePtr> attributes = detail::attributesOf(*entry.mesh);
         FitsByName fits;
         for (AttributePtr& buffer : attributes) {
-            if (!quantized.contain(buffer)) continue;
+            if (!buffer || !preset.quantizesFloats(*buffer)) continue;
             FittedAttribute fitted =
                 shared.of(buffer, [&](const AttributePtr& old) { return fitAttribute(old, options); });
             buffer = std::move(fitted.buffer);

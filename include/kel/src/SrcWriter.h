@@ -21,6 +21,7 @@ public:
         UNCOMPRESSED = 0,
         /// "position" as three 16-bit codes relative to the mesh's box, 6 bytes per vertex; other attributes
         /// as they are. Every mesh must have positions of three floats: with others the call does not return.
+        /// kel::prepare::writeChecked refuses them.
         POSITION_COMPRESSED = 1,
         /// One attribute, "pos3us_nor2ub_oct", of 8 bytes per vertex: the position as above and the normal as
         /// two octahedral bytes (kel::mesh::quantizeNormals tells how to decode them). All other attributes
