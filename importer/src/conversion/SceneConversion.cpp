@@ -9,6 +9,7 @@
 #include "MeshParts.h"
 
 #include <kel/mesh/DefaultMesh.h>
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/text/Utf8.h>
 
 #include <map>
@@ -23,7 +24,6 @@ namespace {
 using kel::mesh::DefaultMesh;
 
 const char* const CONVERTING = "converting";
-constexpr std::size_t MAX_SHORT_VERTICES = 65535; // index 65535 restarts a primitive in WebGL 2
 
 std::string placeOf(const aiScene& scene, unsigned mesh) {
     const aiString& name = scene.mMeshes[mesh]->mName;
@@ -49,7 +49,7 @@ void freeVertices(aiMesh& mesh) {
 
 std::shared_ptr<DefaultMesh> makeMesh(MeshPart part) {
     auto mesh = std::make_shared<DefaultMesh>(part.type);
-    if (part.vertices() <= MAX_SHORT_VERTICES) {
+    if (part.vertices() <= kel::src::format::MAX_SHORT_INDEX_VERTICES) {
         mesh->setIndices(std::vector<std::uint16_t>(part.indices.begin(), part.indices.end()));
     } else {
         mesh->setIndices(std::move(part.indices));
