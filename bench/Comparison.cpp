@@ -265,24 +265,46 @@ void replaceBetweenMarkers(const std::string& path, const std::string& text) {
     std::ofstream(path) << document;
 }
 
+constexpr char USAGE[] =
+    "usage: kelsrc_compare [--markdown FILE] [--plot FILE] [--scenes abc]\n"
+    "\n"
+    "Writes the same geometry through this library and through others, and prints time, bytes and memory.\n"
+    "  --markdown FILE  put the tables between the marker lines of that document, too\n"
+    "  --plot FILE      draw the times as SVG\n"
+    "  --scenes abc     measure these scenes; default: abc\n";
+
+/// Whether each letter names a scene; measuring takes minutes, so a slip must show before it starts.
+bool nameScenes(const std::string& names) {
+    return !names.empty() && names.find_first_not_of("abc") == std::string::npos;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     try {
         std::string markdown, plot, names = "abc";
-        for (int i = 1; i + 1 < argc; i += 2) {
-            const std::string option = argv[i];
-            if (option == "--markdown") {
-                markdown = argv[i + 1];
-            } else if (option == "--plot") {
-                plot = argv[i + 1];
-            } else if (option == "--scenes") {
-                names = argv[i + 1];
-            } else {
-                std::cerr << "kelsrc_compare: unknown option " << option
-                          << "; it takes --markdown FILE, --plot FILE and --scenes abc\n";
+        const std::vector<std::string> arguments(argv + 1, argv + argc);
+        for (std::size_t i = 0; i < arguments.size(); i += 2) {
+            const std::string& option = arguments[i];
+            if (option == "--help" || option == "-h") {
+                std::cout << USAGE;
+                return 0;
+            }
+            std::string* const value = option == "--markdown" ? &markdown
+                                       : option == "--plot"   ? &plot
+                                       : option == "--scenes" ? &names
+                                                              : nullptr;
+            if (!value || i + 1 == arguments.size()) {
+                std::cerr << "kelsrc_compare: " << (value ? "no value for " : "unknown option ") << option
+                          << '\n'
+                          << USAGE;
                 return 2;
             }
+            *value = arguments[i + 1];
+        }
+        if (!nameScenes(names)) {
+            std::cerr << "kelsrc_compare: there is no scene \"" << names << "\"; scenes are a, b and c\n";
+            return 2;
         }
         std::vector<SceneResults> scenes;
         for (const char name : names)
