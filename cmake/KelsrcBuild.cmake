@@ -11,6 +11,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+# One folder for all headers, reached by the exported include path: a system's include folder gets no "src" of ours.
+set(KELSRC_INSTALLED_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/kelsrc)
 # Installed programs and libraries find each other from where they lie, so the installed tree can be moved.
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN")
 
@@ -49,33 +51,63 @@ if(KELSRC_COVERAGE)
     add_link_options(--coverage)
 endif()
 
-# kelsrc_room(<name> [DIR <include root>] [HEADERS <header>...] [SOURCES ...] [USES <target>...])
+# kelsrc_room(<name> [DIR <include root>] [HEADERS <header>...] [PUBLIC_HEADERS <header>...] [SOURCES ...]
+#             [USES <target>...])
 #
 # One room of the house: an object library that sees only its own headers and those of the rooms that it
 # USES. A room with DIR owns that folder as its include root. Rooms below kel/src share one source tree, so each
-# gets an include root of its own in the build tree that holds nothing but links to its HEADERS: including a header
+# gets an include root of its own in the build tree that holds nothing but links to its headers: including a header
 # of a room that is not in USES does not compile, and calling into it does not link (the tests named room_* try).
-# Paths are relative to the project's root. HEADERS are public: they are installed under the same path.
+# Paths are relative to the project's root. PUBLIC_HEADERS are for users, too, and are installed. A room's header is
+# public when it declares a function that callers may use beside the writers, or when such a header includes it;
+# tests/packaging/installed_headers.txt lists them all.
 function(kelsrc_room name)
-    cmake_parse_arguments(ROOM "" "DIR" "HEADERS;SOURCES;USES" ${ARGN})
+    cmake_parse_arguments(ROOM "" "DIR" "HEADERS;PUBLIC_HEADERS;SOURCES;USES" ${ARGN})
     list(TRANSFORM ROOM_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
     add_library(room_${name} OBJECT ${ROOM_SOURCES})
     if(ROOM_DIR)
         set(root ${PROJECT_SOURCE_DIR}/${ROOM_DIR})
     else()
         set(root ${CMAKE_BINARY_DIR}/rooms/${name})
-        foreach(header IN LISTS ROOM_HEADERS)
+        foreach(header IN LISTS ROOM_HEADERS ROOM_PUBLIC_HEADERS)
             get_filename_component(parent ${root}/${header} DIRECTORY)
             file(MAKE_DIRECTORY ${parent})
             file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${header} ${root}/${header} SYMBOLIC)
-            if(NOT header MATCHES "_p\\.h$")
-                get_filename_component(folder ${header} DIRECTORY)
-                install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT development)
-            endif()
+        endforeach()
+        foreach(header IN LISTS ROOM_PUBLIC_HEADERS)
+            get_filename_component(folder ${header} DIRECTORY)
+            install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${KELSRC_INSTALLED_HEADERS}/${folder}
+                COMPONENT development)
         endforeach()
     endif()
     target_include_directories(room_${name} PUBLIC $<BUILD_INTERFACE:${root}>)
     target_link_libraries(room_${name} PRIVATE kelsrc_flags PUBLIC ${ROOM_USES})
     set_property(GLOBAL APPEND PROPERTY KELSRC_ROOMS ${name})
     set_property(GLOBAL APPEND PROPERTY KELSRC_INCLUDE_ROOTS ${root})
+endfunction()
+
+# kelsrc_assemble(<target> [WITHOUT <room>...]): makes all rooms declared so far, but those named, the content of a
+# target, with the include paths and libraries that whoever uses it needs.
+function(kelsrc_assemble target)
+    cmake_parse_arguments(LIB "" "" "WITHOUT" ${ARGN})
+    get_property(rooms GLOBAL PROPERTY KELSRC_ROOMS)
+    get_property(roots GLOBAL PROPERTY KELSRC_INCLUDE_ROOTS)
+    list(REMOVE_DUPLICATES roots)
+    if(LIB_WITHOUT)
+        list(REMOVE_ITEM rooms ${LIB_WITHOUT})
+    endif()
+    foreach(room IN LISTS rooms)
+        target_sources(${target} PRIVATE $<TARGET_OBJECTS:room_${room}>)
+    endforeach()
+    target_include_directories(${target} PUBLIC
+        "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include;${roots}>"
+        $<INSTALL_INTERFACE:${KELSRC_INSTALLED_HEADERS}>)
+    target_include_directories(${target} SYSTEM PUBLIC $<BUILD_INTERFACE:${PICOJSON_INCLUDE_DIR}>)
+    target_link_libraries(${target} PUBLIC glm::glm)
+    if(KELSRC_BUNDLED_PLATFORM)
+        target_compile_definitions(${target} PUBLIC KELSRC_BUNDLED_MESH=1)
+        target_link_libraries(${target} PUBLIC Boost::log PRIVATE simdjson::simdjson)
+    else()
+        target_link_libraries(${target} PUBLIC kel::mesh kel::structure kel::utils kel::logging src::src)
+    endif()
 endfunction()

@@ -25,7 +25,7 @@ if(KELSRC_BUNDLED_PLATFORM)
     install(FILES ${CMAKE_BINARY_DIR}/kelsrc.pc DESTINATION ${pc_dir} COMPONENT development)
 endif()
 
-foreach(library kelSrc kelsrc_prepare kelsrc_importer)
+foreach(library kelSrc kelsrc_prepare kelsrc_importer kelsrc_convert)
     if(TARGET ${library})
         get_target_property(type ${library} TYPE)
         if(type STREQUAL "SHARED_LIBRARY")

@@ -2,8 +2,6 @@
 # cli/ViewerPage.cpp. Empty where there is no Node.js: the command then looks for a file viewer.html at run time. The page
 # is installed as well, for whoever puts it on a server.
 
-set(KELSRC_VIEWER AUTO CACHE STRING "Compile the viewer's page into the command: AUTO (where Node.js and npm are found), ON or OFF")
-set_property(CACHE KELSRC_VIEWER PROPERTY STRINGS AUTO ON OFF)
 set(KELSRC_OLDEST_NODE 18.19)
 
 # Says in `variable` why the page cannot be built; empty when it can.

@@ -22,7 +22,7 @@ rm "$build"/pipeline/include/kel/mesh/{DefaultMesh,DefaultIndexBuffer,KelMesh}.h
 mkdir "$build/tree"
 cp -r "$source"/{CMakeLists.txt,cmake,include,kel} "$build/tree"
 "$cmake" -S "$build/tree" -B "$build/tree-build" "${common[@]}" -DKELSRC_BUNDLED_PLATFORM=OFF \
-    -DKELSRC_BUILD_PREPARE=OFF -DKELSRC_BUILD_IMPORTER=OFF -DKELSRC_BUILD_CLI=OFF -DCMAKE_PREFIX_PATH="$build/prefix"
+    -DCMAKE_PREFIX_PATH="$build/prefix"
 "$cmake" --build "$build/tree-build" --parallel 2
 "$cmake" --install "$build/tree-build" --prefix "$build/prefix" >/dev/null
 
