@@ -1,5 +1,6 @@
 #include <kel/src/encoding/Quantization.h>
 
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/kernels/LinearQuantization.h>
 
 #include <array>
@@ -54,15 +55,10 @@ void quantizeToNBits(const float* data, std::size_t count, std::size_t component
         return;
     }
 
-    QuantizationLayout layout{components, 3, 0, MAX_CODES[bits], min, extent};
-    type = ShapeResourceContainer::UINT;
-    if (bits <= 8) {
-        layout.slotBytes = 1;
-        type = ShapeResourceContainer::UBYTE;
-    } else if (bits <= 16) {
-        layout.slotBytes = 2;
-        type = ShapeResourceContainer::USHORT;
-    }
+    QuantizationLayout layout{components, format::codeBytes(bits), 0, MAX_CODES[bits], min, extent};
+    type = layout.slotBytes == 1   ? ShapeResourceContainer::UBYTE
+           : layout.slotBytes == 2 ? ShapeResourceContainer::USHORT
+                                   : ShapeResourceContainer::UINT;
     layout.bytesPerElement = layout.slotBytes * components;
     if (alignTo4Bytes) {
         layout.bytesPerElement =

@@ -29,8 +29,17 @@ constexpr const ComponentTypeRow* componentType(std::uint64_t webGL) {
                : nullptr;
 }
 
-/// WebGL 2 takes the largest index of 16 bits for the start of a new strip. So indices of 16 bits can name this
-/// many vertices, numbered from 0.
+/// Codes of 17 to 32 bits are stored in slots of three bytes, although their type says UINT. A stride of
+/// less than four bytes per component shows it.
+constexpr std::uint32_t WIDE_CODE_BYTES = 3;
+
+/// Bytes of the file that one quantized component of 1 to 32 bits takes.
+constexpr std::uint32_t codeBytes(std::size_t bits) {
+    return bits <= 8 ? 1 : bits <= 16 ? 2 : WIDE_CODE_BYTES;
+}
+
+/// WebGL 2 takes the largest index of 16 bits for the start of a new strip. So indices of 16 bits can name
+/// this many vertices, numbered from 0.
 constexpr std::size_t SHORT_RESTART_INDEX = 65535;
 constexpr std::size_t MAX_SHORT_INDEX_VERTICES = SHORT_RESTART_INDEX;
 

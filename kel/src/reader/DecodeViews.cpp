@@ -1,4 +1,5 @@
 #include <kel/src/SrcDecode.h>
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/reader/ElementRuns_p.h>
 
 #include <cstring>
@@ -14,11 +15,11 @@ double load(const unsigned char* at) {
     return static_cast<double>(code);
 }
 
-/// A tag for codes in slots of 3 bytes.
-struct Slot3 {};
+/// A tag for codes in slots of three bytes.
+struct WideCode {};
 
 template<>
-double load<Slot3>(const unsigned char* at) {
+double load<WideCode>(const unsigned char* at) {
     return static_cast<double>(static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
                                static_cast<std::uint32_t>(at[2]) << 16);
 }
@@ -26,7 +27,7 @@ double load<Slot3>(const unsigned char* at) {
 template<typename T>
 constexpr std::size_t SIZE = sizeof(T);
 template<>
-constexpr std::size_t SIZE<Slot3> = 3;
+constexpr std::size_t SIZE<WideCode> = format::WIDE_CODE_BYTES;
 
 /// Elements of C components. Sums and quotients in double: the codes of 32 bits and the offsets of small
 /// boxes far from the origin need it.
@@ -77,7 +78,8 @@ void copyFloats(const unsigned char* source, const SrcAttributeView& view, std::
 }
 
 void decodeRun(const unsigned char* source, const SrcAttributeView& view, std::size_t count, float* target) {
-    if (view.componentBytes == 3) return decodeComponents<Slot3>(source, view, count, target);
+    if (view.componentBytes == format::WIDE_CODE_BYTES)
+        return decodeComponents<WideCode>(source, view, count, target);
     switch (view.componentType) {
     case kel::mesh::BYTE:
         return decodeComponents<std::int8_t>(source, view, count, target);

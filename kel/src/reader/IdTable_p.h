@@ -1,5 +1,7 @@
 #pragma once
 
+#include <kel/src/SrcFile.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +18,7 @@ namespace kel::src::detail {
 /// for the few of them, and could be driven to quadratic time by a file made for it.
 class IdTable {
 public:
-    static constexpr std::uint32_t NOT_FOUND = 0xffffffffu;
+    static constexpr std::uint32_t NOT_FOUND = SRC_NONE;
 
     /// Bytes that a table of so many IDs takes at most.
     static std::uint64_t memoryFor(std::uint64_t count) { return count * 32 + 4096; }

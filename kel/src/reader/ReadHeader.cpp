@@ -288,7 +288,7 @@ private:
             static_cast<std::uint8_t>(kel::mesh::getComponentSizeInBytes(view.componentType));
         if (view.byteStride == 0) view.byteStride = components * view.componentBytes;
         if (view.componentType == kel::mesh::UNSIGNED_INT && view.byteStride < components * 4)
-            view.componentBytes = 3;
+            view.componentBytes = format::WIDE_CODE_BYTES;
         const std::uint64_t element = components * view.componentBytes;
         if (view.byteStride >= element) return true;
         const Step step(*this, format::key::BYTE_STRIDE);

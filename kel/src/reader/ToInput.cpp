@@ -4,6 +4,7 @@
 #include <kel/src/SrcJson.h>
 #include <kel/src/SrcToInput.h>
 #include <kel/src/encoding/Quantization.h>
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MaterialParameters.h>
 #include <kel/src/format/MetadataKeys.h>
@@ -31,14 +32,13 @@ using Bytes = std::vector<unsigned char>;
 
 /// The bits of the container writer's quantizer when a view shows its fixed box, -0.5 to 0.5; else 0.
 unsigned int bitsOfFixedBox(const SrcAttributeView& view) {
-    constexpr unsigned int MOST = 24; // of more, the slots of 3 bytes do not hold the upper ones
+    constexpr unsigned int MOST = 24; // of more, the slots of three bytes do not hold the upper ones
     for (unsigned int bits = 1; bits <= MOST; ++bits) {
         const double largest = detail::getMaxCode(bits);
         bool matches = true;
         for (std::size_t c = 0; c < view.components; ++c)
             matches &= view.decodeScale[c] == largest && view.decodeOffset[c] == -0.5 * largest;
-        const unsigned int bytes = bits <= 8 ? 1 : bits <= 16 ? 2 : 3;
-        if (matches && bytes == view.componentBytes) return bits;
+        if (matches && format::codeBytes(bits) == view.componentBytes) return bits;
     }
     return 0;
 }
@@ -52,8 +52,7 @@ std::uint32_t codeInFixedBox(float value, unsigned int bits) {
     } else {
         detail::quantizeValueUInt32(value, bits, -0.5f, 1.0f, stored);
     }
-    return static_cast<std::uint32_t>(stored[0]) | static_cast<std::uint32_t>(stored[1]) << 8 |
-           static_cast<std::uint32_t>(stored[2]) << 16 | static_cast<std::uint32_t>(stored[3]) << 24;
+    return format::readUint32(stored);
 }
 
 /// A decoded value of the fixed box, moved onto its code.
@@ -247,7 +246,7 @@ private:
                 floatBuffer(3, decodeCombinedNormals(file, view), kel::mesh::DEFAULT_NORMALS_NAME));
             return;
         }
-        const bool isStoredAsIs = !view.decoded && view.componentBytes != 3;
+        const bool isStoredAsIs = !view.decoded && view.componentBytes != format::WIDE_CODE_BYTES;
         made =
             isStoredAsIs ? storedBuffer(view, std::move(name)) : decodedBuffer(source, view, std::move(name));
         mesh.addAttribute(made);

@@ -1,4 +1,5 @@
 #include <kel/src/SrcJson.h>
+#include <kel/src/format/ElementTypes.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/reader/Validation_p.h>
 #include <kel/src/text/JsonPointer.h>
@@ -146,7 +147,7 @@ private:
         }
         for (const SrcAttributeView& view : tables.attributeViews) {
             if (!validation.isUsable(view)) continue;
-            if (view.componentBytes == 3) {
+            if (view.componentBytes == format::WIDE_CODE_BYTES) {
                 slots.add([&] {
                     return jsonPointer(
                         {format::section::ACCESSORS, format::section::ATTRIBUTE_VIEWS, view.id});
