@@ -1,3 +1,4 @@
+#include <kel/prepare/MeshName.h>
 #include <kel/prepare/detail/Steps.h>
 
 #include "ContainerPreset.h"
@@ -30,7 +31,10 @@ std::vector<ClampCount> steps::countClamped(const Scene& scene, const FitOptions
 }
 
 std::vector<ClampCount> countClamped(const kel::src::SrcWriterInput& input, const FitOptions& options) {
-    return steps::countClamped(kel::scene::fromInput(input), options);
+    std::vector<ClampCount> counts = steps::countClamped(kel::scene::fromMeshes(input.meshes), options);
+    for (ClampCount& count : counts)
+        count.meshName = meshName(input, input.meshes[count.mesh]);
+    return counts;
 }
 
 } // namespace kel::prepare

@@ -121,7 +121,7 @@ std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) 
 }
 
 std::vector<ReachedError> measureErrors(const kel::src::SrcWriterInput& input, Target mode) {
-    return steps::measureErrors(kel::scene::fromInput(input), mode);
+    return steps::measureErrors(kel::scene::fromMeshes(input.meshes), mode);
 }
 
 } // namespace kel::prepare

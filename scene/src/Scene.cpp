@@ -2,27 +2,57 @@
 
 #include <kel/src/format/MetadataKeys.h>
 
-#include <unordered_set>
+#include <algorithm>
+#include <map>
 
 namespace kel::scene {
 
-Scene fromInput(const kel::src::SrcWriterInput& input) {
+namespace {
+
+/// Calls give(entry, value) for every entry whose mesh the map has a value for.
+///
+/// byAddress  all entries, sorted by their meshes. The maps are sorted alike, so one walk along both is enough:
+///            with many meshes a search from the root for each one would take most of the time.
+template<typename Value, typename Give>
+void giveValues(const std::map<kel::mesh::MeshPtr, Value>& values, const std::vector<SceneMesh*>& byAddress,
+                const Give& give) {
+    auto value = values.begin();
+    for (SceneMesh* entry : byAddress) {
+        while (value != values.end() && value->first < entry->mesh)
+            ++value;
+        if (value != values.end() && value->first == entry->mesh) give(*entry, value->second);
+    }
+}
+
+} // namespace
+
+Scene fromMeshes(const std::vector<kel::mesh::MeshPtr>& meshes) {
     Scene scene;
+    scene.meshes.resize(meshes.size());
+    for (std::size_t m = 0; m < meshes.size(); ++m)
+        scene.meshes[m].mesh = meshes[m];
+    return scene;
+}
+
+Scene fromInput(const kel::src::SrcWriterInput& input) {
+    Scene scene = fromMeshes(input.meshes);
     scene.materials = input.materials;
     scene.useCompressedPreset = input.useCompressedPreset;
-    scene.meshes.reserve(input.meshes.size());
-    std::unordered_set<const kel::mesh::Mesh*> listed;
-    listed.reserve(input.meshes.size());
-    for (const auto& mesh : input.meshes) {
-        if (mesh && !listed.insert(mesh.get()).second) scene.repeatsMeshes = true;
-        SceneMesh entry;
-        entry.mesh = mesh;
-        if (const auto found = input.meshMaterials.find(mesh); found != input.meshMaterials.end())
-            entry.material = found->second;
-        if (const auto found = input.metaData.find(mesh); found != input.metaData.end())
-            entry.metaData = found->second;
-        scene.meshes.push_back(std::move(entry));
-    }
+    std::vector<SceneMesh*> byAddress;
+    byAddress.reserve(scene.meshes.size());
+    for (SceneMesh& entry : scene.meshes)
+        byAddress.push_back(&entry);
+    std::sort(byAddress.begin(), byAddress.end(),
+              [](const SceneMesh* a, const SceneMesh* b) { return a->mesh < b->mesh; });
+    giveValues(input.meshMaterials, byAddress,
+               [](SceneMesh& entry, const auto& material) { entry.material = material; });
+    giveValues(input.metaData, byAddress,
+               [](SceneMesh& entry, const auto& metaData) { entry.metaData = metaData; });
+    const auto repeated =
+        std::adjacent_find(byAddress.begin(), byAddress.end(), [](const SceneMesh* a, const SceneMesh* b) {
+            return a->mesh && a->mesh == b->mesh;
+        });
+    scene.repeatsMeshes = repeated != byAddress.end();
     return scene;
 }
 
