@@ -12,9 +12,8 @@
 namespace kel::importer {
 
 /// Formats that SRC files can be turned into, by the extension of the file.
-///     glb, gltf  names, materials, metadata (as "extras" of the nodes), all conventional attributes; points
-///     and
-///                lines
+///     glb, gltf  names, materials, metadata (as "extras" of the nodes), all conventional attributes;
+///                points and lines
 ///     obj        names, materials, normals, one set of texture coordinates, colours; points and lines
 ///     ply        triangles with normals, colours and one set of texture coordinates, as one mesh;
 ///                binary where there are no colours

@@ -47,8 +47,7 @@
 ///     "name"    the name of the mesh, or of its node where the mesh has none: a string. Left out when both
 ///               are empty. Bytes that are not UTF-8 become U+FFFD.
 ///     "node"    the names from the root to the mesh's node, joined by "/": a string. In a name "~" is
-///     written
-///               "~0" and "/" is written "~1", as in a JSON Pointer.
+///               written "~0" and "/" is written "~1", as in a JSON Pointer.
 ///     "source"  an object: "file" (name without folder), "format", and "unit" (metres per unit, a number)
 ///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both
 ///               as they hold for the positions delivered.
@@ -63,7 +62,7 @@ enum class BadGeometry {
 };
 
 /// Called with the name of a stage, for people, and how much of it is done, 0 to 1. Return false to cancel,
-/// which ends the import with the code "cancelled". Called on the thread of the import.
+/// which ends the import with the code CANCELLED. Called on the thread of the import.
 using Progress = std::function<bool(const char* stage, double done)>;
 
 struct ImportOptions {
