@@ -79,12 +79,16 @@ TextRepairs& TextRepairs::operator+=(const TextRepairs& other) {
     return *this;
 }
 
-std::string jsonString(std::string_view text, TextRepairs& repairs) {
+std::string validText(std::string_view text, TextRepairs& repairs) {
     bool changed = false;
-    const std::string utf8 = kel::src::text::validUtf8(text, &changed);
+    std::string utf8 = kel::src::text::validUtf8(text, &changed);
     repairs.notUtf8 += changed;
+    return utf8;
+}
+
+std::string jsonString(std::string_view text, TextRepairs& repairs) {
     std::string json;
-    kel::src::text::appendJsonString(json, utf8);
+    kel::src::text::appendJsonString(json, validText(text, repairs));
     return json;
 }
 

@@ -19,6 +19,8 @@ struct TextRepairs {
     TextRepairs& operator+=(const TextRepairs& other);
 };
 
+/// With U+FFFD in place of bytes that are not UTF-8.
+std::string validText(std::string_view text, TextRepairs& repairs);
 /// A JSON string.
 std::string jsonString(std::string_view text, TextRepairs& repairs);
 /// A JSON number in the shortest form that reads back equal, or null.

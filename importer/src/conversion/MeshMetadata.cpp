@@ -5,7 +5,6 @@
 #include <kel/src/format/MetadataKeys.h>
 #include <kel/src/text/JsonPointer.h>
 #include <kel/src/text/JsonWriter.h>
-#include <kel/src/text/Utf8.h>
 
 #include <cmath>
 #include <optional>
@@ -36,13 +35,6 @@ std::string nodePath(const aiNode& node, bool withRoot, TextRepairs& repairs) {
         kel::src::text::appendPointerStep(path, assimpText((*n)->mName, repairs));
     }
     return jsonString(path, repairs);
-}
-
-std::string validText(std::string_view text, TextRepairs& repairs) {
-    bool changed = false;
-    std::string utf8 = kel::src::text::validUtf8(text, &changed);
-    repairs.notUtf8 += changed;
-    return utf8;
 }
 
 /// Metres per unit, where an FBX states it.
