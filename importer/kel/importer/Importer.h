@@ -125,6 +125,9 @@ KEL_IMPORTER_EXPORT bool isModelExtension(const std::string& extension);
 /// The result depends on nothing but the content of these files: equal input gives equal meshes in equal
 /// order. Prints nothing. Imports may run at the same time on several threads.
 ///
+/// A few damaged files fail assertions of Assimp, which end the process where Assimp was built with them. The
+/// command kelsrc replaces their handler; this library leaves it to the program that it lives in.
+///
 /// throws  ImportError
 KEL_IMPORTER_EXPORT ImportResult importModel(const std::filesystem::path& file,
                                              const ImportOptions& options = {});
