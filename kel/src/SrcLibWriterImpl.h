@@ -30,8 +30,8 @@ KELSRC_EXPORT void createMeshUncompressed(const std::shared_ptr<kel::mesh::Mesh>
                                           std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
                                           std::shared_ptr<::src::builder::SrcBuilder>& builder);
 
-/// "position" as three 16-bit codes, everything else as stored. Does not return for a mesh without
-/// three-float positions: it starts over for ever, as callers have always known it to.
+/// "position" as three 16-bit codes, everything else as stored. Every mesh must have three-float positions: with
+/// others it looks for them again and again and does not return.
 KELSRC_EXPORT void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
                                            std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
                                            std::shared_ptr<::src::builder::SrcBuilder>& builder);
@@ -40,7 +40,11 @@ KELSRC_EXPORT void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh
 /// normal bytes. Where there are fewer normals than positions, the missing ones are zero bytes. A mesh
 /// without three-float normals goes to createMeshPosCompressed.
 ///
-/// throws  std::invalid_argument for a mesh with such normals but without three-float positions
+/// Positions are read as three floats. A foreign buffer is not asked whether it has them; of one that has fewer,
+/// the others are 0.
+///
+/// throws  std::invalid_argument for a mesh with such normals but without positions, or with positions in a buffer
+///         of this project's own that does not hold three floats
 KELSRC_EXPORT void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
                                                  std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
                                                  std::shared_ptr<::src::builder::SrcBuilder>& builder);

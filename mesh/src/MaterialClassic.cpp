@@ -10,6 +10,8 @@ namespace kel::material {
 
 namespace {
 
+// kel/src/format/MaterialParameters.h names them, too. This library stands alone and cannot include it; a test holds
+// the two equal.
 constexpr std::array<const char*, 6> ATTRIBUTES = {"ambient",  "diffuse",   "emissive",
                                                    "specular", "shininess", "transparency"};
 

@@ -91,9 +91,9 @@ public:
                 });
             },
             [&] {
-                keyed(materialIds, [&](std::size_t i) { header.append(std::string_view(materialTexts[i])); });
+                keyed(materialIds, [&](std::size_t i) { sink.append(std::string_view(materialTexts[i])); });
             },
-            [&] { meshes(); }, [&] { header.append(std::string_view("{}")); }, [&] { techniques(); });
+            [&] { meshes(); }, [&] { sink.append(std::string_view("{}")); }, [&] { techniques(); });
         return std::move(header);
     }
 
@@ -103,7 +103,10 @@ private:
         emit.numbered(
             prefix,
             [&](const auto& visit) {
-                kel::src::text::inTextOrder(count, [&](std::size_t i) { visit(i, i); });
+                kel::src::text::inTextOrder(count, [&](std::size_t i) {
+                    sink.goOnIn(header.end());
+                    visit(i, i);
+                });
             },
             emitEntry);
     }
@@ -115,6 +118,7 @@ private:
         std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return ids[a] < ids[b]; });
         bool first = true;
         for (const std::size_t i : order) {
+            sink.goOnIn(header.end());
             emit.entryId(first, ids[i]);
             emitEntry(i);
         }
@@ -128,9 +132,9 @@ private:
         const AttributeEntry& view = document.attributeViews[number];
         std::string_view decode = neutralDecode[view.components - 1];
         if (view.hasDecode) {
-            const std::string whose = "Attribute view " + std::to_string(number) + ", of no mesh";
-            refuse(whose, faultOf(key::DECODE_OFFSET, view.decodeOffset, view.components));
-            refuse(whose, faultOf(key::DECODE_SCALE, view.decodeScale, view.components));
+            std::string fault = faultOf(key::DECODE_OFFSET, view.decodeOffset, view.components);
+            if (fault.empty()) fault = faultOf(key::DECODE_SCALE, view.decodeScale, view.components);
+            if (!fault.empty()) refuse("Attribute view " + std::to_string(number) + ", of no mesh", fault);
             scratch.clear();
             HeaderEntries::decodeVectors(scratch, view.decodeOffset, view.decodeScale, view.components);
             decode = scratch;
@@ -143,10 +147,11 @@ private:
     void meshes() {
         const auto emitMesh = [&](std::size_t i) {
             const MeshEntry& entry = document.meshes[i];
-            std::string& text = header.end();
-            text += document.meshTexts.at(entry.head);
-            appendJsonString(text, entry.material == NO_MATERIAL ? "" : materialIds[entry.material]);
-            text += document.meshTexts.at(entry.tail);
+            sink.append(document.meshTexts.at(entry.head));
+            scratch.clear();
+            appendJsonString(scratch, entry.material == NO_MATERIAL ? "" : materialIds[entry.material]);
+            sink.append(std::string_view(scratch));
+            sink.append(document.meshTexts.at(entry.tail));
         };
         // The usual names are distinct, and their order is known.
         if (areNumbered(document.meshes)) {
@@ -185,8 +190,10 @@ private:
         for (const auto& technique : document.techniques)
             ids.push_back(technique->getId());
         keyed(ids, [&](std::size_t i) {
-            HeaderEntries::technique(header.end(),
+            scratch.clear();
+            HeaderEntries::technique(scratch,
                                      [&](std::string& text) { parameters(text, *document.techniques[i]); });
+            sink.append(std::string_view(scratch));
         });
     }
 
@@ -229,7 +236,8 @@ private:
 
     const Src& document;
     TextBlocks header;
-    HeaderEmitter<TextBlocks> emit{header};
+    kel::src::text::StringSink sink{header.end()}; ///< goes on in another block with some entry
+    HeaderEmitter<kel::src::text::StringSink> emit{sink};
     std::string scratch;
     /// The decode vectors of views that have none: offset 0 and scale 1, by number of components.
     std::array<std::string, MAX_COMPONENTS> neutralDecode;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <kel/src/text/StreamSink.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -26,11 +24,6 @@ public:
         if (blocks.back().size() >= BLOCK_BYTES) addBlock();
         return blocks.back();
     }
-    /// The calls of a sink, see kel/src/text/StreamSink.h.
-    void append(std::string_view text) { end() += text; }
-    void append(char c) { end() += c; }
-    void appendNumber(std::uint64_t value) { kel::src::text::StringSink(end()).appendNumber(value); }
-
     /// What has been appended to end() since it had `offset` bytes.
     Place since(std::size_t offset) const {
         return {blocks.size() - 1, offset, blocks.back().size() - offset};

@@ -36,10 +36,10 @@ public:
     /// do not write scenes that share such maps at the same time. A mesh without metadata is written without,
     /// and "Missing meta data" is logged as an error.
     ///
-    /// throws  std::invalid_argument for another mode, and for a mesh with normals but without three-float
-    ///         positions in POSITION_NORMAL_COMPRESSED; std::overflow_error for bounds that are not finite;
-    ///         whatever meshes, buffers and materials throw. Nothing has been written then, though maps may
-    ///         have gained statistics.
+    /// throws  std::invalid_argument for another mode, and for a mesh with normals but without positions in
+    ///         POSITION_NORMAL_COMPRESSED (or with positions of a DefaultMesh that are not three floats);
+    ///         std::overflow_error for bounds that are not finite; whatever meshes, buffers and materials throw.
+    ///         Nothing has been written then, though maps may have gained statistics.
     static void write(const SrcWriterInput& input, std::ostream& out, Compression mode);
 };
 

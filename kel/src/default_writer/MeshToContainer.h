@@ -16,25 +16,23 @@ namespace kel::src::detail {
 /// Adds one mesh to the container: an index view, an attribute view per usable attribute, the mesh entry with
 /// the bounds of "position", and the mesh's metadata with statistics.
 ///
-/// attributeIds   attribute name to attribute view ID; the whole map becomes the mesh's attributes. Callers
-/// keep one map
-///                for a whole export on purpose, so a mesh without, say, "texcoord" refers to the view of an
-///                earlier one.
-/// meshIndex      its decimal text is the mesh's ID
-/// metaData       texts that are read as JSON; what is no JSON becomes null. Statistics are added in place.
-/// May be empty. returns        the mesh's ID, or "" when the mesh was skipped
+/// attributeIds  attribute name to attribute view ID; the whole map becomes the mesh's attributes. Callers keep one
+///               map for a whole export, so a mesh without, say, "texcoord" refers to the view of an earlier one.
+/// meshIndex     its decimal text is the mesh's ID
+/// metaData      texts that are read as JSON; what is no JSON becomes null. Statistics are added in place. May be
+///               empty.
+/// returns       the mesh's ID, or "" when the mesh was skipped
 ///
 /// Indices are stored in 16 bits when the index elements are at most 2 bytes wide, else in 32. Attributes are
 /// read as floats whatever their component type says (other types of four bytes pass bit for bit) and
-/// quantized against the fixed range -0.5 to 0.5, on purpose: callers bring their data into it. The entry
-/// says triangles whatever the mesh's primitive type.
+/// quantized against the fixed range -0.5 to 0.5, into which callers bring their data. The entry says triangles
+/// whatever the mesh's primitive type.
 ///
 /// Reported, and then carried on:
 /// - no index buffer: a line on standard error; nothing is added, returns "".
 /// - no "position": a line on standard error; the views made so far stay unreferenced, returns "".
-/// - an attribute with 0 or more than 3 components, one whose elements are not 4 bytes per component, or one
-/// whose name
-///   the configuration does not know: a line on standard output; the attribute is left out.
+/// - an attribute with 0 or more than 3 components, one whose elements are not 4 bytes per component, or one whose
+///   name the configuration does not know: a line on standard output; the attribute is left out.
 KELSRC_EXPORT std::string addMeshToSrc(ShapeResourceContainer& container,
                                        std::map<std::string, std::string>& attributeIds,
                                        unsigned long meshIndex, kel::mesh::MeshPtr mesh, MetaDataPtr metaData,

@@ -48,14 +48,7 @@ template<typename Numbers>
 struct HeaderEntries {
     template<typename Number>
     static void numbers(std::string& text, std::string_view key, const Number* values, std::size_t count) {
-        text += key;
-        char separator = '[';
-        for (std::size_t i = 0; i < count; ++i) {
-            text += separator;
-            separator = ',';
-            Numbers::append(text, static_cast<double>(values[i]));
-        }
-        text += separator == '[' ? "[]" : "]";
+        text::appendArrayMember(text, key, values, count, Numbers::append);
     }
 
     /// `,"decodeOffset":[..],"decodeScale":[..]`
@@ -252,8 +245,11 @@ private:
         sink.append('}');
     }
 
-    void number(std::string_view key, std::uint64_t value) {
+    [[gnu::always_inline]] void number(std::string_view key, std::uint64_t value) {
         sink.append(key);
+        number(value);
+    }
+    void number(std::uint64_t value) {
         if (value < std::uint64_t(1) << 53) {
             sink.appendNumber(value);
         } else {

@@ -21,18 +21,22 @@ KELSRC_EXPORT void appendJson(std::string& text, const picojson::value& value);
 KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, double number);
 KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, std::string_view string);
 
-/// The same for an array of numbers.
+/// The same for an array of numbers, each of which `appendNumber(text, double)` appends.
+template<typename Number, typename AppendNumber>
+void appendArrayMember(std::string& text, std::string_view keyWithColon, const Number* numbers,
+                       std::size_t count, const AppendNumber& appendNumber) {
+    text += keyWithColon;
+    text += '[';
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i != 0) text += ',';
+        appendNumber(text, static_cast<double>(numbers[i]));
+    }
+    text += ']';
+}
 template<typename Number>
 void appendArrayMember(std::string& text, std::string_view keyWithColon, const Number* numbers,
                        std::size_t count) {
-    text += keyWithColon;
-    char separator = '[';
-    for (std::size_t i = 0; i < count; ++i) {
-        text += separator;
-        separator = ',';
-        appendJsonNumber(text, static_cast<double>(numbers[i]));
-    }
-    text += ']';
+    appendArrayMember(text, keyWithColon, numbers, count, appendJsonNumber);
 }
 
 } // namespace kel::src::text

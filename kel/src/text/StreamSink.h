@@ -30,20 +30,21 @@ public:
     }
 };
 
-/// Appends to a string.
+/// Appends to a string, which may be another from one call to the next.
 class StringSink {
 public:
-    explicit StringSink(std::string& text) : text(text) {}
+    explicit StringSink(std::string& text) : text(&text) {}
 
-    void append(std::string_view piece) { text += piece; }
-    void append(char c) { text += c; }
+    void goOnIn(std::string& other) { text = &other; }
+    void append(std::string_view piece) { *text += piece; }
+    void append(char c) { *text += c; }
     void appendNumber(std::uint64_t value) {
         char digits[20];
-        text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+        text->append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
     }
 
 private:
-    std::string& text;
+    std::string* text;
 };
 
 /// Hands a stream large blocks: a small write costs far more than its bytes.
@@ -51,23 +52,21 @@ class StreamSink {
 public:
     explicit StreamSink(std::ostream& out) : out(out), block(new char[BLOCK_BYTES]) {}
 
-    void append(std::string_view text) {
+    /// Inlined on purpose, so that copying a key, whose length is known to the compiler, is a few instructions.
+    [[gnu::always_inline]] void append(std::string_view text) {
         if (text.empty()) return; // an empty chunk may have no address at all
         if (text.size() > BLOCK_BYTES - used) {
-            flush();
-            if (text.size() >= BLOCK_BYTES) {
-                out.write(text.data(), static_cast<std::streamsize>(text.size()));
-                return;
-            }
+            appendBehindBlock(text);
+            return;
         }
         std::memcpy(block.get() + used, text.data(), text.size());
         used += text.size();
     }
     void append(char c) { append(std::string_view(&c, 1)); }
     void appendNumber(std::uint64_t value) {
-        char digits[20];
-        append(std::string_view(
-            digits, static_cast<std::size_t>(std::to_chars(digits, digits + 20, value).ptr - digits)));
+        if (BLOCK_BYTES - used < MAX_DIGITS) flush();
+        char* const end = block.get() + used;
+        used += static_cast<std::size_t>(std::to_chars(end, end + MAX_DIGITS, value).ptr - end);
     }
     void flush() {
         if (used != 0) out.write(block.get(), static_cast<std::streamsize>(used));
@@ -76,6 +75,17 @@ public:
 
 private:
     static constexpr std::size_t BLOCK_BYTES = 256 * 1024;
+    static constexpr std::size_t MAX_DIGITS = 20;
+
+    void appendBehindBlock(std::string_view text) {
+        flush();
+        if (text.size() >= BLOCK_BYTES) {
+            out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        } else {
+            append(text);
+        }
+    }
+
     std::ostream& out;
     std::unique_ptr<char[]> block;
     std::size_t used = 0;

@@ -34,7 +34,7 @@ public:
     explicit Material(std::uint32_t identifier) : identifier(identifier) {}
     virtual ~Material() = default;
 
-    /// First data member on purpose: writers read it directly to name materials.
+    /// First data member on purpose: writers name materials by it and read it in this place.
     std::uint32_t identifier;
 
     virtual const std::shared_ptr<MaterialDescription>& getDescription() const = 0;

@@ -6,8 +6,8 @@
 
 namespace kel::mesh {
 
-/// A sequence of elements, each a fixed number of components of one type. The order of the virtual operations
-/// is part of the interface: libraries built against it call them by slot.
+/// A sequence of elements, each a fixed number of components of one type. The order of the virtual operations is
+/// part of the interface, because compiled callers find each operation by its place in that order.
 class KEL_MESH_EXPORT Buffer {
 public:
     virtual ~Buffer() = default;

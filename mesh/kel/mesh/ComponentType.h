@@ -7,6 +7,8 @@
 
 namespace kel::mesh {
 
+// Repeats what kel/src/format/ElementTypes.h states: this library stands alone. A test holds the two equal.
+
 /// Type of one component of a buffer element. The values are the WebGL data type codes, so they can be handed
 /// on as they are.
 enum ComponentType : std::uint32_t {

@@ -10,8 +10,8 @@
 
 namespace kel::mesh {
 
-/// A primitive type, an optional index buffer and an ordered list of named attribute buffers. The order of
-/// the virtual operations is part of the interface.
+/// A primitive type, an optional index buffer and an ordered list of named attribute buffers. The order of the
+/// virtual operations is part of the interface, as that of Buffer is.
 class KEL_MESH_EXPORT Mesh {
 public:
     virtual ~Mesh() = default;

@@ -6,6 +6,9 @@
 /// src::SrcWriter writes it.
 namespace src {
 
+// These enums repeat what kel/src/format/ElementTypes.h and kel/mesh/PrimitiveType.h state, because a pipeline may have
+// a builder library of its own, whose headers then stand in the place of these. A test holds them equal.
+
 /// Type of one component of a view. The values are the WebGL data type codes.
 enum ComponentType : std::uint32_t {
     BYTE = 5120,

@@ -8,8 +8,8 @@
 
 namespace kel::mesh::detail {
 
-/// An attribute over shared bytes. Inheritance is plain on purpose, so the object has two Buffer parts; every
-/// Buffer operation is overridden here once and serves both.
+/// An attribute over shared bytes. Inheritance is plain and not virtual, so that the object has the layout that
+/// compiled callers expect. It has two Buffer parts; every Buffer operation is overridden here once and serves both.
 ///
 /// Access to an element that does not lie wholly inside the bytes throws std::out_of_range.
 class KEL_MESH_EXPORT DefaultAttributeBuffer : public DefaultBuffer, public AttributeBuffer {
