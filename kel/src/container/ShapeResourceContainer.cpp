@@ -38,17 +38,6 @@ void makeRoomForOne(std::vector<Element>& elements) {
         elements.reserve(std::max<std::size_t>(8, 2 * elements.size()));
 }
 
-/// A key that sorts numbers as their decimal texts sort: the digits from the left, and then how many they are.
-std::pair<std::uint64_t, std::uint32_t> textOrderOf(std::uint32_t number) {
-    constexpr std::uint64_t TEN_DIGITS_END = 10000000000;
-    if (number == 0) return {0, 1};
-    std::uint64_t digits = number;
-    std::uint32_t length = 10;
-    for (; 10 * digits < TEN_DIGITS_END; digits *= 10)
-        --length;
-    return {digits, length};
-}
-
 } // namespace
 
 const char* ShapeResourceContainer::BlockStore::keep(const void* bytes, std::size_t size) {
@@ -99,7 +88,7 @@ void ShapeResourceContainer::NumberedSection<Entry>::inTextOrder(const Visit& vi
             places.emplace_back(static_cast<std::uint32_t>(runs[r].number + (place - runs[r].place)), place);
     }
     std::sort(places.begin(), places.end(), [](const auto& a, const auto& b) {
-        if (a.first != b.first) return textOrderOf(a.first) < textOrderOf(b.first);
+        if (a.first != b.first) return text::textOrderOf(a.first) < text::textOrderOf(b.first);
         return a.second < b.second;
     });
     for (std::size_t i = 0; i < places.size(); ++i) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <utility>
 
 namespace kel::src::text {
 
@@ -22,6 +24,17 @@ void inTextOrder(std::size_t count, Visit visit) {
                 n /= 10;
         }
     }
+}
+
+/// A key that sorts numbers as their decimal texts sort: the digits from the left, and then how many they are.
+inline std::pair<std::uint64_t, std::uint32_t> textOrderOf(std::uint32_t number) {
+    constexpr std::uint64_t TEN_DIGITS_END = 10000000000;
+    if (number == 0) return {0, 1};
+    std::uint64_t digits = number;
+    std::uint32_t length = 10;
+    for (; 10 * digits < TEN_DIGITS_END; digits *= 10)
+        --length;
+    return {digits, length};
 }
 
 } // namespace kel::src::text
