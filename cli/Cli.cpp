@@ -1,18 +1,13 @@
 #include "Cli.h"
 
-#include "ConvertCommand.h"
-#include "DiffCommand.h"
-#include "ExportCommand.h"
-#include "HelpFormatter.h"
-#include "InfoCommand.h"
-#include "Messages.h"
-#include "Signals.h"
-#include "Status.h"
-#include "Suggest.h"
-#include "Terminal.h"
-#include "ValidateCommand.h"
+#include "Failure.h"
 #include "Version.h"
-#include "ViewCommand.h"
+#include "commands/Command.h"
+#include "terminal/HelpFormatter.h"
+#include "terminal/Messages.h"
+#include "terminal/Signals.h"
+#include "terminal/Suggest.h"
+#include "terminal/Terminal.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -138,14 +133,10 @@ int run(const std::vector<std::string>& args, std::istream& in, std::ostream& ou
     int status = STATUS_OK;
     try {
         status = dispatch(args, streams);
-    } catch (const Failure& failure) {
+    } catch (...) {
+        const Failure failure = currentFailure("");
         Messages(err, Messages::NORMAL, terminalOf(err).colour).error(failure);
         status = failure.status();
-    } catch (const std::exception& error) {
-        Messages(err, Messages::NORMAL, terminalOf(err).colour)
-            .error(Failure(STATUS_NOT_WRITTEN, "", std::string("unexpected: ") + error.what(),
-                           "Please report this."));
-        status = STATUS_NOT_WRITTEN;
     }
     if (!out.flush() && status == STATUS_OK) {
         Messages(err, Messages::NORMAL, terminalOf(err).colour)

@@ -1,9 +1,9 @@
 #include "ChildProcess.h"
 #include "CommandRun.h"
 
-#include <AtomicFile.h>
-#include <Signals.h>
-#include <Status.h>
+#include <Failure.h>
+#include <files/OutputFile.h>
+#include <terminal/Signals.h>
 
 #include <gmock/gmock.h>
 
@@ -15,8 +15,9 @@
 namespace {
 
 using namespace kel::tests;
-using kelsrc::cli::AtomicFile;
+using kel::convert::ConvertError;
 using kelsrc::cli::Failure;
+using kelsrc::cli::OutputFile;
 using kelsrc::cli::SignalGuard;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -3,7 +3,7 @@
 #include "ChildProcess.h"
 #include "CommandRun.h"
 
-#include <ImporterCrash.h>
+#include <terminal/ImporterCrash.h>
 
 #include <gmock/gmock.h>
 

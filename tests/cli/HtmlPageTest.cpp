@@ -3,8 +3,8 @@
 #include "CommandRun.h"
 #include "ShellFilter.h"
 
-#include <HtmlPage.h>
-#include <Status.h>
+#include <Failure.h>
+#include <page/HtmlPage.h>
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
-#include <Messages.h>
-#include <Progress.h>
-#include <Suggest.h>
-#include <Table.h>
+#include <terminal/Messages.h>
+#include <terminal/Progress.h>
+#include <terminal/Suggest.h>
+#include <terminal/Table.h>
 
 #include <gmock/gmock.h>
 

@@ -3,8 +3,8 @@
 
 #include "CommandRun.h"
 
-#include <Status.h>
-#include <ViewerPage.h>
+#include <Failure.h>
+#include <page/ViewerPage.h>
 
 #include <gmock/gmock.h>
 

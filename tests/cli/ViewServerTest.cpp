@@ -4,8 +4,9 @@
 #include "Http.h"
 #include "ShellFilter.h"
 
-#include <Status.h>
-#include <ViewServer.h>
+#include <Failure.h>
+#include <page/HttpRequest.h>
+#include <page/ViewServer.h>
 
 #include <gmock/gmock.h>
 

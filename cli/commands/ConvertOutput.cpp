@@ -1,0 +1,156 @@
+#include "commands/ConvertOutput.h"
+
+#include "terminal/JsonOutput.h"
+#include "terminal/Table.h"
+
+#include <cstdio>
+#include <ostream>
+#include <utility>
+
+namespace kelsrc::cli {
+
+namespace {
+
+using kel::convert::WrittenMesh;
+using kel::prepare::ReachedError;
+
+std::string errorText(const ReachedError& error) {
+    if (error.position == 0.0 && error.normalDegrees == 0.0) return "positions and normals are exact";
+    return "largest error: positions " + shortNumber(error.position, 3) + ", normals " +
+           shortNumber(error.normalDegrees, 3) + " degrees";
+}
+
+picojson::value json(const ReachedError& error) {
+    picojson::object object;
+    // A mode may be asked for that cannot hold the positions at all: null, then.
+    object["position"] = jsonNumber(error.position);
+    object["normalDegrees"] = jsonNumber(error.normalDegrees);
+    return picojson::value(object);
+}
+
+picojson::value json(const WrittenMesh& mesh) {
+    picojson::object object;
+    object["name"] = jsonText(mesh.name);
+    addCounts(object, mesh.counts);
+    object.erase("meshes");
+    object["bytes"] = jsonCount(mesh.bytes);
+    if (mesh.error) object["errorReached"] = json(*mesh.error);
+    return picojson::value(object);
+}
+
+void addReport(picojson::object& object, const FileReport& report, bool withList) {
+    object["format"] = jsonText(report.format);
+    if (!report.takenAsIs) {
+        object["writer"] = jsonText(isContainerTarget(report.target) ? "container" : "public");
+        object[isContainerTarget(report.target) ? "preset" : "mode"] = jsonText(targetName(report.target));
+    }
+    addCounts(object, report.counts);
+    object["bytesIn"] = jsonCount(report.bytesIn);
+    object["bytesOut"] = jsonCount(report.bytesOut);
+    if (report.bytesSrc) object["bytesSrc"] = jsonCount(*report.bytesSrc);
+    if (report.error) object["errorReached"] = json(*report.error);
+    object["notes"] = jsonTexts(report.notes);
+    object["warnings"] = jsonTexts(report.warnings);
+    object["dropped"] = jsonList(report.dropped, [](const kel::importer::Dropped& entry) {
+        picojson::object item;
+        item["kind"] = jsonText(entry.kind);
+        item["count"] = jsonCount(entry.count);
+        item["detail"] = jsonText(entry.detail);
+        return picojson::value(std::move(item));
+    });
+    if (withList)
+        object["list"] = jsonList(report.written, [](const WrittenMesh& mesh) { return json(mesh); });
+}
+
+} // namespace
+
+std::string countsText(const kel::convert::GeometryCounts& counts) {
+    std::string text =
+        counted(counts.meshes, "mesh", "meshes") + ", " + counted(counts.triangles, "triangle", "triangles");
+    if (counts.lines != 0) text += ", " + counted(counts.lines, "line", "lines");
+    if (counts.points != 0) text += ", " + counted(counts.points, "point", "points");
+    return text + ", " + counted(counts.vertices, "vertex", "vertices");
+}
+
+std::string lossesText(const std::vector<kel::importer::Dropped>& dropped,
+                       const std::vector<std::string>& notes) {
+    std::string text;
+    for (const auto& entry : dropped)
+        text += "\n  dropped " + printable(entry.kind) + ": " + std::to_string(entry.count) +
+                (entry.detail.empty() ? "" : " (" + printable(entry.detail) + ')');
+    for (const auto& note : notes)
+        text += "\n  note: " + printable(note);
+    return text;
+}
+
+std::string reportText(const Job& job, const FileReport& report) {
+    std::string text = printable(job.destination.shownName()) + ": " + countsText(report.counts) + ", " +
+                       counted(report.bytesOut, "byte", "bytes");
+    if (report.bytesSrc) text += " with " + counted(*report.bytesSrc, "byte", "bytes") + " of SRC inside";
+    if (!report.takenAsIs) text += std::string(" (") + targetName(report.target) + ')';
+    if (report.error) text += "\n  " + errorText(*report.error);
+    return text + lossesText(report.dropped, report.notes);
+}
+
+void printList(std::ostream& out, const std::vector<WrittenMesh>& meshes) {
+    bool lines = false, points = false, errors = false;
+    for (const auto& mesh : meshes) {
+        lines = lines || mesh.counts.lines != 0;
+        points = points || mesh.counts.points != 0;
+        errors = errors || (mesh.error && mesh.error->position != 0.0);
+    }
+    std::vector<std::string> heading{"mesh", "triangles"};
+    if (lines) heading.push_back("lines");
+    if (points) heading.push_back("points");
+    heading.insert(heading.end(), {"vertices", "bytes"});
+    if (errors) heading.push_back("error");
+    Table table(heading);
+    for (const auto& mesh : meshes) {
+        std::vector<std::string> row{mesh.name.empty() ? "(no name)" : printable(mesh.name),
+                                     std::to_string(mesh.counts.triangles)};
+        if (lines) row.push_back(std::to_string(mesh.counts.lines));
+        if (points) row.push_back(std::to_string(mesh.counts.points));
+        row.push_back(std::to_string(mesh.counts.vertices));
+        row.push_back(std::to_string(mesh.bytes));
+        if (errors) row.push_back(mesh.error ? shortNumber(mesh.error->position, 3) : "");
+        table.add(std::move(row));
+    }
+    table.print(out);
+}
+
+picojson::value toJson(const Job& job, const Outcome& outcome, bool withList) {
+    picojson::object object;
+    object["input"] = jsonText(job.source.stream ? "-" : job.source.file.string());
+    object["output"] = jsonText(job.destination.stream ? "-" : job.destination.file.string());
+    object["seconds"] = picojson::value(outcome.seconds);
+    switch (outcome.state) {
+    case Outcome::CONVERTED:
+        object["status"] = jsonCount(STATUS_OK);
+        addReport(object, outcome.report, withList);
+        break;
+    case Outcome::FAILED: {
+        object["status"] = jsonCount(static_cast<std::uint64_t>(outcome.failure->status()));
+        const std::string& subject = outcome.failure->subject();
+        object["error"] = jsonText((subject.empty() ? "" : subject + ": ") + outcome.failure->what());
+        object["remedy"] = jsonText(outcome.failure->remedy());
+        break;
+    }
+    case Outcome::NOT_TRIED:
+        object["status"] = picojson::value();
+        break;
+    }
+    return picojson::value(object);
+}
+
+std::string secondsForPeople(double seconds) {
+    char text[40];
+    if (seconds < 60.0) {
+        std::snprintf(text, sizeof text, "%.2f s", seconds);
+    } else {
+        const auto whole = static_cast<long long>(seconds);
+        std::snprintf(text, sizeof text, "%lld:%02lld min", whole / 60, whole % 60);
+    }
+    return text;
+}
+
+} // namespace kelsrc::cli

@@ -1,0 +1,250 @@
+#include "commands/Command.h"
+#include "commands/ConvertOutput.h"
+
+#include "Failure.h"
+#include "terminal/JsonOutput.h"
+#include "terminal/Messages.h"
+#include "terminal/Table.h"
+#include "terminal/Terminal.h"
+#include <kel/convert/Describe.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace kelsrc::cli {
+
+namespace {
+
+using namespace kel::convert;
+
+constexpr std::size_t MATERIALS_SHOWN = 10;
+constexpr std::size_t KEYS_SHOWN = 20;
+constexpr std::size_t BAR_WIDTH = 20;
+
+struct InfoArguments {
+    std::vector<std::string> files;
+    bool meshes = false, json = false;
+};
+
+const char* purposeName(SectionInfo::Purpose purpose) {
+    switch (purpose) {
+    case SectionInfo::HEADER:
+        return "header";
+    case SectionInfo::INDICES:
+        return "indices";
+    case SectionInfo::ATTRIBUTE:
+        return "attribute";
+    case SectionInfo::OTHER:
+        break;
+    }
+    return "other";
+}
+
+// ---- For people -----------------------------------------------------------------------------------------
+
+std::string vectorText(const std::array<double, 3>& vector, const char* separator) {
+    std::string text;
+    for (const double component : vector)
+        text += (text.empty() ? "" : separator) + shortNumber(component, 6);
+    return text;
+}
+
+/// A vector that belongs to the box: writers widen flat boxes by next to nothing, which reads as 0 here.
+std::string vectorText(std::array<double, 3> vector, const Bounds& bounds, const char* separator) {
+    for (double& component : vector) {
+        if (std::abs(component) < bounds.diagonal() * 1e-7) component = 0.0;
+    }
+    return vectorText(vector, separator);
+}
+
+/// The table, with a bar behind each row but the first.
+void printSections(std::ostream& out, const FileInfo& info) {
+    Table table({"bytes by purpose", "bytes", "share", "stored as", "step"});
+    std::vector<std::size_t> bars;
+    for (const auto& section : info.sections) {
+        const double share =
+            info.bytes == 0 ? 0.0 : static_cast<double>(section.bytes) / static_cast<double>(info.bytes);
+        bars.push_back(
+            std::min(BAR_WIDTH, static_cast<std::size_t>(share * static_cast<double>(BAR_WIDTH) + 0.5)));
+        table.add({"  " + (section.purpose == SectionInfo::ATTRIBUTE ? printable(section.name)
+                                                                     : purposeName(section.purpose)),
+                   std::to_string(section.bytes), std::to_string(static_cast<int>(share * 100 + 0.5)) + " %",
+                   section.encoding, section.step ? shortNumber(*section.step) : ""});
+    }
+    std::ostringstream rows;
+    table.print(rows);
+    std::istringstream lines(rows.str());
+    std::string line;
+    for (std::size_t i = 0; std::getline(lines, line); ++i) {
+        if (i > 0 && bars[i - 1] > 0) line += "  " + std::string(bars[i - 1], '#');
+        line.erase(line.find_last_not_of(' ') + 1);
+        out << line << '\n';
+    }
+}
+
+void printMaterials(std::ostream& out, const FileInfo& info) {
+    if (info.materials.empty()) return;
+    Table table({"materials", "meshes", "diffuse color", "technique"});
+    for (std::size_t i = 0; i < std::min(info.materials.size(), MATERIALS_SHOWN); ++i) {
+        const auto& material = info.materials[i];
+        table.add({"  " + printable(material.id), std::to_string(material.meshes),
+                   material.diffuse.empty()
+                       ? ""
+                       : vectorText({material.diffuse[0], material.diffuse[1], material.diffuse[2]}, " "),
+                   printable(material.technique)});
+    }
+    table.print(out);
+    if (info.materials.size() > MATERIALS_SHOWN)
+        out << "  and " << info.materials.size() - MATERIALS_SHOWN << " more\n";
+}
+
+void printKeys(std::ostream& out, const FileInfo& info) {
+    if (!info.documentKeys.empty()) {
+        out << "metadata of the file:";
+        for (std::size_t i = 0; i < std::min(info.documentKeys.size(), KEYS_SHOWN); ++i)
+            out << (i == 0 ? " " : ", ") << printable(info.documentKeys[i]);
+        if (info.documentKeys.size() > KEYS_SHOWN)
+            out << " and " << info.documentKeys.size() - KEYS_SHOWN << " more";
+        out << '\n';
+    }
+    if (info.metadataKeys.empty()) return;
+    out << "metadata of meshes:";
+    std::size_t shown = 0;
+    for (const auto& [key, meshes] : info.metadataKeys) {
+        if (shown == KEYS_SHOWN) break;
+        out << (shown++ == 0 ? " " : ", ") << printable(key);
+        if (meshes != info.counts.meshes) out << " (" << meshes << " of " << info.counts.meshes << ')';
+    }
+    if (info.metadataKeys.size() > KEYS_SHOWN)
+        out << " and " << info.metadataKeys.size() - KEYS_SHOWN << " more";
+    out << '\n';
+}
+
+void printMeshes(std::ostream& out, const FileInfo& info) {
+    Table table({"mesh", "id", "primitives", "of", "vertices", "bytes", "size", "material"});
+    for (const auto& mesh : info.meshList) {
+        table.add({mesh.name.empty() ? "(no name)" : printable(mesh.name), printable(mesh.id),
+                   std::to_string(mesh.primitives()), mesh.kind, std::to_string(mesh.counts.vertices),
+                   std::to_string(mesh.bytes),
+                   mesh.bounds.isEmpty() ? "" : vectorText(mesh.bounds.size(), mesh.bounds, " x "),
+                   printable(mesh.material)});
+    }
+    table.print(out);
+}
+
+void print(std::ostream& out, const std::string& name, const FileInfo& info, bool listMeshes) {
+    out << printable(name) << ": " << countsText(info.counts) << ", " << counted(info.bytes, "byte", "bytes")
+        << '\n';
+    if (!info.bounds.isEmpty()) {
+        out << "bounds: " << vectorText(info.bounds.min, info.bounds, ", ") << " to "
+            << vectorText(info.bounds.max, info.bounds, ", ") << " (size "
+            << vectorText(info.bounds.size(), info.bounds, " x ") << ")\n";
+    }
+    printSections(out, info);
+    printMaterials(out, info);
+    printKeys(out, info);
+    if (listMeshes) printMeshes(out, info);
+}
+
+// ---- For programs ---------------------------------------------------------------------------------------
+
+picojson::value toJson(const SectionInfo& section) {
+    picojson::object object;
+    object["purpose"] = picojson::value(purposeName(section.purpose));
+    if (section.purpose == SectionInfo::ATTRIBUTE) object["name"] = jsonText(section.name);
+    object["bytes"] = jsonCount(section.bytes);
+    object["storedAs"] = jsonText(section.encoding);
+    object["step"] = jsonNumber(section.step);
+    return picojson::value(std::move(object));
+}
+
+picojson::value toJson(const MaterialInfo& material) {
+    picojson::object object;
+    object["id"] = jsonText(material.id);
+    object["technique"] = jsonText(material.technique);
+    object["meshes"] = jsonCount(material.meshes);
+    if (!material.diffuse.empty())
+        object["diffuseColor"] = jsonVector({material.diffuse[0], material.diffuse[1], material.diffuse[2]});
+    return picojson::value(std::move(object));
+}
+
+picojson::value toJson(const MeshInfo& mesh) {
+    picojson::object object;
+    object["id"] = jsonText(mesh.id);
+    object["name"] = jsonText(mesh.name);
+    object["material"] = jsonText(mesh.material);
+    object["kind"] = jsonText(mesh.kind);
+    object["primitives"] = jsonCount(mesh.primitives());
+    object["vertices"] = jsonCount(mesh.counts.vertices);
+    object["bytes"] = jsonCount(mesh.bytes);
+    object["bounds"] = jsonBounds(mesh.bounds);
+    return picojson::value(std::move(object));
+}
+
+picojson::value toJson(const std::string& name, const FileInfo& info, bool listMeshes) {
+    picojson::object object;
+    object["file"] = jsonText(name);
+    object["bytes"] = jsonCount(info.bytes);
+    addCounts(object, info.counts);
+    object["bounds"] = jsonBounds(info.bounds);
+    const auto entryJson = [](const auto& entry) { return toJson(entry); };
+    object["sections"] = jsonList(info.sections, entryJson);
+    object["materials"] = jsonList(info.materials, entryJson);
+    if (listMeshes) object["meshList"] = jsonList(info.meshList, entryJson);
+    picojson::object keys;
+    for (const auto& [key, meshes] : info.metadataKeys)
+        keys[jsonText(key).get<std::string>()] = jsonCount(meshes);
+    object["meshMetadata"] = picojson::value(std::move(keys));
+    object["fileMetadata"] = jsonTexts(info.documentKeys);
+    return picojson::value(std::move(object));
+}
+
+int runInfo(const InfoArguments& arguments, const Streams& streams) {
+    Output output(streams);
+    picojson::array reports;
+    std::size_t failed = 0, shown = 0;
+    for (const auto& path : arguments.files) {
+        const std::string name = inputName(path);
+        try {
+            const auto file = openSrcFile(path, streams.in);
+            const FileInfo info = describe(file, arguments.meshes);
+            if (arguments.json) {
+                reports.push_back(toJson(name, info, arguments.meshes));
+            } else {
+                if (shown != 0) output.out << '\n';
+                print(output.out, name, info, arguments.meshes);
+            }
+            ++shown;
+        } catch (...) {
+            output.messages.error(currentFailure(name));
+            ++failed;
+        }
+    }
+    if (arguments.json) {
+        picojson::object report;
+        report["files"] = picojson::value(std::move(reports));
+        output.out << picojson::value(std::move(report)).serialize(true);
+    }
+    return failed == 0 ? STATUS_OK : shown == 0 ? STATUS_INPUT : STATUS_FINDINGS;
+}
+
+} // namespace
+
+Action addInfo(CLI::App& app) {
+    const auto arguments = std::make_shared<InfoArguments>();
+    CLI::App* verb = app.add_subcommand("info", "Show what SRC files hold");
+    verb->add_option("FILE", arguments->files, "SRC files; - reads standard input")->required();
+    addMeshes(*verb, arguments->meshes);
+    addJson(*verb, arguments->json);
+    verb->footer(R"(
+Reads headers only, so it is fast on files of any size. "kelsrc validate" looks at the data.
+
+"step" is the largest distance between neighbouring values, in the units of the model.)");
+    return [arguments](const Streams& streams) { return runInfo(*arguments, streams); };
+}
+
+} // namespace kelsrc::cli

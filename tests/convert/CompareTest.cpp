@@ -1,0 +1,98 @@
+#include <kel/convert/Compare.h>
+#include <kel/convert/ConvertError.h>
+#include <reader/Files.h>
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+namespace {
+
+using namespace kel::convert;
+using namespace kel::tests;
+using reader_fixture::Mode;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A unit square whose vertices are moved along z, named "part".
+kel::src::SrcWriterInput square(float z, float red = 1.0f) {
+    const auto mesh = fixture::unitSquare();
+    auto moved = std::make_shared<kel::mesh::DefaultMesh>();
+    auto positions = fixture::floatsOf(*mesh, "position");
+    for (std::size_t i = 2; i < positions.size(); i += 3)
+        positions[i] += z;
+    moved->addAttribute("position", 3, positions);
+    moved->addAttribute("normal", 3, fixture::floatsOf(*mesh, "normal"));
+    std::vector<std::uint16_t> indices;
+    for (const std::size_t index : fixture::indicesOf(*mesh))
+        indices.push_back(static_cast<std::uint16_t>(index));
+    moved->setIndices(indices);
+    auto input = fixture::inputOf({moved});
+    const auto material = fixture::material(red, 0, 0);
+    input.meshMaterials[moved] = material;
+    input.materials.insert(material);
+    input.metaData[moved] = std::make_shared<std::map<std::string, std::string>>(
+        std::map<std::string, std::string>{{"name", "\"part\""}});
+    return input;
+}
+
+ComparableScene written(const kel::src::SrcWriterInput& input, Mode mode = Mode::UNCOMPRESSED) {
+    return comparableScene(reader_fixture::read(reader_fixture::write(input, mode)), "file");
+}
+
+TEST(Compare, MeshesAndTheirFileAreTheSame) {
+    for (const Mode mode : {Mode::DEFAULT, Mode::UNCOMPRESSED}) {
+        const CompareReport report = compare(comparableScene(square(0.0f)), written(square(0.0f), mode));
+        EXPECT_TRUE(report.sameMeshes());
+        EXPECT_EQ(report.maxDistance, 0.0);
+        EXPECT_EQ(report.maxAngle, 0.0);
+        EXPECT_EQ(report.a.counts.triangles, 2u);
+        EXPECT_EQ(report.b.counts.vertices, 4u);
+        EXPECT_THAT(report.attributes, IsEmpty());
+        EXPECT_THAT(report.materials, IsEmpty());
+        EXPECT_THAT(report.metadata, IsEmpty());
+    }
+}
+
+TEST(Compare, DistanceIsThatOfTheVertices) {
+    const CompareReport report = compare(written(square(0.0f)), written(square(0.25f)));
+    EXPECT_EQ(report.maxDistance, 0.25);
+    EXPECT_EQ(report.rmsDistance, 0.25);
+    ASSERT_EQ(report.pairs.size(), 1u);
+    EXPECT_EQ(report.pairs[0].name, "part");
+}
+
+TEST(Compare, MaterialsMetadataAndMissingMeshesAreCounted) {
+    auto other = square(0.0f, 0.5f);
+    (*other.metaData.begin()->second)["node"] = "\"/part\"";
+    const auto extra = fixture::pointRow(3);
+    other.meshes.push_back(extra);
+    other.metaData[extra] = std::make_shared<std::map<std::string, std::string>>(
+        std::map<std::string, std::string>{{"name", "\"dots\""}});
+    const CompareReport report = compare(written(square(0.0f)), written(other));
+    EXPECT_THAT(report.missing, IsEmpty());
+    EXPECT_THAT(report.added, ElementsAre("dots"));
+    ASSERT_EQ(report.materials.count("diffuseColor"), 1u);
+    EXPECT_EQ(report.materials.at("diffuseColor").largest, 0.5);
+    ASSERT_EQ(report.metadata.count("node"), 1u);
+    EXPECT_EQ(report.metadata.at("node").onlyB, 1u);
+}
+
+TEST(Compare, IndexWithoutAVertexIsRefused) {
+    auto mesh = std::make_shared<kel::mesh::DefaultMesh>();
+    mesh->addAttribute("position", 3, std::vector<float>{0, 0, 0, 1, 0, 0, 0, 1, 0});
+    mesh->setIndices(std::vector<std::uint16_t>{0, 1, 2});
+    std::string file = reader_fixture::write(fixture::inputOf({mesh}), Mode::UNCOMPRESSED);
+    const std::size_t indices = file.find(std::string("\0\0\1\0\2\0", 6));
+    ASSERT_NE(indices, std::string::npos);
+    file[indices + 4] = 3;
+    try {
+        comparableScene(reader_fixture::read(file), "file");
+        ADD_FAILURE();
+    } catch (const ConvertError& error) {
+        EXPECT_EQ(error.code(), ConvertCode::INDEX_WITHOUT_VERTEX);
+        EXPECT_EQ(error.subject(), "file");
+    }
+}
+
+} // namespace
