@@ -18,8 +18,7 @@ struct EmbeddedFile {
 ///
 /// viewer      the page, see ViewerPage.h
 /// onProgress  called with how many bytes of the file are done; may be empty
-/// throws      Failure with STATUS_INPUT when the file cannot be read to its end, with STATUS_NOT_WRITTEN
-/// when
+/// throws      Failure with STATUS_INPUT when the file cannot be read to its end, with STATUS_NOT_WRITTEN when
 ///             `viewer` is no page that files can be put into
 void writeHtmlPage(std::ostream& out, const std::string& viewer, const EmbeddedFile& file,
                    const std::function<void(std::uint64_t bytes)>& onProgress = {});
