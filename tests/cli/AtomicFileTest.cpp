@@ -15,14 +15,13 @@
 namespace {
 
 using namespace kel::tests;
-using kel::convert::ConvertError;
 using kelsrc::cli::Failure;
-using kelsrc::cli::OutputFile;
 using kelsrc::cli::SignalGuard;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+using AtomicFile = kelsrc::cli::OutputFile;
 
 /// Both ways to write: without a name where the file system can do it, and with one.
 class AtomicFileTest : public testing::TestWithParam<AtomicFile::Naming> {
@@ -38,7 +37,8 @@ protected:
                 AtomicFile file(folder / "old", GetParam());
                 file.stream() << std::string(200000, 'x');
                 file.commit();
-            } catch (const Failure& failure) {
+            } catch (const kel::convert::ConvertError& error) {
+                const Failure failure(error);
                 return static_cast<int>(failure.status());
             }
             return 0;
@@ -171,7 +171,8 @@ TEST_P(AtomicFileTest, AFullDiskFailsWithTheReasonAndARemedy) {
     try {
         file.commit();
         FAIL() << "no failure";
-    } catch (const Failure& failure) {
+    } catch (const kel::convert::ConvertError& error) {
+        const Failure failure(error);
         EXPECT_EQ(failure.status(), 4);
         EXPECT_EQ(failure.subject(), "/dev/full");
         EXPECT_THAT(failure.what(), HasSubstr("No space left on device"));
@@ -284,7 +285,8 @@ TEST(AtomicFileNaming, HandlersAreRestored) {
 std::string whyRefused(const std::string& target) {
     try {
         AtomicFile::check(target);
-    } catch (const Failure& failure) {
+    } catch (const kel::convert::ConvertError& error) {
+        const Failure failure(error);
         EXPECT_EQ(failure.status(), 4);
         EXPECT_EQ(failure.subject(), target);
         return std::string(failure.what()) + " / " + failure.remedy();
