@@ -37,8 +37,9 @@ private:
 std::uint64_t writeCounted(std::ostream& stream, const std::string& name,
                            const std::function<void(std::ostream&)>& write) {
     CountingBuffer buffer(stream.rdbuf());
-    std::ostream out(&buffer);
-    write(out);
+    // A stream without a buffer takes nothing.
+    std::ostream out(stream.rdbuf() ? &buffer : nullptr);
+    if (out) write(out);
     if (!out.flush())
         throw ConvertError(ConvertCode::STREAM_FAILED, name,
                            " after " + std::to_string(buffer.bytes) + " bytes");
