@@ -4,8 +4,7 @@
 #include <kel/src/SrcJson.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MetadataKeys.h>
-#include <kel/src/reader/ElementRuns_p.h>
-#include <kel/src/reader/MeshAttributes_p.h>
+#include <kel/src/reader/FileData_p.h>
 
 #include <algorithm>
 
@@ -19,12 +18,11 @@ bool isCombinedPositionNormal(const SrcAttribute& attribute, const SrcAttributeV
 std::vector<float> decodeCombinedNormals(const SrcFile& file, const SrcAttributeView& view) {
     constexpr std::size_t CODE_AT = 6;
     std::vector<float> normals(static_cast<std::size_t>(view.count) * 3);
-    detail::forEachRun(file, detail::bufferOf(file, view), view.byteOffset, view.byteStride, 8, view.count,
-                       [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                           for (std::size_t e = 0; e < count; ++e)
-                               kel::mesh::decodeOctahedralNormal(source + e * view.byteStride + CODE_AT,
-                                                                 normals.data() + (first + e) * 3);
-                       });
+    detail::forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+        for (std::size_t e = 0; e < count; ++e)
+            kel::mesh::decodeOctahedralNormal(source + e * view.byteStride + CODE_AT,
+                                              normals.data() + (first + e) * 3);
+    });
     return normals;
 }
 
@@ -41,22 +39,6 @@ const DecodedAttribute* DecodedMesh::find(std::string_view name) const {
     return found == attributes.end() ? nullptr : &*found;
 }
 
-namespace detail {
-
-ForeignAttributes::ForeignAttributes(const SrcFile& file, const SrcMesh& mesh)
-    : file(file), position(static_cast<std::uint32_t>(&mesh - file.meshes().begin())) {
-    for (const SrcAttribute& attribute : file.attributes(mesh))
-        if (attribute.name == kel::mesh::DEFAULT_POSITIONS_NAME) ownsPositions = !isOthers(attribute);
-}
-
-SrcAttributeView positionPart(const SrcAttributeView& combined) {
-    SrcAttributeView positions = combined;
-    positions.components = 3;
-    return positions;
-}
-
-} // namespace detail
-
 DecodedMesh decodeMesh(const SrcFile& file, const SrcMesh& mesh, const DecodeOptions& options) {
     DecodedMesh decoded;
     std::uint64_t taken = 0;
@@ -72,9 +54,9 @@ DecodedMesh decodeMesh(const SrcFile& file, const SrcMesh& mesh, const DecodeOpt
         decoded.indexed = true;
         decoded.indices = decodeIndices(file, view);
     }
-    const detail::ForeignAttributes foreign(file, mesh);
-    for (const SrcAttribute& attribute : file.attributes(mesh)) {
-        if (options.ownAttributesOnly && foreign.contain(attribute)) continue;
+    const SrcRange<SrcAttribute> all = file.attributes(mesh);
+    for (const SrcAttribute& attribute : options.ownAttributesOnly ? detail::ownAttributes(file, mesh)
+                                                                   : std::vector(all.begin(), all.end())) {
         const SrcAttributeView& view = file.attributeViews()[attribute.view];
         charge(view.count * 6);
         if (isCombinedPositionNormal(attribute, view)) {

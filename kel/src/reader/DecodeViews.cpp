@@ -1,6 +1,6 @@
 #include <kel/src/SrcDecode.h>
 #include <kel/src/format/ElementTypes.h>
-#include <kel/src/reader/ElementRuns_p.h>
+#include <kel/src/reader/FileData_p.h>
 
 #include <cstring>
 
@@ -67,55 +67,15 @@ void decodeComponents(const unsigned char* source, const SrcAttributeView& view,
            view.decodeScale.data(), target);
 }
 
-void copyFloats(const unsigned char* source, const SrcAttributeView& view, std::size_t count, float* target) {
-    const std::size_t element = view.components * sizeof(float);
-    if (view.byteStride == element) {
-        std::memcpy(target, source, count * element);
-        return;
-    }
-    for (std::size_t e = 0; e < count; ++e)
-        std::memcpy(target + e * view.components, source + e * view.byteStride, element);
-}
+/// Decoders of a run of elements.
+using Decode = void (*)(const unsigned char* source, const SrcAttributeView& view, std::size_t count,
+                        float* target);
 
-void decodeRun(const unsigned char* source, const SrcAttributeView& view, std::size_t count, float* target) {
-    if (view.componentBytes == format::WIDE_CODE_BYTES)
-        return decodeComponents<WideCode>(source, view, count, target);
-    switch (view.componentType) {
-    case kel::mesh::BYTE:
-        return decodeComponents<std::int8_t>(source, view, count, target);
-    case kel::mesh::UNSIGNED_BYTE:
-        return decodeComponents<std::uint8_t>(source, view, count, target);
-    case kel::mesh::SHORT:
-        return decodeComponents<std::int16_t>(source, view, count, target);
-    case kel::mesh::UNSIGNED_SHORT:
-        return decodeComponents<std::uint16_t>(source, view, count, target);
-    case kel::mesh::INT:
-        return decodeComponents<std::int32_t>(source, view, count, target);
-    case kel::mesh::UNSIGNED_INT:
-        return decodeComponents<std::uint32_t>(source, view, count, target);
-    case kel::mesh::FLOAT:
-        if (!view.decoded) return copyFloats(source, view, count, target);
-        return decodeComponents<float>(source, view, count, target);
-    }
-}
-
-} // namespace
-
-void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, float* target) {
-    detail::forEachRun(file, detail::bufferOf(file, view), view.byteOffset, view.byteStride,
-                       std::uint64_t(view.components) * view.componentBytes, view.count,
-                       [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                           decodeRun(source, view, count, target + first * view.components);
-                       });
-}
-
-std::vector<float> decodeAttribute(const SrcFile& file, const SrcAttributeView& view) {
-    std::vector<float> values(static_cast<std::size_t>(view.count) * view.components);
-    decodeAttribute(file, view, values.data());
-    return values;
-}
-
-namespace {
+/// In the order of the component types' codes.
+constexpr Decode DECODE[] = {decodeComponents<std::int8_t>,  decodeComponents<std::uint8_t>,
+                             decodeComponents<std::int16_t>, decodeComponents<std::uint16_t>,
+                             decodeComponents<std::int32_t>, decodeComponents<std::uint32_t>,
+                             decodeComponents<float>};
 
 template<typename Index>
 void widen(const unsigned char* source, std::size_t count, std::uint32_t* target) {
@@ -128,15 +88,31 @@ void widen(const unsigned char* source, std::size_t count, std::uint32_t* target
 
 } // namespace
 
+void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, float* target) {
+    if (view.componentType == kel::mesh::FLOAT && !view.decoded)
+        return detail::copyElements(file, view, target);
+    const Decode decode = view.componentBytes == format::WIDE_CODE_BYTES
+                              ? decodeComponents<WideCode>
+                              : DECODE[view.componentType - format::FIRST_COMPONENT_TYPE];
+    detail::forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+        decode(source, view, count, target + first * view.components);
+    });
+}
+
+std::vector<float> decodeAttribute(const SrcFile& file, const SrcAttributeView& view) {
+    std::vector<float> values(static_cast<std::size_t>(view.count) * view.components);
+    decodeAttribute(file, view, values.data());
+    return values;
+}
+
 void decodeIndices(const SrcFile& file, const SrcIndexView& view, std::uint32_t* target) {
     const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
     const auto read = size == 1   ? widen<std::uint8_t>
                       : size == 2 ? widen<std::uint16_t>
                                   : widen<std::uint32_t>;
-    detail::forEachRun(file, file.bufferViews()[view.bufferView], view.byteOffset, size, size, view.count,
-                       [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                           read(source, count, target + first);
-                       });
+    detail::forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+        read(source, count, target + first);
+    });
 }
 
 std::vector<std::uint32_t> decodeIndices(const SrcFile& file, const SrcIndexView& view) {

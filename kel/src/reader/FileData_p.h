@@ -4,8 +4,11 @@
 #include <kel/src/reader/ByteSources_p.h>
 #include <kel/src/reader/HeaderTables_p.h>
 
-#include <cstring>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -19,7 +22,7 @@ struct SrcFileData {
     /// In a stream that is read mesh by mesh: what has arrived, one buffer per chunk.
     std::vector<GrowingBytes> arrived;
 
-    Mapping mapping;
+    std::shared_ptr<const void> mapping;
     GrowingBytes headerStore;
     GrowingBytes dataStore;
 
@@ -29,48 +32,53 @@ struct SrcFileData {
     }
 };
 
-/// Copies bytes of one buffer view, going forward only: its chunks are passed once, however often it is
-/// asked.
-class ForwardCopy {
-public:
-    ForwardCopy(const SrcFileData& file, const SrcBufferView& view)
-        : file(file), chunks(file.tables.viewChunks.data() + view.firstChunk) {}
-
-    /// `offset` is not below the end of the last copy; the bytes lie inside the view.
-    ///
-    /// returns  false when some have not arrived; nothing can be copied after that
-    bool copy(std::uint64_t offset, std::size_t size, unsigned char* target) {
-        while (size > 0) {
-            const std::uint64_t length = file.tables.chunks[*chunks].byteLength;
-            if (offset >= chunkBegin + length) {
-                chunkBegin += length;
-                ++chunks;
-                continue;
-            }
-            const unsigned char* bytes = file.chunkBytes(*chunks);
-            if (!bytes) return false;
-            const std::uint64_t inside = offset - chunkBegin;
-            const std::size_t part =
-                length - inside < size ? static_cast<std::size_t>(length - inside) : size;
-            std::memcpy(target, bytes + inside, part);
-            target += part;
-            offset += part;
-            size -= part;
-        }
-        return true;
-    }
-
-private:
-    const SrcFileData& file;
-    const std::uint32_t* chunks;
-    std::uint64_t chunkBegin = 0;
-};
-
 /// Opens what SrcFile closes off.
 struct SrcFileAccess {
     static SrcFile make(std::unique_ptr<SrcFileData> data) { return SrcFile(std::move(data)); }
     static const SrcFileData& data(const SrcFile& file) { return *file.data; }
     static SrcFileData& data(SrcFile& file) { return *file.data; }
 };
+
+// ---- Loading --------------------------------------------------------------------------------------------
+
+// The one loader, of the reader and the validator: preamble, header, references and the chunks' places are
+// checked here, against the same limits whoever asks. All of these return nothing after a finding that makes
+// the rest unreadable; a ThrowingSink has thrown by then.
+
+/// A file in memory. `mapping` is what keeps `bytes` alive, unless the caller does.
+std::unique_ptr<SrcFileData> loadBytes(ByteView bytes, const ReadLimits& limits, FindingSink& sink,
+                                       std::shared_ptr<const void> mapping = {});
+/// A stream, up to the end of its last chunk; a sink that wants all findings has it read one byte further,
+/// which shows whether there is more.
+std::unique_ptr<SrcFileData> loadStream(const ByteInput& in, const ReadLimits& limits, FindingSink& sink);
+/// A file by name, mapped or read as a stream.
+///
+/// throws  SrcError when it cannot be opened or read, or is a directory
+std::unique_ptr<SrcFileData> loadPath(const std::string& path, const ReadLimits& limits, FindingSink& sink);
+
+/// Preamble and header of a stream, which is left at the data section. Chunks are not checked yet.
+std::unique_ptr<SrcFileData> loadStreamHeader(const ByteInput& in, const ReadLimits& limits,
+                                              FindingSink& sink);
+
+// ---- Elements of views ----------------------------------------------------------------------------------
+
+/// Calls `run` with the elements of a view: once where its bytes lie in one piece, else piece by piece from
+/// copies. Element i of a run begins at source + i * stride.
+///
+/// throws  std::logic_error in a stream that does not hold the bytes
+void forEachRun(
+    const SrcFile& file, const ElementPlaces& elements,
+    const std::function<void(const unsigned char* source, std::uint64_t first, std::size_t count)>& run);
+
+/// Copies the elements of a view, without what lies between them, to `target`.
+void copyElements(const SrcFile& file, const ElementPlaces& elements, void* target);
+
+/// The attributes of a mesh but those whose elements are an earlier mesh's, which it names because the
+/// container writer's map of attributes is never cleared. A mesh that shares its positions too is a different
+/// case, and keeps them all. The mesh is one of file.meshes().
+std::vector<SrcAttribute> ownAttributes(const SrcFile& file, const SrcMesh& mesh);
+
+/// The position codes of a combined view as a view of their own.
+SrcAttributeView positionPart(const SrcAttributeView& combined);
 
 } // namespace kel::src::detail

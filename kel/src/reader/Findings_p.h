@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kel::src::detail {
 
@@ -23,11 +24,16 @@ public:
 /// The sink of the reader: throws SrcError for what the reader refuses, and drops the rest.
 class ThrowingSink final : public FindingSink {
 public:
-    void report(SrcCode code, std::uint64_t offset, std::string path, std::string detail) override;
+    void report(SrcCode code, std::uint64_t offset, std::string path, std::string detail) override {
+        if (infoOf(code).refused) throw SrcError(code, offset, std::move(path), std::move(detail));
+    }
     bool wantsAll() const override { return false; }
 };
 
 /// A text of the file for a message: in quotes, and cut where it is long.
-std::string quoted(std::string_view text);
+inline std::string quoted(std::string_view text) {
+    constexpr std::size_t LONGEST = 80; // a message is for people
+    return '"' + std::string(text.substr(0, LONGEST)) + (text.size() > LONGEST ? "\"..." : "\"");
+}
 
 } // namespace kel::src::detail

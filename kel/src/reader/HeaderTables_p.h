@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/src/SrcFile.h>
+#include <kel/src/reader/Findings_p.h>
 #include <kel/src/reader/IdTable_p.h>
 
 #include <algorithm>
@@ -11,11 +11,31 @@
 #include <string_view>
 #include <vector>
 
+/// A header as tables, and the steps that make and check them.
 namespace kel::src::detail {
 
 /// Counts, offsets and lengths are below: doubles hold every whole number up to here, and sums of two fit
 /// 64 bits.
 constexpr std::uint64_t COUNT_END = std::uint64_t(1) << 53;
+
+/// Where the last two numbers of the preamble begin.
+constexpr std::size_t LAYOUT_AT = 4, HEADER_BYTES_AT = 8;
+
+/// Where the elements of a view of either kind lie.
+struct ElementPlaces {
+    ElementPlaces(const SrcIndexView& view)
+        : bufferView(view.bufferView), offset(view.byteOffset), count(view.count),
+          stride(kel::mesh::getComponentSizeInBytes(view.componentType)), size(stride) {}
+    ElementPlaces(const SrcAttributeView& view)
+        : bufferView(view.bufferView), offset(view.byteOffset), count(view.count), stride(view.byteStride),
+          size(std::uint64_t(view.components) * view.componentBytes) {}
+
+    std::uint32_t bufferView;
+    std::uint64_t offset; ///< from the start of the buffer view
+    std::uint64_t count;
+    std::uint64_t stride; ///< from one element to the next
+    std::uint64_t size;   ///< bytes of one element
+};
 
 /// Which entries of a section must not be used. Marks are kept only for a sink that wants all findings:
 /// for the reader no entry is unusable, since it refuses the file.
@@ -30,6 +50,20 @@ public:
 
     std::vector<bool> marks; ///< beside the section's entries, or empty
 };
+
+/// Takes the entries at these positions, which ascend, out of a list.
+template<typename List>
+void takeOut(List& list, const std::vector<std::uint32_t>& positions) {
+    std::size_t kept = positions[0], next = 0;
+    for (std::size_t i = kept; i < list.size(); ++i) {
+        if (next < positions.size() && positions[next] == i) {
+            ++next;
+        } else {
+            list[kept++] = list[i];
+        }
+    }
+    list.resize(kept);
+}
 
 /// A header as tables. In tables that came past a ThrowingSink every reference resolves and every view
 /// lies inside its bytes. Otherwise what is at fault is marked: an unresolved reference is SRC_NONE, and
@@ -60,5 +94,45 @@ struct HeaderTables {
         return end;
     }
 };
+
+/// What a mesh names besides its attributes.
+struct MeshReferences {
+    std::string_view indices;
+    std::string_view material;
+};
+
+/// The references of a header by name, kept until all sections are read.
+struct HeaderReferences {
+    std::vector<std::string_view> chunks;           ///< of all buffer views, in order
+    std::vector<std::string_view> indexBuffers;     ///< beside HeaderTables::indexViews
+    std::vector<std::string_view> attributeBuffers; ///< beside HeaderTables::attributeViews
+    std::vector<std::string_view> attributeViews;   ///< beside HeaderTables::attributes
+    std::vector<std::string_view> techniques;       ///< beside HeaderTables::materials
+    std::vector<MeshReferences> meshes;             ///< beside HeaderTables::meshes
+
+    // What names an entry of a section that is missing is not told on top.
+    bool hasChunks = false, hasBufferViews = false, hasIndexViews = false, hasAttributeViews = false;
+};
+
+/// Checks the preamble of a file of which `bytes` is the beginning.
+///
+/// returns  the length of the header; 0 when a finding was reported that makes the rest unreadable
+std::uint32_t readPreamble(ByteView bytes, const ReadLimits& limits, FindingSink& sink);
+
+/// Reads a header into tables and resolves its references. Everything that it says is checked here, once,
+/// in arithmetic that cannot wrap: counts, offsets and lengths are whole numbers below 2^53, sums of two
+/// of them fit 64 bits, and no product is formed: a count is compared with what a division says there is
+/// room for.
+///
+/// text     must outlive `tables`
+/// returns  false when the text could not be walked to its end
+bool readHeader(std::string_view text, const ReadLimits& limits, FindingSink& sink, HeaderTables& tables);
+
+/// Turns names into positions, takes out entries that a later one of the same ID replaces, puts meshes into
+/// writing order, and checks that every view lies inside the bytes of its buffer view.
+void resolveReferences(HeaderTables& tables, HeaderReferences& references, FindingSink& sink);
+
+/// Checks the chunks, and what buffer views make of them, against the bytes that the data section has.
+void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sink);
 
 } // namespace kel::src::detail

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <kel/src/format/FileLayout.h>
-#include <kel/src/reader/Findings_p.h>
-#include <kel/src/reader/HeaderKeys_p.h>
 #include <kel/src/reader/HeaderTables_p.h>
 #include <kel/src/reader/JsonCursor_p.h>
 #include <kel/src/text/JsonPointer.h>
@@ -13,8 +11,10 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -47,12 +47,14 @@ protected:
         HeaderWalk& walk;
     };
 
-    void report(SrcCode code, std::string detail) { reportAt(code, in.position(), std::move(detail)); }
+    /// Both return false, for those who go on to say that something is not good.
+    bool report(SrcCode code, std::string detail) { return reportAt(code, in.position(), std::move(detail)); }
     /// position  in the header's text
-    void reportAt(SrcCode code, std::size_t position, std::string detail) {
+    bool reportAt(SrcCode code, std::size_t position, std::string detail) {
         sink.report(code, format::PREAMBLE_BYTES + position,
                     text::jsonPointer(std::vector<std::string_view>(path.begin(), path.begin() + steps)),
                     std::move(detail));
+        return false;
     }
 
     // ---- Limits -----------------------------------------------------------------------------------------
@@ -92,24 +94,22 @@ protected:
         const std::size_t position = in.position();
         const char first = in.peek();
         in.skip(); // first, since it may be no value at all
-        reportAt(SrcCode::WRONG_TYPE, position, std::string("expected ") + what + ", found " + kindOf(first));
-        return false;
+        return reportAt(SrcCode::WRONG_TYPE, position,
+                        std::string("expected ") + what + ", found " + kindOf(first));
     }
 
-    bool takeText(std::string_view& text) {
+    bool take(std::string_view& text) {
         if (!expect(in.peek() == '"', "a text")) return false;
         text = meaning(in.rawString());
         return true;
     }
 
-    bool takeCount(std::uint64_t& count) {
-        if (!expect(numberIsNext(), "a number")) return false;
+    bool take(std::uint64_t& count) {
+        if (!expect(in.numberIsNext(), "a number")) return false;
         const std::size_t position = in.position();
         const double value = in.number();
-        if (!(value >= 0.0) || value >= static_cast<double>(COUNT_END) || std::floor(value) != value) {
-            reportAt(SrcCode::BAD_NUMBER, position, "found " + std::to_string(value));
-            return false;
-        }
+        if (!(value >= 0.0) || value >= static_cast<double>(COUNT_END) || std::floor(value) != value)
+            return reportAt(SrcCode::BAD_NUMBER, position, "found " + std::to_string(value));
         count = static_cast<std::uint64_t>(value);
         return true;
     }
@@ -121,63 +121,73 @@ protected:
         bool good = true;
         count = 0;
         in.list([&] {
-            if (!expect(numberIsNext(), "a number")) {
-                good = false;
-                return;
-            }
+            const bool isNumber = expect(in.numberIsNext(), "a number");
+            good &= isNumber;
+            if (!isNumber) return;
             const std::size_t position = in.position();
             const double value = in.number();
-            if (!std::isfinite(value)) {
-                reportAt(SrcCode::BAD_NUMBER, position, "too large for a number");
-                good = false;
-            }
+            if (!std::isfinite(value))
+                good = reportAt(SrcCode::BAD_NUMBER, position, "too large for a number");
             if (count < N) numbers[count] = value;
             ++count;
         });
         return good;
     }
 
+    bool expectObject() { return expect(in.peek() == '{', "an object"); }
+
     /// The text of an object, whatever its members are.
-    bool takeObject(std::string_view& text) {
-        if (!expect(in.peek() == '{', "an object")) return false;
+    bool takeObjectText(std::string_view& text) {
+        if (!expectObject()) return false;
         text = in.skip();
         return true;
     }
 
-    // ---- Objects ----------------------------------------------------------------------------------------
+    // ---- Objects with fixed keys ------------------------------------------------------------------------
 
-    /// Walks an object with the keys of `Keys`: `take(key)` consumes the value behind a key. Unknown keys are
-    /// passed over. `seen` is filled with the keys that stood there.
-    template<typename Keys, typename Take>
-    bool takeEntry(KeySet& seen, Take&& take) {
-        if (!expect(in.peek() == '{', "an object")) return false;
+    /// One key of an object. The value behind it goes to `target`, a variable or a function that takes it.
+    template<typename Target>
+    struct Entry {
+        std::string_view key;
+        Target target;
+        std::optional<SrcCode> missing; ///< what is reported where the key is missing
+        bool seen = false;
+    };
+    template<typename Target>
+    static Entry<Target> optional(std::string_view key, Target&& target) {
+        return {key, std::forward<Target>(target), {}};
+    }
+    template<typename Target>
+    static Entry<Target> required(std::string_view key, SrcCode missing, Target&& target) {
+        return {key, std::forward<Target>(target), missing};
+    }
+    template<typename Target>
+    static Entry<Target> required(std::string_view key, Target&& target) {
+        return required(key, SrcCode::MISSING_KEY, std::forward<Target>(target));
+    }
+
+    /// Walks an object with these entries; other keys are passed over.
+    ///
+    /// behind   called where the object ends, before what is missing is reported
+    /// returns  whether it is an object that lacks nothing, and all of its values are good
+    template<typename Behind, typename... Entries>
+    bool takeObjectAnd(Behind&& behind, Entries&&... entries) {
+        if (!expectObject()) return false;
+        bool good = true;
         in.object([&](std::string_view raw) {
             const std::string_view name = meaning(raw);
             const Step step(*this, name);
-            const auto found = std::find(std::begin(Keys::NAMES), std::end(Keys::NAMES), name);
-            if (found == std::end(Keys::NAMES)) {
-                if (sink.wantsAll()) report(SrcCode::UNKNOWN_KEY, {});
-                in.skip();
-                return;
-            }
-            const auto key = static_cast<typename Keys::Key>(found - std::begin(Keys::NAMES));
-            if (seen.has(key) && sink.wantsAll()) report(SrcCode::DUPLICATE_KEY, {});
-            seen.add(key);
-            take(key);
+            if ((takeEntry(entries, name, good) || ...)) return;
+            if (sink.wantsAll()) report(SrcCode::UNKNOWN_KEY, {});
+            in.skip();
         });
-        return true;
+        behind();
+        (require(entries, good), ...);
+        return good;
     }
-
-    /// Reports the keys of `required` that are not in `seen`.
-    template<typename Keys>
-    bool require(KeySet seen, KeySet required, SrcCode code = SrcCode::MISSING_KEY) {
-        if (seen.hasAll(required)) return true;
-        for (std::uint32_t key = 0; key < std::size(Keys::NAMES); ++key) {
-            if (!required.has(key) || seen.has(key)) continue;
-            const Step step(*this, Keys::NAMES[key]);
-            report(code, {});
-        }
-        return false;
+    template<typename... Entries>
+    bool takeObject(Entries&&... entries) {
+        return takeObjectAnd([] {}, entries...);
     }
 
     JsonCursor in;
@@ -186,25 +196,34 @@ protected:
     HeaderTables& tables;
 
 private:
-    bool numberIsNext() const { return in.peek() == '-' || (in.peek() >= '0' && in.peek() <= '9'); }
+    template<typename Target>
+    bool takeEntry(Entry<Target>& entry, std::string_view name, bool& good) {
+        if (entry.key != name) return false;
+        if (entry.seen && sink.wantsAll()) report(SrcCode::DUPLICATE_KEY, {});
+        entry.seen = true;
+        if constexpr (std::is_invocable_v<Target&>) {
+            good &= entry.target();
+        } else {
+            good &= take(entry.target);
+        }
+        return true;
+    }
+
+    template<typename Target>
+    void require(const Entry<Target>& entry, bool& good) {
+        if (entry.seen || !entry.missing) return;
+        const Step step(*this, entry.key);
+        good = report(*entry.missing, {});
+    }
 
     /// The kind of JSON value that begins with this character, for people.
     static const char* kindOf(char first) {
-        switch (first) {
-        case '{':
-            return "an object";
-        case '[':
-            return "a list";
-        case '"':
-            return "a text";
-        case 't':
-        case 'f':
-            return "true or false";
-        case 'n':
-            return "null";
-        default:
-            return "a number";
-        }
+        return first == '{'                   ? "an object"
+               : first == '['                 ? "a list"
+               : first == '"'                 ? "a text"
+               : first == 't' || first == 'f' ? "true or false"
+               : first == 'n'                 ? "null"
+                                              : "a number";
     }
 
     std::uint64_t charged = 0;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <kel/src/text/JsonCharacters.h>
+
+#include <simdjson.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -14,6 +18,11 @@ struct JsonSyntaxError {
     std::string detail;
 };
 
+/// Where a text is nested deeper than allowed.
+struct JsonTooDeep {
+    std::size_t position;
+};
+
 /// A cursor over the tokens of a JSON text.
 ///
 /// simdjson's first stage finds where every token begins, checks that the text is UTF-8, that strings are
@@ -22,14 +31,11 @@ struct JsonSyntaxError {
 /// handful of known keys, the places of everything else, and an error that says where. So the grammar between
 /// the tokens is checked here, by whoever walks, and no value is passed over unchecked.
 ///
-/// Every operation that meets a fault throws JsonSyntaxError. No operation reads outside the text.
+/// Every operation that meets a fault throws JsonSyntaxError or JsonTooDeep. No operation reads outside the text.
 class JsonCursor {
 public:
     /// Finds the tokens. The text must outlive the cursor.
     JsonCursor(std::string_view text, std::uint32_t maxDepth);
-    ~JsonCursor();
-    JsonCursor(const JsonCursor&) = delete;
-    JsonCursor& operator=(const JsonCursor&) = delete;
 
     /// Bytes that the constructor takes for a text of this length.
     static std::uint64_t memoryFor(std::uint64_t textBytes) { return 4 * textBytes + 4096; }
@@ -39,44 +45,24 @@ public:
     /// Where the next token begins.
     std::size_t position() const { return next < count ? starts[next] : text.size(); }
 
+    bool numberIsNext() const { return peek() == '-' || text::isDigit(peek()); }
+
     /// Walks the members of the object that is next: `member(key)` is called behind each colon and must
     /// consume the value. The key is as it stands, escapes and all, without its quotes.
     template<typename Member>
     void object(Member&& member) {
-        enter();
-        if (peek() == '}') {
-            leave();
-            return;
-        }
-        for (;;) {
+        enclosed('}', "expected a comma or a closing brace", [&] {
             const std::string_view key = rawString();
             if (peek() != ':') fail("expected a colon");
             ++next;
             member(key);
-            const char after = peek();
-            if (after == '}') break;
-            if (after != ',') fail("expected a comma or a closing brace");
-            ++next;
-        }
-        leave();
+        });
     }
 
     /// Walks the elements of the list that is next: `element()` must consume one value.
     template<typename Element>
     void list(Element&& element) {
-        enter();
-        if (peek() == ']') {
-            leave();
-            return;
-        }
-        for (;;) {
-            element();
-            const char after = peek();
-            if (after == ']') break;
-            if (after != ',') fail("expected a comma or a closing bracket");
-            ++next;
-        }
-        leave();
+        enclosed(']', "expected a comma or a closing bracket", element);
     }
 
     /// The string that is next, as it stands between its quotes. Its escapes are checked.
@@ -89,25 +75,33 @@ public:
     void expectEnd() const;
 
 private:
+    /// Walks what stands up to `close`, with commas between.
+    template<typename Item>
+    void enclosed(char close, const char* otherwise, Item&& item) {
+        if (depth == maxDepth) throw JsonTooDeep{position()};
+        ++depth;
+        ++next;
+        if (peek() != close) {
+            for (item(); peek() != close; item()) {
+                if (peek() != ',') fail(otherwise);
+                ++next;
+            }
+        }
+        --depth;
+        ++next;
+    }
     [[noreturn]] void fail(const char* what) const;
-    void enter();
-    void leave();
     void skipValue();
-    std::string_view scalar();
+    /// The text of the tokens from the one at `first` to the one that is next or, for `ahead`, behind that.
+    std::string_view textFrom(std::size_t first, std::uint32_t ahead) const;
 
-    struct Tokens;
     std::string_view text;
-    std::unique_ptr<Tokens> tokens;
+    std::unique_ptr<simdjson::internal::dom_parser_implementation> parser;
     const std::uint32_t* starts = nullptr;
     std::uint32_t count = 0;
     std::uint32_t next = 0;
     std::uint32_t depth = 0;
     std::uint32_t maxDepth;
-};
-
-/// Thrown by JsonCursor when a text is nested deeper than allowed.
-struct JsonTooDeep {
-    std::size_t position;
 };
 
 } // namespace kel::src::detail

@@ -1,9 +1,6 @@
-#include <kel/src/reader/LoadFile_p.h>
+#include <kel/src/reader/FileData_p.h>
 
 #include <kel/src/format/FileLayout.h>
-#include <kel/src/reader/Preamble_p.h>
-#include <kel/src/reader/ReadHeader_p.h>
-#include <kel/src/reader/References_p.h>
 
 #include <string_view>
 #include <utility>
@@ -14,13 +11,22 @@ namespace detail {
 
 namespace {
 
-std::string_view textOf(const unsigned char* bytes, std::size_t size) {
-    return {reinterpret_cast<const char*>(bytes), size};
-}
-
-void reportCutHeader(FindingSink& sink, std::uint64_t wanted, std::uint64_t there) {
-    sink.report(SrcCode::HEADER_TRUNCATED, format::PREAMBLE_BYTES + there, {},
-                std::to_string(wanted) + " bytes, " + std::to_string(there) + " are there");
+/// Reads a header of which `there` bytes are there. `memoryTaken` bytes no longer belong to its tables.
+bool loadHeader(SrcFileData& file, const unsigned char* header, std::uint64_t wanted, std::uint64_t there,
+                ReadLimits limits, std::uint64_t memoryTaken, FindingSink& sink) {
+    if (wanted > there) {
+        sink.report(SrcCode::HEADER_TRUNCATED, format::PREAMBLE_BYTES + there, {},
+                    std::to_string(wanted) + " bytes, " + std::to_string(there) + " are there");
+        return false;
+    }
+    if (memoryTaken > limits.memoryBytes) {
+        sink.report(SrcCode::LIMIT_EXCEEDED, HEADER_BYTES_AT, {},
+                    "memoryBytes is " + std::to_string(limits.memoryBytes));
+        return false;
+    }
+    limits.memoryBytes -= memoryTaken;
+    return readHeader({reinterpret_cast<const char*>(header), static_cast<std::size_t>(wanted)}, limits, sink,
+                      file.tables);
 }
 
 void setData(SrcFileData& file, ByteView data, FindingSink& sink) {
@@ -32,49 +38,34 @@ void setData(SrcFileData& file, ByteView data, FindingSink& sink) {
 } // namespace
 
 std::unique_ptr<SrcFileData> loadBytes(ByteView bytes, const ReadLimits& limits, FindingSink& sink,
-                                       Mapping mapping) {
+                                       std::shared_ptr<const void> mapping) {
+    const std::uint32_t headerBytes = readPreamble(bytes, limits, sink);
+    if (headerBytes == 0) return nullptr;
     auto file = std::make_unique<SrcFileData>();
     file->mapping = std::move(mapping);
-    Preamble preamble;
-    if (!readPreamble(bytes, limits, sink, preamble)) return nullptr;
-    const std::size_t rest = bytes.size - format::PREAMBLE_BYTES;
-    if (preamble.headerBytes > rest) {
-        reportCutHeader(sink, preamble.headerBytes, rest);
-        return nullptr;
-    }
     const unsigned char* header = bytes.data + format::PREAMBLE_BYTES;
-    if (!readHeader(textOf(header, preamble.headerBytes), limits, sink, file->tables)) return nullptr;
-    setData(*file, {header + preamble.headerBytes, rest - preamble.headerBytes}, sink);
+    const std::size_t rest = bytes.size - format::PREAMBLE_BYTES;
+    if (!loadHeader(*file, header, headerBytes, rest, limits, 0, sink)) return nullptr;
+    setData(*file, {header + headerBytes, rest - headerBytes}, sink);
     return file;
 }
 
-std::unique_ptr<SrcFileData> loadStreamHeader(ByteInput& in, const ReadLimits& limits, FindingSink& sink) {
-    const auto read = [&](unsigned char* target, std::size_t size) { return in.read(target, size); };
+std::unique_ptr<SrcFileData> loadStreamHeader(const ByteInput& in, const ReadLimits& limits,
+                                              FindingSink& sink) {
     GrowingBytes front;
-    front.fill(format::PREAMBLE_BYTES, read);
-    Preamble preamble;
-    if (!readPreamble({front.data(), front.size()}, limits, sink, preamble)) return nullptr;
-
+    front.fill(format::PREAMBLE_BYTES, in);
+    const std::uint32_t headerBytes = readPreamble({front.data(), front.size()}, limits, sink);
+    if (headerBytes == 0) return nullptr;
     auto file = std::make_unique<SrcFileData>();
     GrowingBytes& header = file->headerStore;
-    header.fill(preamble.headerBytes, read);
-    if (header.size() < preamble.headerBytes) {
-        reportCutHeader(sink, preamble.headerBytes, header.size());
-        return nullptr;
-    }
+    header.fill(headerBytes, in);
     // Unlike a caller's block, the header takes memory here, which its tables no longer have.
-    ReadLimits rest = limits;
-    if (preamble.headerBytes > limits.memoryBytes) {
-        sink.report(SrcCode::LIMIT_EXCEEDED, Preamble::HEADER_BYTES_AT, {},
-                    "memoryBytes is " + std::to_string(limits.memoryBytes));
+    if (!loadHeader(*file, header.data(), headerBytes, header.size(), limits, headerBytes, sink))
         return nullptr;
-    }
-    rest.memoryBytes -= preamble.headerBytes;
-    if (!readHeader(textOf(header.data(), header.size()), rest, sink, file->tables)) return nullptr;
     return file;
 }
 
-std::unique_ptr<SrcFileData> loadStream(ByteInput& in, const ReadLimits& limits, FindingSink& sink) {
+std::unique_ptr<SrcFileData> loadStream(const ByteInput& in, const ReadLimits& limits, FindingSink& sink) {
     std::unique_ptr<SrcFileData> file = loadStreamHeader(in, limits, sink);
     if (!file) return nullptr;
     const std::uint64_t wanted = file->tables.payloadEnd();
@@ -85,22 +76,15 @@ std::unique_ptr<SrcFileData> loadStream(ByteInput& in, const ReadLimits& limits,
         return nullptr;
     }
     GrowingBytes& data = file->dataStore;
-    data.fill(wanted + (sink.wantsAll() ? 1 : 0),
-              [&](unsigned char* target, std::size_t size) { return in.read(target, size); });
+    data.fill(wanted + (sink.wantsAll() ? 1 : 0), in);
     setData(*file, {data.data(), data.size()}, sink);
     return file;
 }
 
 std::unique_ptr<SrcFileData> loadPath(const std::string& path, const ReadLimits& limits, FindingSink& sink) {
-    std::unique_ptr<SrcFileData> file;
-    openFile(
-        path,
-        [&](Mapping&& mapping) {
-            const ByteView bytes = mapping.bytes();
-            file = loadBytes(bytes, limits, sink, std::move(mapping));
-        },
-        [&](ByteInput& input) { file = loadStream(input, limits, sink); });
-    return file;
+    OpenedFile opened = openFile(path);
+    if (!opened.mapping) return loadStream(opened.input, limits, sink);
+    return loadBytes(opened.bytes, limits, sink, std::move(opened.mapping));
 }
 
 } // namespace detail
@@ -112,8 +96,7 @@ SrcFile readSrc(ByteView bytes, const ReadLimits& limits) {
 
 SrcFile readSrc(std::istream& in, const ReadLimits& limits) {
     detail::ThrowingSink sink;
-    detail::StreamInput input(in);
-    return detail::SrcFileAccess::make(detail::loadStream(input, limits, sink));
+    return detail::SrcFileAccess::make(detail::loadStream(detail::inputFrom(in), limits, sink));
 }
 
 SrcFile openSrc(const std::string& path, const ReadLimits& limits) {

@@ -1,9 +1,5 @@
-#include <kel/src/reader/ReadHeader_p.h>
-
 #include <kel/src/format/ElementTypes.h>
 #include <kel/src/reader/HeaderWalk_p.h>
-#include <kel/src/reader/Preamble_p.h>
-#include <kel/src/reader/References_p.h>
 
 #include <algorithm>
 #include <array>
@@ -15,6 +11,9 @@ namespace kel::src::detail {
 
 namespace {
 
+namespace key = format::key;
+namespace section = format::section;
+
 /// Walks the sections of a header into tables.
 class HeaderReader : private HeaderWalk {
 public:
@@ -22,89 +21,87 @@ public:
         : HeaderWalk(text, limits, sink, tables) {}
 
     void read() {
-        KeySet seen;
-        const bool isObject = takeEntry<RootKeys>(seen, [&](RootKeys::Key section) { walkSection(section); });
-        in.expectEnd();
-        if (isObject) {
-            require<RootKeys>(seen, RootKeys::REQUIRED, SrcCode::MISSING_SECTION);
-            references.hasChunks = seen.has(RootKeys::BUFFER_CHUNKS);
-            references.hasBufferViews = seen.has(RootKeys::BUFFER_VIEWS);
-            if (sink.wantsAll())
-                require<RootKeys>(seen, RootKeys::CUSTOMARY, SrcCode::MISSING_OPTIONAL_SECTION);
-        }
+        constexpr SrcCode NEEDED = SrcCode::MISSING_SECTION, CUSTOMARY = SrcCode::MISSING_OPTIONAL_SECTION;
+        std::string_view none; // there are no textures in this format yet
+        takeObjectAnd([&] { in.expectEnd(); },
+                      required(section::ACCESSORS, NEEDED, [&] { return accessors(); }),
+                      required(section::BUFFER_CHUNKS, NEEDED, [&] { return chunks(); }),
+                      required(section::BUFFER_VIEWS, NEEDED, [&] { return bufferViews(); }),
+                      required(section::MESHES, NEEDED, [&] { return meshes(); }),
+                      required(section::MATERIALS, CUSTOMARY, [&] { return materials(); }),
+                      required(section::META, CUSTOMARY, [&] { return takeMetadata(tables.metadata); }),
+                      required(section::TECHNIQUES, CUSTOMARY, [&] { return techniques(); }),
+                      required(section::TEXTURE_VIEWS, CUSTOMARY, [&] { return takeObjectText(none); }),
+                      required(section::TEXTURES, CUSTOMARY, [&] { return takeObjectText(none); }));
+        in.expectEnd(); // also where the text is no object
         resolveReferences(tables, references, sink);
     }
 
 private:
     // ---- Sections ---------------------------------------------------------------------------------------
 
-    void walkSection(RootKeys::Key section) {
-        UnusableEntries never; // a material without technique is drawn, too
-        switch (section) {
-        case RootKeys::ACCESSORS:
-            walkAccessors();
-            break;
-        case RootKeys::BUFFER_CHUNKS:
-            walkEntries(tables.chunks, tables.badChunks, [&](SrcChunk& entry) { return chunk(entry); });
-            break;
-        case RootKeys::BUFFER_VIEWS:
-            tables.viewChunks.clear();
-            references.chunks.clear();
-            walkEntries(tables.bufferViews, tables.badBufferViews,
-                        [&](SrcBufferView& view) { return bufferView(view); });
-            break;
-        case RootKeys::MESHES:
-            tables.attributes.clear();
-            references.attributeViews.clear();
-            references.meshes.clear();
-            walkEntries(tables.meshes, tables.badMeshes, [&](SrcMesh& entry) { return mesh(entry); });
-            break;
-        case RootKeys::MATERIALS:
-            references.techniques.clear();
-            walkEntries(tables.materials, never, [&](SrcMaterial& entry) { return material(entry); });
-            break;
-        case RootKeys::META:
-            takeMetadata(tables.metadata);
-            break;
-        case RootKeys::TECHNIQUES:
-            walkEntries(tables.techniques, never, [&](SrcTechnique& entry) { return technique(entry); });
-            break;
-        case RootKeys::TEXTURE_VIEWS:
-        case RootKeys::TEXTURES: { // there are none in this format yet
-            std::string_view text;
-            takeObject(text);
-        }
-        }
-    }
-
-    void walkAccessors() {
-        KeySet seen;
+    bool accessors() {
         tables.attributeViews.clear();
         tables.indexViews.clear();
-        const bool isObject = takeEntry<AccessorKeys>(seen, [&](AccessorKeys::Key kind) {
-            switch (kind) {
-            case AccessorKeys::ATTRIBUTE_VIEWS:
-                references.attributeBuffers.clear();
-                walkEntries(tables.attributeViews, tables.badAttributeViews,
-                            [&](SrcAttributeView& view) { return attributeView(view); });
-                break;
-            case AccessorKeys::INDEX_VIEWS:
-                references.indexBuffers.clear();
-                walkEntries(tables.indexViews, tables.badIndexViews,
-                            [&](SrcIndexView& view) { return indexView(view); });
-            }
+        references.hasAttributeViews = references.hasIndexViews = false;
+        const auto attributeViews = [&] {
+            references.attributeBuffers.clear();
+            references.hasAttributeViews = true;
+            return takeEntries(tables.attributeViews, tables.badAttributeViews,
+                               [&](SrcAttributeView& view) { return attributeView(view); });
+        };
+        const auto indexViews = [&] {
+            references.indexBuffers.clear();
+            references.hasIndexViews = true;
+            return takeEntries(tables.indexViews, tables.badIndexViews,
+                               [&](SrcIndexView& view) { return indexView(view); });
+        };
+        return takeObject(required(section::ATTRIBUTE_VIEWS, SrcCode::MISSING_SECTION, attributeViews),
+                          required(section::INDEX_VIEWS, SrcCode::MISSING_SECTION, indexViews));
+    }
+
+    bool chunks() {
+        references.hasChunks = true;
+        return takeEntries(tables.chunks, tables.badChunks, [&](SrcChunk& chunk) {
+            return takeObject(required(key::BYTE_LENGTH, chunk.byteLength),
+                              required(key::BYTE_OFFSET, chunk.byteOffset));
         });
-        if (isObject) require<AccessorKeys>(seen, AccessorKeys::REQUIRED, SrcCode::MISSING_SECTION);
-        references.hasAttributeViews = seen.has(AccessorKeys::ATTRIBUTE_VIEWS);
-        references.hasIndexViews = seen.has(AccessorKeys::INDEX_VIEWS);
+    }
+
+    bool bufferViews() {
+        tables.viewChunks.clear();
+        references.chunks.clear();
+        references.hasBufferViews = true;
+        return takeEntries(tables.bufferViews, tables.badBufferViews, [&](SrcBufferView& view) {
+            return takeObject(required(key::BYTE_LENGTH, view.byteLength),
+                              required(key::CHUNKS, [&] { return takeChunkNames(view); }));
+        });
+    }
+
+    bool meshes() {
+        tables.attributes.clear();
+        references.attributeViews.clear();
+        references.meshes.clear();
+        return takeEntries(tables.meshes, tables.badMeshes, [&](SrcMesh& entry) { return mesh(entry); });
+    }
+
+    bool materials() {
+        references.techniques.clear();
+        return takeEntries(tables.materials, never, [&](SrcMaterial& entry) { return material(entry); });
+    }
+
+    bool techniques() {
+        return takeEntries(tables.techniques, never, [&](SrcTechnique& entry) {
+            return takeObject(required(key::PARAMETERS, [&] { return takeObjectText(entry.parameters); }));
+        });
     }
 
     /// Walks a section keyed by ID: `take(entry)` consumes one and says whether it can be used.
     template<typename Entry, typename Take>
-    void walkEntries(std::vector<Entry>& target, UnusableEntries& bad, Take&& take) {
+    bool takeEntries(std::vector<Entry>& target, UnusableEntries& bad, Take&& take) {
         target.clear(); // a section that stands again replaces the first
         bad.marks.clear();
-        if (!expect(in.peek() == '{', "an object")) return;
+        if (!expectObject()) return false;
         in.object([&](std::string_view raw) {
             chargeEntry(target.size(), 2 * sizeof(Entry) + 2 * sizeof(MeshReferences) +
                                            IdTable::memoryFor(1) - IdTable::memoryFor(0));
@@ -115,39 +112,10 @@ private:
             target.push_back(added);
             if (sink.wantsAll()) bad.marks.push_back(!good);
         });
+        return true;
     }
 
-    // ---- Chunks and buffer views ------------------------------------------------------------------------
-
-    bool chunk(SrcChunk& chunk) {
-        KeySet seen;
-        bool good = true;
-        const bool isObject = takeEntry<ChunkKeys>(seen, [&](ChunkKeys::Key key) {
-            switch (key) {
-            case ChunkKeys::BYTE_LENGTH:
-                good &= takeCount(chunk.byteLength);
-                break;
-            case ChunkKeys::BYTE_OFFSET:
-                good &= takeCount(chunk.byteOffset);
-            }
-        });
-        return isObject && require<ChunkKeys>(seen, ChunkKeys::REQUIRED) && good;
-    }
-
-    bool bufferView(SrcBufferView& view) {
-        KeySet seen;
-        bool good = true;
-        const bool isObject = takeEntry<BufferViewKeys>(seen, [&](BufferViewKeys::Key key) {
-            switch (key) {
-            case BufferViewKeys::BYTE_LENGTH:
-                good &= takeCount(view.byteLength);
-                break;
-            case BufferViewKeys::CHUNKS:
-                good &= takeChunkNames(view);
-            }
-        });
-        return isObject && require<BufferViewKeys>(seen, BufferViewKeys::REQUIRED) && good;
-    }
+    // ---- Views ------------------------------------------------------------------------------------------
 
     bool takeChunkNames(SrcBufferView& view) {
         view.firstChunk = static_cast<std::uint32_t>(references.chunks.size());
@@ -157,124 +125,76 @@ private:
         in.list([&] {
             chargeEntry(references.chunks.size(), sizeof(std::string_view) * 2 + sizeof(std::uint32_t));
             std::string_view name;
-            if (takeText(name)) {
-                references.chunks.push_back(name);
-                ++view.chunkCount;
-            } else {
-                good = false;
-            }
+            const bool isName = take(name);
+            good &= isName;
+            if (!isName) return;
+            references.chunks.push_back(name);
+            ++view.chunkCount;
         });
         return good;
     }
 
-    // ---- Views ------------------------------------------------------------------------------------------
-
     bool indexView(SrcIndexView& view) {
-        KeySet seen;
-        bool good = true;
-        std::string_view buffer;
-        const bool isObject = takeEntry<IndexViewKeys>(seen, [&](IndexViewKeys::Key key) {
-            switch (key) {
-            case IndexViewKeys::BUFFER_VIEW:
-                good &= takeText(buffer);
-                break;
-            case IndexViewKeys::BYTE_OFFSET:
-                good &= takeCount(view.byteOffset);
-                break;
-            case IndexViewKeys::COMPONENT_TYPE:
-                good &= takeComponentType(view.componentType, true);
-                break;
-            case IndexViewKeys::COUNT:
-                good &= takeCount(view.count);
-            }
-        });
-        references.indexBuffers.push_back(buffer);
-        return isObject && require<IndexViewKeys>(seen, IndexViewKeys::REQUIRED) && good;
+        std::string_view& buffer = references.indexBuffers.emplace_back();
+        return takeObject(required(key::BUFFER_VIEW, buffer), required(key::BYTE_OFFSET, view.byteOffset),
+                          required(key::COMPONENT_TYPE, [&] { return takeType(view.componentType, true); }),
+                          required(key::COUNT, view.count));
     }
 
-    bool takeComponentType(kel::mesh::ComponentType& type, bool forIndices) {
+    bool takeType(kel::mesh::ComponentType& type, bool forIndices) {
         const std::size_t position = in.position();
         std::uint64_t number = 0;
-        if (!takeCount(number)) return false;
+        if (!take(number)) return false;
         const format::ComponentTypeRow* row = format::componentType(number);
-        if (!row || (forIndices && !row->forIndices)) {
-            reportAt(SrcCode::BAD_COMPONENT_TYPE, position, "found " + std::to_string(number));
-            return false;
-        }
+        if (!row || (forIndices && !row->forIndices))
+            return reportAt(SrcCode::BAD_COMPONENT_TYPE, position, "found " + std::to_string(number));
         type = static_cast<kel::mesh::ComponentType>(number);
         return true;
     }
 
     bool attributeView(SrcAttributeView& view) {
         const std::size_t position = in.position();
-        KeySet seen;
-        bool good = true;
-        std::string_view buffer;
+        std::string_view& buffer = references.attributeBuffers.emplace_back();
         std::size_t offsets = 0, scales = 0;
-        const bool isObject = takeEntry<AttributeViewKeys>(seen, [&](AttributeViewKeys::Key key) {
-            switch (key) {
-            case AttributeViewKeys::BUFFER_VIEW:
-                good &= takeText(buffer);
-                break;
-            case AttributeViewKeys::BYTE_OFFSET:
-                good &= takeCount(view.byteOffset);
-                break;
-            case AttributeViewKeys::BYTE_STRIDE:
-                good &= takeCount(view.byteStride);
-                break;
-            case AttributeViewKeys::COUNT:
-                good &= takeCount(view.count);
-                break;
-            case AttributeViewKeys::COMPONENT_TYPE:
-                good &= takeComponentType(view.componentType, false);
-                break;
-            case AttributeViewKeys::DECODE_OFFSET:
-                good &= takeNumbers(view.decodeOffset, offsets);
-                break;
-            case AttributeViewKeys::DECODE_SCALE:
-                good &= takeNumbers(view.decodeScale, scales);
-                break;
-            case AttributeViewKeys::TYPE:
-                good &= takeElementType(view.components);
-            }
-        });
-        references.attributeBuffers.push_back(buffer);
-        if (!isObject || !require<AttributeViewKeys>(seen, AttributeViewKeys::REQUIRED) || !good)
-            return false;
-        good &= decodeLengthIsGood(view, position, seen, AttributeViewKeys::DECODE_OFFSET, offsets);
-        good &= decodeLengthIsGood(view, position, seen, AttributeViewKeys::DECODE_SCALE, scales);
+        auto offset = optional(key::DECODE_OFFSET, [&] { return takeNumbers(view.decodeOffset, offsets); });
+        auto scale = optional(key::DECODE_SCALE, [&] { return takeNumbers(view.decodeScale, scales); });
+        bool good =
+            takeObject(required(key::BUFFER_VIEW, buffer), required(key::BYTE_OFFSET, view.byteOffset),
+                       required(key::BYTE_STRIDE, view.byteStride), required(key::COUNT, view.count),
+                       required(key::COMPONENT_TYPE, [&] { return takeType(view.componentType, false); }),
+                       offset, scale, required(key::TYPE, [&] { return takeElementType(view.components); }));
+        if (!good) return false;
+        good &= !offset.seen || decodeLengthIsGood(view, position, offset.key, offsets);
+        good &= !scale.seen || decodeLengthIsGood(view, position, scale.key, scales);
         return good && decodeValuesAreGood(view, position) && elementLayout(view, position);
     }
 
     bool takeElementType(std::uint8_t& components) {
         const std::size_t position = in.position();
         std::string_view type;
-        if (!takeText(type)) return false;
+        if (!take(type)) return false;
         const auto found =
             std::find(std::begin(format::ELEMENT_TYPES), std::end(format::ELEMENT_TYPES), type);
-        if (found == std::end(format::ELEMENT_TYPES)) {
-            reportAt(SrcCode::BAD_TYPE, position, "found " + quoted(type));
-            return false;
-        }
+        if (found == std::end(format::ELEMENT_TYPES))
+            return reportAt(SrcCode::BAD_TYPE, position, "found " + quoted(type));
         components = static_cast<std::uint8_t>(found - std::begin(format::ELEMENT_TYPES) + 1);
         return true;
     }
 
-    bool decodeLengthIsGood(const SrcAttributeView& view, std::size_t position, KeySet seen,
-                            AttributeViewKeys::Key key, std::size_t length) {
-        if (!seen.has(key) || length == view.components) return true;
-        const Step step(*this, AttributeViewKeys::NAMES[key]);
-        reportAt(SrcCode::WRONG_LENGTH, position,
-                 std::to_string(length) + " numbers for " + std::to_string(view.components) + " components");
-        return false;
+    bool decodeLengthIsGood(const SrcAttributeView& view, std::size_t position, std::string_view key,
+                            std::size_t length) {
+        if (length == view.components) return true;
+        const Step step(*this, key);
+        return reportAt(SrcCode::WRONG_LENGTH, position,
+                        std::to_string(length) + " numbers for " + std::to_string(view.components) +
+                            " components");
     }
 
     bool decodeValuesAreGood(SrcAttributeView& view, std::size_t position) {
         for (std::size_t c = 0; c < view.components; ++c) {
             if (view.decodeScale[c] == 0.0) {
-                const Step step(*this, format::key::DECODE_SCALE);
-                reportAt(SrcCode::ZERO_DECODE_SCALE, position, "component " + std::to_string(c));
-                return false;
+                const Step step(*this, key::DECODE_SCALE);
+                return reportAt(SrcCode::ZERO_DECODE_SCALE, position, "component " + std::to_string(c));
             }
             if (view.decodeScale[c] != 1.0 || view.decodeOffset[c] != 0.0) view.decoded = true;
         }
@@ -291,51 +211,32 @@ private:
             view.componentBytes = format::WIDE_CODE_BYTES;
         const std::uint64_t element = components * view.componentBytes;
         if (view.byteStride >= element) return true;
-        const Step step(*this, format::key::BYTE_STRIDE);
-        reportAt(SrcCode::BAD_STRIDE, position,
-                 std::to_string(view.byteStride) + " for elements of " + std::to_string(element) + " bytes");
-        return false;
+        const Step step(*this, key::BYTE_STRIDE);
+        return reportAt(SrcCode::BAD_STRIDE, position,
+                        std::to_string(view.byteStride) + " for elements of " + std::to_string(element) +
+                            " bytes");
     }
 
     // ---- Meshes -----------------------------------------------------------------------------------------
 
     bool mesh(SrcMesh& mesh) {
         const std::size_t position = in.position();
-        KeySet seen;
         bool hasCenter = false, hasSize = false;
-        MeshReferences names;
+        MeshReferences& names = references.meshes.emplace_back();
         mesh.firstAttribute = static_cast<std::uint32_t>(tables.attributes.size());
-        bool good = true;
-        const bool isObject = takeEntry<MeshKeys>(seen, [&](MeshKeys::Key key) {
-            switch (key) {
-            case MeshKeys::ATTRIBUTES:
-                good &= takeAttributes(mesh);
-                break;
-            case MeshKeys::BBOX_CENTER:
-                good &= hasCenter = takeVector(mesh.boundsCenter);
-                break;
-            case MeshKeys::BBOX_SIZE:
-                good &= hasSize = takeVector(mesh.boundsSize);
-                break;
-            case MeshKeys::INDICES:
-                good &= takeText(names.indices);
-                break;
-            case MeshKeys::MATERIAL:
-                good &= takeText(names.material);
-                break;
-            case MeshKeys::META:
-                good &= takeMetadata(mesh.metadata);
-                break;
-            case MeshKeys::PRIMITIVE:
-                good &= takePrimitive(mesh.primitive);
-            }
-        });
-        references.meshes.push_back(names);
-        if (!isObject) return false;
+        auto center = optional(key::BBOX_CENTER, [&] { return hasCenter = takeVector(mesh.boundsCenter); });
+        auto size = optional(key::BBOX_SIZE, [&] { return hasSize = takeVector(mesh.boundsSize); });
+        const auto checkBounds = [&] {
+            if (sink.wantsAll() && center.seen != size.seen)
+                reportAt(SrcCode::BOUNDS_INCOMPLETE, position, {});
+        };
+        const bool good = takeObjectAnd(
+            checkBounds, required(key::ATTRIBUTES, [&] { return takeAttributes(mesh); }), center, size,
+            optional(key::INDICES, names.indices), optional(key::MATERIAL, names.material),
+            optional(key::META, [&] { return takeMetadata(mesh.metadata); }),
+            required(key::PRIMITIVE, [&] { return takePrimitive(mesh.primitive); }));
         mesh.hasBounds = hasCenter && hasSize;
-        if (sink.wantsAll() && seen.has(MeshKeys::BBOX_CENTER) != seen.has(MeshKeys::BBOX_SIZE))
-            reportAt(SrcCode::BOUNDS_INCOMPLETE, position, {});
-        return require<MeshKeys>(seen, MeshKeys::REQUIRED) && good;
+        return good;
     }
 
     bool takeVector(std::array<double, 3>& vector) {
@@ -343,18 +244,15 @@ private:
         std::size_t count = 0;
         if (!takeNumbers(vector, count)) return false;
         if (count == 3) return true;
-        reportAt(SrcCode::WRONG_LENGTH, position, std::to_string(count) + " numbers for 3 axes");
-        return false;
+        return reportAt(SrcCode::WRONG_LENGTH, position, std::to_string(count) + " numbers for 3 axes");
     }
 
     bool takePrimitive(kel::mesh::PrimitiveType& primitive) {
         const std::size_t position = in.position();
         std::uint64_t number = 0;
-        if (!takeCount(number)) return false;
-        if (number > kel::mesh::TRIANGLE_FAN) {
-            reportAt(SrcCode::BAD_PRIMITIVE, position, "found " + std::to_string(number));
-            return false;
-        }
+        if (!take(number)) return false;
+        if (number > kel::mesh::TRIANGLE_FAN)
+            return reportAt(SrcCode::BAD_PRIMITIVE, position, "found " + std::to_string(number));
         primitive = static_cast<kel::mesh::PrimitiveType>(number);
         return true;
     }
@@ -363,7 +261,7 @@ private:
         const std::size_t first = tables.attributes.size();
         mesh.firstAttribute = static_cast<std::uint32_t>(first);
         mesh.attributeCount = 0;
-        if (!expect(in.peek() == '{', "an object")) return false;
+        if (!expectObject()) return false;
         bool ascending = true, good = true;
         in.object([&](std::string_view raw) {
             chargeEntry(tables.attributes.size(), 2 * sizeof(SrcAttribute) + 2 * sizeof(std::string_view));
@@ -371,7 +269,7 @@ private:
             attribute.name = meaning(raw);
             const Step step(*this, attribute.name);
             std::string_view view;
-            if (!takeText(view)) {
+            if (!take(view)) {
                 good = false;
                 return;
             }
@@ -386,26 +284,21 @@ private:
     }
 
     void keepLastOfEachName(std::size_t first) {
-        std::vector<std::pair<std::string_view, std::size_t>> names;
+        std::vector<std::pair<std::string_view, std::uint32_t>> names;
         for (std::size_t i = first; i < tables.attributes.size(); ++i)
-            names.emplace_back(tables.attributes[i].name, i);
+            names.emplace_back(tables.attributes[i].name, static_cast<std::uint32_t>(i));
         std::sort(names.begin(), names.end());
-        std::vector<bool> shadowed(names.size(), false);
+        std::vector<std::uint32_t> shadowed;
         for (std::size_t i = 0; i + 1 < names.size(); ++i) {
             if (names[i].first != names[i + 1].first) continue;
-            shadowed[names[i].second - first] = true;
+            shadowed.push_back(names[i].second);
             const Step step(*this, names[i].first);
             if (sink.wantsAll()) report(SrcCode::DUPLICATE_KEY, {});
         }
-        std::size_t kept = first;
-        for (std::size_t i = first; i < tables.attributes.size(); ++i) {
-            if (shadowed[i - first]) continue;
-            tables.attributes[kept] = tables.attributes[i];
-            references.attributeViews[kept] = references.attributeViews[i];
-            ++kept;
-        }
-        tables.attributes.resize(kept);
-        references.attributeViews.resize(kept);
+        if (shadowed.empty()) return;
+        std::sort(shadowed.begin(), shadowed.end());
+        takeOut(tables.attributes, shadowed);
+        takeOut(references.attributeViews, shadowed);
     }
 
     /// An object, or the one text that the public writer stores when the texts did not make an object.
@@ -421,33 +314,19 @@ private:
 
     bool material(SrcMaterial& material) {
         const std::size_t position = in.position();
-        KeySet seen, instanceSeen;
-        std::string_view technique;
-        const bool isObject = takeEntry<MaterialKeys>(seen, [&](MaterialKeys::Key) {
-            takeEntry<InstanceTechniqueKeys>(instanceSeen, [&](InstanceTechniqueKeys::Key key) {
-                switch (key) {
-                case InstanceTechniqueKeys::TECHNIQUE:
-                    takeText(technique);
-                    break;
-                case InstanceTechniqueKeys::VALUES:
-                    takeObject(material.values);
-                }
-            });
-        });
-        references.techniques.push_back(technique);
-        if (isObject && !instanceSeen.has(InstanceTechniqueKeys::TECHNIQUE) && sink.wantsAll())
-            reportAt(SrcCode::MATERIAL_WITHOUT_TECHNIQUE, position, {});
-        return isObject;
-    }
-
-    bool technique(SrcTechnique& technique) {
-        KeySet seen;
-        const bool isObject =
-            takeEntry<TechniqueKeys>(seen, [&](TechniqueKeys::Key) { takeObject(technique.parameters); });
-        return isObject && require<TechniqueKeys>(seen, TechniqueKeys::REQUIRED);
+        auto technique = optional(key::TECHNIQUE, references.techniques.emplace_back());
+        auto values = optional(key::VALUES, [&] { return takeObjectText(material.values); });
+        const auto checkTechnique = [&] {
+            if (!technique.seen && sink.wantsAll())
+                reportAt(SrcCode::MATERIAL_WITHOUT_TECHNIQUE, position, {});
+        };
+        return takeObjectAnd(
+            checkTechnique, optional(key::INSTANCE_TECHNIQUE, [&] { return takeObject(technique, values); }));
     }
 
     HeaderReferences references;
+    UnusableEntries
+        never; ///< of sections whose entries can all be used: a material without technique is drawn, too
 };
 
 } // namespace
@@ -455,7 +334,7 @@ private:
 bool readHeader(std::string_view text, const ReadLimits& limits, FindingSink& sink, HeaderTables& tables) {
     try {
         if (JsonCursor::memoryFor(text.size()) > limits.memoryBytes) {
-            sink.report(SrcCode::LIMIT_EXCEEDED, Preamble::HEADER_BYTES_AT, {},
+            sink.report(SrcCode::LIMIT_EXCEEDED, HEADER_BYTES_AT, {},
                         "memoryBytes is " + std::to_string(limits.memoryBytes));
             return false;
         }

@@ -1,27 +1,27 @@
-#include <kel/src/reader/References_p.h>
-
-#include <kel/mesh/ComponentType.h>
 #include <kel/src/format/FileLayout.h>
+#include <kel/src/reader/HeaderTables_p.h>
 #include <kel/src/text/JsonPointer.h>
 
 #include <algorithm>
 #include <initializer_list>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 namespace kel::src::detail {
 
 namespace {
 
+namespace key = format::key;
+namespace section = format::section;
 using Keys = std::initializer_list<std::string_view>;
 
 /// Every byte of every element lies inside `bytes`.
-bool fits(std::uint64_t offset, std::uint64_t count, std::uint64_t stride, std::uint64_t element,
-          std::uint64_t bytes) {
-    if (offset > bytes) return false;
-    if (count == 0) return true;
-    const std::uint64_t room = bytes - offset;
-    return element <= room && (count - 1) <= (room - element) / stride;
+bool fits(const ElementPlaces& elements, std::uint64_t bytes) {
+    if (elements.offset > bytes) return false;
+    if (elements.count == 0) return true;
+    const std::uint64_t room = bytes - elements.offset;
+    return elements.size <= room && (elements.count - 1) <= (room - elements.size) / elements.stride;
 }
 
 class ReferenceResolver {
@@ -30,25 +30,22 @@ public:
         : tables(tables), references(references), sink(sink) {}
 
     void resolve() {
-        index({format::section::BUFFER_CHUNKS}, tables.chunks, tables.chunkIds, &tables.badChunks);
-        index({format::section::BUFFER_VIEWS}, tables.bufferViews, tables.bufferViewIds,
-              &tables.badBufferViews);
-        index({format::section::ACCESSORS, format::section::INDEX_VIEWS}, tables.indexViews,
-              tables.indexViewIds, &tables.badIndexViews, references.indexBuffers);
-        index({format::section::ACCESSORS, format::section::ATTRIBUTE_VIEWS}, tables.attributeViews,
-              tables.attributeViewIds, &tables.badAttributeViews, references.attributeBuffers);
-        index({format::section::TECHNIQUES}, tables.techniques, tables.techniqueIds, nullptr);
-        index({format::section::MATERIALS}, tables.materials, tables.materialIds, nullptr,
-              references.techniques);
-        index({format::section::MESHES}, tables.meshes, tables.meshIds, &tables.badMeshes, references.meshes);
+        index({section::BUFFER_CHUNKS}, tables.chunks, tables.chunkIds, &tables.badChunks);
+        index({section::BUFFER_VIEWS}, tables.bufferViews, tables.bufferViewIds, &tables.badBufferViews);
+        index({section::ACCESSORS, section::INDEX_VIEWS}, tables.indexViews, tables.indexViewIds,
+              &tables.badIndexViews, references.indexBuffers);
+        index({section::ACCESSORS, section::ATTRIBUTE_VIEWS}, tables.attributeViews, tables.attributeViewIds,
+              &tables.badAttributeViews, references.attributeBuffers);
+        index({section::TECHNIQUES}, tables.techniques, tables.techniqueIds, nullptr);
+        index({section::MATERIALS}, tables.materials, tables.materialIds, nullptr, references.techniques);
+        index({section::MESHES}, tables.meshes, tables.meshIds, &tables.badMeshes, references.meshes);
         orderMeshes();
 
         for (std::size_t i = 0; i < tables.bufferViews.size(); ++i)
             resolveChunks(i);
-        for (std::size_t i = 0; i < tables.indexViews.size(); ++i)
-            resolveIndexView(i);
-        for (std::size_t i = 0; i < tables.attributeViews.size(); ++i)
-            resolveAttributeView(i);
+        resolveViews(section::INDEX_VIEWS, tables.indexViews, references.indexBuffers, tables.badIndexViews);
+        resolveViews(section::ATTRIBUTE_VIEWS, tables.attributeViews, references.attributeBuffers,
+                     tables.badAttributeViews);
         for (std::size_t i = 0; i < tables.materials.size(); ++i)
             resolveTechnique(i);
         for (std::size_t i = 0; i < tables.meshes.size(); ++i)
@@ -85,20 +82,9 @@ private:
             keys.push_back(entries[position].id);
             sink.report(SrcCode::DUPLICATE_KEY, SrcError::NO_OFFSET, text::jsonPointer(keys), {});
         }
-        const auto takeOut = [&](auto& list) {
-            std::size_t kept = 0, next = 0;
-            for (std::size_t i = 0; i < list.size(); ++i) {
-                if (next < shadowed.size() && shadowed[next] == i) {
-                    ++next;
-                } else {
-                    list[kept++] = list[i];
-                }
-            }
-            list.resize(kept);
-        };
-        takeOut(entries);
-        if (bad && !bad->marks.empty()) takeOut(bad->marks);
-        (takeOut(parallel), ...);
+        takeOut(entries, shadowed);
+        if (bad && !bad->marks.empty()) takeOut(bad->marks, shadowed);
+        (takeOut(parallel, shadowed), ...);
         table.build(entries, [](std::uint32_t) {});
     }
 
@@ -106,19 +92,17 @@ private:
     void orderMeshes() {
         const std::vector<std::uint32_t> order = tables.meshIds.byNumber();
         if (std::is_sorted(order.begin(), order.end())) return;
-        std::vector<SrcMesh> meshes;
-        std::vector<MeshReferences> names;
-        UnusableEntries bad;
-        meshes.reserve(order.size());
-        names.reserve(order.size());
-        for (const std::uint32_t position : order) {
-            meshes.push_back(tables.meshes[position]);
-            names.push_back(references.meshes[position]);
-            if (!tables.badMeshes.marks.empty()) bad.marks.push_back(tables.badMeshes.contains(position));
-        }
-        tables.badMeshes = std::move(bad);
-        tables.meshes = std::move(meshes);
-        references.meshes = std::move(names);
+        const auto arrange = [&](auto& list) {
+            if (list.empty()) return; // marks, where they are not kept
+            std::decay_t<decltype(list)> arranged;
+            arranged.reserve(order.size());
+            for (const std::uint32_t position : order)
+                arranged.push_back(list[position]);
+            list = std::move(arranged);
+        };
+        arrange(tables.meshes);
+        arrange(references.meshes);
+        arrange(tables.badMeshes.marks);
         tables.meshIds.build(tables.meshes, [](std::uint32_t) {});
     }
 
@@ -134,9 +118,8 @@ private:
             const std::uint32_t found = tables.chunkIds.find(name);
             if (found == SRC_NONE) {
                 if (references.hasChunks)
-                    reportDangling(
-                        SrcCode::DANGLING_CHUNK, name,
-                        {format::section::BUFFER_VIEWS, view.id, format::key::CHUNKS, std::to_string(c)});
+                    reportDangling(SrcCode::DANGLING_CHUNK, name,
+                                   {section::BUFFER_VIEWS, view.id, key::CHUNKS, std::to_string(c)});
                 tables.badBufferViews.mark(i);
             } else if (tables.badChunks.contains(found)) {
                 tables.badBufferViews.mark(i);
@@ -147,8 +130,7 @@ private:
             tables.viewChunks.push_back(found);
         }
         if (!tables.badBufferViews.contains(i) && stored != view.byteLength && sink.wantsAll()) {
-            report(SrcCode::VIEW_LENGTH, view.id,
-                   {format::section::BUFFER_VIEWS, view.id, format::key::BYTE_LENGTH},
+            report(SrcCode::VIEW_LENGTH, view.id, {section::BUFFER_VIEWS, view.id, key::BYTE_LENGTH},
                    std::to_string(view.byteLength) + ", its chunks hold " + std::to_string(stored));
         }
         view.storedBytes = std::min(stored, view.byteLength);
@@ -156,57 +138,28 @@ private:
 
     // ---- Index and attribute views ----------------------------------------------------------------------
 
-    /// The stored bytes of the buffer view of that name; false when they cannot be used.
-    bool resolveBuffer(std::string_view name, std::string_view kind, std::string_view id, std::uint32_t& view,
-                       std::uint64_t& bytes) {
-        view = tables.bufferViewIds.find(name);
-        if (view == SRC_NONE) {
-            if (references.hasBufferViews)
-                reportDangling(SrcCode::DANGLING_BUFFER_VIEW, name,
-                               {format::section::ACCESSORS, kind, id, format::key::BUFFER_VIEW});
-            return false;
-        }
-        bytes = tables.bufferViews[view].storedBytes;
-        return !tables.badBufferViews.contains(view);
-    }
-
-    void reportPastEnd(std::string_view kind, std::string_view id, std::uint64_t offset, std::uint64_t count,
-                       std::uint64_t stride, std::uint64_t bytes) {
-        report(SrcCode::VIEW_PAST_END, id, {format::section::ACCESSORS, kind, id},
-               std::to_string(count) + " elements, " + std::to_string(stride) + " bytes apart, from byte " +
-                   std::to_string(offset) + " of " + std::to_string(bytes));
-    }
-
-    void resolveIndexView(std::size_t i) {
-        SrcIndexView& view = tables.indexViews[i];
-        if (tables.badIndexViews.contains(i)) return;
-        std::uint64_t bytes = 0;
-        if (!resolveBuffer(references.indexBuffers[i], format::section::INDEX_VIEWS, view.id, view.bufferView,
-                           bytes)) {
-            tables.badIndexViews.mark(i);
-            return;
-        }
-        const std::uint64_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
-        if (!fits(view.byteOffset, view.count, size, size, bytes)) {
-            tables.badIndexViews.mark(i);
-            reportPastEnd(format::section::INDEX_VIEWS, view.id, view.byteOffset, view.count, size, bytes);
-        }
-    }
-
-    void resolveAttributeView(std::size_t i) {
-        SrcAttributeView& view = tables.attributeViews[i];
-        if (tables.badAttributeViews.contains(i)) return;
-        std::uint64_t bytes = 0;
-        if (!resolveBuffer(references.attributeBuffers[i], format::section::ATTRIBUTE_VIEWS, view.id,
-                           view.bufferView, bytes)) {
-            tables.badAttributeViews.mark(i);
-            return;
-        }
-        const std::uint64_t element = std::uint64_t(view.components) * view.componentBytes;
-        if (!fits(view.byteOffset, view.count, view.byteStride, element, bytes)) {
-            tables.badAttributeViews.mark(i);
-            reportPastEnd(format::section::ATTRIBUTE_VIEWS, view.id, view.byteOffset, view.count,
-                          view.byteStride, bytes);
+    template<typename View>
+    void resolveViews(std::string_view kind, std::vector<View>& views,
+                      const std::vector<std::string_view>& buffers, UnusableEntries& bad) {
+        for (std::size_t i = 0; i < views.size(); ++i) {
+            if (bad.contains(i)) continue;
+            View& view = views[i];
+            view.bufferView = tables.bufferViewIds.find(buffers[i]);
+            if (view.bufferView == SRC_NONE && references.hasBufferViews)
+                reportDangling(SrcCode::DANGLING_BUFFER_VIEW, buffers[i],
+                               {section::ACCESSORS, kind, view.id, key::BUFFER_VIEW});
+            if (view.bufferView == SRC_NONE || tables.badBufferViews.contains(view.bufferView)) {
+                bad.mark(i);
+                continue;
+            }
+            const ElementPlaces elements(view);
+            const std::uint64_t bytes = tables.bufferViews[view.bufferView].storedBytes;
+            if (fits(elements, bytes)) continue;
+            bad.mark(i);
+            report(SrcCode::VIEW_PAST_END, view.id, {section::ACCESSORS, kind, view.id},
+                   std::to_string(elements.count) + " elements, " + std::to_string(elements.stride) +
+                       " bytes apart, from byte " + std::to_string(elements.offset) + " of " +
+                       std::to_string(bytes));
         }
     }
 
@@ -219,8 +172,7 @@ private:
         material.technique = tables.techniqueIds.find(name);
         if (material.technique == SRC_NONE && sink.wantsAll())
             reportDangling(SrcCode::DANGLING_TECHNIQUE, name,
-                           {format::section::MATERIALS, material.id, format::key::INSTANCE_TECHNIQUE,
-                            format::key::TECHNIQUE});
+                           {section::MATERIALS, material.id, key::INSTANCE_TECHNIQUE, key::TECHNIQUE});
     }
 
     void resolveMesh(std::size_t i) {
@@ -232,14 +184,14 @@ private:
                 tables.badMeshes.mark(i);
                 if (references.hasIndexViews)
                     reportDangling(SrcCode::DANGLING_INDEX_VIEW, names.indices,
-                                   {format::section::MESHES, mesh.id, format::key::INDICES});
+                                   {section::MESHES, mesh.id, key::INDICES});
             }
         }
         if (!names.material.empty()) {
             mesh.material = tables.materialIds.find(names.material);
             if (mesh.material == SRC_NONE && sink.wantsAll())
                 reportDangling(SrcCode::DANGLING_MATERIAL, names.material,
-                               {format::section::MESHES, mesh.id, format::key::MATERIAL});
+                               {section::MESHES, mesh.id, key::MATERIAL});
         }
         for (std::uint32_t a = 0; a < mesh.attributeCount; ++a) {
             SrcAttribute& attribute = tables.attributes[mesh.firstAttribute + a];
@@ -248,9 +200,8 @@ private:
             if (attribute.view == SRC_NONE) {
                 tables.badMeshes.mark(i);
                 if (references.hasAttributeViews)
-                    reportDangling(
-                        SrcCode::DANGLING_ATTRIBUTE_VIEW, name,
-                        {format::section::MESHES, mesh.id, format::key::ATTRIBUTES, attribute.name});
+                    reportDangling(SrcCode::DANGLING_ATTRIBUTE_VIEW, name,
+                                   {section::MESHES, mesh.id, key::ATTRIBUTES, attribute.name});
                 continue;
             }
             SrcAttributeView& view = tables.attributeViews[attribute.view];
@@ -282,7 +233,7 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
         if (tables.badChunks.contains(i) || chunk.byteOffset + chunk.byteLength <= dataBytes) continue;
         tables.badChunks.mark(i);
         sink.report(SrcCode::CHUNK_PAST_END, SrcError::NO_OFFSET,
-                    text::jsonPointer({format::section::BUFFER_CHUNKS, chunk.id}),
+                    text::jsonPointer({section::BUFFER_CHUNKS, chunk.id}),
                     std::to_string(chunk.byteLength) + " bytes from byte " +
                         std::to_string(chunk.byteOffset) + " of " + std::to_string(dataBytes));
     }
@@ -294,7 +245,7 @@ void checkChunks(HeaderTables& tables, std::uint64_t dataBytes, FindingSink& sin
         if (usable && view.storedBytes > end) {
             usable = false;
             sink.report(SrcCode::REPEATED_CHUNKS, SrcError::NO_OFFSET,
-                        text::jsonPointer({format::section::BUFFER_VIEWS, view.id}),
+                        text::jsonPointer({section::BUFFER_VIEWS, view.id}),
                         std::to_string(view.storedBytes) + " of " + std::to_string(end) + " bytes");
         }
         if (!usable) tables.badBufferViews.mark(i);

@@ -8,17 +8,34 @@
 
 namespace kel::src {
 
-SrcFile::SrcFile(std::unique_ptr<detail::SrcFileData> data) : data(std::move(data)) {}
-SrcFile::SrcFile(SrcFile&&) noexcept = default;
-SrcFile& SrcFile::operator=(SrcFile&&) noexcept = default;
-SrcFile::~SrcFile() = default;
-
 namespace {
+
+std::string messageOf(SrcCode code, std::uint64_t offset, const std::string& path,
+                      const std::string& detail) {
+    const SrcCodeInfo& info = infoOf(code);
+    std::string text;
+    if (!path.empty()) text += path + ": ";
+    if (path.empty() && offset != SrcError::NO_OFFSET) text += "byte " + std::to_string(offset) + ": ";
+    text += info.sentence;
+    if (!detail.empty()) text += " (" + detail + ")";
+    return text + " " + std::string(info.remedy);
+}
+
 template<typename T>
 SrcRange<T> rangeOf(const std::vector<T>& entries) {
     return {entries.data(), entries.size()};
 }
+
 } // namespace
+
+SrcError::SrcError(SrcCode code, std::uint64_t byteOffset, std::string path, std::string detail)
+    : std::runtime_error(messageOf(code, byteOffset, path, detail)), errorCode(code), offset(byteOffset),
+      jsonPath(std::move(path)), found(std::move(detail)) {}
+
+SrcFile::SrcFile(std::unique_ptr<detail::SrcFileData> data) : data(std::move(data)) {}
+SrcFile::SrcFile(SrcFile&&) noexcept = default;
+SrcFile& SrcFile::operator=(SrcFile&&) noexcept = default;
+SrcFile::~SrcFile() = default;
 
 std::string_view SrcFile::header() const {
     return data->tables.text;
@@ -87,28 +104,6 @@ std::vector<double> SrcFile::materialParameter(const SrcMaterial& material, std:
             if (member.key == format::key::VALUE && jsonNumbers(member.json, numbers)) return numbers;
     }
     return {};
-}
-
-ByteView SrcFile::bytes(const SrcBufferView& view) const {
-    const std::uint32_t* chunks = data->tables.viewChunks.data() + view.firstChunk;
-    const unsigned char* first = nullptr;
-    const unsigned char* expected = nullptr;
-    std::uint64_t covered = 0;
-    for (std::uint32_t c = 0; c < view.chunkCount && covered < view.storedBytes; ++c) {
-        const std::uint64_t length = data->tables.chunks[chunks[c]].byteLength;
-        if (length == 0) continue;
-        const unsigned char* begin = data->chunkBytes(chunks[c]);
-        if (!begin || (first && (!data->arrived.empty() || begin != expected))) return {};
-        if (!first) first = begin;
-        expected = begin + length;
-        covered += length;
-    }
-    return {first, static_cast<std::size_t>(view.storedBytes)};
-}
-
-bool SrcFile::copyBytes(const SrcBufferView& view, std::uint64_t offset, std::size_t size,
-                        void* target) const {
-    return detail::ForwardCopy(*data, view).copy(offset, size, static_cast<unsigned char*>(target));
 }
 
 } // namespace kel::src

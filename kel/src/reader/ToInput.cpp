@@ -8,8 +8,7 @@
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MaterialParameters.h>
 #include <kel/src/format/MetadataKeys.h>
-#include <kel/src/reader/ElementRuns_p.h>
-#include <kel/src/reader/MeshAttributes_p.h>
+#include <kel/src/reader/FileData_p.h>
 #include <kel/src/reader/RestorePositions_p.h>
 #include <kel/src/text/JsonPointer.h>
 #include <kel/src/text/JsonValues.h>
@@ -43,25 +42,28 @@ unsigned int bitsOfFixedBox(const SrcAttributeView& view) {
     return 0;
 }
 
-std::uint32_t codeInFixedBox(float value, unsigned int bits) {
-    unsigned char stored[4] = {};
-    if (bits <= 8) {
-        detail::quantizeValueUInt8(value, bits, -0.5f, 1.0f, stored);
-    } else if (bits <= 16) {
-        detail::quantizeValueUInt16(value, bits, -0.5f, 1.0f, stored);
-    } else {
-        detail::quantizeValueUInt32(value, bits, -0.5f, 1.0f, stored);
-    }
-    return format::readUint32(stored);
-}
-
 /// A decoded value of the fixed box, moved onto its code.
 float onItsCode(float value, unsigned int bits) {
     const double largest = detail::getMaxCode(bits);
     const auto code = static_cast<std::uint32_t>(std::lround((static_cast<double>(value) + 0.5) * largest));
-    return detail::onItsCode(value, code, 1.0 / largest,
-                             [&](float moved) { return codeInFixedBox(moved, bits); });
+    return detail::onItsCode(value, code, 1.0 / largest, [&](float moved) {
+        unsigned char stored[4];
+        detail::quantizeValueUInt32(moved, bits, -0.5f, 1.0f, stored);
+        return format::readUint32(stored);
+    });
 }
+
+/// What sets each of format::MATERIAL_PARAMETERS. A parameter of one number has it in `value.x`.
+using SetParameter = void (*)(MaterialClassic& material, const glm::vec3& value);
+constexpr SetParameter SET_PARAMETER[] = {
+    [](MaterialClassic& material, const glm::vec3& value) { material.setAmbient(value.x); },
+    [](MaterialClassic& material, const glm::vec3& value) { material.setDiffuse(value); },
+    [](MaterialClassic& material, const glm::vec3& value) { material.setEmissive(value); },
+    [](MaterialClassic& material, const glm::vec3& value) { material.setShininess(value.x); },
+    [](MaterialClassic& material, const glm::vec3& value) { material.setSpecular(value); },
+    [](MaterialClassic& material, const glm::vec3& value) { material.setTransparency(value.x); },
+};
+static_assert(std::size(SET_PARAMETER) == std::size(format::MATERIAL_PARAMETERS));
 
 bool hasKey(const std::vector<SrcMember>& members, std::string_view key) {
     return std::any_of(members.begin(), members.end(), [&](const SrcMember& m) { return m.key == key; });
@@ -82,7 +84,8 @@ public:
     }
 
 private:
-    void charge(const SrcBufferView& buffer, std::uint64_t bytes) {
+    void charge(std::uint32_t bufferView, std::uint64_t bytes) {
+        const SrcBufferView& buffer = file.bufferViews()[bufferView];
         const std::uint64_t cost = bytes + buffer.chunkCount;
         if (cost > left)
             throw SrcError(SrcCode::LIMIT_EXCEEDED, SrcError::NO_OFFSET,
@@ -103,29 +106,6 @@ private:
         return static_cast<std::uint32_t>(number);
     }
 
-    /// values  as many as the parameter has components
-    static void setParameter(MaterialClassic& material, format::MaterialParameterIndex parameter,
-                             const std::vector<double>& values) {
-        const auto number = static_cast<float>(values.front());
-        const auto color = [&] {
-            return glm::vec3(number, static_cast<float>(values[1]), static_cast<float>(values[2]));
-        };
-        switch (parameter) {
-        case format::AMBIENT_INTENSITY:
-            return material.setAmbient(number);
-        case format::DIFFUSE_COLOR:
-            return material.setDiffuse(color());
-        case format::EMISSIVE_COLOR:
-            return material.setEmissive(color());
-        case format::SHININESS:
-            return material.setShininess(number);
-        case format::SPECULAR_COLOR:
-            return material.setSpecular(color());
-        case format::TRANSPARENCY:
-            return material.setTransparency(number);
-        }
-    }
-
     void addMaterial(const SrcMaterial& source) {
         const auto position = static_cast<std::uint32_t>(materials.size());
         auto material = std::make_shared<MaterialClassic>(identifierOf(source.id, position));
@@ -134,8 +114,11 @@ private:
             const format::MaterialParameter& parameter = format::MATERIAL_PARAMETERS[p];
             if (!hasKey(own, parameter.name)) material->removeAttribute(std::string(parameter.attribute));
             const std::vector<double> values = file.materialParameter(source, parameter.name);
-            if (values.size() == parameter.components)
-                setParameter(*material, static_cast<format::MaterialParameterIndex>(p), values);
+            if (values.size() != parameter.components) continue;
+            glm::vec3 value(0.0f);
+            for (std::size_t c = 0; c < values.size(); ++c)
+                value[static_cast<int>(c)] = static_cast<float>(values[c]);
+            SET_PARAMETER[p](*material, value);
         }
         input.materials.insert(material);
         materials.push_back(std::move(material));
@@ -146,11 +129,7 @@ private:
     template<typename Index>
     std::shared_ptr<IndexBuffer> typedIndices(const SrcIndexView& view) {
         std::vector<Index> indices(static_cast<std::size_t>(view.count));
-        detail::forEachRun(file, file.bufferViews()[view.bufferView], view.byteOffset, sizeof(Index),
-                           sizeof(Index), view.count,
-                           [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                               std::memcpy(indices.data() + first, source, count * sizeof(Index));
-                           });
+        detail::copyElements(file, view, indices.data());
         return std::make_shared<kel::mesh::DefaultIndexBuffer<Index>>(std::move(indices));
     }
 
@@ -159,7 +138,7 @@ private:
         if (made) return made;
         const SrcIndexView& view = file.indexViews()[position];
         const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
-        charge(file.bufferViews()[view.bufferView], view.count * size);
+        charge(view.bufferView, view.count * size);
         made = size == 1   ? typedIndices<std::uint8_t>(view)
                : size == 2 ? typedIndices<std::uint16_t>(view)
                            : typedIndices<std::uint32_t>(view);
@@ -185,17 +164,7 @@ private:
     std::shared_ptr<AttributeBuffer> storedBuffer(const SrcAttributeView& view, std::string name) {
         const std::size_t element = std::size_t(view.components) * view.componentBytes;
         Bytes bytes(static_cast<std::size_t>(view.count) * element);
-        detail::forEachRun(file, detail::bufferOf(file, view), view.byteOffset, view.byteStride, element,
-                           view.count,
-                           [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                               unsigned char* target = bytes.data() + first * element;
-                               if (view.byteStride == element) {
-                                   std::memcpy(target, source, count * element);
-                                   return;
-                               }
-                               for (std::size_t e = 0; e < count; ++e)
-                                   std::memcpy(target + e * element, source + e * view.byteStride, element);
-                           });
+        detail::copyElements(file, view, bytes.data());
         return packedBuffer(view.componentType, view.components,
                             std::make_shared<kel::mesh::detail::VectorBufferData>(std::move(bytes)),
                             std::move(name));
@@ -205,13 +174,7 @@ private:
     std::vector<float> positionsOf(const SrcMesh& mesh, const SrcAttributeView& view) {
         std::vector<float> values = decodeAttribute(file, view);
         std::vector<std::uint16_t> codes(values.size());
-        constexpr std::size_t ELEMENT = 3 * sizeof(std::uint16_t);
-        detail::forEachRun(
-            file, detail::bufferOf(file, view), view.byteOffset, view.byteStride, ELEMENT, view.count,
-            [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-                for (std::size_t e = 0; e < count; ++e)
-                    std::memcpy(&codes[(first + e) * 3], source + e * view.byteStride, ELEMENT);
-            });
+        detail::copyElements(file, view, codes.data());
         detail::restorePositions(mesh, view, codes, values);
         return values;
     }
@@ -236,10 +199,10 @@ private:
         if (made && made->getAttributeName() == attribute.name) return mesh.addAttribute(made);
 
         const SrcAttributeView& view = file.attributeViews()[attribute.view];
-        charge(detail::bufferOf(file, view), view.count * view.components * sizeof(float));
+        charge(view.bufferView, view.count * view.components * sizeof(float));
         std::string name(attribute.name);
         if (isCombinedPositionNormal(attribute, view)) {
-            charge(detail::bufferOf(file, view), view.count * 2 * sizeof(float));
+            charge(view.bufferView, view.count * 2 * sizeof(float));
             mesh.addAttribute(floatBuffer(3, positionsOf(source, detail::positionPart(view)),
                                           kel::mesh::DEFAULT_POSITIONS_NAME));
             mesh.addAttribute(
@@ -257,10 +220,7 @@ private:
     /// The attributes in the order in which they were written: by where their bytes lie, and where those are
     /// none, by the numbers in the IDs of the views.
     std::vector<SrcAttribute> writtenOrder(const SrcMesh& mesh) const {
-        std::vector<SrcAttribute> order;
-        const detail::ForeignAttributes foreign(file, mesh);
-        for (const SrcAttribute& attribute : file.attributes(mesh))
-            if (!foreign.contain(attribute)) order.push_back(attribute);
+        std::vector<SrcAttribute> order = detail::ownAttributes(file, mesh);
         const auto place = [&](const SrcAttribute& attribute) {
             const SrcAttributeView& view = file.attributeViews()[attribute.view];
             const SrcBufferView& buffer = file.bufferViews()[view.bufferView];

@@ -2,8 +2,6 @@
 #include <kel/src/SrcJson.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MetadataKeys.h>
-#include <kel/src/reader/ElementRuns_p.h>
-#include <kel/src/reader/MeshAttributes_p.h>
 #include <kel/src/reader/Validation_p.h>
 #include <kel/src/text/JsonPointer.h>
 
@@ -30,7 +28,7 @@ struct IndexFacts {
 class MeshChecks {
 public:
     MeshChecks(Validation& validation, Gathered& attributeCounts)
-        : validation(validation), sink(validation.sink), file(validation.file), tables(validation.tables),
+        : validation(validation), file(validation.file), tables(validation.tables),
           attributeCounts(attributeCounts), indexFacts(tables.indexViews.size()) {}
 
     void run() {
@@ -90,7 +88,7 @@ private:
 
     void bounds(const SrcMesh& mesh, const std::string& path, const MeshPositions& positions) {
         if (!mesh.hasBounds) {
-            if (positions.view.components == 3 && !sink.has({SrcCode::BOUNDS_INCOMPLETE}))
+            if (positions.view.components == 3 && !validation.sink.has({SrcCode::BOUNDS_INCOMPLETE}))
                 report(SrcCode::MISSING_BOUNDS, path, {});
             return;
         }
@@ -124,10 +122,10 @@ private:
     }
 
     void normals(const SrcMesh& mesh, const std::string& path) {
-        for (const SrcAttribute& attribute : file.attributes(mesh)) {
+        for (const SrcAttribute& attribute : ownAttributes(file, mesh)) {
             const SrcAttributeView& view = tables.attributeViews[attribute.view];
             if (attribute.name != kel::mesh::DEFAULT_NORMALS_NAME || view.components != 3 ||
-                !validation.isUsable(view) || ForeignAttributes(file, mesh).contain(attribute))
+                !validation.isUsable(view))
                 continue;
             const std::vector<float> values = validation.decode(view);
             std::array<double, 3> scale{1, 1, 1}, offset{};
@@ -222,19 +220,17 @@ private:
     template<typename Visit>
     void forEachIndex(const SrcIndexView& view, Visit&& visit) {
         const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
-        validation.work(tables.bufferViews[view.bufferView], view.count * size);
-        forEachRun(file, tables.bufferViews[view.bufferView], view.byteOffset, size, size, view.count,
-                   [&](const unsigned char* source, std::uint64_t, std::size_t count) {
-                       for (std::size_t i = 0; i < count; ++i) {
-                           std::uint32_t index = 0;
-                           std::memcpy(&index, source + i * size, size);
-                           visit(index);
-                       }
-                   });
+        validation.work(view, view.count * size);
+        forEachRun(file, view, [&](const unsigned char* source, std::uint64_t, std::size_t count) {
+            for (std::size_t i = 0; i < count; ++i) {
+                std::uint32_t index = 0;
+                std::memcpy(&index, source + i * size, size);
+                visit(index);
+            }
+        });
     }
 
     Validation& validation;
-    ReportSink& sink;
     const SrcFile& file;
     const HeaderTables& tables;
     Gathered& attributeCounts;

@@ -5,6 +5,7 @@
 #include <kel/src/reader/Validation_p.h>
 #include <utils/TriangleArea.h>
 
+#include <glm/geometric.hpp>
 #include <glm/vec3.hpp>
 
 #include <algorithm>
@@ -23,27 +24,20 @@ struct PrimitiveSums {
     double perimeters = 0.0;
 };
 
-double distance(const glm::vec3& a, const glm::vec3& b) {
-    return std::hypot(static_cast<double>(a.x) - b.x, static_cast<double>(a.y) - b.y,
-                      static_cast<double>(a.z) - b.z);
-}
-
-double doubleArea(const glm::vec3& a, const glm::vec3& b, const glm::vec3& c) {
-    const double ux = static_cast<double>(b.x) - a.x, uy = static_cast<double>(b.y) - a.y,
-                 uz = static_cast<double>(b.z) - a.z;
-    const double vx = static_cast<double>(c.x) - a.x, vy = static_cast<double>(c.y) - a.y,
-                 vz = static_cast<double>(c.z) - a.z;
-    return 0.5 * std::hypot(uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx);
+double length(const glm::dvec3& v) {
+    return std::hypot(v.x, v.y, v.z);
 }
 
 void addTriangle(const glm::vec3& a, const glm::vec3& b, const glm::vec3& c, PrimitiveSums& sums) {
-    const double area = doubleArea(a, b, c);
+    const glm::dvec3 ab = glm::dvec3(b) - glm::dvec3(a), ac = glm::dvec3(c) - glm::dvec3(a),
+                     bc = glm::dvec3(c) - glm::dvec3(b);
+    const double area = 0.5 * length(glm::cross(ab, ac));
     if (area == 0.0) ++sums.degenerate;
     if (!std::isfinite(area)) return;
     const float asWritten = utils::computeTriangleArea(a, b, c);
     if (std::isnormal(asWritten)) sums.floatArea += asWritten;
     sums.area += area;
-    sums.perimeters += distance(a, b) + distance(b, c) + distance(c, a);
+    sums.perimeters += length(ab) + length(bc) + length(ac);
 }
 
 class PrimitiveChecks {

@@ -1,10 +1,12 @@
 #include <kel/src/SrcValidator.h>
 
-#include <kel/src/reader/ElementRuns_p.h>
-#include <kel/src/reader/LoadFile_p.h>
+#include <kel/src/format/FileLayout.h>
 #include <kel/src/reader/Validation_p.h>
+#include <kel/src/text/JsonPointer.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 
 namespace kel::src {
 
@@ -15,20 +17,20 @@ Validation::Validation(const ValidateOptions& options, ReportSink& sink, std::un
       tables(SrcFileAccess::data(file).tables),
       workLeft(std::max<std::uint64_t>(std::uint64_t(64) << 20, file.dataBytes() * options.workFactor)) {}
 
-void Validation::work(const SrcBufferView& buffer, std::uint64_t bytes) {
-    const std::uint64_t cost = bytes + std::uint64_t(buffer.chunkCount) * 16;
+void Validation::work(const ElementPlaces& elements, std::uint64_t bytes) {
+    const std::uint64_t cost = bytes + std::uint64_t(tables.bufferViews[elements.bufferView].chunkCount) * 16;
     if (cost > workLeft) throw WorkExceeded();
     workLeft -= cost;
 }
 
 std::vector<float> Validation::decode(const SrcAttributeView& view) {
-    work(bufferOf(file, view), view.count * view.byteStride);
+    work(view, view.count * view.byteStride);
     if (view.count > options.limits.memoryBytes / (sizeof(float) * 4)) throw WorkExceeded();
     return decodeAttribute(file, view);
 }
 
 std::vector<std::uint32_t> Validation::decode(const SrcIndexView& view) {
-    work(tables.bufferViews[view.bufferView], view.count * sizeof(std::uint32_t));
+    work(view, view.count * sizeof(std::uint32_t));
     if (view.count > options.limits.memoryBytes / sizeof(std::uint32_t)) throw WorkExceeded();
     return decodeIndices(file, view);
 }
@@ -36,6 +38,30 @@ std::vector<std::uint32_t> Validation::decode(const SrcIndexView& view) {
 } // namespace detail
 
 namespace {
+
+/// NaN and infinities in views of floats; codes decode to finite numbers.
+void validateFloats(detail::Validation& validation) {
+    for (const SrcAttributeView& view : validation.tables.attributeViews) {
+        if (!validation.isUsable(view) || view.componentType != kel::mesh::FLOAT) continue;
+        validation.work(view, view.count * view.byteStride);
+        std::uint64_t bad = 0, firstBad = 0;
+        const auto check = [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+            for (std::size_t e = 0; e < count; ++e) {
+                for (std::size_t c = 0; c < view.components; ++c) {
+                    float value;
+                    std::memcpy(&value, source + e * view.byteStride + c * sizeof value, sizeof value);
+                    if (!std::isfinite(value) && bad++ == 0) firstBad = first + e;
+                }
+            }
+        };
+        detail::forEachRun(validation.file, view, check);
+        if (bad > 0)
+            validation.report(
+                SrcCode::NON_FINITE,
+                text::jsonPointer({format::section::ACCESSORS, format::section::ATTRIBUTE_VIEWS, view.id}),
+                "first in element " + std::to_string(firstBad), bad);
+    }
+}
 
 /// What comes after loading; `data` is empty when there is nothing to check.
 ValidationReport validated(std::unique_ptr<detail::SrcFileData> data, const ValidateOptions& options,
@@ -45,7 +71,7 @@ ValidationReport validated(std::unique_ptr<detail::SrcFileData> data, const Vali
         detail::validateLayout(validation);
         detail::Gathered attributeCounts(SrcCode::ATTRIBUTE_COUNT);
         try {
-            detail::validateValues(validation);
+            validateFloats(validation);
             detail::validateMeshes(validation, attributeCounts);
         } catch (const detail::WorkExceeded&) {
             validation.report(SrcCode::LIMIT_EXCEEDED, {},
@@ -67,8 +93,7 @@ ValidationReport validateSrc(ByteView bytes, const ValidateOptions& options) {
 
 ValidationReport validateSrc(std::istream& in, const ValidateOptions& options) {
     detail::ReportSink sink(options);
-    detail::StreamInput input(in);
-    return validated(detail::loadStream(input, options.limits, sink), options, sink);
+    return validated(detail::loadStream(detail::inputFrom(in), options.limits, sink), options, sink);
 }
 
 ValidationReport validateSrc(const std::string& path, const ValidateOptions& options) {

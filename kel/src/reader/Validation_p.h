@@ -3,7 +3,6 @@
 #include <kel/src/SrcDecode.h>
 #include <kel/src/SrcValidator.h>
 #include <kel/src/reader/FileData_p.h>
-#include <kel/src/reader/Findings_p.h>
 
 #include <algorithm>
 #include <array>
@@ -73,19 +72,16 @@ public:
     }
 
     bool isUsable(const SrcIndexView& view) const {
-        const auto position = static_cast<std::size_t>(&view - tables.indexViews.data());
-        return !tables.badIndexViews.contains(position) && !tables.badBufferViews.contains(view.bufferView);
+        return isUsable(view, tables.indexViews, tables.badIndexViews);
     }
     bool isUsable(const SrcAttributeView& view) const {
-        const auto position = static_cast<std::size_t>(&view - tables.attributeViews.data());
-        return !tables.badAttributeViews.contains(position) &&
-               !tables.badBufferViews.contains(view.bufferView);
+        return isUsable(view, tables.attributeViews, tables.badAttributeViews);
     }
 
-    /// Before `bytes` of a buffer view are read.
+    /// Before `bytes` for the elements of a view are read.
     ///
     /// throws  WorkExceeded
-    void work(const SrcBufferView& buffer, std::uint64_t bytes);
+    void work(const ElementPlaces& elements, std::uint64_t bytes);
     /// Count as work, too; neither takes more than ReadLimits::memoryBytes.
     std::vector<float> decode(const SrcAttributeView& view);
     std::vector<std::uint32_t> decode(const SrcIndexView& view);
@@ -96,6 +92,12 @@ public:
     const HeaderTables& tables;
 
 private:
+    template<typename View>
+    bool isUsable(const View& view, const std::vector<View>& views, const UnusableEntries& bad) const {
+        return !bad.contains(static_cast<std::size_t>(&view - views.data())) &&
+               !tables.badBufferViews.contains(view.bufferView);
+    }
+
     std::uint64_t workLeft;
 };
 
@@ -118,9 +120,6 @@ struct MeshPositions {
 
 /// Chunks, unused entries, materials and alignment: what can be told without the data section.
 void validateLayout(Validation& validation);
-
-/// NaN and infinities in views of floats; codes decode to finite numbers.
-void validateValues(Validation& validation);
 
 /// Mesh by mesh: positions, bounds, normals, indices, primitives.
 ///
