@@ -1,10 +1,6 @@
 #include <kel/importer/detail/ImportScene.h>
 
-#include "ModelSource.h"
-#include "ProgressReporter.h"
-#include "assimp/AssimpReader.h"
-#include "checks/Checks.h"
-#include "conversion/SceneConversion.h"
+#include "conversion/Conversion.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,5 @@
 #include "ModelSource.h"
 
-#include <kel/importer/Importer.h>
-
 #include <algorithm>
 
 namespace kel::importer::detail {
@@ -20,6 +18,25 @@ std::string ModelSource::extension() const {
 void ModelSource::refuse(ImportCode code, const std::string& what, const std::string& place,
                          const std::string& remedy) const {
     throw ImportError(code, shown, what, place, remedy.empty() ? std::string(infoOf(code).remedy) : remedy);
+}
+
+void ProgressReporter::report(const char* stage, double done) {
+    if (!progress) return;
+    if (stage != lastStage) {
+        lastStage = stage;
+        lastDone = -1.0;
+    }
+    // Callers draw a bar: never backwards, and not more often than it can change.
+    if (done < lastDone + 0.005 && !(done >= 1.0 && lastDone < 1.0)) return;
+    lastDone = done;
+    if (!progress(stage, done)) {
+        stopped = true;
+        refuseCancelled();
+    }
+}
+
+void ProgressReporter::refuseCancelled() const {
+    source.refuse(ImportCode::CANCELLED, "the import was cancelled");
 }
 
 } // namespace kel::importer::detail

@@ -1,17 +1,14 @@
-#include "AssimpFiles.h"
+#include "AssimpReader.h"
 
-#include "../checks/Content.h"
-#include "../gltf/GltfJson.h"
+#include "../gltf/GltfDocument.h"
 
+#include <assimp/DefaultIOSystem.h>
 #include <assimp/MemoryIOWrapper.h>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 namespace kel::importer::detail {
-
-const char* const READING = "reading";
 
 namespace {
 
@@ -86,27 +83,53 @@ private:
     std::size_t position = 0;
 };
 
+class AssimpFiles final : public Assimp::IOSystem {
+public:
+    AssimpFiles(const ModelSource& source, const Findings& findings, ProgressReporter& progress,
+                std::set<std::string>& missing)
+        : source(source), findings(findings), progress(progress), missing(missing) {}
+
+    bool Exists(const char* file) const override { return source.path == file || disk.Exists(file); }
+    char getOsSeparator() const override { return disk.getOsSeparator(); }
+    void Close(Assimp::IOStream* stream) override { delete stream; }
+    bool ComparePaths(const char* one, const char* second) const override {
+        return disk.ComparePaths(one, second);
+    }
+    Assimp::IOStream* Open(const char* file, const char* mode) override {
+        const bool model = source.path == file;
+        Assimp::IOStream* stream = nullptr;
+        if (model && !findings.front.empty()) {
+            stream = new SplicedStream(source, findings);
+        } else if (model && source.bytes) {
+            stream =
+                new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
+        } else if (model) {
+            stream = disk.Open(source.disk.c_str(), mode);
+        } else {
+            stream = disk.Open(file, mode);
+            // glTF names the files beside it by URI.
+            if (!stream && findings.gltf) stream = disk.Open(percentDecoded(file).c_str(), mode);
+        }
+        if (!stream) {
+            missing.insert(file);
+            return nullptr;
+        }
+        return model ? new WatchedStream(stream, progress) : stream;
+    }
+
+private:
+    const ModelSource& source;
+    const Findings& findings;
+    ProgressReporter& progress;
+    std::set<std::string>& missing;
+    Assimp::DefaultIOSystem disk;
+};
+
 } // namespace
 
-Assimp::IOStream* AssimpFiles::Open(const char* file, const char* mode) {
-    const bool model = source.path == file;
-    Assimp::IOStream* stream = nullptr;
-    if (model && !findings.front.empty()) {
-        stream = new SplicedStream(source, findings);
-    } else if (model && source.bytes) {
-        stream = new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(source.bytes), source.size);
-    } else if (model) {
-        stream = disk.Open(source.disk.c_str(), mode);
-    } else {
-        stream = disk.Open(file, mode);
-        // glTF names the files beside it by URI.
-        if (!stream && findings.gltf) stream = disk.Open(percentDecoded(file).c_str(), mode);
-    }
-    if (!stream) {
-        missing.insert(file);
-        return nullptr;
-    }
-    return model ? new WatchedStream(stream, progress) : stream;
+Assimp::IOSystem* newAssimpFiles(const ModelSource& source, const Findings& findings,
+                                 ProgressReporter& progress, std::set<std::string>& missing) {
+    return new AssimpFiles(source, findings, progress, missing);
 }
 
 } // namespace kel::importer::detail

@@ -1,8 +1,5 @@
 #include "AssimpReader.h"
 
-#include "AssimpFiles.h"
-#include "SceneChecks.h"
-
 #include <assimp/Importer.hpp>
 #include <assimp/ProgressHandler.hpp>
 #include <assimp/importerdesc.h>
@@ -12,13 +9,15 @@
 #include <cstring>
 #include <exception>
 #include <new>
-#include <set>
+#include <sstream>
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
 #endif
 
-namespace kel::importer::detail {
+namespace kel::importer {
+
+namespace detail {
 
 namespace {
 
@@ -89,9 +88,10 @@ std::string formatName(std::string name) {
 
 AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeometry onBadGeometry,
                            ProgressReporter& progress) {
-    std::set<std::string> missing;
+    AssimpScene result;
     Assimp::Importer importer;
-    importer.SetIOHandler(new AssimpFiles(source, findings, progress, missing));
+    importer.SetIOHandler(
+        newAssimpFiles(source, findings, progress, result.missingFiles)); // which takes it over
     importer.SetProgressHandler(new ProgressHandler(progress));
 
     progress.report(READING, 0.0);
@@ -101,12 +101,11 @@ AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeo
         read = importer.ReadFile(source.path, 0);
     }
     std::string().swap(findings.front);
-    if (!read) refuseFailure(source, importer, progress, missing);
+    if (!read) refuseFailure(source, importer, progress, result.missingFiles);
     // The scene is the importer's until it is handed over, but ours to change.
     auto& scene = const_cast<aiScene&>(*read);
     repairTree(scene);
     bool polygons = checkIndices(source, scene);
-    AssimpScene result;
     if (onBadGeometry == BadGeometry::FAIL) {
         refuseNotFinite(source, scene);
         result.positionsAreFinite = true;
@@ -114,7 +113,7 @@ AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeo
         result.brokenPolygons = removeBrokenPolygons(scene, polygons);
     }
     if (polygons && !importer.ApplyPostProcessing(aiProcess_Triangulate)) {
-        refuseFailure(source, importer, progress, missing);
+        refuseFailure(source, importer, progress, result.missingFiles);
     }
     if (progress.cancelled()) progress.refuseCancelled();
 
@@ -123,8 +122,25 @@ AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeo
         result.format = formatName(info->mName);
     }
     result.scene.reset(importer.GetOrphanedScene());
-    result.missingFiles.assign(missing.begin(), missing.end());
     return result;
 }
 
-} // namespace kel::importer::detail
+} // namespace detail
+
+bool isModelExtension(const std::string& extension) {
+    static const std::set<std::string> known = [] {
+        // "*.3d;*.3ds;..."
+        aiString list;
+        Assimp::Importer().GetExtensionList(list);
+        std::set<std::string> extensions;
+        std::istringstream patterns(list.C_Str());
+        for (std::string pattern; std::getline(patterns, pattern, ';');)
+            extensions.insert(pattern.substr(std::min<std::size_t>(pattern.size(), 2)));
+        return extensions;
+    }();
+    const std::string name =
+        detail::smallLetters(extension.substr(!extension.empty() && extension[0] == '.'));
+    return !name.empty() && known.count(name) != 0;
+}
+
+} // namespace kel::importer

@@ -1,29 +1,12 @@
-#include "SceneChecks.h"
+#include "AssimpReader.h"
 
 #include "../VertexJoiner.h"
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 namespace kel::importer::detail {
 
 namespace {
-
-std::vector<char> meshesInUse(const ModelSource& source, const aiScene& scene) {
-    std::vector<char> used(scene.mNumMeshes, 0);
-    std::vector<const aiNode*> waiting;
-    if (scene.mRootNode) waiting.push_back(scene.mRootNode);
-    while (!waiting.empty()) {
-        const aiNode* node = waiting.back();
-        waiting.pop_back();
-        checkMeshesOf(source, scene, *node);
-        for (unsigned m = 0; m < node->mNumMeshes; ++m)
-            used[node->mMeshes[m]] = 1;
-        waiting.insert(waiting.end(), node->mChildren, node->mChildren + node->mNumChildren);
-    }
-    return used;
-}
 
 /// How many vertices that primitives use are not finite. Where every corner has a vertex of its own, as most
 /// text formats arrive, equal ones count once.
@@ -47,26 +30,7 @@ std::size_t countNotFinite(const aiMesh& mesh) {
     return corners == mesh.mNumVertices ? joiner.size() : count;
 }
 
-bool hasPolygons(const aiScene& scene) {
-    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
-        const aiMesh& mesh = *scene.mMeshes[m];
-        if (std::any_of(mesh.mFaces, mesh.mFaces + mesh.mNumFaces,
-                        [](const aiFace& face) { return face.mNumIndices > 3; })) {
-            return true;
-        }
-    }
-    return false;
-}
-
 } // namespace
-
-void checkMeshesOf(const ModelSource& source, const aiScene& scene, const aiNode& node) {
-    for (unsigned m = 0; m < node.mNumMeshes; ++m) {
-        if (node.mMeshes[m] < scene.mNumMeshes) continue;
-        source.refuse(ImportCode::INVALID_MODEL, "a node uses a mesh that does not exist",
-                      std::string("node \"") + node.mName.C_Str() + "\"");
-    }
-}
 
 bool checkIndices(const ModelSource& source, const aiScene& scene) {
     bool polygons = false;
@@ -87,6 +51,13 @@ bool checkIndices(const ModelSource& source, const aiScene& scene) {
                           "export the model again, its index list is damaged");
         }
     }
+    forEachNode(scene, [&](const aiNode& node) {
+        if (std::all_of(node.mMeshes, node.mMeshes + node.mNumMeshes,
+                        [&](unsigned m) { return m < scene.mNumMeshes; }))
+            return;
+        source.refuse(ImportCode::INVALID_MODEL, "a node uses a mesh that does not exist",
+                      std::string("node \"") + node.mName.C_Str() + "\"");
+    });
     return polygons;
 }
 
@@ -114,7 +85,11 @@ void repairTree(aiScene& scene) {
 }
 
 void refuseNotFinite(const ModelSource& source, const aiScene& scene) {
-    const std::vector<char> used = meshesInUse(source, scene);
+    std::vector<char> used(scene.mNumMeshes, 0);
+    forEachNode(scene, [&](const aiNode& node) {
+        for (unsigned m = 0; m < node.mNumMeshes; ++m)
+            used[node.mMeshes[m]] = 1;
+    });
     std::size_t bad = 0;
     std::size_t meshes = 0;
     std::string first;
@@ -142,18 +117,20 @@ void refuseNotFinite(const ModelSource& source, const aiScene& scene) {
 std::size_t removeBrokenPolygons(aiScene& scene, bool& polygons) {
     std::size_t removed = 0;
     if (!polygons) return removed;
+    polygons = false;
     for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
         aiMesh& mesh = *scene.mMeshes[m];
         aiFace* end = std::remove_if(mesh.mFaces, mesh.mFaces + mesh.mNumFaces, [&](const aiFace& face) {
-            return face.mNumIndices > 3 &&
-                   !std::all_of(face.mIndices, face.mIndices + face.mNumIndices,
-                                [&](unsigned i) { return isFinite(mesh.mVertices[i]); });
+            if (face.mNumIndices <= 3) return false;
+            const bool whole = std::all_of(face.mIndices, face.mIndices + face.mNumIndices,
+                                           [&](unsigned i) { return isFinite(mesh.mVertices[i]); });
+            polygons |= whole;
+            return !whole;
         });
         const auto kept = static_cast<unsigned>(end - mesh.mFaces);
         removed += mesh.mNumFaces - kept;
         mesh.mNumFaces = kept;
     }
-    polygons = polygons && (removed == 0 || hasPolygons(scene));
     return removed;
 }
 

@@ -1,12 +1,70 @@
 #pragma once
 
-#include "../ProgressReporter.h"
-#include "Content.h"
-#include "Findings.h"
+#include "../ModelSource.h"
 
+#include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace kel::importer::detail {
+
+/// The bytes of a model or of a file beside it, read by ranges.
+class Content {
+public:
+    /// throws  ImportError when the file cannot be opened
+    explicit Content(const ModelSource& source);
+    /// A file that need not exist; ask opened().
+    explicit Content(const std::string& path);
+
+    bool opened() const { return bytes || file; }
+    std::uint64_t size() const { return length; }
+    /// How many of `count` bytes from `offset` on there are; they are copied to `out`.
+    std::size_t read(std::uint64_t offset, void* out, std::size_t count) const;
+    /// All of the range that exists.
+    std::string text(std::uint64_t offset, std::uint64_t count) const;
+
+private:
+    void open(const std::string& path);
+
+    const char* bytes = nullptr;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
+    std::uint64_t length = 0;
+};
+
+/// Hands out a text file line by line.
+class Lines {
+public:
+    explicit Lines(const Content& content) : content(content) {}
+
+    /// False at the end. The line has no line end; it is valid until the next call.
+    bool get(std::string& line);
+    std::size_t number() const { return count; }
+    /// Of the first byte not yet handed out.
+    std::uint64_t offset() const { return next - (buffer.size() - position); }
+
+private:
+    const Content& content;
+    std::uint64_t next = 0;
+    std::string buffer;
+    std::size_t position = 0;
+    std::size_t count = 0;
+};
+
+class GltfDocument;
+
+/// What the checks learned on the way that the reader does not tell.
+struct Findings {
+    std::vector<Dropped> dropped;
+    std::vector<std::string> notes;
+    /// For glTF 2 only.
+    std::shared_ptr<const GltfDocument> gltf;
+    /// What the reader gets in place of the model, when not empty, followed by these bytes of the model.
+    std::string front;
+    std::uint64_t tailOffset = 0;
+    std::uint64_t tailLength = 0;
+};
 
 /// Looks for what Assimp does not survive, reads as something else, or repairs without a word: content of
 /// another kind than the name says, files that end early, counts that the file cannot hold, indices out of
@@ -25,18 +83,7 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
 /// Refuses text whose braces or XML elements are nested deeper than the readers' recursion can follow.
 void checkNesting(const ModelSource& source, const Content& content, bool xml);
 
-/// Content that a few bytes give away.
-enum class Kind { UNKNOWN, OTHER, GLB, GLTF, PLY, OFF, FBX, BLEND, XML, ZIP, COB, X };
-struct Recognised {
-    Kind kind = Kind::UNKNOWN;
-    std::string name; ///< for people; empty when unknown
-};
-Recognised recognise(const Content& content);
-
 /// The extension that content of its kind has, or "" when nothing gives it away.
 std::string guessExtension(const Content& content);
-
-/// throws  ImportError "wrong-content" when the extension promises another kind of content
-void checkKind(const ModelSource& source, const Content& content, const Recognised& recognised);
 
 } // namespace kel::importer::detail

@@ -1,16 +1,10 @@
-#include "Content.h"
+#include "Checks.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 namespace kel::importer::detail {
-
-namespace {
-
-constexpr std::size_t BLOCK = 256 * 1024;
-
-} // namespace
 
 Content::Content(const ModelSource& source) {
     if (source.bytes) {
@@ -58,27 +52,23 @@ std::string Content::text(std::uint64_t offset, std::uint64_t count) const {
 }
 
 bool Lines::get(std::string& line) {
+    constexpr std::size_t BLOCK = 256 * 1024;
     line.clear();
     bool any = false;
-    for (;;) {
+    for (bool ended = false; !ended;) {
         if (position == buffer.size()) {
-            const std::uint64_t left = end > next ? end - next : 0;
-            buffer = content.text(next, std::min<std::uint64_t>(BLOCK, left));
+            buffer = content.text(next, BLOCK);
             next += buffer.size();
             position = 0;
             if (buffer.empty()) break;
         }
         any = true;
         const std::size_t stop = buffer.find('\n', position);
-        const std::size_t until = stop == std::string::npos ? buffer.size() : stop;
-        line.append(buffer, position, until - position);
-        position = until;
-        if (stop != std::string::npos) {
-            ++position;
-            break;
-        }
+        ended = stop != std::string::npos;
+        line.append(buffer, position, (ended ? stop : buffer.size()) - position);
+        position = ended ? stop + 1 : buffer.size();
     }
-    if (any) ++count;
+    count += any;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     return any;
 }

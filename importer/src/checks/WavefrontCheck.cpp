@@ -36,7 +36,7 @@ void checkWavefront(const ModelSource& source, const Content& content, ProgressR
                       "line " + std::to_string(line), "export the model again, or add what is missing");
     };
 
-    Lines lines(content, 0, content.size());
+    Lines lines(content);
     std::string line;
     std::string more;
     while (lines.get(line)) {

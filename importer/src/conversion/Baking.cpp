@@ -1,4 +1,4 @@
-#include "Baking.h"
+#include "Conversion.h"
 
 #include <glm/common.hpp>
 #include <glm/geometric.hpp>
@@ -66,19 +66,20 @@ std::size_t bakeTransform(const glm::dmat4& world, MeshPart& part) {
     return undefined;
 }
 
-ModelExtent::Fit ModelExtent::add(const MeshPart& part) {
+const char* ModelExtent::add(const MeshPart& part) {
     const std::vector<float>& positions = part.attributes[0].values;
     for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
         for (int axis = 0; axis < 3; ++axis) {
             const double value = static_cast<double>(positions[i + axis]);
-            if (!std::isfinite(value)) return Fit::POSITION_OVERFLOWS;
+            if (!std::isfinite(value))
+                return "a position does not fit a 32-bit float once the node's transform is applied";
             low[axis] = std::min(low[axis], value);
             high[axis] = std::max(high[axis], value);
         }
     }
     const glm::dvec3 extent = high - low;
     if (std::max({extent.x, extent.y, extent.z}) > static_cast<double>(std::numeric_limits<float>::max()))
-        return Fit::EXTENT_OVERFLOWS;
+        return "the extent of the model does not fit a 32-bit float";
 
     if (part.type == kel::mesh::TRIANGLES) {
         const auto at = [&](std::size_t corner) {
@@ -88,7 +89,7 @@ ModelExtent::Fit ModelExtent::add(const MeshPart& part) {
         for (std::size_t i = 0; i + 2 < part.indices.size() && !area; i += 3)
             area = glm::cross(at(i + 1) - at(i), at(i + 2) - at(i)) != glm::dvec3(0.0);
     }
-    return Fit::FITS;
+    return nullptr;
 }
 
 } // namespace kel::importer::detail

@@ -1,9 +1,6 @@
-#include "LossReport.h"
-
-#include <assimp/material.h>
+#include "Conversion.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 namespace kel::importer::detail {

@@ -1,21 +1,99 @@
-#include "MeshMetadata.h"
-
-#include "../gltf/GltfDocument.h"
+#include "Conversion.h"
 
 #include <kel/src/format/MetadataKeys.h>
 #include <kel/src/text/JsonPointer.h>
+#include <kel/src/text/JsonScanner.h>
 #include <kel/src/text/JsonWriter.h>
+#include <kel/src/text/Utf8.h>
 
+#include <array>
+#include <charconv>
 #include <cmath>
-#include <optional>
 #include <string_view>
-#include <vector>
 
 namespace kel::importer::detail {
 
 namespace {
 
 namespace metadata_key = kel::src::format::metadata;
+
+// ---- Texts and values as Assimp holds them, as JSON -----------------------------------------------------
+
+/// With U+FFFD in place of bytes that are not UTF-8.
+std::string validText(std::string_view text, TextRepairs& repairs) {
+    bool changed = false;
+    std::string utf8 = kel::src::text::validUtf8(text, &changed);
+    repairs.notUtf8 += changed;
+    return utf8;
+}
+
+std::string jsonString(std::string_view text, TextRepairs& repairs) {
+    std::string json;
+    kel::src::text::appendJsonString(json, validText(text, repairs));
+    return json;
+}
+
+/// The shortest form that reads back equal, or null.
+template<typename Number>
+std::string jsonNumber(Number value, TextRepairs& repairs) {
+    if (!std::isfinite(value)) {
+        ++repairs.notFinite;
+        return "null";
+    }
+    std::array<char, 40> text;
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value);
+    return std::string(text.data(), end.ptr);
+}
+
+/// Not always UTF-8.
+std::string_view assimpText(const aiString& text, TextRepairs& repairs) {
+    if (text.length + 1 >= MAXLEN) ++repairs.cut;
+    return {text.data, text.length};
+}
+
+std::string jsonObject(const aiMetadata& metadata, std::size_t depth, TextRepairs& repairs);
+
+std::string jsonValue(const aiMetadataEntry& entry, std::size_t depth, TextRepairs& repairs) {
+    if (!entry.mData) return "null";
+    switch (entry.mType) {
+    case AI_BOOL:
+        return *static_cast<const bool*>(entry.mData) ? "true" : "false";
+    case AI_INT32:
+        return std::to_string(*static_cast<const std::int32_t*>(entry.mData));
+    case AI_UINT64:
+        return std::to_string(*static_cast<const std::uint64_t*>(entry.mData));
+    case AI_FLOAT:
+        return jsonNumber(*static_cast<const float*>(entry.mData), repairs);
+    case AI_DOUBLE:
+        return jsonNumber(*static_cast<const double*>(entry.mData), repairs);
+    case AI_AISTRING:
+        return jsonString(assimpText(*static_cast<const aiString*>(entry.mData), repairs), repairs);
+    case AI_AIVECTOR3D: {
+        const auto& v = *static_cast<const aiVector3D*>(entry.mData);
+        return "[" + jsonNumber(v.x, repairs) + "," + jsonNumber(v.y, repairs) + "," +
+               jsonNumber(v.z, repairs) + "]";
+    }
+    case AI_AIMETADATA:
+        if (depth < kel::src::text::MAX_METADATA_DEPTH)
+            return jsonObject(*static_cast<const aiMetadata*>(entry.mData), depth + 1, repairs);
+        ++repairs.tooDeep;
+        return "null";
+    default:
+        return "null";
+    }
+}
+
+std::string jsonObject(const aiMetadata& metadata, std::size_t depth, TextRepairs& repairs) {
+    std::string text = "{";
+    for (unsigned i = 0; i < metadata.mNumProperties; ++i) {
+        if (text.size() > 1) text += ',';
+        text += jsonString(assimpText(metadata.mKeys[i], repairs), repairs) + ":" +
+                jsonValue(metadata.mValues[i], depth, repairs);
+    }
+    return text + "}";
+}
+
+// ---- The entries ----------------------------------------------------------------------------------------
 
 /// FBX takes a node's pivots apart into a chain of nodes of its own making.
 bool isPivot(std::string_view name) {
@@ -41,11 +119,8 @@ std::string nodePath(const aiNode& node, bool withRoot, TextRepairs& repairs) {
 std::optional<double> unitOfFbx(const aiMetadata& metadata) {
     double centimetres = 0.0;
     float asFloat = 0.0f;
-    if (metadata.Get("UnitScaleFactor", asFloat)) {
+    if (!metadata.Get("UnitScaleFactor", centimetres) && metadata.Get("UnitScaleFactor", asFloat))
         centimetres = static_cast<double>(asFloat);
-    } else {
-        metadata.Get("UnitScaleFactor", centimetres);
-    }
     if (!std::isfinite(centimetres) || !(centimetres > 0.0)) return std::nullopt;
     return centimetres / 100.0;
 }
@@ -88,7 +163,7 @@ void MetadataWriter::describe(const Instance& instance, kel::scene::MetaData& me
         metadata.emplace(std::string(key), std::move(text));
     };
     set(metadata_key::SOURCE, source);
-    repairs += sourceRepairs;
+    repairs.notUtf8 += sourceRepairs.notUtf8;
     // Around several root nodes of a glTF the reader puts one of its own.
     const GltfDocument* gltf = gltfNodes.document();
     const bool withRoot = !gltf || gltf->sceneRoots().size() == 1;
@@ -100,8 +175,8 @@ void MetadataWriter::describe(const Instance& instance, kel::scene::MetaData& me
     const aiString& meshName = scene.mMeshes[instance.mesh()]->mName;
     const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
     if (name.length > 0) set(metadata_key::NAME, jsonString(assimpText(name, repairs), repairs));
-    std::string extras = jsonObject(instance.node->mMetaData, repairs);
-    if (!extras.empty()) set(metadata_key::EXTRAS, std::move(extras));
+    const aiMetadata* extras = instance.node->mMetaData;
+    if (extras && extras->mNumProperties > 0) set(metadata_key::EXTRAS, jsonObject(*extras, 1, repairs));
 }
 
 void MetadataWriter::describeGltf(std::size_t node, unsigned slot, kel::scene::MetaData& metadata) {

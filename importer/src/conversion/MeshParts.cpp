@@ -1,16 +1,12 @@
-#include "MeshParts.h"
+#include "Conversion.h"
 
-#include "../AttributeSets.h"
 #include "../VertexJoiner.h"
-#include "../assimp/SceneChecks.h"
-#include "Normals.h"
 
 #include <kel/mesh/AttributeNames.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 namespace kel::importer::detail {

@@ -1,12 +1,10 @@
-#include "Normals.h"
+#include "Conversion.h"
 
 #include "../VertexJoiner.h"
 
 #include <glm/geometric.hpp>
-#include <glm/vec3.hpp>
 
 #include <algorithm>
-#include <limits>
 
 namespace kel::importer::detail {
 

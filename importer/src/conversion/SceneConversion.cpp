@@ -1,21 +1,10 @@
-#include "SceneConversion.h"
-
-#include "Baking.h"
-#include "GltfNodes.h"
-#include "Instances.h"
-#include "LossReport.h"
-#include "MaterialTable.h"
-#include "MeshMetadata.h"
-#include "MeshParts.h"
+#include "Conversion.h"
 
 #include <kel/mesh/DefaultMesh.h>
 #include <kel/src/format/ElementTypes.h>
 #include <kel/src/text/Utf8.h>
 
-#include <map>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace kel::importer::detail {
 
@@ -68,7 +57,16 @@ public:
           materials(scene, read.format, gltfNodes, losses),
           metadata(source, read.format, scene, gltfNodes, losses.texts) {}
 
-    ImportedScene run();
+    ImportedScene run() {
+        result.report.format = read.format;
+        if (instances.empty()) source.refuse(ImportCode::NO_MESH, "the scene has no mesh");
+        losses.addScene(read, instances, gltfNodes, findings);
+        convertMeshes();
+        checkResult();
+        losses.write(read, findings, result.report);
+        progress.report(CONVERTING, 1.0);
+        return std::move(result);
+    }
 
 private:
     AssimpScene& read;
@@ -85,105 +83,70 @@ private:
     ModelExtent extent;
     ImportedScene result;
 
-    void convertMeshes();
-    void add(const Instance& instance, MeshPart part);
-    void checkExtent(const Instance& instance, const MeshPart& part);
-    void checkResult() const;
-};
-
-void Converter::checkExtent(const Instance& instance, const MeshPart& part) {
-    switch (extent.add(part)) {
-    case ModelExtent::Fit::FITS:
-        break;
-    case ModelExtent::Fit::POSITION_OVERFLOWS:
-        source.refuse(ImportCode::EXTENT_OVERFLOW,
-                      "a position does not fit a 32-bit float once the node's transform is applied",
-                      placeOf(scene, instance.mesh()));
-    case ModelExtent::Fit::EXTENT_OVERFLOWS:
-        source.refuse(ImportCode::EXTENT_OVERFLOW, "the extent of the model does not fit a 32-bit float",
-                      placeOf(scene, instance.mesh()));
-    }
-}
-
-void Converter::add(const Instance& instance, MeshPart part) {
-    losses.parts.undefinedNormals += bakeTransform(instance.world, part);
-    checkExtent(instance, part);
-
-    ImportReport& report = result.report;
-    ++report.meshes;
-    report.vertices += part.vertices();
-    switch (part.type) {
-    case kel::mesh::TRIANGLES:
-        report.triangles += part.indices.size() / 3;
-        break;
-    case kel::mesh::LINES:
-        report.lines += part.indices.size() / 2;
-        break;
-    default:
-        report.points += part.indices.size();
-    }
-
-    kel::scene::SceneMesh entry;
-    entry.mesh = makeMesh(std::move(part));
-    metadata.describe(instance, entry.editMetaData());
-    entry.material = materials.of(instance);
-    if (entry.material) result.scene.materials.insert(entry.material);
-    result.scene.meshes.push_back(std::move(entry));
-}
-
-void Converter::convertMeshes() {
-    std::vector<std::size_t> uses(scene.mNumMeshes, 0); // still to come
-    std::size_t all = 0;
-    for (const Instance& instance : instances) {
-        ++uses[instance.mesh()];
-        all += scene.mMeshes[instance.mesh()]->mNumVertices;
-    }
-    result.scene.meshes.reserve(instances.size());
-    std::size_t done = 0;
-    std::map<unsigned, std::vector<MeshPart>> kept; // parts of meshes with uses to come
-    for (const Instance& instance : instances) {
-        const unsigned m = instance.mesh();
-        auto found = kept.find(m);
-        if (found == kept.end()) {
-            losses.addMesh(*scene.mMeshes[m]);
-            found =
-                kept.emplace(m, takeParts(*scene.mMeshes[m], read.positionsAreFinite, losses.parts)).first;
-            freeVertices(*scene.mMeshes[m]);
+    void convertMeshes() {
+        std::vector<std::size_t> uses(scene.mNumMeshes, 0); // still to come
+        std::size_t all = 0;
+        for (const Instance& instance : instances) {
+            ++uses[instance.mesh()];
+            all += scene.mMeshes[instance.mesh()]->mNumVertices;
         }
-        if (--uses[m] == 0) {
+        result.scene.meshes.reserve(instances.size());
+        std::size_t done = 0;
+        std::map<unsigned, std::vector<MeshPart>> kept; // parts of meshes with uses to come
+        for (const Instance& instance : instances) {
+            const unsigned m = instance.mesh();
+            aiMesh& mesh = *scene.mMeshes[m];
+            auto found = kept.find(m);
+            if (found == kept.end()) {
+                losses.addMesh(mesh);
+                found = kept.emplace(m, takeParts(mesh, read.positionsAreFinite, losses.parts)).first;
+                freeVertices(mesh);
+            }
+            const bool last = --uses[m] == 0;
             for (MeshPart& part : found->second)
-                add(instance, std::move(part));
-            kept.erase(found);
-        } else {
-            for (const MeshPart& part : found->second)
-                add(instance, part);
+                add(instance, last ? std::move(part) : part);
+            if (last) kept.erase(found);
+            done += mesh.mNumVertices;
+            progress.report(CONVERTING,
+                            all == 0 ? 1.0 : static_cast<double>(done) / static_cast<double>(all));
         }
-        done += scene.mMeshes[m]->mNumVertices;
-        progress.report(CONVERTING, all == 0 ? 1.0 : static_cast<double>(done) / static_cast<double>(all));
     }
-}
 
-void Converter::checkResult() const {
-    if (result.scene.meshes.empty())
-        source.refuse(ImportCode::NO_MESH, "nothing to draw: no point, line or triangle");
-    if (extent.isOnePlace()) source.refuse(ImportCode::NO_EXTENT, "all vertices are at one place");
-    const ImportReport& report = result.report;
-    if (report.lines == 0 && report.points == 0 && !extent.hasArea()) {
-        source.refuse(ImportCode::NO_EXTENT,
-                      "none of the " + std::to_string(report.triangles) + " triangles has an area");
+    void add(const Instance& instance, MeshPart part) {
+        losses.parts.undefinedNormals += bakeTransform(instance.world, part);
+        if (const char* problem = extent.add(part))
+            source.refuse(ImportCode::EXTENT_OVERFLOW, problem, placeOf(scene, instance.mesh()));
+
+        ImportReport& report = result.report;
+        ++report.meshes;
+        report.vertices += part.vertices();
+        if (part.type == kel::mesh::TRIANGLES) {
+            report.triangles += part.indices.size() / 3;
+        } else if (part.type == kel::mesh::LINES) {
+            report.lines += part.indices.size() / 2;
+        } else {
+            report.points += part.indices.size();
+        }
+
+        kel::scene::SceneMesh entry;
+        entry.mesh = makeMesh(std::move(part));
+        metadata.describe(instance, entry.editMetaData());
+        entry.material = materials.of(instance);
+        if (entry.material) result.scene.materials.insert(entry.material);
+        result.scene.meshes.push_back(std::move(entry));
     }
-}
 
-ImportedScene Converter::run() {
-    result.report.format = read.format;
-    if (instances.empty()) source.refuse(ImportCode::NO_MESH, "the scene has no mesh");
-    losses.addScene(read, instances, gltfNodes, findings);
-    convertMeshes();
-    checkResult();
-    losses.write(read, findings, result.report);
-    progress.report(CONVERTING, 1.0);
-    return std::move(result);
-}
+    void checkResult() const {
+        if (result.scene.meshes.empty())
+            source.refuse(ImportCode::NO_MESH, "nothing to draw: no point, line or triangle");
+        if (extent.isOnePlace()) source.refuse(ImportCode::NO_EXTENT, "all vertices are at one place");
+        const ImportReport& report = result.report;
+        if (report.lines == 0 && report.points == 0 && !extent.hasArea()) {
+            source.refuse(ImportCode::NO_EXTENT,
+                          "none of the " + std::to_string(report.triangles) + " triangles has an area");
+        }
+    }
+};
 
 } // namespace
 

@@ -1,28 +1,147 @@
-#include <kel/importer/Exporter.h>
-
-#include "ExportFormat.h"
-#include "GltfExtras.h"
-#include "MemoryFiles.h"
+#include "../ModelSource.h"
+#include "../gltf/GltfDocument.h"
 #include "SceneExport.h"
 
+#include <kel/src/format/FileLayout.h>
+
 #include <assimp/Exporter.hpp>
+#include <assimp/IOStream.hpp>
+#include <assimp/IOSystem.hpp>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 namespace kel::importer {
 
+namespace {
+
+using detail::ExportFormat;
+
+constexpr ExportFormat EXPORT_FORMATS[] = {
+    {"glb", "glb2", true, true, true, true, true, true, true, 4},
+    {"gltf", "gltf2", true, true, true, true, true, true, true, 4},
+    {"obj", "obj", true, true, false, true, true, true, false, 1},
+    {"ply", "plyb", false, false, false, false, true, true, false, 1},
+    {"stl", "stlb", false, false, false, false, false, false, false, 0},
+};
+
+/// throws  ExportError when no format has the extension of the file
+const ExportFormat& exportFormatOf(const std::string& fileName) {
+    const std::size_t dot = fileName.rfind('.');
+    const std::string extension =
+        dot == std::string::npos ? "" : detail::smallLetters(fileName.substr(dot + 1));
+    for (const ExportFormat& format : EXPORT_FORMATS) {
+        if (extension == format.extension) return format;
+    }
+    throw ExportError("there is no exporter for the extension \"" + extension + '"');
+}
+
+/// A file that an exporter writes, in a string.
+class MemoryStream final : public Assimp::IOStream {
+public:
+    explicit MemoryStream(std::string& bytes) : bytes(bytes) {}
+
+    std::size_t Read(void*, std::size_t, std::size_t) override { return 0; }
+    std::size_t Write(const void* buffer, std::size_t size, std::size_t count) override {
+        const std::size_t length = size * count;
+        if (bytes.size() < position + length) bytes.resize(position + length);
+        if (length != 0) std::memcpy(bytes.data() + position, buffer, length);
+        position += length;
+        return count;
+    }
+    aiReturn Seek(std::size_t offset, aiOrigin origin) override {
+        position = offset + (origin == aiOrigin_SET ? 0 : origin == aiOrigin_CUR ? position : bytes.size());
+        return aiReturn_SUCCESS;
+    }
+    std::size_t Tell() const override { return position; }
+    std::size_t FileSize() const override { return bytes.size(); }
+    void Flush() override {}
+
+private:
+    std::string& bytes;
+    std::size_t position = 0;
+};
+
+/// Keeps what an exporter writes, by name.
+class MemoryFiles final : public Assimp::IOSystem {
+public:
+    explicit MemoryFiles(std::vector<std::unique_ptr<ExportedFile>>& files) : files(files) {}
+
+    bool Exists(const char*) const override { return false; }
+    char getOsSeparator() const override { return '/'; }
+    Assimp::IOStream* Open(const char* name, const char*) override {
+        files.push_back(std::make_unique<ExportedFile>());
+        files.back()->name = name;
+        return new MemoryStream(files.back()->bytes);
+    }
+    void Close(Assimp::IOStream* stream) override { delete stream; }
+
+private:
+    std::vector<std::unique_ptr<ExportedFile>>& files;
+};
+
+/// Puts metadata into a glTF's JSON, as "extras" of the nodes that the scene's first node holds: Assimp's
+/// exporter leaves them out.
+///
+/// extras  one entry per node, in their order; empty ones are left out
+/// throws  ExportError
+std::string withExtras(const char* begin, const char* end, const std::vector<picojson::object>& extras) {
+    picojson::value json;
+    std::string error;
+    picojson::parse(json, begin, end, &error);
+    if (!error.empty()) throw ExportError("the exporter wrote no JSON: " + error);
+    auto& nodes = json.get<picojson::object>().at("nodes").get<picojson::array>();
+    const auto number = [](const picojson::value& value) {
+        return static_cast<std::size_t>(value.get<double>());
+    };
+    const picojson::array children = nodes.at(number(json.get("scenes").get(0).get("nodes").get(0)))
+                                         .get("children")
+                                         .get<picojson::array>();
+    for (std::size_t i = 0; i < extras.size(); ++i) {
+        if (extras[i].empty()) continue;
+        nodes.at(number(children.at(i))).get<picojson::object>()["extras"] = picojson::value(extras[i]);
+    }
+    return json.serialize();
+}
+
+std::string withExtrasInGlb(const std::string& bytes, const std::vector<picojson::object>& extras) {
+    namespace glb = detail::glb;
+    constexpr std::size_t CONTENT = glb::PREAMBLE_BYTES + glb::CHUNK_HEAD_BYTES;
+    if (bytes.size() < CONTENT) throw ExportError("the exporter wrote no whole GLB");
+    const std::size_t length = kel::src::format::readUint32(bytes.data() + glb::PREAMBLE_BYTES);
+    if (length > bytes.size() - CONTENT) throw ExportError("the exporter wrote no whole GLB");
+    const char* json = bytes.data() + CONTENT;
+    std::string text = withExtras(json, json + length, extras);
+    const std::size_t rest = CONTENT + length;
+    const std::size_t size = CONTENT + (text.size() + 3) / 4 * 4 + (bytes.size() - rest);
+    if (size > 0xffffffffu) throw ExportError("the GLB would be larger than 4 GiB");
+    std::string result = glb::front(std::move(text), bytes.size() - rest);
+    result.append(bytes, rest, std::string::npos);
+    return result;
+}
+
+} // namespace
+
+const std::vector<std::string>& exportExtensions() {
+    static const std::vector<std::string> extensions = [] {
+        std::vector<std::string> result;
+        for (const ExportFormat& format : EXPORT_FORMATS)
+            result.emplace_back(format.extension);
+        return result;
+    }();
+    return extensions;
+}
+
 ExportError::~ExportError() = default;
 
 ExportResult exportModel(const kel::src::SrcFile& file, const std::string& fileName) {
-    const detail::ExportFormat& format = detail::exportFormatOf(fileName);
+    const ExportFormat& format = exportFormatOf(fileName);
     detail::ExportScene made = detail::makeExportScene(file, format);
 
     std::vector<std::unique_ptr<ExportedFile>> files;
     Assimp::Exporter exporter;
-    exporter.SetIOHandler(new detail::MemoryFiles(files)); // which takes it over
+    exporter.SetIOHandler(new MemoryFiles(files)); // which takes it over
     // The binary PLY exporter stores colours in another type than it says.
     const char* assimpId =
         made.hasColours && std::strcmp(format.assimpId, "plyb") == 0 ? "ply" : format.assimpId;
@@ -38,8 +157,8 @@ ExportResult exportModel(const kel::src::SrcFile& file, const std::string& fileN
     if (format.metadata) {
         std::string& bytes = result.files.front().bytes;
         bytes = format.extension == std::string("glb")
-                    ? detail::withExtrasInGlb(bytes, made.nodeExtras)
-                    : detail::withExtras(bytes.data(), bytes.data() + bytes.size(), made.nodeExtras);
+                    ? withExtrasInGlb(bytes, made.nodeExtras)
+                    : withExtras(bytes.data(), bytes.data() + bytes.size(), made.nodeExtras);
     }
     return result;
 }

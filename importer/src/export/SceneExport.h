@@ -1,17 +1,25 @@
 #pragma once
 
-#include "ExportFormat.h"
-
 #include <kel/importer/Exporter.h>
 #include <kel/src/SrcReader.h>
 
 #include <assimp/scene.h>
 #include <picojson.h>
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
 namespace kel::importer::detail {
+
+/// What a format can hold.
+struct ExportFormat {
+    const char* extension;
+    const char* assimpId;
+    bool names, materials, metadata, pointsAndLines, normals, colours;
+    bool metallicRoughness; ///< instead of specular colour and shininess
+    std::size_t texcoordSets;
+};
 
 /// An SRC file as a scene that Assimp's exporters take.
 struct ExportScene {

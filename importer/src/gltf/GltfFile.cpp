@@ -1,15 +1,11 @@
-#include "GltfFile.h"
-
-#include "Glb.h"
-#include "GltfChecker.h"
-#include "GltfReduction.h"
+#include "GltfDocument.h"
 
 #include <kel/src/text/JsonWriter.h>
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 namespace kel::importer::detail {
@@ -97,25 +93,97 @@ picojson::value parse(const ModelSource& source, const std::string& text) {
     return root;
 }
 
-/// What the reader gets in place of a GLB: its JSON anew, with the binary chunk behind it.
-void replaceGlb(std::string json, const Chunks& chunks, Findings& findings) {
-    glb::padJson(json);
-    std::string& front = findings.front;
-    glb::appendUint32(front, glb::MAGIC);
-    glb::appendUint32(front, glb::VERSION);
-    const std::uint64_t tail = chunks.binaryOffset == 0 ? 0 : glb::CHUNK_HEAD_BYTES + chunks.binaryLength;
-    glb::appendUint32(front, glb::PREAMBLE_BYTES + glb::CHUNK_HEAD_BYTES + json.size() + tail);
-    glb::appendUint32(front, json.size());
-    glb::appendUint32(front, glb::JSON_CHUNK);
-    front += json;
-    if (tail > 0) {
-        // The binary chunk, with its own head, as it stands in the file.
-        findings.tailOffset = chunks.binaryOffset - glb::CHUNK_HEAD_BYTES;
-        findings.tailLength = tail;
-    }
+bool isSkinning(const std::string& attribute) {
+    return attribute.compare(0, 7, "JOINTS_") == 0 || attribute.compare(0, 8, "WEIGHTS_") == 0;
 }
 
+/// Takes out of a document what no mesh needs and what the reader stumbles over: skins, animations and morph
+/// targets for good, extras that are no objects for as long as this lives.
+class Reduction {
+public:
+    /// document  keeps its place as long as this lives
+    /// findings  gets what was taken out for good
+    Reduction(picojson::value& root, Findings& findings) {
+        using picojson::object;
+        object& document = root.get<object>();
+        // The reader gives up on extras that are no objects, which they may be. Meshes get them from the
+        // document.
+        for (const auto& list : document) {
+            forEachObject(document, list.first.c_str(), [&](object& owner) {
+                const auto extras = owner.find("extras");
+                if (extras == owner.end() || extras->second.is<object>()) return;
+                plainExtras.emplace_back(&owner, owner.extract(extras));
+            });
+        }
+
+        const auto lengthOf = [](const object& owner, const char* list) {
+            const auto found = owner.find(list);
+            return found == owner.end() ? 0 : arrayOf(&found->second).size();
+        };
+        const auto report = [&](const char* kind, std::size_t count) {
+            if (count > 0) findings.dropped.push_back({kind, count, ""});
+        };
+        std::size_t bones = 0;
+        forEachObject(document, "skins", [&](object& skin) { bones += lengthOf(skin, "joints"); });
+        report("bones", bones);
+        report("animations", lengthOf(document, "animations"));
+        takeOut(document, "skins");
+        takeOut(document, "animations");
+        forEachObject(document, "nodes", [&](object& node) {
+            takeOut(node, "skin");
+            takeOut(node, "weights");
+        });
+        std::size_t targets = 0;
+        forEachObject(document, "meshes", [&](object& mesh) {
+            takeOut(mesh, "weights");
+            forEachObject(mesh, "primitives", [&](object& primitive) {
+                targets += lengthOf(primitive, "targets");
+                takeOut(primitive, "targets");
+                const auto found = primitive.find("attributes");
+                if (found == primitive.end() || !found->second.is<object>()) return;
+                object& attributes = found->second.get<object>();
+                for (auto entry = attributes.begin(); entry != attributes.end();) {
+                    const bool skinning = isSkinning(entry->first);
+                    any |= skinning;
+                    entry = skinning ? attributes.erase(entry) : std::next(entry);
+                }
+            });
+        });
+        report("morph targets", targets);
+    }
+    /// Puts the extras back.
+    ~Reduction() {
+        for (auto& [owner, extras] : plainExtras)
+            owner->insert(std::move(extras));
+    }
+    Reduction(const Reduction&) = delete;
+    Reduction& operator=(const Reduction&) = delete;
+
+    /// False when there was nothing of the kind.
+    bool changed() const { return any || !plainExtras.empty(); }
+
+private:
+    bool any = false;
+    /// And whose they are. Nodes of the map, so that putting them back cannot fail.
+    std::vector<std::pair<picojson::object*, picojson::object::node_type>> plainExtras;
+
+    void takeOut(picojson::object& from, const char* name) { any |= from.erase(name) > 0; }
+};
+
 } // namespace
+
+std::string glb::front(std::string json, std::uint64_t tail) {
+    json.resize((json.size() + 3) / 4 * 4, ' '); // where chunks end
+    std::string result;
+    result.reserve(PREAMBLE_BYTES + CHUNK_HEAD_BYTES + json.size());
+    for (const std::uint64_t value : {std::uint64_t{MAGIC}, std::uint64_t{VERSION},
+                                      PREAMBLE_BYTES + CHUNK_HEAD_BYTES + json.size() + tail,
+                                      std::uint64_t{json.size()}, std::uint64_t{JSON_CHUNK}}) {
+        for (int shift = 0; shift < 32; shift += 8)
+            result += static_cast<char>(value >> shift & 0xFF); // little-endian
+    }
+    return result += json;
+}
 
 std::shared_ptr<const GltfDocument> readGltf(const ModelSource& source, const Content& content, bool binary,
                                              Findings& findings) {
@@ -133,20 +201,17 @@ std::shared_ptr<const GltfDocument> readGltf(const ModelSource& source, const Co
     if (version.compare(0, 1, "1") == 0 || (meshes && meshes->is<picojson::object>())) return nullptr;
 
     auto document = std::make_shared<GltfDocument>(source, std::move(root));
-    // The content lives as long as this call; buffers within it must not outlive it.
-    const std::shared_ptr<const Content> whole(&content, [](const Content*) {});
-    checkGltf(GltfFields(source, document->json()), whole, chunks.binaryOffset, chunks.binaryLength,
-              findings);
+    checkGltf(source, document->json(), content, chunks.binaryOffset, chunks.binaryLength, findings);
     {
-        const GltfReduction reduction(document->json(), findings);
-        if (reduction.changed()) {
-            std::string json;
-            kel::src::text::appendJson(json, document->json());
-            if (binary) {
-                replaceGlb(std::move(json), chunks, findings);
-            } else {
-                findings.front = std::move(json);
+        const Reduction reduction(document->json(), findings);
+        // The reader gets the JSON anew, in a GLB with the binary chunk behind it, its own head included.
+        if (reduction.changed()) kel::src::text::appendJson(findings.front, document->json());
+        if (reduction.changed() && binary) {
+            if (chunks.binaryOffset > 0) {
+                findings.tailOffset = chunks.binaryOffset - glb::CHUNK_HEAD_BYTES;
+                findings.tailLength = chunks.binaryLength + glb::CHUNK_HEAD_BYTES;
             }
+            findings.front = glb::front(std::move(findings.front), findings.tailLength);
         }
     }
     document->keepDescriptions();

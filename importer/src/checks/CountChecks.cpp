@@ -1,0 +1,222 @@
+// Formats whose header announces how much follows: PLY, STL, OFF.
+
+#include "Checks.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <map>
+#include <sstream>
+#include <string_view>
+
+namespace kel::importer::detail {
+
+namespace {
+
+std::uint64_t sizeOfType(const std::string& type) {
+    static const std::map<std::string, std::uint64_t> SIZES = {
+        {"char", 1},  {"uchar", 1},   {"int8", 1},   {"uint8", 1},  {"short", 2}, {"ushort", 2},
+        {"int16", 2}, {"uint16", 2},  {"int", 4},    {"uint", 4},   {"int32", 4}, {"uint32", 4},
+        {"float", 4}, {"float32", 4}, {"double", 8}, {"float64", 8}};
+    const auto found = SIZES.find(type);
+    return found == SIZES.end() ? 1 : found->second;
+}
+
+struct Element {
+    std::string name;
+    std::uint64_t count = 0;
+    std::uint64_t binaryBytes = 0; // at least, per element
+    std::uint64_t textBytes = 0;
+};
+
+constexpr std::uint64_t MOST_CORNERS = 9; // the reader takes no larger faces
+
+/// The next number at the front of `rest`; false when there is none.
+bool takeNumber(std::string_view& rest, std::uint64_t& number) {
+    const std::size_t start = rest.find_first_not_of(" \t");
+    if (start == std::string_view::npos || !std::isdigit(static_cast<unsigned char>(rest[start])))
+        return false;
+    rest.remove_prefix(start);
+    const auto [end, failure] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    return failure == std::errc{};
+}
+
+} // namespace
+
+void checkPly(const ModelSource& source, const Content& content) {
+    const std::string remedy = "the file is cut off or its header damaged; export or download it again";
+    Lines lines(content);
+    std::string line;
+    std::vector<Element> elements;
+    bool text = false;
+    bool ended = false;
+    while (lines.number() < 10000 && lines.get(line)) {
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        if (word == "format") {
+            words >> word;
+            text = word == "ascii";
+        } else if (word == "element") {
+            Element element;
+            std::string count;
+            words >> element.name >> count;
+            if (count.empty() || count.find_first_not_of("0123456789") != std::string::npos) {
+                source.refuse(ImportCode::INVALID_MODEL, "the count of an element is not a number",
+                              "line " + std::to_string(lines.number()), remedy);
+            }
+            // More digits than any file has bytes are as good as the largest number.
+            element.count = count.size() > 18 ? 1000000000000000000u : std::stoull(count);
+            if (element.name == "tristrips" && element.count > 0) {
+                source.refuse(ImportCode::UNSUPPORTED_FEATURE,
+                              "its triangles are stored as strips, which the reader cuts short",
+                              "line " + std::to_string(lines.number()), "export the model with plain faces");
+            }
+            elements.push_back(element);
+        } else if (word == "property" && !elements.empty()) {
+            words >> word;
+            if (word == "list") words >> word; // at least its count
+            elements.back().binaryBytes += sizeOfType(word);
+            elements.back().textBytes += 2; // a digit and a space or line end
+        } else if (word == "end_header") {
+            ended = true;
+            break;
+        }
+    }
+    if (!ended) {
+        source.refuse(ImportCode::TRUNCATED, "the header has no end",
+                      "line " + std::to_string(lines.number()), remedy);
+    }
+    std::uint64_t room = content.size() - lines.offset();
+    for (const Element& element : elements) {
+        const std::uint64_t bytes = text ? element.textBytes : element.binaryBytes;
+        // The last line may lack its end.
+        const std::uint64_t fits = bytes == 0 ? room : (room + (text ? 1 : 0)) / bytes;
+        if (element.count > fits) {
+            source.refuse(ImportCode::IMPOSSIBLE_COUNT,
+                          "the header announces " + std::to_string(element.count) + " elements \"" +
+                              element.name + "\", the file has room for " + std::to_string(fits) + " at most",
+                          "header");
+        }
+        room -= std::min(room, element.count * bytes);
+    }
+}
+
+void checkStl(const ModelSource& source, const Content& content) {
+    constexpr std::uint64_t HEADER = 84;
+    constexpr std::uint64_t FACET = 50;
+    const std::string head = content.text(0, 1024);
+    std::uint32_t count = 0;
+    if (content.read(HEADER - 4, &count, sizeof count) == sizeof count &&
+        content.size() == HEADER + FACET * count) {
+        return;
+    }
+    std::size_t start = head.find_first_not_of(" \t\r\n");
+    if (start == std::string::npos) start = 0;
+    // Some binary files begin with "solid", too; text has no zero bytes.
+    const bool text = head.compare(start, 5, "solid") == 0 && head.find('\0') == std::string::npos;
+    if (text) {
+        if (content.text(0, 65536).find("facet") == std::string::npos) {
+            source.refuse(ImportCode::NO_MESH, "the solid has no facet");
+        }
+        return;
+    }
+    if (content.size() < HEADER) {
+        source.refuse(ImportCode::WRONG_CONTENT,
+                      "the name promises an STL, but the content is neither text nor binary STL",
+                      "first bytes", "check what was downloaded or exported");
+    }
+    if (content.size() < HEADER + FACET * count) {
+        source.refuse(ImportCode::IMPOSSIBLE_COUNT,
+                      "the header announces " + std::to_string(count) + " triangles, the file has room for " +
+                          std::to_string((content.size() - HEADER) / FACET),
+                      "byte 80", "the file is cut off or no STL; export or download it again");
+    }
+}
+
+void checkOff(const ModelSource& source, const Content& content, Findings& findings) {
+    Lines lines(content);
+    std::string line;
+    const auto next = [&] {
+        while (lines.get(line)) {
+            const std::size_t start = line.find_first_not_of(" \t");
+            if (start != std::string::npos && line[start] != '#') return true;
+        }
+        return false;
+    };
+    if (!next())
+        source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1", "export the model again");
+    // "OFF", "COFF" and the like, with the counts behind it or on the next line.
+    std::string_view rest = line;
+    const std::size_t word = rest.find("OFF");
+    std::size_t dimensions = 0;
+    if (word != std::string_view::npos) {
+        dimensions = rest.substr(0, word).find('n') != std::string_view::npos;
+        rest.remove_prefix(word + 3);
+    }
+    if (rest.find("BINARY") != std::string_view::npos) {
+        source.refuse(ImportCode::UNSUPPORTED_FEATURE, "this is a binary OFF, which no reader here knows",
+                      "line 1", "export it as text OFF or as PLY");
+    }
+    std::uint64_t vertices = 0;
+    std::uint64_t faces = 0;
+    for (std::size_t skipped = 0; skipped < dimensions; ++skipped) {
+        if (!takeNumber(rest, vertices) && !(next() && (rest = line, takeNumber(rest, vertices)))) return;
+    }
+    if (!takeNumber(rest, vertices)) {
+        if (!next())
+            source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1",
+                          "export the model again");
+        rest = line;
+        if (!takeNumber(rest, vertices)) return; // the reader says what is wrong
+    }
+    if (!takeNumber(rest, faces)) return;
+
+    const std::string place = "line " + std::to_string(lines.number());
+    const std::string remedy = "the file is cut off or its header damaged; export or download it again";
+    // A line has two bytes at least, the last one may lack its end.
+    const std::uint64_t room = (content.size() + 1 - lines.offset()) / 2;
+    if (vertices > room || faces > room) {
+        source.refuse(ImportCode::IMPOSSIBLE_COUNT,
+                      "the header announces " + std::to_string(vertices) + " vertices and " +
+                          std::to_string(faces) + " faces, the file has room for " + std::to_string(room) +
+                          " lines",
+                      place);
+    }
+    for (std::uint64_t v = 0; v < vertices; ++v) {
+        if (!next()) {
+            source.refuse(ImportCode::TRUNCATED,
+                          "the header announces " + std::to_string(vertices) + " vertices, the file has " +
+                              std::to_string(v),
+                          place, remedy);
+        }
+    }
+    std::uint64_t tooLarge = 0;
+    for (std::uint64_t f = 0; f < faces; ++f) {
+        if (!next()) {
+            source.refuse(ImportCode::TRUNCATED,
+                          "the header announces " + std::to_string(faces) + " faces, the file has " +
+                              std::to_string(f),
+                          place, remedy);
+        }
+        rest = line;
+        std::uint64_t corners = 0;
+        if (!takeNumber(rest, corners)) continue;
+        tooLarge += corners > MOST_CORNERS;
+        std::uint64_t index = 0;
+        for (std::uint64_t c = 0; c < corners && takeNumber(rest, index); ++c) {
+            if (index < vertices) continue;
+            source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
+                          "a face uses vertex " + std::to_string(index) + ", the last one is " +
+                              std::to_string(vertices - 1),
+                          "line " + std::to_string(lines.number()));
+        }
+    }
+    if (tooLarge > 0) {
+        findings.dropped.push_back(
+            {"faces of more than nine corners", static_cast<std::size_t>(tooLarge), ""});
+    }
+}
+
+} // namespace kel::importer::detail
