@@ -97,12 +97,9 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
     app.footer(FOOTER);
     app.require_subcommand(1);
     std::map<std::string, Action> actions;
-    actions["convert"] = addConvert(app);
-    actions["info"] = addInfo(app);
-    actions["validate"] = addValidate(app);
-    actions["export"] = addExport(app);
-    actions["diff"] = addDiff(app);
-    actions["view"] = addView(app);
+#define KELSRC_VERB(name, add) actions[#name] = add(app);
+    KELSRC_VERBS(KELSRC_VERB)
+#undef KELSRC_VERB
 
     if (args.empty()) {
         streams.err << SHORT_USAGE;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands/Verbs.h"
 #include "terminal/Messages.h"
 #include "terminal/Terminal.h"
 
@@ -24,12 +25,9 @@ struct Streams {
 using Action = std::function<int(const Streams&)>;
 
 /// Each adds its verb with its options to the command line.
-Action addConvert(CLI::App& app);
-Action addDiff(CLI::App& app);
-Action addExport(CLI::App& app);
-Action addInfo(CLI::App& app);
-Action addValidate(CLI::App& app);
-Action addView(CLI::App& app);
+#define KELSRC_VERB(name, add) Action add(CLI::App& app);
+KELSRC_VERBS(KELSRC_VERB)
+#undef KELSRC_VERB
 
 // ---- What verbs share -----------------------------------------------------------------------------------
 

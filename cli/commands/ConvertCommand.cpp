@@ -41,6 +41,13 @@ struct ConvertArguments {
     throw Failure(STATUS_USAGE, "", what, remedy);
 }
 
+std::string joinedNames(const std::vector<std::string>& names) {
+    std::string text;
+    for (const auto& name : names)
+        text += (text.empty() ? "" : "|") + name;
+    return text;
+}
+
 std::optional<Target> targetOf(const ConvertArguments& arguments) {
     const bool container =
         arguments.writer == "container" || (arguments.writer.empty() && !arguments.preset.empty());
@@ -52,7 +59,12 @@ std::optional<Target> targetOf(const ConvertArguments& arguments) {
     if (!container && !arguments.preset.empty())
         refuse("--preset belongs to the container writer",
                "Give --writer=container, or --mode instead of --preset.");
-    if (container) return arguments.preset == "CMP1" ? Target::PRESET_CMP1 : Target::PRESET_DEFAULT;
+    if (container) {
+        for (const auto& row : kel::prepare::TARGETS) {
+            if (arguments.preset == row.name) return row.target;
+        }
+        return Target::PRESET_DEFAULT;
+    }
     if (arguments.lossless && !arguments.mode.empty() && arguments.mode != "uncompressed")
         refuse("--lossless is --mode=uncompressed, but --mode=" + arguments.mode + " is given, too",
                "Leave one of them out.");
@@ -337,13 +349,17 @@ Action addConvert(CLI::App& app) {
                      "diagonal of the scene)")
         ->group(HOW)
         ->option_text("DISTANCE");
+    std::vector<std::string> presets;
+    for (const auto& row : kel::prepare::TARGETS) {
+        if (row.isContainer) presets.push_back(row.name);
+    }
     verb->add_option(
             "--preset", arguments->preset,
             "Of the container writer. default: 32-bit floats. CMP1: positions and texture coordinates in 16 "
             "bits, normals and colours in 8")
         ->group(HOW)
-        ->option_text("default|CMP1")
-        ->check(CLI::IsMember({"default", "CMP1"}));
+        ->option_text(joinedNames(presets))
+        ->check(CLI::IsMember(presets));
     verb->add_flag(
             "--no-fit", arguments->noFit,
             "With CMP1: write values as they are instead of fitting each attribute into the preset's box of "

@@ -234,8 +234,9 @@ ConvertReport convert(const Source& source, const Recipe& recipe, const Destinat
                       const ConvertOptions& options) {
     // The registry of presets fills on first use and is not made for several threads.
     static const bool presetsAreKnown = [] {
-        kel::src::detail::getSRCEncodingPreset("default");
-        kel::src::detail::getSRCEncodingPreset("CMP1");
+        for (const auto& row : kel::prepare::TARGETS) {
+            if (row.isContainer) kel::src::detail::getSRCEncodingPreset(row.name);
+        }
         return true;
     }();
     (void)presetsAreKnown;

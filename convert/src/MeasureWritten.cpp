@@ -23,7 +23,7 @@ std::uint64_t storedBytes(const kel::mesh::Mesh& mesh, Target target) {
         return bytes + positions->getElementCount() * 8;
 
     const auto& precision =
-        kel::src::detail::getSRCEncodingPreset(target == Target::PRESET_CMP1 ? "CMP1" : "default").precision;
+        kel::src::detail::getSRCEncodingPreset(isContainer ? targetName(target) : "default").precision;
     for (std::size_t i = 0; i < mesh.getNumAttributeBuffers(); ++i) {
         const auto buffer = mesh.getAttributeBuffer(i);
         const std::string name = buffer->getAttributeName();

@@ -7,6 +7,7 @@
 #include <kel/mesh/AttributeNames.h>
 #include <kel/prepare/detail/Steps.h>
 #include <kel/src/MeshUtils.h>
+#include <kel/src/encoding/EncodingPresets.h>
 #include <kel/src/format/MetadataKeys.h>
 
 #include <glm/geometric.hpp>
@@ -67,6 +68,13 @@ double diagonalOf(const Scene& scene) {
     return low.x <= high.x ? glm::length(high - low) : 0.0;
 }
 
+/// Whether the preset stores codes, which reach no farther than its box.
+bool quantizes(Target target) {
+    const auto& precision = kel::src::detail::getSRCEncodingPreset(targetName(target)).precision;
+    return std::any_of(precision.begin(), precision.end(),
+                       [](const auto& bits) { return bits.second != 32; });
+}
+
 class Preparation {
 public:
     Preparation(const std::string& name, const Recipe& recipe, Scene& scene, ConvertReport& report)
@@ -86,7 +94,7 @@ public:
             keepStoredAttributes();
             keepAttributesApart();
             reportTransparency();
-            if (report.target == Target::PRESET_CMP1) fitOrCountClamped();
+            if (quantizes(report.target)) fitOrCountClamped();
         } else {
             splitForShortIndices();
             errors = chooseMode();
@@ -242,13 +250,19 @@ private:
         if (count != 0) drop("transparencies", count, "the container writer stores none");
     }
 
+    kel::prepare::FitOptions box() const {
+        kel::prepare::FitOptions options;
+        options.target = report.target;
+        return options;
+    }
+
     void fitOrCountClamped() {
         if (recipe.fit) {
             kel::prepare::FitReport fit;
-            steps::fitToRange(scene, &fit);
+            steps::fitToRange(scene, &fit, box());
             note("fitted " + counted(fit.attributes, "attribute", "attributes") + " of " +
-                 counted(fit.meshes, "mesh", "meshes") +
-                 " into the box of CMP1, -0.5 to 0.5; the way back is in each mesh's metadata under \"fit\"");
+                 counted(fit.meshes, "mesh", "meshes") + " into the box of " + targetName(report.target) +
+                 ", -0.5 to 0.5; the way back is in each mesh's metadata under \"fit\"");
             return;
         }
         struct Clamped {
@@ -256,7 +270,7 @@ private:
             std::string first;
         };
         std::map<std::string, Clamped> clamped;
-        for (const auto& count : steps::countClamped(scene)) {
+        for (const auto& count : steps::countClamped(scene, box())) {
             Clamped& entry = clamped[count.attribute];
             if (entry.meshes++ == 0) entry.first = meshText(count.mesh);
             entry.components += count.components;
@@ -267,7 +281,7 @@ private:
             text += (text.empty() ? "" : "; ") + counted(entry.components, "component", "components") +
                     " of \"" + attribute + "\" in " + counted(entry.meshes, "mesh", "meshes") +
                     ", first in " + entry.first;
-        text = "outside the box of CMP1, -0.5 to 0.5: " + text;
+        text = std::string("outside the box of ") + targetName(report.target) + ", -0.5 to 0.5: " + text;
         if (!recipe.allowClamping) refuse(ConvertCode::WOULD_CLAMP, text);
         report.warnings.push_back("values were clamped, " + text);
     }

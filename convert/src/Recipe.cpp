@@ -20,8 +20,6 @@ using kel::prepare::UpAxis;
 enum class Range { ABOVE_ZERO, NOT_NEGATIVE };
 
 constexpr const char* AUTO = "auto";
-constexpr Target TARGETS[] = {Target::PRESET_DEFAULT, Target::PRESET_CMP1, Target::UNCOMPRESSED,
-                              Target::POSITION_COMPRESSED, Target::POSITION_NORMAL_COMPRESSED};
 constexpr UpAxis AXES[] = {UpAxis::X, UpAxis::Y, UpAxis::Z};
 
 const char* badGeometryName(BadGeometry value) {
@@ -109,8 +107,8 @@ public:
     void operator()(std::string_view name, std::optional<Target>& value) {
         if (!isMeant(name)) return;
         const std::string text = string();
-        for (const Target target : TARGETS) {
-            if (text == targetName(target)) value = target;
+        for (const auto& row : kel::prepare::TARGETS) {
+            if (text == row.name) value = row.target;
         }
         if (!value && text != AUTO) refuseValue(text);
     }

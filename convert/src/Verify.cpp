@@ -125,8 +125,8 @@ private:
             return comparePositions(values, found->values, errors.at(position).position);
         if (three && isNormal && target == Target::POSITION_NORMAL_COMPRESSED)
             return compareNormals(values, found->values, errors.at(position).normalDegrees);
-        if (target == Target::PRESET_CMP1) {
-            const auto& precision = kel::src::detail::getSRCEncodingPreset("CMP1").precision;
+        if (isContainerTarget(target)) {
+            const auto& precision = kel::src::detail::getSRCEncodingPreset(targetName(target)).precision;
             const auto bits = precision.find(name);
             if (bits != precision.end() && bits->second > 0 && bits->second < 32)
                 return compareInBox(values, found->values, bits->second);

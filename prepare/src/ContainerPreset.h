@@ -13,17 +13,20 @@
 
 namespace kel::prepare::detail {
 
+/// What a container target's preset says.
+inline kel::src::detail::SRCEncodingConfig presetOf(Target target) {
+    // The registry makes entries on first request and is not synchronised; the lock keeps calls of this library
+    // from several threads apart.
+    static std::mutex registry;
+    const std::lock_guard<std::mutex> lock(registry);
+    return kel::src::detail::getSRCEncodingPreset(targetName(target));
+}
+
 /// What a preset of the container writer stores of attributes, and how.
 class ContainerPreset {
 public:
-    /// `target` is one of the two presets.
-    explicit ContainerPreset(Target target) {
-        // The registry makes entries on first request and is not synchronised; the lock keeps calls of this
-        // library from several threads apart.
-        static std::mutex registry;
-        const std::lock_guard<std::mutex> lock(registry);
-        config = kel::src::detail::getSRCEncodingPreset(targetName(target));
-    }
+    /// `target` is a container target.
+    explicit ContainerPreset(Target target) : config(presetOf(target)) {}
 
     bool knows(const std::string& attribute) const { return config.precision.count(attribute) != 0; }
     /// Whether it stores codes instead of floats.

@@ -10,7 +10,7 @@ namespace kel::prepare {
 
 std::vector<ClampCount> steps::countClamped(const Scene& scene, const FitOptions& options) {
     detail::requireBox(options);
-    const detail::ContainerPreset preset(Target::PRESET_CMP1);
+    const detail::ContainerPreset preset(options.target);
     std::vector<ClampCount> counts;
     for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
         const kel::scene::SceneMesh& entry = scene.meshes[m];

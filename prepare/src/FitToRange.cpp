@@ -155,7 +155,7 @@ void record(FitsByName fits, kel::scene::SceneMesh& entry) {
 
 void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options) {
     detail::requireBox(options);
-    const detail::ContainerPreset preset(Target::PRESET_CMP1);
+    const detail::ContainerPreset preset(options.target);
     FitReport done;
     detail::RepeatedMeshes repeated(scene);
     detail::SharedBuffers<FittedAttribute> shared;

@@ -1,8 +1,10 @@
 #include <kel/prepare/WriteChecked.h>
 
 #include <kel/prepare/FindProblems.h>
-#include <kel/src/DefaultSrcWriter.h>
 #include <kel/src/SrcWriter.h>
+#include <kel/src/default_writer/MeshToContainer.h>
+
+#include "ContainerPreset.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -10,37 +12,20 @@
 
 namespace kel::prepare {
 
-namespace {
-
 using kel::src::SrcWriter;
 using kel::src::SrcWriterInput;
 
-void writeContainer(const SrcWriterInput& input, bool compressed, std::ostream& out) {
-    if (input.useCompressedPreset == compressed) {
-        kel::src::writeMeshSrcDefault(input, out);
-        return;
-    }
-    SrcWriterInput other = input;
-    other.useCompressedPreset = compressed;
-    kel::src::writeMeshSrcDefault(other, out);
-}
-
-} // namespace
-
 void write(const SrcWriterInput& input, Target target, std::ostream& out) {
     switch (target) {
-    case Target::PRESET_DEFAULT:
-        return writeContainer(input, false, out);
-    case Target::PRESET_CMP1:
-        return writeContainer(input, true, out);
     case Target::UNCOMPRESSED:
         return SrcWriter::write(input, out, SrcWriter::UNCOMPRESSED);
     case Target::POSITION_COMPRESSED:
         return SrcWriter::write(input, out, SrcWriter::POSITION_COMPRESSED);
     case Target::POSITION_NORMAL_COMPRESSED:
         return SrcWriter::write(input, out, SrcWriter::POSITION_NORMAL_COMPRESSED);
+    default:
+        kel::src::detail::writeMeshSrcEncoded(input, detail::presetOf(target), out);
     }
-    throw std::invalid_argument("There is no such target to write to.");
 }
 
 void writeChecked(const SrcWriterInput& input, Target target, std::ostream& out) {

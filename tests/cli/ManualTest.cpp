@@ -1,6 +1,7 @@
 // The manual shows the command's own help texts, word by word.
 
 #include "CommandRun.h"
+#include "commands/Verbs.h"
 
 #include <gmock/gmock.h>
 
@@ -33,7 +34,9 @@ TEST(Manual, ShowsTheHelpOfTheCommandAsItIs) {
 
 TEST(Manual, ShowsTheHelpOfEveryVerbAsItIs) {
     const auto blocks = shownOutputs();
-    for (const char* verb : {"convert", "info", "validate", "export", "diff", "view"}) {
+#define KELSRC_VERB(name, add) #name,
+    for (const char* verb : {KELSRC_VERBS(KELSRC_VERB)}) {
+#undef KELSRC_VERB
         const std::string line = std::string(verb) + " --help";
         ASSERT_EQ(blocks.count(line), 1u) << "the manual lacks a block \"$ kelsrc " << line << '"';
         EXPECT_EQ(blocks.at(line), runCommand({verb, "--help"}).out);

@@ -8,15 +8,20 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace kel::src::detail {
 
 void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
+    SRCEncodingConfig config = getSRCEncodingPreset("default");
+    if (input.useCompressedPreset) config = getSRCEncodingPreset("CMP1");
+    writeMeshSrcEncoded(input, std::move(config), out);
+}
+
+void writeMeshSrcEncoded(const SrcWriterInput& input, SRCEncodingConfig config, std::ostream& out) {
     ShapeResourceContainer container;
     // One map for all meshes on purpose: see addMeshToSrc.
     std::map<std::string, std::string> attributeIds;
-    SRCEncodingConfig config = getSRCEncodingPreset("default");
-    if (input.useCompressedPreset) config = getSRCEncodingPreset("CMP1");
 
     unsigned long position = 0;
     for (const auto& mesh : input.meshes) {

@@ -3,15 +3,21 @@
 #include <kel/mesh/Mesh.h>
 #include <kel/src/Export.h>
 #include <kel/src/MetaDataPtr.h>
+#include <kel/src/SrcWriterInput.h>
 #include <kel/src/container/ShapeResourceContainer.h>
 #include <kel/src/encoding/EncodingPresets.h>
 
 #include <glm/vec3.hpp>
 
+#include <iosfwd>
 #include <map>
 #include <string>
 
 namespace kel::src::detail {
+
+/// What writeMeshSrcDefault does, with any encoding: `useCompressedPreset` is not read.
+KELSRC_EXPORT void writeMeshSrcEncoded(const SrcWriterInput& input, SRCEncodingConfig config,
+                                       std::ostream& out);
 
 /// Adds one mesh to the container: an index view, an attribute view per usable attribute, the mesh entry with
 /// the bounds of "position", and the mesh's metadata with statistics.

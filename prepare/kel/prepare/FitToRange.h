@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/prepare/Export.h>
+#include <kel/prepare/Target.h>
 #include <kel/src/SrcWriterInput.h>
 
 #include <cstddef>
@@ -19,6 +20,8 @@ struct FitOptions {
     /// The box, the same for every component. Finite, lower < upper.
     float lower = -0.5f;
     float upper = 0.5f;
+    /// The container target whose preset says which attributes are quantized.
+    Target target = Target::PRESET_CMP1;
 };
 
 /// One attribute of one mesh that would be clamped.
