@@ -1,19 +1,107 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "QuantizationErrors.h"
+#include "MeshBuffers.h"
 
 #include <kel/mesh/AttributeNames.h>
+#include <kel/mesh/QuantizeVec3.h>
+#include <kel/mesh/Transforms.h>
 #include <kel/src/MeshUtils.h>
+#include <kel/src/kernels/OctahedralNormals.h>
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
 
 namespace kel::prepare {
 
+using detail::AttributePtr;
+using detail::PackedFloats;
+
 namespace {
 
-using detail::AttributePtr;
-using kel::scene::Scene;
+/// The position error of what cannot be quantized.
+constexpr double UNBOUNDED = std::numeric_limits<double>::infinity();
+
+using Code = std::uint16_t; // of one component of a position
+constexpr float LARGEST_CODE = std::numeric_limits<Code>::max();
+
+/// Quantizes and decodes one axis of positions.
+class Axis {
+public:
+    Axis(float center, float size)
+        : min(center - size * 0.5f), max(center + size * 0.5f),
+          scale(static_cast<double>(LARGEST_CODE / size)), offset(static_cast<double>(min) * scale) {}
+
+    double error(float value) const {
+        const auto code = kel::mesh::quantizeComponent<float, Code>(value, min, max);
+        const auto decoded = static_cast<float>((static_cast<double>(code) + offset) / scale);
+        return static_cast<double>(decoded) - static_cast<double>(value);
+    }
+
+private:
+    float min;
+    float max;
+    double scale;
+    double offset;
+};
+
+double positionErrorOf(const AttributePtr& positions) {
+    if (!kel::src::detail::isAttributeVec3f(positions)) return UNBOUNDED;
+    if (positions->getElementCount() == 0) return 0.0;
+    glm::vec3 center, size;
+    kel::src::detail::computeBoundingBoxCenterSize(positions, center, size);
+    const Axis x(center.x, size.x), y(center.y, size.y), z(center.z, size.z);
+    double largest = 0.0;
+    const PackedFloats values(*positions);
+    for (const float* p = values.begin(); p != values.end(); p += 3) {
+        const double dx = x.error(p[0]), dy = y.error(p[1]), dz = z.error(p[2]);
+        const double square = dx * dx + dy * dy + dz * dz;
+        if (!(square <= std::numeric_limits<double>::max())) return UNBOUNDED; // NaN too
+        largest = std::max(largest, square);
+    }
+    return std::sqrt(largest);
+}
+
+/// The largest angle in degrees of the first `count` normals.
+double normalErrorOf(const kel::mesh::AttributeBuffer& normals, std::size_t count) {
+    constexpr double DEGREES = 57.29577951308232;
+    constexpr std::size_t BLOCK = 1024; // whose codes stay in the nearest cache
+    unsigned char codes[2 * BLOCK];
+    const PackedFloats values(normals);
+    double largest = 0.0; // squared tangent, so that no vertex costs an arc tangent
+    for (std::size_t i = 0; i < count; ++i) {
+        const float* n = values.data() + 3 * i;
+        if (i % BLOCK == 0) {
+            kel::src::detail::encodeNormals(reinterpret_cast<const unsigned char*>(n),
+                                            std::min(BLOCK, count - i), codes, 2);
+        }
+        const double x = static_cast<double>(n[0]), y = static_cast<double>(n[1]),
+                     z = static_cast<double>(n[2]);
+        if (!std::isfinite(x + y + z) || (x == 0.0 && y == 0.0 && z == 0.0)) continue;
+        float decoded[3];
+        kel::mesh::decodeOctahedralNormal(codes + 2 * (i % BLOCK), decoded);
+        const double u = static_cast<double>(decoded[0]), v = static_cast<double>(decoded[1]),
+                     w = static_cast<double>(decoded[2]);
+        const double cx = y * w - z * v, cy = z * u - x * w, cz = x * v - y * u;
+        const double dot = x * u + y * v + z * w;
+        if (dot <= 0.0) return 180.0; // the code's cell is far smaller than a right angle
+        largest = std::max(largest, (cx * cx + cy * cy + cz * cz) / (dot * dot));
+    }
+    return std::atan(std::sqrt(largest)) * DEGREES;
+}
+
+AttributePtr positionsOf(const kel::mesh::Mesh& mesh) {
+    return mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME);
+}
+
+/// The normals that position-normal packs; empty where it codes the mesh as position does.
+AttributePtr packedNormalsOf(const kel::mesh::MeshPtr& mesh) {
+    const AttributePtr normals = mesh ? mesh->getAttributeBuffer(kel::mesh::DEFAULT_NORMALS_NAME) : nullptr;
+    return kel::src::detail::isAttributeVec3f(normals) ? normals : nullptr;
+}
 
 /// For messages: four significant digits, the same in any locale.
 std::string numberText(double value) {
@@ -22,15 +110,9 @@ std::string numberText(double value) {
     return std::string(text, end.ptr);
 }
 
-AttributePtr positionsOf(const kel::mesh::Mesh& mesh) {
-    return mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME);
-}
-
 /// What position-normal would lose of a mesh, as the end of a sentence; empty when it keeps all of it.
-std::string lostByPacking(const kel::mesh::Mesh& mesh) {
-    const AttributePtr normals = detail::packedNormalsOf(mesh);
-    if (!normals) return {};
-    const AttributePtr positions = positionsOf(mesh);
+std::string lostByPacking(const kel::mesh::MeshPtr& mesh, const AttributePtr& normals) {
+    const AttributePtr positions = positionsOf(*mesh);
     if (normals->getElementCount() != positions->getElementCount()) {
         return "has " + std::to_string(normals->getElementCount()) + " normals for " +
                std::to_string(positions->getElementCount()) + " positions";
@@ -43,77 +125,83 @@ std::string lostByPacking(const kel::mesh::Mesh& mesh) {
     return {};
 }
 
-ReachedError largestOf(const std::vector<ReachedError>& errors) {
-    ReachedError largest;
-    for (const ReachedError& error : errors) {
-        largest.position = std::max(largest.position, error.position);
-        largest.normalDegrees = std::max(largest.normalDegrees, error.normalDegrees);
-    }
-    return largest;
-}
-
 /// Why the positions of a mesh with this error are not quantized, as the end of a sentence.
 std::string whyPositionsStay(const kel::mesh::Mesh& mesh, double error, double accepted) {
     if (!kel::src::detail::isAttributeVec3f(positionsOf(mesh)))
         return " has no three-float positions to quantize.";
-    if (error == detail::UNBOUNDED) return " has positions that are not finite or whose extent overflows.";
+    if (error == UNBOUNDED) return " has positions that are not finite or whose extent overflows.";
     return " would have positions off by " + numberText(error) + ", and " + numberText(accepted) +
            " is accepted.";
 }
 
 } // namespace
 
-ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
-    ModeChoice uncompressed;
-    uncompressed.meshes.resize(scene.meshes.size());
-
-    ModeChoice position;
-    position.mode = Target::POSITION_COMPRESSED;
-    position.meshes.reserve(scene.meshes.size());
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
-        const ReachedError error = detail::errorOf(mesh, position.mode);
-        position.meshes.push_back(error);
-        if (!mesh || (error.position <= accepted.position && error.position != detail::UNBOUNDED)) continue;
-        uncompressed.whyNotSmaller =
-            placeOfMesh(scene, m) + whyPositionsStay(*mesh, error.position, accepted.position);
-        return uncompressed;
+std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) {
+    if (isContainerTarget(mode)) {
+        throw std::invalid_argument("Errors are measured for the public writer's modes, not for a preset.");
     }
-    position.largest = largestOf(position.meshes);
+    std::vector<ReachedError> errors(scene.meshes.size());
+    for (std::size_t m = 0; m < errors.size() && mode != Target::UNCOMPRESSED; ++m) {
+        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
+        if (!mesh) continue;
+        const AttributePtr positions = positionsOf(*mesh);
+        errors[m].position = positionErrorOf(positions);
+        if (mode != Target::POSITION_NORMAL_COMPRESSED || !positions) continue;
+        if (const AttributePtr normals = packedNormalsOf(mesh)) {
+            errors[m].normalDegrees =
+                normalErrorOf(*normals, std::min(normals->getElementCount(), positions->getElementCount()));
+        }
+    }
+    return errors;
+}
+
+ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
+    const std::size_t count = scene.meshes.size();
+    ModeChoice uncompressed;
+    uncompressed.meshes.resize(count);
+
+    ModeChoice position = uncompressed;
+    position.mode = Target::POSITION_COMPRESSED;
+    for (std::size_t m = 0; m < count; ++m) {
+        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
+        if (!mesh) continue;
+        const double error = positionErrorOf(positionsOf(*mesh));
+        if (!(error <= accepted.position) || error == UNBOUNDED) {
+            uncompressed.whyNotSmaller =
+                placeOfMesh(scene, m) + whyPositionsStay(*mesh, error, accepted.position);
+            return uncompressed;
+        }
+        position.meshes[m].position = error;
+        position.largest.position = std::max(position.largest.position, error);
+    }
 
     ModeChoice packed = position;
     packed.mode = Target::POSITION_NORMAL_COMPRESSED;
+    std::vector<AttributePtr> normals(count);
     bool anyNormals = false;
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
-        if (!mesh || !detail::packedNormalsOf(*mesh)) continue;
+    for (std::size_t m = 0; m < count; ++m) {
+        normals[m] = packedNormalsOf(scene.meshes[m].mesh);
+        if (!normals[m]) continue;
         anyNormals = true;
-        const std::string lost = lostByPacking(*mesh);
-        if (!lost.empty()) {
-            position.whyNotSmaller = placeOfMesh(scene, m) + ' ' + lost + '.';
-            return position;
-        }
+        const std::string lost = lostByPacking(scene.meshes[m].mesh, normals[m]);
+        if (lost.empty()) continue;
+        position.whyNotSmaller = placeOfMesh(scene, m) + ' ' + lost + '.';
+        return position;
     }
     if (!anyNormals) return position; // position-normal would write the same
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
-        const AttributePtr normals = mesh ? detail::packedNormalsOf(*mesh) : nullptr;
-        if (!normals) continue;
-        ReachedError& error = packed.meshes[m];
-        error.normalDegrees = detail::normalErrorOf(*normals, normals->getElementCount());
-        if (error.normalDegrees > accepted.normalDegrees) {
+    for (std::size_t m = 0; m < count; ++m) {
+        if (!normals[m]) continue;
+        const double error = normalErrorOf(*normals[m], normals[m]->getElementCount());
+        if (error > accepted.normalDegrees) {
             position.whyNotSmaller = placeOfMesh(scene, m) + " would have normals off by " +
-                                     numberText(error.normalDegrees) + " degrees, and " +
+                                     numberText(error) + " degrees, and " +
                                      numberText(accepted.normalDegrees) + " is accepted.";
             return position;
         }
+        packed.meshes[m].normalDegrees = error;
+        packed.largest.normalDegrees = std::max(packed.largest.normalDegrees, error);
     }
-    packed.largest = largestOf(packed.meshes);
     return packed;
-}
-
-ModeChoice chooseMode(const kel::src::SrcWriterInput& input, const MaxError& accepted) {
-    return steps::chooseMode(kel::scene::fromInput(input), accepted);
 }
 
 } // namespace kel::prepare

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <kel/prepare/FitToRange.h>
 #include <kel/prepare/Target.h>
 
 #include <kel/mesh/AttributeBuffer.h>
 #include <kel/src/encoding/EncodingPresets.h>
 
-#include <cmath>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 
 namespace kel::prepare::detail {
@@ -29,6 +26,10 @@ public:
     explicit ContainerPreset(Target target) : config(presetOf(target)) {}
 
     bool knows(const std::string& attribute) const { return config.precision.count(attribute) != 0; }
+    bool stores(const kel::mesh::AttributeBuffer& buffer) const {
+        return fits(buffer.getComponentCountPerElement()) && hasWidthOfFloats(buffer) &&
+               knows(buffer.getAttributeName());
+    }
     /// Whether it stores codes instead of floats.
     bool quantizes(const std::string& attribute) const {
         const auto found = config.precision.find(attribute);
@@ -49,11 +50,5 @@ public:
 private:
     kel::src::detail::SRCEncodingConfig config;
 };
-
-/// throws  std::invalid_argument for a box that a preset cannot quantize in
-inline void requireBox(const FitOptions& box) {
-    if (!std::isfinite(box.lower) || !std::isfinite(box.upper) || !(box.lower < box.upper))
-        throw std::invalid_argument("The box to fit to needs finite bounds, the lower one first.");
-}
 
 } // namespace kel::prepare::detail

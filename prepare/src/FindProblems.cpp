@@ -1,7 +1,7 @@
 #include <kel/prepare/detail/Steps.h>
 
 #include "ContainerPreset.h"
-#include "PackedReading.h"
+#include "MeshBuffers.h"
 
 #include <kel/material/MaterialClassic.h>
 #include <kel/mesh/AttributeNames.h>
@@ -88,7 +88,7 @@ public:
                     continue;
                 }
             }
-            checkMesh(*entry.mesh);
+            checkMesh(entry.mesh);
             checkMetaData(entry);
             checkMaterial(entry);
         }
@@ -137,8 +137,9 @@ private:
 
     // ---- Geometry
 
-    void checkMesh(const kel::mesh::Mesh& mesh) {
-        const std::vector<AttributePtr> attributes = detail::attributesOf(mesh);
+    void checkMesh(const kel::mesh::MeshPtr& handle) {
+        const kel::mesh::Mesh& mesh = *handle;
+        const std::vector<AttributePtr> attributes = detail::attributesOf(handle);
         const AttributePtr positions = mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME);
         const std::size_t vertices = detail::vertexCountOf(mesh, attributes);
         checkPrimitiveType(mesh.getPrimitiveType());
@@ -459,10 +460,6 @@ std::string describe(const Finding& finding) {
 
 Problems steps::findProblems(const Scene& scene, Target target, const ProblemOptions& options) {
     return Finder(scene, target, options).find();
-}
-
-Problems findProblems(const kel::src::SrcWriterInput& input, Target target, const ProblemOptions& options) {
-    return steps::findProblems(kel::scene::fromInput(input), target, options);
 }
 
 } // namespace kel::prepare

@@ -1,7 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
 #include "ContainerPreset.h"
-#include "PackedReading.h"
 #include "SceneSteps.h"
 
 #include <kel/mesh/AttributeNames.h>
@@ -12,6 +11,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <stdexcept>
 #include <utility>
 
 namespace kel::prepare {
@@ -151,18 +151,40 @@ void record(FitsByName fits, kel::scene::SceneMesh& entry) {
     entry.setMetaData(format::metadata::FIT, format::fitText(list));
 }
 
+void requireBox(const FitOptions& box) {
+    if (!std::isfinite(box.lower) || !std::isfinite(box.upper) || !(box.lower < box.upper))
+        throw std::invalid_argument("The box to fit to needs finite bounds, the lower one first.");
+}
+
 } // namespace
 
+std::vector<ClampCount> steps::countClamped(const Scene& scene, const FitOptions& options) {
+    requireBox(options);
+    const detail::ContainerPreset preset(options.target);
+    std::vector<ClampCount> counts;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        const kel::scene::SceneMesh& entry = scene.meshes[m];
+        for (const AttributePtr& buffer : detail::attributesOf(entry.mesh)) {
+            if (!buffer || !preset.quantizesFloats(*buffer)) continue;
+            const detail::PackedFloats values(*buffer);
+            // Written so that NaN counts.
+            const auto outside = std::count_if(values.begin(), values.end(), [&](float value) {
+                return !(value >= options.lower && value <= options.upper);
+            });
+            if (outside == 0) continue;
+            counts.push_back(
+                {m, nameOfMesh(entry), buffer->getAttributeName(), static_cast<std::size_t>(outside)});
+        }
+    }
+    return counts;
+}
+
 void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options) {
-    detail::requireBox(options);
+    requireBox(options);
     const detail::ContainerPreset preset(options.target);
     FitReport done;
-    detail::RepeatedMeshes repeated(scene);
     detail::SharedBuffers<FittedAttribute> shared;
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        kel::scene::SceneMesh& entry = scene.meshes[m];
-        if (!entry.mesh || repeated.takeOver(m)) continue;
-        std::vector<AttributePtr> attributes = detail::attributesOf(*entry.mesh);
+    detail::changeAttributes(scene, [&](std::size_t m, std::vector<AttributePtr>& attributes) {
         FitsByName fits;
         for (AttributePtr& buffer : attributes) {
             if (!buffer || !preset.quantizesFloats(*buffer)) continue;
@@ -171,20 +193,13 @@ void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& option
             buffer = std::move(fitted.buffer);
             fits[fitted.fit.attribute] = std::move(fitted.fit);
         }
-        if (fits.empty()) continue;
+        if (fits.empty()) return false;
         ++done.meshes;
         done.attributes += fits.size();
-        detail::replaceMesh(entry, detail::withAttributes(*entry.mesh, std::move(attributes)));
-        record(std::move(fits), entry);
-    }
+        record(std::move(fits), scene.meshes[m]);
+        return true;
+    });
     if (report) *report = done;
-}
-
-kel::src::SrcWriterInput fitToRange(const kel::src::SrcWriterInput& input, FitReport* report,
-                                    const FitOptions& options) {
-    kel::scene::Scene scene = kel::scene::fromInput(input);
-    steps::fitToRange(scene, report, options);
-    return detail::toInputWithOwnMetaData(std::move(scene));
 }
 
 } // namespace kel::prepare

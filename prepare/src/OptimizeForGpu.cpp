@@ -1,6 +1,5 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "PackedReading.h"
 #include "SceneSteps.h"
 
 #include <meshoptimizer.h>
@@ -15,28 +14,29 @@ namespace {
 using detail::AttributePtr;
 
 /// Indices of the width that they had.
-std::shared_ptr<kel::mesh::IndexBuffer> ofWidth(std::size_t bytes, std::vector<std::uint32_t> indices) {
+detail::IndexPtr ofWidth(std::size_t bytes, std::vector<std::uint32_t> indices) {
     if (bytes == 1) return detail::makeIndices(std::vector<std::uint8_t>(indices.begin(), indices.end()));
     if (bytes == 2) return detail::makeIndices(std::vector<std::uint16_t>(indices.begin(), indices.end()));
     return detail::makeIndices(std::move(indices));
 }
 
 /// Empty when the mesh is to pass as it is.
-kel::mesh::MeshPtr reordered(const kel::mesh::Mesh& mesh) {
-    const auto indexBuffer = mesh.getIndexBuffer();
-    if (mesh.getPrimitiveType() != kel::mesh::TRIANGLES || !indexBuffer) return nullptr;
+kel::mesh::MeshPtr reordered(const kel::mesh::MeshPtr& mesh) {
+    const auto indexBuffer = mesh->getIndexBuffer();
+    if (mesh->getPrimitiveType() != kel::mesh::TRIANGLES || !indexBuffer) return nullptr;
     std::vector<AttributePtr> attributes = detail::attributesOf(mesh);
-    const std::size_t vertexCount = detail::vertexCountOf(mesh, attributes);
+    const std::size_t vertexCount = detail::vertexCountOf(*mesh, attributes);
     if (vertexCount > std::numeric_limits<std::uint32_t>::max() - 1) return nullptr;
     for (const AttributePtr& buffer : attributes) {
         if (!buffer || buffer->getElementCount() != vertexCount) return nullptr;
     }
-    const detail::CheckedIndices indices = detail::checkedIndices(*indexBuffer, vertexCount);
-    const std::size_t whole = indices.values.size() / 3 * 3;
-    if (whole == 0 || !indices.allInRange) return nullptr;
+    std::size_t firstBad = 0;
+    const std::vector<std::uint32_t> indices = detail::readIndices(*indexBuffer, vertexCount, firstBad);
+    const std::size_t whole = indices.size() / 3 * 3;
+    if (whole == 0 || firstBad != indices.size()) return nullptr;
 
-    std::vector<std::uint32_t> result(indices.values);
-    meshopt_optimizeVertexCache(result.data(), indices.values.data(), whole, vertexCount);
+    std::vector<std::uint32_t> result(indices);
+    meshopt_optimizeVertexCache(result.data(), indices.data(), whole, vertexCount);
 
     constexpr std::uint32_t UNUSED = ~0u;
     std::vector<std::uint32_t> newNumber(vertexCount);
@@ -59,33 +59,21 @@ kel::mesh::MeshPtr reordered(const kel::mesh::Mesh& mesh) {
     }
     for (AttributePtr& buffer : attributes)
         buffer = detail::gatherElements(*buffer, order);
-    return std::make_shared<detail::AssembledMesh>(
-        kel::mesh::TRIANGLES, mesh.getNumPrimitives(),
-        ofWidth(indexBuffer->getElementSizeInBytes(), std::move(result)), std::move(attributes));
+    return detail::makeMesh(kel::mesh::TRIANGLES, mesh->getNumPrimitives(),
+                            ofWidth(indexBuffer->getElementSizeInBytes(), std::move(result)),
+                            std::move(attributes));
 }
 
 } // namespace
 
 void steps::optimizeForGpu(Scene& scene, OptimizeReport* report) {
     OptimizeReport done;
-    detail::RepeatedMeshes repeated(scene);
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        kel::scene::SceneMesh& entry = scene.meshes[m];
-        if (!entry.mesh || repeated.takeOver(m)) continue;
-        if (kel::mesh::MeshPtr better = reordered(*entry.mesh)) {
-            detail::replaceMesh(entry, std::move(better));
-            ++done.meshes;
-        } else {
-            ++done.passed;
-        }
-    }
+    detail::forEachMesh(scene, [&](std::size_t m) {
+        kel::mesh::MeshPtr better = reordered(scene.meshes[m].mesh);
+        ++(better ? done.meshes : done.passed);
+        if (better) detail::replaceMesh(scene.meshes[m], std::move(better));
+    });
     if (report) *report = done;
-}
-
-kel::src::SrcWriterInput optimizeForGpu(const kel::src::SrcWriterInput& input, OptimizeReport* report) {
-    kel::scene::Scene scene = kel::scene::fromInput(input);
-    steps::optimizeForGpu(scene, report);
-    return detail::toInputWithOwnMetaData(std::move(scene));
 }
 
 } // namespace kel::prepare

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AssembledMesh.h"
+#include "MeshBuffers.h"
 
 #include <kel/scene/Scene.h>
 
@@ -11,26 +11,44 @@
 // How steps walk over a scene and replace what they change.
 namespace kel::prepare::detail {
 
-/// Lets a step work once on a mesh that is listed twice.
-class RepeatedMeshes {
-public:
-    explicit RepeatedMeshes(kel::scene::Scene& scene) : scene(scene) {}
-
-    /// Whether the mesh at `position` stood at an earlier one. Its entry is then a copy of what has become of
-    /// that. To be asked before the entry is changed.
-    bool takeOver(std::size_t position) {
-        if (!scene.repeatsMeshes) return false;
-        kel::scene::SceneMesh& entry = scene.meshes[position];
-        const auto [first, isNew] = positions.emplace(entry.mesh.get(), position);
-        if (!isNew) entry = scene.meshes[first->second];
-        return !isNew;
+/// Calls work(position) for every entry that has a mesh. A mesh that is listed twice is worked on once: its
+/// later entries become copies of what has become of the first.
+template<typename Work>
+void forEachMesh(kel::scene::Scene& scene, const Work& work) {
+    // By the mesh as it was listed. A new mesh never takes the place of one that is still to come.
+    std::unordered_map<const kel::mesh::Mesh*, std::size_t> seen;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        kel::scene::SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh) continue;
+        if (scene.repeatsMeshes) {
+            const auto [first, isNew] = seen.emplace(entry.mesh.get(), m);
+            if (!isNew) {
+                entry = scene.meshes[first->second];
+                continue;
+            }
+        }
+        work(m);
     }
+}
 
-private:
-    kel::scene::Scene& scene;
-    /// By the mesh as it was listed. A new mesh never takes the place of one that is still to come.
-    std::unordered_map<const kel::mesh::Mesh*, std::size_t> positions;
-};
+/// Puts a new mesh in the place of the old one. It gets a map of metadata where there was none, for writers
+/// to add its statistics to.
+inline void replaceMesh(kel::scene::SceneMesh& entry, kel::mesh::MeshPtr mesh) {
+    entry.mesh = std::move(mesh);
+    if (!entry.metaData) entry.editMetaData();
+}
+
+/// The same for every mesh whose attribute buffers change(position, buffers) says that it changed.
+template<typename Change>
+void changeAttributes(kel::scene::Scene& scene, const Change& change) {
+    forEachMesh(scene, [&](std::size_t m) {
+        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
+        std::vector<AttributePtr> attributes = attributesOf(mesh);
+        if (!change(m, attributes)) return;
+        replaceMesh(scene.meshes[m], makeMesh(mesh->getPrimitiveType(), mesh->getNumPrimitives(),
+                                              mesh->getIndexBuffer(), std::move(attributes)));
+    });
+}
 
 /// Keeps buffers shared that several meshes share: what a step made of each. One that nobody but its mesh
 /// holds is not remembered, so that it can be freed at once.
@@ -49,20 +67,5 @@ public:
 private:
     std::unordered_map<AttributePtr, Made> made;
 };
-
-/// Puts a new mesh in the place of the old one. It gets a map of metadata where there was none, for writers
-/// to add its statistics to.
-inline void replaceMesh(kel::scene::SceneMesh& entry, kel::mesh::MeshPtr mesh) {
-    entry.mesh = std::move(mesh);
-    if (!entry.metaData) entry.editMetaData();
-}
-
-/// What a caller gets whose maps of metadata are to stay without a writer's statistics.
-inline kel::src::SrcWriterInput toInputWithOwnMetaData(kel::scene::Scene scene) {
-    for (kel::scene::SceneMesh& entry : scene.meshes) {
-        if (entry.metaData) entry.editMetaData();
-    }
-    return toInput(std::move(scene));
-}
 
 } // namespace kel::prepare::detail

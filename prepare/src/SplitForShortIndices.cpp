@@ -1,6 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "PackedReading.h"
+#include "MeshBuffers.h"
 
 #include <kel/mesh/ForEachPrimitive.h>
 #include <kel/src/format/ElementTypes.h>
@@ -44,14 +44,15 @@ std::vector<std::uint32_t> vertexSequence(const kel::mesh::Mesh& mesh, std::size
         std::iota(sequence.begin(), sequence.end(), std::uint32_t(0));
         return sequence;
     }
-    detail::CheckedIndices indices = detail::checkedIndices(*buffer, vertexCount);
-    if (!indices.allInRange) {
-        throw std::invalid_argument(place + ": index " + std::to_string(indices.badIndex) + " at position " +
-                                    std::to_string(indices.badPosition) + " is beyond its " +
+    std::size_t firstBad = 0;
+    std::vector<std::uint32_t> sequence = detail::readIndices(*buffer, vertexCount, firstBad);
+    if (firstBad != sequence.size()) {
+        throw std::invalid_argument(place + ": index " + std::to_string(buffer->getIndex(firstBad)) +
+                                    " at position " + std::to_string(firstBad) + " is beyond its " +
                                     std::to_string(vertexCount) +
                                     " vertices; remove the primitive that uses it.");
     }
-    return std::move(indices.values);
+    return sequence;
 }
 
 /// Turns the sequence into a list of separate primitives.
@@ -165,9 +166,9 @@ private:
         for (const AttributePtr& buffer : attributes)
             partAttributes.push_back(detail::gatherElements(*buffer, vertices));
         const std::size_t primitives = indices.size() / list.corners;
-        parts.push_back(std::make_shared<detail::AssembledMesh>(
-            list.type, primitives, indexed ? detail::makeIndices(std::move(indices)) : nullptr,
-            std::move(partAttributes)));
+        parts.push_back(detail::makeMesh(list.type, primitives,
+                                         indexed ? detail::makeIndices(std::move(indices)) : nullptr,
+                                         std::move(partAttributes)));
         verticesWritten += vertices.size();
         vertices.clear();
         indices = {};
@@ -208,7 +209,7 @@ void steps::splitForShortIndices(Scene& scene, const SplitOptions& options, Spli
         std::vector<AttributePtr> attributes;
         std::size_t vertexCount = 0;
         if (entry.mesh) {
-            attributes = detail::attributesOf(*entry.mesh);
+            attributes = detail::attributesOf(entry.mesh);
             vertexCount = detail::vertexCountOf(*entry.mesh, attributes);
         }
         if (vertexCount <= options.maxVertices) {
@@ -245,13 +246,6 @@ void steps::splitForShortIndices(Scene& scene, const SplitOptions& options, Spli
     }
     scene.meshes = std::move(result);
     if (report) *report = done;
-}
-
-kel::src::SrcWriterInput splitForShortIndices(const kel::src::SrcWriterInput& input,
-                                              const SplitOptions& options, SplitReport* report) {
-    Scene scene = kel::scene::fromInput(input);
-    steps::splitForShortIndices(scene, options, report);
-    return toInput(std::move(scene));
 }
 
 } // namespace kel::prepare

@@ -1,6 +1,5 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "PackedReading.h"
 #include "SceneSteps.h"
 
 #include <kel/mesh/AttributeNames.h>
@@ -59,7 +58,7 @@ void requireTransformable(const Scene& scene, bool turns) {
             throw std::invalid_argument(placeOfMesh(scene, m) +
                                         " was fitted to a range already; transform it before that.");
         }
-        for (const AttributePtr& buffer : detail::attributesOf(*entry.mesh)) {
+        for (const AttributePtr& buffer : detail::attributesOf(entry.mesh)) {
             if (!buffer || !isChanged(buffer->getAttributeName(), turns) ||
                 kel::src::detail::isAttributeVec3f(buffer)) {
                 continue;
@@ -150,28 +149,18 @@ void steps::transform(Scene& scene, const TransformOptions& options) {
     for (std::size_t i = 0; i < rotation.size(); ++i)
         record.matrix[i] = rotation[i] * options.scale;
 
-    detail::RepeatedMeshes repeated(scene);
     detail::SharedBuffers<AttributePtr> shared;
-    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
-        SceneMesh& entry = scene.meshes[m];
-        if (!entry.mesh || repeated.takeOver(m)) continue;
-        std::vector<AttributePtr> attributes = detail::attributesOf(*entry.mesh);
+    detail::changeAttributes(scene, [&](std::size_t m, std::vector<AttributePtr>& attributes) {
         for (AttributePtr& buffer : attributes) {
-            if (!buffer) continue;
-            const std::string name = buffer->getAttributeName();
-            if (!isChanged(name, turns)) continue;
-            const Matrix& matrix = name == kel::mesh::DEFAULT_POSITIONS_NAME ? record.matrix : rotation;
+            if (!buffer || !isChanged(buffer->getAttributeName(), turns)) continue;
+            const bool scales = buffer->getAttributeName() == kel::mesh::DEFAULT_POSITIONS_NAME;
+            const Matrix& matrix = scales ? record.matrix : rotation;
             buffer = shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, matrix); });
         }
-        entry.setMetaData(format::metadata::TRANSFORM, format::transformText(combined(scene, m, record)));
-        detail::replaceMesh(entry, detail::withAttributes(*entry.mesh, std::move(attributes)));
-    }
-}
-
-kel::src::SrcWriterInput transform(const kel::src::SrcWriterInput& input, const TransformOptions& options) {
-    Scene scene = kel::scene::fromInput(input);
-    steps::transform(scene, options);
-    return detail::toInputWithOwnMetaData(std::move(scene));
+        scene.meshes[m].setMetaData(format::metadata::TRANSFORM,
+                                    format::transformText(combined(scene, m, record)));
+        return true;
+    });
 }
 
 } // namespace kel::prepare

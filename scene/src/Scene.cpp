@@ -26,22 +26,17 @@ void giveValues(const std::map<kel::mesh::MeshPtr, Value>& values, const std::ve
 
 } // namespace
 
-Scene fromMeshes(const std::vector<kel::mesh::MeshPtr>& meshes) {
-    Scene scene;
-    scene.meshes.resize(meshes.size());
-    for (std::size_t m = 0; m < meshes.size(); ++m)
-        scene.meshes[m].mesh = meshes[m];
-    return scene;
-}
-
 Scene fromInput(const kel::src::SrcWriterInput& input) {
-    Scene scene = fromMeshes(input.meshes);
+    Scene scene;
+    scene.meshes.resize(input.meshes.size());
     scene.materials = input.materials;
     scene.useCompressedPreset = input.useCompressedPreset;
     std::vector<SceneMesh*> byAddress;
     byAddress.reserve(scene.meshes.size());
-    for (SceneMesh& entry : scene.meshes)
-        byAddress.push_back(&entry);
+    for (std::size_t m = 0; m < input.meshes.size(); ++m) {
+        scene.meshes[m].mesh = input.meshes[m];
+        byAddress.push_back(&scene.meshes[m]);
+    }
     std::sort(byAddress.begin(), byAddress.end(),
               [](const SceneMesh* a, const SceneMesh* b) { return a->mesh < b->mesh; });
     giveValues(input.meshMaterials, byAddress,

@@ -1,7 +1,7 @@
 // What verification finds, on files that were written from another input than the one compared with.
 
 #include <kel/convert/Verify.h>
-#include <kel/prepare/MeasureErrors.h>
+#include <kel/prepare/ChooseMode.h>
 #include <reader/Files.h>
 
 #include <gmock/gmock.h>

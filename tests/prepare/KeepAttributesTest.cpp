@@ -1,6 +1,5 @@
-#include <kel/prepare/KeepAttributesApart.h>
-#include <kel/prepare/KeepStoredAttributes.h>
-#include <kel/prepare/MeshName.h>
+#include <kel/prepare/KeepAttributes.h>
+#include <kel/scene/Scene.h>
 
 #include <kel/src/DefaultSrcWriter.h>
 
@@ -41,8 +40,8 @@ std::vector<std::string> namesOf(const kel::mesh::Mesh& mesh) {
 
 std::vector<std::string> meshNames(const SrcWriterInput& input) {
     std::vector<std::string> names;
-    for (const auto& mesh : input.meshes)
-        names.push_back(kel::prepare::meshName(input, mesh));
+    for (const auto& entry : kel::scene::fromInput(input).meshes)
+        names.push_back(nameOfMesh(entry));
     return names;
 }
 

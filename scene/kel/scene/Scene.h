@@ -57,9 +57,6 @@ struct Scene {
 /// listed twice becomes two entries. What the input says of meshes that it does not list is left out.
 Scene fromInput(const kel::src::SrcWriterInput& input);
 
-/// The meshes alone, for who reads them and asks for nothing else.
-Scene fromMeshes(const std::vector<kel::mesh::MeshPtr>& meshes);
-
 /// What a writer takes. Meshes and maps are moved there.
 kel::src::SrcWriterInput toInput(Scene scene);
 

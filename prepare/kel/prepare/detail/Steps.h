@@ -1,19 +1,13 @@
 #pragma once
 
 #include <kel/prepare/ChooseMode.h>
-#include <kel/prepare/Export.h>
 #include <kel/prepare/FindProblems.h>
 #include <kel/prepare/FitToRange.h>
-#include <kel/prepare/KeepAttributesApart.h>
-#include <kel/prepare/KeepStoredAttributes.h>
-#include <kel/prepare/MeasureErrors.h>
+#include <kel/prepare/KeepAttributes.h>
 #include <kel/prepare/OptimizeForGpu.h>
 #include <kel/prepare/SplitForShortIndices.h>
-#include <kel/prepare/Target.h>
 #include <kel/prepare/Transform.h>
 #include <kel/scene/Scene.h>
-
-#include <vector>
 
 /// The functions of kel::prepare on the scene that the importer makes, for a caller that takes several steps.
 /// Not installed: callers of the library have the functions of the same names that take a SrcWriterInput, and

@@ -1,0 +1,72 @@
+// The steps on a caller's input: the functions that are offered to users of the library.
+#include <kel/prepare/detail/Steps.h>
+
+#include <utility>
+
+namespace kel::prepare {
+
+using kel::scene::fromInput;
+using kel::scene::Scene;
+using kel::src::SrcWriterInput;
+
+namespace {
+
+template<typename Step, typename... Arguments>
+Scene sceneAfter(const SrcWriterInput& input, const Step& step, const Arguments&... arguments) {
+    Scene scene = fromInput(input);
+    step(scene, arguments...);
+    return scene;
+}
+
+/// For a caller whose maps of metadata are to stay without a writer's statistics.
+SrcWriterInput toInputWithOwnMetaData(Scene scene) {
+    for (kel::scene::SceneMesh& entry : scene.meshes) {
+        if (entry.metaData) entry.editMetaData();
+    }
+    return toInput(std::move(scene));
+}
+
+} // namespace
+
+SrcWriterInput transform(const SrcWriterInput& input, const TransformOptions& options) {
+    return toInputWithOwnMetaData(sceneAfter(input, steps::transform, options));
+}
+
+SrcWriterInput optimizeForGpu(const SrcWriterInput& input, OptimizeReport* report) {
+    return toInputWithOwnMetaData(sceneAfter(input, steps::optimizeForGpu, report));
+}
+
+SrcWriterInput splitForShortIndices(const SrcWriterInput& input, const SplitOptions& options,
+                                    SplitReport* report) {
+    return toInput(sceneAfter(input, steps::splitForShortIndices, options, report));
+}
+
+SrcWriterInput keepStoredAttributes(const SrcWriterInput& input, std::vector<UnstoredAttribute>* removed) {
+    return toInput(sceneAfter(input, steps::keepStoredAttributes, removed));
+}
+
+SrcWriterInput keepAttributesApart(const SrcWriterInput& input, ApartReport* report) {
+    return toInput(sceneAfter(input, steps::keepAttributesApart, report));
+}
+
+SrcWriterInput fitToRange(const SrcWriterInput& input, FitReport* report, const FitOptions& options) {
+    return toInputWithOwnMetaData(sceneAfter(input, steps::fitToRange, report, options));
+}
+
+std::vector<ClampCount> countClamped(const SrcWriterInput& input, const FitOptions& options) {
+    return steps::countClamped(fromInput(input), options);
+}
+
+std::vector<ReachedError> measureErrors(const SrcWriterInput& input, Target mode) {
+    return steps::measureErrors(fromInput(input), mode);
+}
+
+ModeChoice chooseMode(const SrcWriterInput& input, const MaxError& accepted) {
+    return steps::chooseMode(fromInput(input), accepted);
+}
+
+Problems findProblems(const SrcWriterInput& input, Target target, const ProblemOptions& options) {
+    return steps::findProblems(fromInput(input), target, options);
+}
+
+} // namespace kel::prepare
