@@ -28,11 +28,17 @@ using detail::PackedFloats;
 using kel::scene::Scene;
 using kel::scene::SceneMesh;
 namespace format = kel::src::format;
+namespace text = kel::src::text;
 
 using Code = ProblemCode;
 
+template<typename Numbers>
+bool areFinite(const Numbers& numbers) {
+    return std::all_of(numbers.begin(), numbers.end(), [](float number) { return std::isfinite(number); });
+}
+
 bool isFinite(const glm::vec3& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+    return areFinite(std::initializer_list<float>{v.x, v.y, v.z});
 }
 
 /// First element at fault, and how many.
@@ -43,7 +49,6 @@ struct Faults {
     void add(std::size_t element) {
         if (count++ == 0) first = element;
     }
-    explicit operator bool() const { return count != 0; }
 };
 
 /// The container writer writes the fields, without the transparency.
@@ -58,9 +63,7 @@ bool hasFiniteAttributes(const kel::material::Material& material) {
     for (const format::MaterialParameter& parameter : format::MATERIAL_PARAMETERS) {
         const std::string name(parameter.attribute);
         if (!material.getDescription()->hasAttribute(name)) continue;
-        const kel::material::AttributeValues values = material.getAttribute(name);
-        if (!std::all_of(values.begin(), values.end(), [](float v) { return std::isfinite(v); }))
-            return false;
+        if (!areFinite(material.getAttribute(name))) return false;
     }
     return true;
 }
@@ -93,7 +96,7 @@ public:
             checkMaterial(entry);
         }
         position = NOWHERE;
-        if (!isContainerTarget(target)) {
+        if (!preset) {
             for (const auto& material : scene.materials)
                 checkMaterialValues(material);
         }
@@ -123,9 +126,10 @@ private:
         return problems.findings.back();
     }
 
-    void report(Code code, const std::string& attribute, const Faults& faults) {
-        if (!faults) return;
-        Finding& finding = report(code);
+    void reportFaults(Code code, const Faults& faults, const std::string& attribute = {},
+                      const std::string& detail = {}) {
+        if (faults.count == 0) return;
+        Finding& finding = report(code, detail);
         finding.attribute = attribute;
         finding.element = faults.first;
         finding.count = faults.count;
@@ -152,7 +156,7 @@ private:
     void checkPrimitiveType(kel::mesh::PrimitiveType type) {
         if (static_cast<std::uint32_t>(type) > kel::mesh::TRIANGLE_FAN) {
             report(Code::PRIMITIVE_UNKNOWN, std::to_string(static_cast<std::uint32_t>(type)));
-        } else if (isContainerTarget(target) && type != kel::mesh::TRIANGLES) {
+        } else if (preset && type != kel::mesh::TRIANGLES) {
             report(Code::PRIMITIVE_MISLABELED, kel::mesh::getStringForPrimitiveType(type));
         }
     }
@@ -164,10 +168,9 @@ private:
             return;
         }
         const bool isVec3f = kel::src::detail::isAttributeVec3f(positions);
-        const std::size_t components = positions->getComponentCountPerElement();
-        const bool fitsContainer =
-            positions->getComponentType() == kel::mesh::FLOAT && ContainerPreset::fits(components);
-        if (!isVec3f && !(isContainerTarget(target) && fitsContainer)) {
+        const bool fitsContainer = preset && positions->getComponentType() == kel::mesh::FLOAT &&
+                                   ContainerPreset::fits(positions->getComponentCountPerElement());
+        if (!isVec3f && !fitsContainer) {
             reportAttribute(boundsOnly ? Code::POSITION_TYPE_UNBOUNDED : Code::POSITION_TYPE,
                             kel::mesh::DEFAULT_POSITIONS_NAME);
         }
@@ -178,16 +181,15 @@ private:
         if (!isVec3f) return;
 
         const PackedFloats values(*positions);
-        if (!std::all_of(values.begin(), values.end(), [](float v) { return std::isfinite(v); })) return;
+        if (!areFinite(values)) return;
         glm::vec3 min, max;
         kel::src::detail::computeBoundingBoxMinMax(positions, min, max);
         const glm::vec3 size = max - min;
-        if (target != Target::UNCOMPRESSED && !(isFinite(size) && isFinite(max + min))) {
+        if (!boundsOnly && !(isFinite(size) && isFinite(max + min))) {
             report(Code::BOX_OVERFLOW);
         } else if (size == glm::vec3(0.0f) && type != kel::mesh::POINTS) {
             report(Code::BOX_DEGENERATE);
-        } else if ((target == Target::POSITION_COMPRESSED || target == Target::POSITION_NORMAL_COMPRESSED) &&
-                   (size.x == 0.0f || size.y == 0.0f || size.z == 0.0f)) {
+        } else if (!preset && !boundsOnly && (size.x == 0.0f || size.y == 0.0f || size.z == 0.0f)) {
             report(Code::BOX_FLAT);
         }
     }
@@ -209,7 +211,7 @@ private:
                 continue;
             }
             const std::string name = attributes[i]->getAttributeName();
-            const std::size_t odd = kel::src::text::firstNonUtf8(name);
+            const std::size_t odd = text::firstNonUtf8(name);
             if (odd != name.size()) reportAttribute(Code::TEXT_NOT_UTF8, name);
             if (!names.insert(name).second) reportAttribute(Code::ATTRIBUTE_DUPLICATE, name);
             if (!isWritten(name, *attributes[i], packed)) continue;
@@ -227,7 +229,7 @@ private:
 
         // The container writer keeps one map of attributes for the whole file, and without an index buffer
         // does not come as far as the attributes.
-        if (!isContainerTarget(target) || !mesh.getIndexBuffer()) return;
+        if (!preset || !mesh.getIndexBuffer()) return;
         if (mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME)) {
             for (const std::string& name : writtenBefore) {
                 if (written.count(name) == 0) reportAttribute(Code::ATTRIBUTE_INHERITED, name);
@@ -238,32 +240,27 @@ private:
 
     /// Whether the target writes the attribute; says so when not.
     bool isWritten(const std::string& name, const kel::mesh::AttributeBuffer& buffer, bool packed) {
-        if (!isContainerTarget(target)) {
+        if (!preset) {
             const bool isWritten = !packed || name == kel::mesh::DEFAULT_POSITIONS_NAME ||
                                    name == kel::mesh::DEFAULT_NORMALS_NAME;
             if (!isWritten) reportAttribute(Code::ATTRIBUTE_DROPPED, name, "position-normal");
             return isWritten;
         }
         const std::size_t components = buffer.getComponentCountPerElement();
-        const bool isPosition = name == kel::mesh::DEFAULT_POSITIONS_NAME; // told in checkPositions
         if (!preset->knows(name)) {
             reportAttribute(Code::ATTRIBUTE_DROPPED, name, "the container writer");
-            return false;
-        }
-        if (!ContainerPreset::fits(components)) {
-            if (!isPosition) reportAttribute(Code::ATTRIBUTE_COMPONENTS, name, std::to_string(components));
-            return false;
-        }
-        if (!ContainerPreset::hasWidthOfFloats(buffer)) {
-            if (!isPosition) reportAttribute(Code::ATTRIBUTE_TYPE, name);
-            return false;
-        }
-        if (buffer.getComponentType() != kel::mesh::FLOAT && !isPosition) {
+        } else if (name == kel::mesh::DEFAULT_POSITIONS_NAME) {
+            // What is wrong with its type is told in checkPositions.
+        } else if (!ContainerPreset::fits(components)) {
+            reportAttribute(Code::ATTRIBUTE_COMPONENTS, name, std::to_string(components));
+        } else if (!ContainerPreset::hasWidthOfFloats(buffer)) {
+            reportAttribute(Code::ATTRIBUTE_TYPE, name);
+        } else if (buffer.getComponentType() != kel::mesh::FLOAT) {
             reportAttribute(preset->quantizes(name) ? Code::ATTRIBUTE_NOT_FLOAT_QUANTIZED
                                                     : Code::ATTRIBUTE_NOT_FLOAT,
                             name);
         }
-        return true;
+        return preset->stores(buffer);
     }
 
     void checkValues(const std::string& name, const kel::mesh::AttributeBuffer& buffer, bool packed) {
@@ -284,8 +281,8 @@ private:
                 clamped.add(i / components);
             }
         }
-        report(isPosition ? Code::POSITION_NOT_FINITE : Code::ATTRIBUTE_NOT_FINITE, name, notFinite);
-        report(Code::COMPONENT_CLAMPED, name, clamped);
+        reportFaults(isPosition ? Code::POSITION_NOT_FINITE : Code::ATTRIBUTE_NOT_FINITE, notFinite, name);
+        reportFaults(Code::COMPONENT_CLAMPED, clamped, name);
     }
 
     void checkNormals(const kel::mesh::Mesh& mesh) {
@@ -313,8 +310,8 @@ private:
                 notUnit.add(i);
             }
         }
-        report(Code::NORMAL_WITHOUT_DIRECTION, name, directionless);
-        report(Code::NORMAL_NOT_UNIT, name, notUnit);
+        reportFaults(Code::NORMAL_WITHOUT_DIRECTION, directionless, name);
+        reportFaults(Code::NORMAL_NOT_UNIT, notUnit, name);
     }
 
     void checkIndices(const kel::mesh::Mesh& mesh, std::size_t vertices, bool hasPositions) {
@@ -323,7 +320,7 @@ private:
         const bool isSurface = type == kel::mesh::TRIANGLES || type == kel::mesh::TRIANGLE_STRIP ||
                                type == kel::mesh::TRIANGLE_FAN; // an unknown type is none
         if (!indices) {
-            if (isContainerTarget(target)) {
+            if (preset) {
                 report(Code::INDEX_MISSING);
             } else if (isSurface && hasPositions) {
                 report(Code::MESH_UNINDEXED);
@@ -333,12 +330,12 @@ private:
         }
         const std::size_t count = indices->getElementCount();
         if (vertices != 0 || count != 0) checkPrimitiveCount(type, count);
-        if (!isContainerTarget(target) && vertices > format::MAX_SHORT_INDEX_VERTICES) {
+        if (!preset && vertices > format::MAX_SHORT_INDEX_VERTICES) {
             report(Code::TOO_MANY_VERTICES, std::to_string(vertices));
         }
 
         Faults outOfRange, restart;
-        const bool isShort = isContainerTarget(target) && indices->getElementSizeInBytes() <= 2;
+        const bool isShort = preset && indices->getElementSizeInBytes() <= 2;
         detail::forEachIndex(*indices, [&](std::size_t k, std::size_t index) {
             if (index >= vertices) {
                 outOfRange.add(k);
@@ -346,35 +343,29 @@ private:
                 restart.add(k);
             }
         });
-        if (outOfRange) {
-            Finding& finding = report(Code::INDEX_OUT_OF_RANGE, std::to_string(vertices));
-            finding.element = outOfRange.first;
-            finding.count = outOfRange.count;
-        }
-        report(Code::INDEX_RESTART, {}, restart);
+        reportFaults(Code::INDEX_OUT_OF_RANGE, outOfRange, {}, std::to_string(vertices));
+        reportFaults(Code::INDEX_RESTART, restart);
     }
 
     void checkPrimitiveCount(kel::mesh::PrimitiveType type, std::size_t indices) {
         const std::size_t corners = kel::mesh::cornersPerPrimitive(type);
         if (indices < corners) {
             report(Code::MESH_WITHOUT_PRIMITIVES);
-        } else if ((type == kel::mesh::LINES || type == kel::mesh::TRIANGLES) && indices % corners != 0) {
-            const std::size_t rest = indices % corners;
-            Finding& finding =
-                report(Code::INDEX_INCOMPLETE, rest == 1 ? "index" : std::to_string(rest) + " indices");
-            finding.element = indices - rest;
-            finding.count = rest;
+            return;
         }
+        const std::size_t rest = indices - kel::mesh::usedCorners(type, indices);
+        reportFaults(Code::INDEX_INCOMPLETE, {indices - rest, rest}, {},
+                     rest == 1 ? "index" : std::to_string(rest) + " indices");
     }
 
     // ---- Metadata
 
     void checkMetaData(const SceneMesh& entry) {
         if (!entry.metaData) {
-            if (!isContainerTarget(target)) report(Code::METADATA_MISSING);
+            if (!preset) report(Code::METADATA_MISSING);
             return;
         }
-        for (const auto& [key, text] : *entry.metaData) {
+        for (const auto& [key, json] : *entry.metaData) {
             const auto reportText = [&, &k = key](Code code, std::size_t at, const std::string& detail = {}) {
                 Finding& finding = report(code, detail);
                 finding.key = k;
@@ -384,31 +375,19 @@ private:
                 return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
             };
             // Only the container's header escapes keys.
-            if (!isContainerTarget(target) && std::any_of(key.begin(), key.end(), needsEscape)) {
+            if (!preset && std::any_of(key.begin(), key.end(), needsEscape))
                 reportText(Code::METADATA_KEY, NOWHERE);
-            }
-            if (kel::src::text::firstNonUtf8(key) != key.size()) {
+            const std::size_t odd = text::firstNonUtf8(json);
+            if (text::firstNonUtf8(key) != key.size()) {
                 reportText(Code::TEXT_NOT_UTF8, NOWHERE);
-                continue;
-            }
-            const std::size_t odd = kel::src::text::firstNonUtf8(text);
-            if (odd != text.size()) {
+            } else if (odd != json.size()) {
                 reportText(Code::TEXT_NOT_UTF8, odd);
-                continue;
-            }
-            const kel::src::text::JsonCheck json = kel::src::text::checkJson(text);
-            switch (json.fault) {
-            case kel::src::text::JsonFault::NONE:
-                break;
-            case kel::src::text::JsonFault::TOO_DEEP:
-                reportText(Code::METADATA_TOO_DEEP, json.at,
-                           std::to_string(kel::src::text::MAX_METADATA_DEPTH));
-                break;
-            case kel::src::text::JsonFault::NUMBER_TOO_LARGE:
-                reportText(Code::METADATA_NUMBER, json.at);
-                break;
-            default:
-                reportText(Code::METADATA_NOT_JSON, json.at);
+            } else if (const text::JsonCheck check = text::checkJson(json); !check) {
+                const bool isTooDeep = check.fault == text::JsonFault::TOO_DEEP;
+                reportText(isTooDeep                                          ? Code::METADATA_TOO_DEEP
+                           : check.fault == text::JsonFault::NUMBER_TOO_LARGE ? Code::METADATA_NUMBER
+                                                                              : Code::METADATA_NOT_JSON,
+                           check.at, isTooDeep ? std::to_string(text::MAX_METADATA_DEPTH) : "");
             }
         }
     }
@@ -419,7 +398,7 @@ private:
         if (!entry.material) return;
         if (!std::dynamic_pointer_cast<kel::material::MaterialClassic>(entry.material)) {
             report(Code::MATERIAL_NOT_CLASSIC);
-        } else if (isContainerTarget(target)) {
+        } else if (preset) {
             checkMaterialValues(entry.material);
         } else if (scene.materials.count(entry.material) == 0) {
             report(Code::MATERIAL_NOT_IN_SET);
@@ -429,8 +408,7 @@ private:
     void checkMaterialValues(const std::shared_ptr<kel::material::Material>& material) {
         const auto classic = std::dynamic_pointer_cast<kel::material::MaterialClassic>(material);
         if (!classic) return;
-        const bool finite =
-            isContainerTarget(target) ? hasFiniteFields(*classic) : hasFiniteAttributes(*material);
+        const bool finite = preset ? hasFiniteFields(*classic) : hasFiniteAttributes(*material);
         if (!finite) report(Code::MATERIAL_NOT_FINITE, std::to_string(material->identifier));
     }
 
@@ -447,15 +425,15 @@ private:
 } // namespace
 
 std::string describe(const Finding& finding) {
-    std::string text =
+    std::string message =
         finding.mesh == NOWHERE ? "The input" : kel::scene::placeOfMesh(finding.mesh, finding.meshName);
-    if (!finding.attribute.empty()) text += ", attribute \"" + finding.attribute + "\"";
-    if (!finding.key.empty()) text += ", metadata \"" + finding.key + "\"";
+    if (!finding.attribute.empty()) message += ", attribute \"" + finding.attribute + "\"";
+    if (!finding.key.empty()) message += ", metadata \"" + finding.key + "\"";
     if (finding.element != NOWHERE) {
-        text += (finding.key.empty() ? ", element " : ", byte ") + std::to_string(finding.element);
-        if (finding.count > 1) text += " (and " + std::to_string(finding.count - 1) + " more)";
+        message += (finding.key.empty() ? ", element " : ", byte ") + std::to_string(finding.element);
+        if (finding.count > 1) message += " (and " + std::to_string(finding.count - 1) + " more)";
     }
-    return text + ": " + finding.sentence;
+    return message + ": " + finding.sentence;
 }
 
 Problems steps::findProblems(const Scene& scene, Target target, const ProblemOptions& options) {

@@ -33,21 +33,15 @@ struct Range {
 
 using Ranges = std::array<Range, 3>; // the container writer drops wider attributes
 
-/// The smallest and largest finite value of every component.
-Ranges rangesOf(const detail::PackedFloats& values, std::size_t components) {
+/// Which range of an attribute goes onto the box; see fitToRange. NaN and infinities take no part.
+Ranges rangesToFit(const std::string& name, const detail::PackedFloats& values, std::size_t components) {
     Ranges ranges;
-    const float* value = values.data();
     for (std::size_t i = 0; i < values.size(); i += components) {
-        for (std::size_t c = 0; c < components; ++c, ++value) {
-            if (std::isfinite(*value)) ranges[c].include(static_cast<double>(*value));
+        for (std::size_t c = 0; c < components; ++c) {
+            const float value = values.data()[i + c];
+            if (std::isfinite(value)) ranges[c].include(static_cast<double>(value));
         }
     }
-    return ranges;
-}
-
-/// Which range of an attribute goes onto the box; see fitToRange.
-Ranges rangesToFit(const std::string& name, const detail::PackedFloats& values, std::size_t components) {
-    Ranges ranges = rangesOf(values, components);
     if (name == kel::mesh::DEFAULT_NORMALS_NAME) {
         double largest = 1.0;
         for (const Range& range : ranges) {
@@ -122,29 +116,24 @@ FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& optio
 
 using FitsByName = std::map<std::string, format::Fit>;
 
-/// Whether the rules of an earlier record are so small that a combined one stays finite. Floats need less.
-bool isCombinable(const format::Fit& fit) {
+/// Adds the rules of an earlier record, so that each leads back to the first values. Rules that are so large
+/// that a combined one may not stay finite are left out; floats need less.
+void record(FitsByName fits, kel::scene::SceneMesh& entry) {
+    const std::string* earlier = entry.find(format::metadata::FIT);
     const auto isSmall = [](double number) { return std::fabs(number) <= 1e100; };
-    return std::all_of(fit.offset.begin(), fit.offset.end(), isSmall) &&
-           std::all_of(fit.scale.begin(), fit.scale.end(), isSmall);
-}
-
-/// Adds the rules of an earlier record, so that each leads back to the first values.
-void combineWith(const std::string& earlierRecord, FitsByName& fits) {
-    for (const format::Fit& before : format::readFit(earlierRecord)) {
-        if (!isCombinable(before)) continue;
-        const auto [entry, isNew] = fits.emplace(before.attribute, before);
-        format::Fit& fit = entry->second;
+    for (const format::Fit& before : format::readFit(earlier ? *earlier : "")) {
+        if (!std::all_of(before.offset.begin(), before.offset.end(), isSmall) ||
+            !std::all_of(before.scale.begin(), before.scale.end(), isSmall)) {
+            continue;
+        }
+        const auto [known, isNew] = fits.emplace(before.attribute, before);
+        format::Fit& fit = known->second;
         if (isNew || fit.scale.size() != before.scale.size()) continue;
         for (std::size_t c = 0; c < before.scale.size(); ++c) {
             fit.offset[c] = fit.offset[c] * before.scale[c] + before.offset[c];
             fit.scale[c] *= before.scale[c];
         }
     }
-}
-
-void record(FitsByName fits, kel::scene::SceneMesh& entry) {
-    if (const std::string* earlier = entry.find(format::metadata::FIT)) combineWith(*earlier, fits);
     std::vector<format::Fit> list;
     for (auto& [name, fit] : fits)
         list.push_back(std::move(fit));

@@ -96,72 +96,34 @@ PrimitiveList separatePrimitives(kel::mesh::PrimitiveType type, std::vector<std:
     return list;
 }
 
-class Splitter {
-public:
-    Splitter(const kel::mesh::Mesh& mesh, std::vector<AttributePtr> attributes, std::size_t vertexCount,
-             std::size_t maxVertices, std::string place, SplitReport& report)
-        : mesh(mesh), attributes(std::move(attributes)), vertexCount(vertexCount), maxVertices(maxVertices),
-          place(std::move(place)), report(report) {}
-
-    std::vector<kel::mesh::MeshPtr> split() {
-        for (const AttributePtr& buffer : attributes) {
-            if (!buffer) {
-                throw std::invalid_argument(place + " has an empty attribute pointer; remove it.");
-            }
-            if (buffer->getElementCount() < vertexCount) {
-                throw std::invalid_argument(place + ": attribute \"" + buffer->getAttributeName() +
-                                            "\" has " + std::to_string(buffer->getElementCount()) +
-                                            " elements for " + std::to_string(vertexCount) +
-                                            " vertices; make them agree.");
-            }
-        }
-        const kel::mesh::PrimitiveType type = mesh.getPrimitiveType();
-        list = separatePrimitives(type, vertexSequence(mesh, vertexCount, place), place, report);
-        indexed = mesh.getIndexBuffer() || list.type != type;
-        partOf.assign(vertexCount, 0);
-        numberOf.resize(vertexCount);
-
-        for (std::size_t first = 0; first < list.vertices.size(); first += list.corners) {
-            if (vertices.size() + countNew(first) > maxVertices) closePart();
-            for (std::size_t corner = 0; corner < list.corners; ++corner)
-                add(list.vertices[first + corner]);
-        }
-        if (!indices.empty() || parts.empty()) closePart(); // a mesh of nothing stays a mesh, with its name
-
-        const auto used = static_cast<std::size_t>(
-            std::count_if(partOf.begin(), partOf.end(), [](std::uint32_t part) { return part != 0; }));
-        report.verticesUnused += vertexCount - used;
-        report.verticesAdded += verticesWritten - used;
-        return std::move(parts);
+void requireWholeAttributes(const std::vector<AttributePtr>& attributes, std::size_t vertexCount,
+                            const std::string& place) {
+    for (const AttributePtr& buffer : attributes) {
+        if (!buffer) throw std::invalid_argument(place + " has an empty attribute pointer; remove it.");
+        if (buffer->getElementCount() >= vertexCount) continue;
+        throw std::invalid_argument(place + ": attribute \"" + buffer->getAttributeName() + "\" has " +
+                                    std::to_string(buffer->getElementCount()) + " elements for " +
+                                    std::to_string(vertexCount) + " vertices; make them agree.");
     }
+}
 
-private:
-    std::uint32_t currentPart() const { return static_cast<std::uint32_t>(parts.size()) + 1; }
+std::vector<kel::mesh::MeshPtr> cut(const kel::mesh::Mesh& mesh, const std::vector<AttributePtr>& attributes,
+                                    std::size_t vertexCount, std::size_t maxVertices,
+                                    const std::string& place, SplitReport& report) {
+    requireWholeAttributes(attributes, vertexCount, place);
+    const kel::mesh::PrimitiveType type = mesh.getPrimitiveType();
+    const PrimitiveList list =
+        separatePrimitives(type, vertexSequence(mesh, vertexCount, place), place, report);
+    const bool indexed = mesh.getIndexBuffer() || list.type != type;
 
-    /// How many vertices the primitive would add to the part.
-    std::size_t countNew(std::size_t first) const {
-        std::size_t count = 0;
-        for (std::size_t corner = first; corner < first + list.corners; ++corner) {
-            const std::uint32_t vertex = list.vertices[corner];
-            if (partOf[vertex] == currentPart()) continue;
-            const auto begin = list.vertices.begin();
-            const auto from = begin + static_cast<std::ptrdiff_t>(first);
-            const auto to = begin + static_cast<std::ptrdiff_t>(corner);
-            if (std::find(from, to, vertex) == to) ++count;
-        }
-        return count;
-    }
-
-    void add(std::uint32_t vertex) {
-        if (partOf[vertex] != currentPart()) {
-            partOf[vertex] = currentPart();
-            numberOf[vertex] = static_cast<std::uint16_t>(vertices.size());
-            vertices.push_back(vertex);
-        }
-        indices.push_back(numberOf[vertex]);
-    }
-
-    void closePart() {
+    std::vector<kel::mesh::MeshPtr> parts;
+    std::uint32_t part = 1;                            // the open one, counted from 1
+    std::vector<std::uint32_t> partOf(vertexCount, 0); // the last part that took the vertex
+    std::vector<std::uint16_t> numberOf(vertexCount);  // and its number there
+    std::vector<std::uint32_t> vertices;               // of the open part, by number
+    std::vector<std::uint16_t> indices;                // of the open part
+    std::size_t verticesWritten = 0;
+    const auto closePart = [&] {
         std::vector<AttributePtr> partAttributes;
         for (const AttributePtr& buffer : attributes)
             partAttributes.push_back(detail::gatherElements(*buffer, vertices));
@@ -172,24 +134,36 @@ private:
         verticesWritten += vertices.size();
         vertices.clear();
         indices = {};
+        ++part;
+    };
+    for (std::size_t first = 0; first < list.vertices.size(); first += list.corners) {
+        const std::uint32_t* const primitive = list.vertices.data() + first;
+        const auto isNew = [&](const std::uint32_t& vertex) {
+            return partOf[vertex] != part && std::find(primitive, &vertex, vertex) == &vertex;
+        };
+        std::size_t added = 0;
+        for (std::size_t corner = 0; corner < list.corners; ++corner)
+            added += isNew(primitive[corner]);
+        if (vertices.size() + added > maxVertices) closePart();
+        for (std::size_t corner = 0; corner < list.corners; ++corner) {
+            const std::uint32_t vertex = primitive[corner];
+            if (partOf[vertex] != part) {
+                partOf[vertex] = part;
+                numberOf[vertex] = static_cast<std::uint16_t>(vertices.size());
+                vertices.push_back(vertex);
+            }
+            indices.push_back(numberOf[vertex]);
+        }
     }
+    if (!indices.empty() || parts.empty()) closePart(); // a mesh of nothing stays a mesh, with its name
 
-    const kel::mesh::Mesh& mesh;
-    std::vector<AttributePtr> attributes;
-    std::size_t vertexCount;
-    std::size_t maxVertices;
-    std::string place;
-    SplitReport& report;
-
-    PrimitiveList list;
-    bool indexed = true;
-    std::vector<std::uint32_t> partOf;   ///< the last part that took the vertex, counted from 1
-    std::vector<std::uint16_t> numberOf; ///< and its number there
-    std::vector<std::uint32_t> vertices; ///< of the open part, by number
-    std::vector<std::uint16_t> indices;  ///< of the open part
-    std::vector<kel::mesh::MeshPtr> parts;
-    std::size_t verticesWritten = 0;
-};
+    const auto unused = static_cast<std::size_t>(std::count(partOf.begin(), partOf.end(), 0u));
+    report.verticesUnused += unused;
+    report.verticesAdded += verticesWritten - (vertexCount - unused);
+    ++report.meshes;
+    report.parts += parts.size();
+    return parts;
+}
 
 } // namespace
 
@@ -202,46 +176,31 @@ void steps::splitForShortIndices(Scene& scene, const SplitOptions& options, Spli
     SplitReport done;
     std::vector<SceneMesh> result;
     result.reserve(scene.meshes.size());
-    std::unordered_map<const kel::mesh::Mesh*, std::pair<std::size_t, std::size_t>>
-        partsOf; // of repeated ones
+    std::unordered_map<const kel::mesh::Mesh*, std::vector<SceneMesh>> piecesOf; // the mesh may come again
     for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
         SceneMesh& entry = scene.meshes[m];
-        std::vector<AttributePtr> attributes;
-        std::size_t vertexCount = 0;
-        if (entry.mesh) {
-            attributes = detail::attributesOf(entry.mesh);
-            vertexCount = detail::vertexCountOf(*entry.mesh, attributes);
-        }
+        const std::vector<AttributePtr> attributes = detail::attributesOf(entry.mesh);
+        const std::size_t vertexCount = entry.mesh ? detail::vertexCountOf(*entry.mesh, attributes) : 0;
         if (vertexCount <= options.maxVertices) {
             result.push_back(std::move(entry));
             continue;
         }
-        const auto known = scene.repeatsMeshes ? partsOf.find(entry.mesh.get()) : partsOf.end();
-        if (known != partsOf.end()) {
-            for (std::size_t part = 0; part < known->second.second; ++part)
-                result.push_back(SceneMesh(result[known->second.first + part]));
-            continue;
-        }
-
-        std::vector<kel::mesh::MeshPtr> parts = Splitter(*entry.mesh, std::move(attributes), vertexCount,
-                                                         options.maxVertices, placeOfMesh(scene, m), done)
-                                                    .split();
-        ++done.meshes;
-        done.parts += parts.size();
-        if (scene.repeatsMeshes) partsOf.emplace(entry.mesh.get(), std::pair(result.size(), parts.size()));
-        for (std::size_t part = 0; part < parts.size(); ++part) {
-            SceneMesh piece;
-            piece.mesh = std::move(parts[part]);
-            piece.material = entry.material;
-            piece.metaData = entry.metaData;
-            if (parts.size() > 1) {
-                piece.setMetaData(metadata::PART, std::to_string(part));
-                piece.setMetaData(metadata::PARTS, std::to_string(parts.size()));
-            } else if (entry.metaData) {
-                piece.editMetaData();
+        const auto [known, isNew] = piecesOf.try_emplace(entry.mesh.get());
+        std::vector<SceneMesh>& pieces = known->second;
+        if (isNew) {
+            for (kel::mesh::MeshPtr& part :
+                 cut(*entry.mesh, attributes, vertexCount, options.maxVertices, placeOfMesh(scene, m), done))
+                pieces.push_back({std::move(part), entry.material, entry.metaData});
+            for (std::size_t part = 0; part < pieces.size(); ++part) {
+                if (pieces.size() > 1) {
+                    pieces[part].setMetaData(metadata::PART, std::to_string(part));
+                    pieces[part].setMetaData(metadata::PARTS, std::to_string(pieces.size()));
+                } else if (entry.metaData) {
+                    pieces[part].editMetaData();
+                }
             }
-            result.push_back(std::move(piece));
         }
+        result.insert(result.end(), pieces.begin(), pieces.end());
         if (!scene.repeatsMeshes) entry = SceneMesh(); // frees what is cut
     }
     scene.meshes = std::move(result);

@@ -52,21 +52,18 @@ bool isChanged(const std::string& attribute, bool turns) {
 
 void requireTransformable(const Scene& scene, bool turns) {
     for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        const auto refuse = [&](const std::string& reason) {
+            throw std::invalid_argument(placeOfMesh(scene, m) + reason);
+        };
         const SceneMesh& entry = scene.meshes[m];
         if (!entry.mesh) continue;
-        if (entry.find(format::metadata::FIT)) {
-            throw std::invalid_argument(placeOfMesh(scene, m) +
-                                        " was fitted to a range already; transform it before that.");
-        }
+        if (entry.find(format::metadata::FIT))
+            refuse(" was fitted to a range already; transform it before that.");
         for (const AttributePtr& buffer : detail::attributesOf(entry.mesh)) {
-            if (!buffer || !isChanged(buffer->getAttributeName(), turns) ||
-                kel::src::detail::isAttributeVec3f(buffer)) {
-                continue;
-            }
-            throw std::invalid_argument(placeOfMesh(scene, m) + ": attribute \"" +
-                                        buffer->getAttributeName() +
-                                        "\" is not three floats per vertex and cannot be transformed; "
-                                        "convert it.");
+            if (!buffer || !isChanged(buffer->getAttributeName(), turns)) continue;
+            if (!kel::src::detail::isAttributeVec3f(buffer))
+                refuse(": attribute \"" + buffer->getAttributeName() +
+                       "\" is not three floats per vertex and cannot be transformed; convert it.");
         }
     }
 }
@@ -94,11 +91,6 @@ AttributePtr transformed(const AttributePtr& buffer, const Matrix& matrix) {
     return detail::makeAttribute(kel::mesh::FLOAT, 3, std::move(bytes), buffer->getAttributeName());
 }
 
-bool isFinite(const format::Transform& transform) {
-    return std::isfinite(transform.scale) && std::all_of(transform.matrix.begin(), transform.matrix.end(),
-                                                         [](double entry) { return std::isfinite(entry); });
-}
-
 /// The record of `now` done after what the mesh's metadata tell.
 format::Transform combined(const Scene& scene, std::size_t position, const format::Transform& now) {
     const std::string* text = scene.meshes[position].find(format::metadata::TRANSFORM);
@@ -108,7 +100,8 @@ format::Transform combined(const Scene& scene, std::size_t position, const forma
     both.matrix = product(now.matrix, earlier->matrix);
     both.scale *= earlier->scale;
     both.from = earlier->from;
-    if (isFinite(both)) return both;
+    const auto isFinite = [](double number) { return std::isfinite(number); };
+    if (isFinite(both.scale) && std::all_of(both.matrix.begin(), both.matrix.end(), isFinite)) return both;
     throw std::invalid_argument(placeOfMesh(scene, position) +
                                 ": its metadata tell of a transform that, combined with this one, is too "
                                 "large for a number; remove their entry \"transform\".");
