@@ -3,8 +3,7 @@
 #include "Scenes.h"
 
 #include <kel/src/encoding/Quantization.h>
-#include <kel/src/kernels/Bounds.h>
-#include <kel/src/kernels/Dispatch.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <benchmark/benchmark.h>
 

@@ -4,8 +4,7 @@
 #include "Scenes.h"
 
 #include <kel/src/SrcWriter.h>
-#include <kel/src/kernels/OctahedralNormals.h>
-#include <kel/src/kernels/PositionCodes.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <benchmark/benchmark.h>
 

@@ -3,8 +3,7 @@
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/PackedAccess.h>
 #include <kel/src/format/MetadataKeys.h>
-#include <kel/src/kernels/Bounds.h>
-#include <kel/src/kernels/TriangleAreas.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <logging/Logger.h>
 #include <utils/TriangleArea.h>
@@ -30,8 +29,8 @@ constexpr const char* AREA_FUNCTION = "float kel::src::detail::computeTriangleSu
 } // namespace
 
 bool isAttributeVec3f(const std::shared_ptr<kel::mesh::AttributeBuffer>& buffer) {
-    if (!buffer || buffer->getComponentType() != kel::mesh::FLOAT) return false;
-    return buffer->getComponentCountPerElement() == 3;
+    return buffer && buffer->getComponentType() == kel::mesh::FLOAT &&
+           buffer->getComponentCountPerElement() == 3;
 }
 
 void computeBoundingBoxMinMax(std::shared_ptr<kel::mesh::AttributeBuffer> buffer, glm::vec3& min,
@@ -90,10 +89,9 @@ void computeBoundingBoxCenterSize(std::shared_ptr<kel::mesh::AttributeBuffer> bu
 namespace {
 
 /// Reads corners through the interface.
-class InterfaceCorners {
-public:
-    InterfaceCorners(const kel::mesh::AttributeBuffer& positions, const kel::mesh::IndexBuffer& indices)
-        : positions(positions), indices(indices) {}
+struct InterfaceCorners {
+    const kel::mesh::AttributeBuffer& positions;
+    const kel::mesh::IndexBuffer& indices;
 
     glm::vec3 operator()(std::size_t k) const {
         glm::vec3 corner;
@@ -101,41 +99,30 @@ public:
         return corner;
     }
     std::size_t addAreas(std::size_t, std::size_t, AreaSum&) const { return 0; }
-
-private:
-    const kel::mesh::AttributeBuffer& positions;
-    const kel::mesh::IndexBuffer& indices;
 };
 
 /// Reads corners straight from memory; an index past the positions gets the buffer's own answer.
 template<typename Index>
-class MemoryCorners {
-public:
-    MemoryCorners(const kel::mesh::AttributeBuffer& positions, ElementSpan span, std::size_t count,
-                  const Index* indices)
-        : positions(positions), span(span), count(count), indices(indices) {}
+struct MemoryCorners {
+    const kel::mesh::AttributeBuffer& buffer;
+    PositionsInMemory positions;
+    const Index* indices;
 
     glm::vec3 operator()(std::size_t k) const {
         const std::size_t index = indices[k];
         glm::vec3 corner;
-        if (index < count) {
-            std::memcpy(&corner, span.first + index * span.stride, sizeof corner);
+        if (index < positions.count) {
+            std::memcpy(&corner, positions.first + index * positions.stride, sizeof corner);
         } else {
-            positions.getElement(index, &corner);
+            buffer.getElement(index, &corner);
         }
         return corner;
     }
 
     /// Adds areas of a list's triangles from index position k on, as long as all corners are in memory.
     std::size_t addAreas(std::size_t k, std::size_t triangles, AreaSum& sum) const {
-        return addTriangleAreas<Index>({span.first, span.stride, count}, indices + k, triangles, sum);
+        return addTriangleAreas(positions, indices + k, triangles, sum);
     }
-
-private:
-    const kel::mesh::AttributeBuffer& positions;
-    ElementSpan span;
-    std::size_t count;
-    const Index* indices;
 };
 
 /// Not by kel::mesh::forEachPrimitive, on purpose: it keeps the facing of a strip's triangles by exchanging two
@@ -207,12 +194,13 @@ float computeTriangleSurfaceArea(const kel::mesh::MeshPtr& mesh) {
     if ((indices16 || indices32) && elementsInMemory(*positions, 1)) {
         const std::size_t count = positions->getElementCount();
         if (const ElementSpan span = elementsInMemory(*positions, count)) {
+            const PositionsInMemory corners{span.first, span.stride, count};
             if (indices16)
-                return sumAreas(type, n, MemoryCorners<std::uint16_t>(*positions, span, count, indices16));
-            return sumAreas(type, n, MemoryCorners<std::uint32_t>(*positions, span, count, indices32));
+                return sumAreas(type, n, MemoryCorners<std::uint16_t>{*positions, corners, indices16});
+            return sumAreas(type, n, MemoryCorners<std::uint32_t>{*positions, corners, indices32});
         }
     }
-    return sumAreas(type, n, InterfaceCorners(*positions, *indices));
+    return sumAreas(type, n, InterfaceCorners{*positions, *indices});
 }
 
 void addStatisticsMetaData(kel::mesh::MeshPtr mesh, kel::src::MetaDataPtr metaData) {
@@ -247,17 +235,11 @@ void addStatisticsMetaData(kel::mesh::MeshPtr mesh, kel::src::MetaDataPtr metaDa
             << "\" found in mesh";
     }
 
-    float area = 0.0f;
-    switch (mesh->getPrimitiveType()) {
-    case kel::mesh::TRIANGLES:
-    case kel::mesh::TRIANGLE_STRIP:
-    case kel::mesh::TRIANGLE_FAN:
-        area = computeTriangleSurfaceArea(mesh);
-        break;
-    default:
-        break;
-    }
-    meta[std::string(metadata::SURFACE_AREA)] = areaText(area);
+    const kel::mesh::PrimitiveType type = mesh->getPrimitiveType();
+    const bool hasTriangles =
+        type == kel::mesh::TRIANGLES || type == kel::mesh::TRIANGLE_STRIP || type == kel::mesh::TRIANGLE_FAN;
+    meta[std::string(metadata::SURFACE_AREA)] =
+        areaText(hasTriangles ? computeTriangleSurfaceArea(mesh) : 0.0f);
 }
 
 } // namespace kel::src::detail

@@ -10,8 +10,8 @@
 #include <kel/src/format/ElementTypes.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MaterialParameters.h>
-#include <kel/src/kernels/OctahedralNormals.h>
-#include <kel/src/kernels/PositionCodes.h>
+#include <kel/src/kernels/Kernels.h>
+#include <kel/src/text/JsonWriter.h>
 
 #include <logging/Logger.h>
 #include <src/SrcWriter.h>
@@ -32,8 +32,6 @@ namespace {
 using kel::mesh::AttributeBuffer;
 using kel::mesh::DEFAULT_NORMALS_NAME;
 using kel::mesh::DEFAULT_POSITIONS_NAME;
-using MeshBuilderPtr = std::shared_ptr<::src::builder::MeshBuilder>;
-using SrcBuilderPtr = std::shared_ptr<::src::builder::SrcBuilder>;
 using Doubles = std::shared_ptr<std::vector<double>>;
 /// An array on its way to the builder, which frees what it takes.
 using Bytes = std::unique_ptr<unsigned char[]>;
@@ -53,10 +51,6 @@ constexpr const char* DRIVER_FUNCTION =
 constexpr std::size_t POSITION_CODE_BYTES = 3 * sizeof(std::uint16_t);
 constexpr std::size_t PACKED_VERTEX_BYTES = 8;
 constexpr std::size_t NORMAL_OFFSET = 6;
-
-std::vector<double> makeVector(double x, double y, double z) {
-    return {x, y, z};
-}
 
 std::size_t arraySize(std::size_t count, std::size_t elementSize) {
     std::size_t bytes = 0;
@@ -129,35 +123,31 @@ struct QuantizationBox {
     }
 
     void setBounds(::src::builder::MeshBuilder& meshBuilder) const {
-        meshBuilder.setBoundingBoxMinMax(makeVector(min.x, min.y, min.z), makeVector(max.x, max.y, max.z));
+        meshBuilder.setBoundingBoxMinMax({min.x, min.y, min.z}, {max.x, max.y, max.z});
     }
 
-    Doubles decodeScale() const {
-        return std::make_shared<std::vector<double>>(
-            makeVector(65535.0f / size.x, 65535.0f / size.y, 65535.0f / size.z));
-    }
-    Doubles decodeOffset(const std::vector<double>& scale) const {
-        return std::make_shared<std::vector<double>>(makeVector(static_cast<double>(min.x) * scale.at(0),
-                                                                static_cast<double>(min.y) * scale.at(1),
-                                                                static_cast<double>(min.z) * scale.at(2)));
+    /// What a reader decodes the codes with.
+    std::pair<Doubles, Doubles> decodeOffsetAndScale() const {
+        std::pair decode(std::make_shared<std::vector<double>>(3), std::make_shared<std::vector<double>>(3));
+        auto& [offset, scale] = decode;
+        for (int axis = 0; axis < 3; ++axis) {
+            scale->at(axis) = 65535.0f / size[axis];
+            offset->at(axis) = static_cast<double>(min[axis]) * scale->at(axis);
+        }
+        return decode;
     }
 
     glm::vec3 min, max, size;
 };
 
-struct PackedVec3f {
-    const unsigned char* data = nullptr;
-    std::size_t count = 0;
-};
-
 /// All elements of a three-float buffer, if they lie packed in a buffer of exactly our own; nothing is asked
 /// of any other buffer. With another mesh library nothing is read so: its transforms are then the ones to
 /// run.
-PackedVec3f packedVec3f(const AttributeBuffer& buffer) {
+PositionsInMemory packedVec3f(const AttributeBuffer& buffer) {
 #if KELSRC_BUNDLED_MESH
     if (elementsInMemory(buffer, 1).isPacked(3 * sizeof(float))) {
         const std::size_t count = buffer.getElementCount();
-        if (const ElementSpan span = elementsInMemory(buffer, count)) return {span.first, count};
+        if (const ElementSpan span = elementsInMemory(buffer, count)) return {span.first, span.stride, count};
     }
 #else
     static_cast<void>(buffer);
@@ -186,16 +176,15 @@ void addQuantizedPositions(const std::shared_ptr<AttributeBuffer>& positions,
 
     Bytes codes;
     std::size_t count = 0;
-    if (const PackedVec3f packed = packedVec3f(*positions); packed.data) {
+    if (const auto packed = packedVec3f(*positions); packed.first) {
         count = packed.count;
         codes.reset(new unsigned char[arraySize(count, POSITION_CODE_BYTES)]);
-        quantizePositions(packed.data, count, &box.min.x, &box.max.x, codes.get(), POSITION_CODE_BYTES);
+        quantizePositions(packed.first, count, &box.min.x, &box.max.x, codes.get(), POSITION_CODE_BYTES);
     } else {
         codes = transformPositions(positions, box, count);
     }
 
-    const Doubles scale = box.decodeScale();
-    const Doubles offset = box.decodeOffset(*scale);
+    const auto [offset, scale] = box.decodeOffsetAndScale();
     const auto view =
         builder.addDefaultAttributeView(codes.release(), ::src::UNSIGNED_SHORT, 3, count, offset, scale);
     meshBuilder.addAttribute(DEFAULT_POSITIONS_NAME, view);
@@ -230,8 +219,8 @@ private:
 /// Fills the vertices: position codes, and zeros where the normals go.
 void packPositions(const std::shared_ptr<AttributeBuffer>& positions, const QuantizationBox& box,
                    const std::shared_ptr<VertexBytes>& vertices) {
-    if (const PackedVec3f packed = packedVec3f(*positions); packed.data) {
-        quantizePositions(packed.data, packed.count, &box.min.x, &box.max.x, vertices->getData(),
+    if (const auto packed = packedVec3f(*positions); packed.first) {
+        quantizePositions(packed.first, packed.count, &box.min.x, &box.max.x, vertices->getData(),
                           PACKED_VERTEX_BYTES);
         return;
     }
@@ -247,8 +236,8 @@ void packPositions(const std::shared_ptr<AttributeBuffer>& positions, const Quan
 void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t vertexCount,
                  const std::shared_ptr<VertexBytes>& vertices) {
 #if KELSRC_BUNDLED_MESH
-    if (const PackedVec3f packed = packedVec3f(*normals); packed.data) {
-        encodeNormals(packed.data, std::min(packed.count, vertexCount), vertices->getData() + NORMAL_OFFSET,
+    if (const auto packed = packedVec3f(*normals); packed.first) {
+        encodeNormals(packed.first, std::min(packed.count, vertexCount), vertices->getData() + NORMAL_OFFSET,
                       PACKED_VERTEX_BYTES);
         return;
     }
@@ -263,25 +252,15 @@ void packNormals(const std::shared_ptr<AttributeBuffer>& normals, std::size_t ve
 /// Whether a buffer may hold positions. One of ours that does not hold three floats is refused; a foreign one is not
 /// asked, and its elements are read as three floats.
 bool mayHoldPositions(const std::shared_ptr<AttributeBuffer>& buffer) {
-    if (!buffer) return false;
-    return !hasKnownStorage(*buffer) || isAttributeVec3f(buffer);
+    return buffer && (!hasKnownStorage(*buffer) || isAttributeVec3f(buffer));
 }
 
 std::string jsonValueText(const std::map<std::string, std::string>& values) {
-    std::size_t size = 2;
-    for (const auto& [key, value] : values)
-        size += key.size() + value.size() + 6;
     std::string text;
-    text.reserve(size);
-    text += '{';
-    for (const auto& [key, value] : values) {
-        if (text.size() > 1) text += ',';
-        text += '"';
-        text += key;
-        text += "\" : ";
-        text += value;
-    }
-    text += '}';
+    text.reserve(40 * values.size()); // entries are mostly shorter
+    text::appendSeparated(text, "{}", values, [&](const auto& entry) {
+        text.append(1, '"').append(entry.first).append("\" : ").append(entry.second);
+    });
     return text;
 }
 
@@ -295,7 +274,7 @@ std::string jsonValueText(const std::map<std::string, std::string>& values) {
 
 // ---- The three encoders ----------------------------------------------------------------------------------
 
-void createMeshUncompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh, MeshBuilderPtr& meshBuilder,
+void createMeshUncompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
                             SrcBuilderPtr& builder) {
     const std::size_t count = mesh->getNumAttributeBuffers();
     for (std::size_t k = 0; k < count; ++k)
@@ -305,10 +284,10 @@ void createMeshUncompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh, MeshBu
     if (!isAttributeVec3f(positions)) return;
     glm::vec3 min(0.0f, 0.0f, 0.0f), max(0.0f, 0.0f, 0.0f);
     computeBoundingBoxMinMax(positions, min, max);
-    meshBuilder->setBoundingBoxMinMax(makeVector(min.x, min.y, min.z), makeVector(max.x, max.y, max.z));
+    meshBuilder->setBoundingBoxMinMax({min.x, min.y, min.z}, {max.x, max.y, max.z});
 }
 
-void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh, MeshBuilderPtr& meshBuilder,
+void createMeshPosCompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
                              SrcBuilderPtr& builder) {
     for (;;) {
         const auto positions = mesh->getAttributeBuffer(DEFAULT_POSITIONS_NAME);
@@ -326,7 +305,7 @@ void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh, MeshB
     }
 }
 
-void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh, MeshBuilderPtr& meshBuilder,
+void createMeshPosNormalCompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
                                    SrcBuilderPtr& builder) {
     if (const auto found = mesh->getAttributeBuffer(DEFAULT_NORMALS_NAME); !found || !found->isVec3f()) {
         createMeshPosCompressed(mesh, meshBuilder, builder);
@@ -347,8 +326,7 @@ void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
     Bytes bytes = vertices->release();
     const auto bufferView = builder->addBufferView(bytes.release(), count * PACKED_VERTEX_BYTES);
 
-    const Doubles scale = box.decodeScale();
-    const Doubles offset = box.decodeOffset(*scale);
+    const auto [offset, scale] = box.decodeOffsetAndScale();
     // The fourth component is the packed normal, which is not scaled.
     scale->push_back(1.0);
     offset->push_back(0.0);
@@ -380,8 +358,7 @@ std::shared_ptr<::src::Material> createSrcMaterial(std::shared_ptr<kel::material
 }
 
 std::map<std::shared_ptr<kel::material::Material>, std::shared_ptr<::src::Material>>
-processMaterials(SrcBuilderPtr& builder,
-                 const std::set<std::shared_ptr<kel::material::Material>>& materials) {
+processMaterials(SrcBuilderPtr& builder, const decltype(SrcWriterInput::materials)& materials) {
     const auto technique = ::src::builder::TechniqueBuilder::createStandardTechnique();
     builder->addTechnique(technique);
     std::map<std::shared_ptr<kel::material::Material>, std::shared_ptr<::src::Material>> table;
@@ -405,13 +382,11 @@ std::string createJsonValueString(std::map<std::string, std::string> values) {
 // ---- The driver ------------------------------------------------------------------------------------------
 
 template<typename MeshCreateFunction>
-void writeMeshSrcTemplate(
-    const std::vector<std::shared_ptr<kel::mesh::Mesh>>& meshes,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<std::map<std::string, std::string>>>&
-        metaData,
-    const std::set<std::shared_ptr<kel::material::Material>>& materials,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<kel::material::Material>>& meshMaterials,
-    std::ostream& out, MeshCreateFunction createMesh) {
+void writeMeshSrcTemplate(const decltype(SrcWriterInput::meshes)& meshes,
+                          const decltype(SrcWriterInput::metaData)& metaData,
+                          const decltype(SrcWriterInput::materials)& materials,
+                          const decltype(SrcWriterInput::meshMaterials)& meshMaterials, std::ostream& out,
+                          MeshCreateFunction createMesh) {
     SrcBuilderPtr builder = ::src::builder::SrcBuilder::create();
     const auto srcMaterials = processMaterials(builder, materials);
     const auto meshSrcMaterials = concatenate(meshMaterials, srcMaterials);
@@ -444,29 +419,23 @@ void writeMeshSrcTemplate(
     ::src::SrcWriter::create()->write(document, out);
 }
 
-template void writeMeshSrcTemplate<MeshEncoder>(
-    const std::vector<std::shared_ptr<kel::mesh::Mesh>>&,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<std::map<std::string, std::string>>>&,
-    const std::set<std::shared_ptr<kel::material::Material>>&,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<kel::material::Material>>&,
-    std::ostream&, MeshEncoder);
-
-namespace {
-
-void writeWith(MeshEncoder encoder, const SrcWriterInput& input, std::ostream& out) {
-    writeMeshSrcTemplate(input.meshes, input.metaData, input.materials, input.meshMaterials, out, encoder);
-}
-
-} // namespace
-
 void writeMeshSrcUncompressed(const SrcWriterInput& input, std::ostream& out) {
-    writeWith(createMeshUncompressed, input, out);
+    writeMeshSrcTemplate<MeshEncoder>(input.meshes, input.metaData, input.materials, input.meshMaterials, out,
+                                      createMeshUncompressed);
 }
 void writeMeshSrcPosCompressed(const SrcWriterInput& input, std::ostream& out) {
-    writeWith(createMeshPosCompressed, input, out);
+    writeMeshSrcTemplate<MeshEncoder>(input.meshes, input.metaData, input.materials, input.meshMaterials, out,
+                                      createMeshPosCompressed);
 }
 void writeMeshSrcPosNormalCompressed(const SrcWriterInput& input, std::ostream& out) {
-    writeWith(createMeshPosNormalCompressed, input, out);
+    writeMeshSrcTemplate<MeshEncoder>(input.meshes, input.metaData, input.materials, input.meshMaterials, out,
+                                      createMeshPosNormalCompressed);
 }
+
+template void writeMeshSrcTemplate<MeshEncoder>(const decltype(SrcWriterInput::meshes)&,
+                                                const decltype(SrcWriterInput::metaData)&,
+                                                const decltype(SrcWriterInput::materials)&,
+                                                const decltype(SrcWriterInput::meshMaterials)&, std::ostream&,
+                                                MeshEncoder);
 
 } // namespace kel::src::detail

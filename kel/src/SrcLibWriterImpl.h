@@ -20,21 +20,20 @@
 /// our types are read in bulk.
 namespace kel::src::detail {
 
+using MeshBuilderPtr = std::shared_ptr<::src::builder::MeshBuilder>;
+using SrcBuilderPtr = std::shared_ptr<::src::builder::SrcBuilder>;
+
 /// Adds one mesh's attributes and bounds.
-using MeshEncoder = void (*)(const std::shared_ptr<kel::mesh::Mesh>&,
-                             std::shared_ptr<::src::builder::MeshBuilder>&,
-                             std::shared_ptr<::src::builder::SrcBuilder>&);
+using MeshEncoder = void (*)(const kel::mesh::MeshPtr&, MeshBuilderPtr&, SrcBuilderPtr&);
 
 /// Every attribute as stored; bounds from three-float positions, none without.
-KELSRC_EXPORT void createMeshUncompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
-                                          std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
-                                          std::shared_ptr<::src::builder::SrcBuilder>& builder);
+KELSRC_EXPORT void createMeshUncompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
+                                          SrcBuilderPtr& builder);
 
 /// "position" as three 16-bit codes, everything else as stored. Every mesh must have three-float positions: with
 /// others it looks for them again and again and does not return.
-KELSRC_EXPORT void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
-                                           std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
-                                           std::shared_ptr<::src::builder::SrcBuilder>& builder);
+KELSRC_EXPORT void createMeshPosCompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
+                                           SrcBuilderPtr& builder);
 
 /// The one attribute "pos3us_nor2ub_oct", 8 bytes per vertex: three 16-bit position codes and two octahedral
 /// normal bytes. Where there are fewer normals than positions, the missing ones are zero bytes. A mesh
@@ -45,9 +44,8 @@ KELSRC_EXPORT void createMeshPosCompressed(const std::shared_ptr<kel::mesh::Mesh
 ///
 /// throws  std::invalid_argument for a mesh with such normals but without positions, or with positions in a buffer
 ///         of this project's own that does not hold three floats
-KELSRC_EXPORT void createMeshPosNormalCompressed(const std::shared_ptr<kel::mesh::Mesh>& mesh,
-                                                 std::shared_ptr<::src::builder::MeshBuilder>& meshBuilder,
-                                                 std::shared_ptr<::src::builder::SrcBuilder>& builder);
+KELSRC_EXPORT void createMeshPosNormalCompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPtr& meshBuilder,
+                                                 SrcBuilderPtr& builder);
 
 /// The same number for 5121 to 5126, BYTE for everything else.
 KELSRC_EXPORT ::src::ComponentType meshComponentTypeToSrcComponentType(kel::mesh::ComponentType type);
@@ -55,8 +53,7 @@ KELSRC_EXPORT ::src::ComponentType meshComponentTypeToSrcComponentType(kel::mesh
 /// Adds the standard technique, always, and every material, and tells which is which. An empty pointer and a
 /// material that is not classic become an empty builder material.
 KELSRC_EXPORT std::map<std::shared_ptr<kel::material::Material>, std::shared_ptr<::src::Material>>
-processMaterials(std::shared_ptr<::src::builder::SrcBuilder>& builder,
-                 const std::set<std::shared_ptr<kel::material::Material>>& materials);
+processMaterials(SrcBuilderPtr& builder, const decltype(SrcWriterInput::materials)& materials);
 
 /// The builder material with those parameters of the technique that the material has as attributes.
 KELSRC_EXPORT std::shared_ptr<::src::Material>
@@ -80,20 +77,11 @@ std::map<A, C> concatenate(const std::map<A, B>& first, const std::map<B, C>& se
 /// Walks the meshes: one builder mesh each, then the whole document to `out`. Nothing is written before the
 /// last mesh is done.
 template<typename MeshCreateFunction>
-void writeMeshSrcTemplate(
-    const std::vector<std::shared_ptr<kel::mesh::Mesh>>& meshes,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<std::map<std::string, std::string>>>&
-        metaData,
-    const std::set<std::shared_ptr<kel::material::Material>>& materials,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<kel::material::Material>>& meshMaterials,
-    std::ostream& out, MeshCreateFunction createMesh);
-
-extern template KELSRC_EXPORT void writeMeshSrcTemplate<MeshEncoder>(
-    const std::vector<std::shared_ptr<kel::mesh::Mesh>>&,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<std::map<std::string, std::string>>>&,
-    const std::set<std::shared_ptr<kel::material::Material>>&,
-    const std::map<std::shared_ptr<kel::mesh::Mesh>, std::shared_ptr<kel::material::Material>>&,
-    std::ostream&, MeshEncoder);
+KELSRC_EXPORT void writeMeshSrcTemplate(const decltype(SrcWriterInput::meshes)& meshes,
+                                        const decltype(SrcWriterInput::metaData)& metaData,
+                                        const decltype(SrcWriterInput::materials)& materials,
+                                        const decltype(SrcWriterInput::meshMaterials)& meshMaterials,
+                                        std::ostream& out, MeshCreateFunction createMesh);
 
 KELSRC_EXPORT void writeMeshSrcUncompressed(const SrcWriterInput& input, std::ostream& out);
 KELSRC_EXPORT void writeMeshSrcPosCompressed(const SrcWriterInput& input, std::ostream& out);

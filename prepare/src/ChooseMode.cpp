@@ -6,7 +6,7 @@
 #include <kel/mesh/QuantizeVec3.h>
 #include <kel/mesh/Transforms.h>
 #include <kel/src/MeshUtils.h>
-#include <kel/src/kernels/OctahedralNormals.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <algorithm>
 #include <charconv>

@@ -1,4 +1,4 @@
-#include <kel/src/kernels/Bounds.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <support/Kernels.h>
 

@@ -1,6 +1,6 @@
 #include <kel/mesh/DefaultMesh.h>
 #include <kel/src/MeshUtils.h>
-#include <kel/src/kernels/TriangleAreas.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <support/Kernels.h>
 

@@ -3,8 +3,7 @@
 
 #include <kel/mesh/QuantizeVec3.h>
 #include <kel/mesh/Transforms.h>
-#include <kel/src/kernels/OctahedralNormals.h>
-#include <kel/src/kernels/PositionCodes.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kel/src/kernels/Dispatch.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <rapidcheck.h>
 

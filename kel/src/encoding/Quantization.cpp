@@ -1,7 +1,7 @@
 #include <kel/src/encoding/Quantization.h>
 
 #include <kel/src/format/ElementTypes.h>
-#include <kel/src/kernels/LinearQuantization.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <array>
 #include <cmath>
@@ -22,11 +22,6 @@ constexpr std::array<std::uint32_t, 33> makeMaxCodes() {
 
 constexpr std::array<std::uint32_t, 33> MAX_CODES = makeMaxCodes();
 
-void storeLittleEndian(std::int64_t code, unsigned char* out, std::size_t bytes) {
-    for (std::size_t i = 0; i < bytes; ++i)
-        out[i] = static_cast<unsigned char>(code >> (8 * i));
-}
-
 } // namespace
 
 std::uint32_t getMaxCode(std::size_t bits) {
@@ -34,15 +29,15 @@ std::uint32_t getMaxCode(std::size_t bits) {
 }
 
 void quantizeValueUInt8(float value, std::size_t bits, float min, float extent, unsigned char* out) {
-    storeLittleEndian(quantizeValue(value, getMaxCode(bits), min, extent), out, 1);
+    storeCode(quantizeValue(value, getMaxCode(bits), min, extent), 1, out);
 }
 
 void quantizeValueUInt16(float value, std::size_t bits, float min, float extent, unsigned char* out) {
-    storeLittleEndian(quantizeValue(value, getMaxCode(bits), min, extent), out, 2);
+    storeCode(quantizeValue(value, getMaxCode(bits), min, extent), 2, out);
 }
 
 void quantizeValueUInt32(float value, std::size_t bits, float min, float extent, unsigned char* out) {
-    storeLittleEndian(quantizeValue(value, getMaxCode(bits), min, extent), out, 4);
+    storeCode(quantizeValue(value, getMaxCode(bits), min, extent), 4, out);
 }
 
 void quantizeToNBits(const float* data, std::size_t count, std::size_t components, const float* min,

@@ -1,29 +1,24 @@
-#include <kel/src/kernels/Dispatch.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <atomic>
 
 namespace kel::src::detail {
 
-namespace {
-
-KernelSet detect() {
+KernelSet bestKernels() {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx2")) return KernelSet::AVX2;
 #endif
     return KernelSet::PLAIN;
 }
 
+namespace {
+
 std::atomic<KernelSet>& active() {
-    static std::atomic<KernelSet> set{detect()};
+    static std::atomic<KernelSet> set{bestKernels()};
     return set;
 }
 
 } // namespace
-
-KernelSet bestKernels() {
-    static const KernelSet best = detect();
-    return best;
-}
 
 KernelSet activeKernels() {
     return active().load(std::memory_order_relaxed);

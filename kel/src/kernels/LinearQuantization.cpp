@@ -1,4 +1,4 @@
-#include <kel/src/kernels/LinearQuantization.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <cstring>
 
@@ -17,9 +17,7 @@ void quantizePlain(const unsigned char* data, std::size_t count, const Quantizat
             float value;
             std::memcpy(&value, data + (e * layout.components + c) * sizeof value, sizeof value);
             const std::int64_t code = quantizeValue(value, layout.maxCode, layout.min[c], layout.extent[c]);
-            unsigned char* slot = out + e * layout.bytesPerElement + c * layout.slotBytes;
-            for (std::size_t i = 0; i < layout.slotBytes; ++i)
-                slot[i] = static_cast<unsigned char>(code >> (8 * i));
+            storeCode(code, layout.slotBytes, out + e * layout.bytesPerElement + c * layout.slotBytes);
         }
     }
 }

@@ -1,4 +1,4 @@
-#include <kel/src/kernels/TriangleAreas.h>
+#include <kel/src/kernels/Kernels.h>
 
 #include <utils/TriangleArea.h>
 
@@ -105,9 +105,9 @@ std::size_t addTriangleAreas(const PositionsInMemory& positions, const Index* in
     return addAreasPlain(positions, indices, triangles, sum);
 }
 
-template KELSRC_EXPORT std::size_t
-addTriangleAreas<std::uint16_t>(const PositionsInMemory&, const std::uint16_t*, std::size_t, AreaSum&);
-template KELSRC_EXPORT std::size_t
-addTriangleAreas<std::uint32_t>(const PositionsInMemory&, const std::uint32_t*, std::size_t, AreaSum&);
+template std::size_t addTriangleAreas<std::uint16_t>(const PositionsInMemory&, const std::uint16_t*,
+                                                     std::size_t, AreaSum&);
+template std::size_t addTriangleAreas<std::uint32_t>(const PositionsInMemory&, const std::uint32_t*,
+                                                     std::size_t, AreaSum&);
 
 } // namespace kel::src::detail
