@@ -36,10 +36,4 @@ inline std::string faultOf(std::string_view field, const double* values, std::si
     return {};
 }
 
-/// A field of numbers, which must be finite.
-inline void appendField(std::string& text, std::string_view field, const double* values, std::size_t count) {
-    kel::src::text::appendJsonString(text, field);
-    HeaderEntries::numbers(text, ":", values, count);
-}
-
 } // namespace src

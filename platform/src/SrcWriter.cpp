@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <deque>
 #include <numeric>
 #include <stdexcept>
@@ -23,6 +22,7 @@ namespace {
 namespace id_prefix = kel::src::format::id_prefix;
 namespace key = kel::src::format::key;
 using kel::src::text::appendJsonString;
+using kel::src::text::appendSeparated;
 
 /// IDs for objects in the order of their claim to their name: the first keeps it, the others get a number.
 class DistinctIds {
@@ -172,15 +172,13 @@ private:
     static std::string materialText(const Material& material) {
         std::string text;
         HeaderEntries::material(text, material.technique->getId(), [&](std::string& values) {
-            char separator = '{';
-            for (const auto& [name, numbers] : material.values) {
-                values += separator;
-                separator = ',';
+            appendSeparated(values, "{}", material.values, [&](const auto& field) {
+                const auto& [name, numbers] = field;
                 refuse("Material \"" + material.name + "\"", faultOf(name, numbers.data(), numbers.size()));
                 // Arrays even for a scalar: readers tell a material's values from a technique's defaults by it.
-                appendField(values, name, numbers.data(), numbers.size());
-            }
-            values += separator == '{' ? "{}" : "}";
+                appendJsonString(values, name);
+                HeaderEntries::numbers(values, ":", numbers.data(), numbers.size());
+            });
         });
         return text;
     }
@@ -198,10 +196,8 @@ private:
     }
 
     static void parameters(std::string& text, const Technique& technique) {
-        char separator = '{';
-        for (const auto& [name, values] : technique.getParameters()) {
-            text += separator;
-            separator = ',';
+        appendSeparated(text, "{}", technique.getParameters(), [&](const auto& parameter) {
+            const auto& [name, values] = parameter;
             refuse("Technique \"" + technique.getId() + "\"", faultOf(name, values.data(), values.size()));
             appendJsonString(text, name);
             text += ':';
@@ -212,8 +208,7 @@ private:
                                        values.size());
             }
             text += '}';
-        }
-        text += separator == '{' ? "{}" : "}";
+        });
     }
 
     /// By first use and then by content, so that the order in which a caller's set of pointers happened to

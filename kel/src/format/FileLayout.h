@@ -80,11 +80,11 @@ inline constexpr std::string_view INDEX_VIEW = "indexView";
 inline constexpr std::string_view ATTRIBUTE_VIEW = "attributeView";
 inline constexpr std::string_view BUFFER_VIEW = "bufferView";
 inline constexpr std::string_view CHUNK = "chunk";
-inline constexpr std::string_view CONTAINER_MATERIAL =
-    "material"; ///< of the container writer: a mesh's position
-inline constexpr std::string_view PUBLIC_MATERIAL =
-    "mat";                                              ///< of the public writer: the material's identifier
-inline constexpr std::string_view PUBLIC_MESH = "mesh"; ///< of the public writer: the mesh's position
+// Of the container writer: a mesh's position.
+inline constexpr std::string_view CONTAINER_MATERIAL = "material";
+// Of the public writer: the material's identifier, and the mesh's position.
+inline constexpr std::string_view PUBLIC_MATERIAL = "mat";
+inline constexpr std::string_view PUBLIC_MESH = "mesh";
 } // namespace id_prefix
 
 /// An attribute that exists in files only: three 16-bit position codes and two bytes of an octahedral normal,

@@ -69,15 +69,11 @@ struct HeaderEntries {
                          const Number* bboxCenter, const Number* bboxSize,
                          const AppendIndexView& appendIndexView) {
         text += FIRST_KEY<key::ATTRIBUTES>;
-        char separator = '{';
-        for (const auto& [name, view] : attributes) {
-            text += separator;
-            separator = ',';
-            text::appendJsonString(text, name);
+        text::appendSeparated(text, "{}", attributes, [&](const auto& attribute) {
+            text::appendJsonString(text, attribute.first);
             text += ':';
-            appendView(text, view);
-        }
-        text += separator == '{' ? "{}" : "}";
+            appendView(text, attribute.second);
+        });
         if (bboxCenter) numbers(text, NEXT_KEY<key::BBOX_CENTER>, bboxCenter, 3);
         if (bboxSize) numbers(text, NEXT_KEY<key::BBOX_SIZE>, bboxSize, 3);
         text += NEXT_KEY<key::INDICES>;

@@ -39,14 +39,13 @@ std::optional<double> readNumber(std::string_view json) {
 
 std::string fitText(const std::vector<Fit>& fits) {
     std::string json;
-    for (const Fit& fit : fits) {
-        json += json.empty() ? '{' : ',';
+    text::appendSeparated(json, "{}", fits, [&](const Fit& fit) {
         text::appendJsonString(json, fit.attribute);
         text::appendArrayMember(json, ":{\"offset\":", fit.offset.data(), fit.offset.size());
         text::appendArrayMember(json, ",\"scale\":", fit.scale.data(), fit.scale.size());
         json += '}';
-    }
-    return json.empty() ? "{}" : json + '}';
+    });
+    return json;
 }
 
 std::vector<Fit> readFit(std::string_view json) {
@@ -123,36 +122,15 @@ std::optional<Source> readSource(std::string_view json) {
 }
 
 std::string namesText(const std::vector<std::string>& names) {
-    std::string json = "[";
-    for (const std::string& name : names) {
-        if (json.size() > 1) json += ',';
-        text::appendJsonString(json, name);
-    }
-    return json + ']';
-}
-
-std::vector<std::string> readNames(std::string_view json) {
-    std::vector<std::string> names;
-    if (!text::checkJson(json)) return names;
-    for (const std::string_view element : text::jsonElements(json)) {
-        std::string name;
-        if (jsonString(element, name)) names.push_back(std::move(name));
-    }
-    return names;
+    std::string json;
+    text::appendSeparated(json, "[]", names,
+                          [&](const std::string& name) { text::appendJsonString(json, name); });
+    return json;
 }
 
 std::string readName(std::string_view json) {
     std::string name;
     return text::checkJson(json) && jsonString(json, name) ? name : std::string(json);
-}
-
-std::optional<std::uint64_t> readCount(std::string_view json, std::uint64_t largest) {
-    const std::optional<double> number = readNumber(json);
-    // Up to 2^53 doubles hold every whole number.
-    if (!number || !(*number >= 0.0) || *number > 9007199254740992.0 || std::floor(*number) != *number)
-        return std::nullopt;
-    const auto count = static_cast<std::uint64_t>(*number);
-    return count <= largest ? std::optional<std::uint64_t>(count) : std::nullopt;
 }
 
 } // namespace kel::src::format

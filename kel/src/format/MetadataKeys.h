@@ -4,7 +4,6 @@
 #include <kel/src/SrcFit.h>
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -75,12 +74,8 @@ KELSRC_EXPORT std::optional<Source> readSource(std::string_view json);
 
 /// A list of names, `["color","normal"]`.
 KELSRC_EXPORT std::string namesText(const std::vector<std::string>& names);
-KELSRC_EXPORT std::vector<std::string> readNames(std::string_view json);
 
 /// The content of "name" for people: that of a string, another text as it is.
 KELSRC_EXPORT std::string readName(std::string_view json);
-
-/// A whole number of at most `largest`, or nothing.
-KELSRC_EXPORT std::optional<std::uint64_t> readCount(std::string_view json, std::uint64_t largest);
 
 } // namespace kel::src::format

@@ -154,40 +154,21 @@ private:
         return true;
     }
 
-    /// The four digits of an escape \uXXXX, -1 where they are not.
-    long codeUnit(std::size_t from) const {
-        const std::string_view hex = text.substr(from < text.size() ? from : text.size(), 4);
-        unsigned unit = 0;
-        const auto end = std::from_chars(hex.data(), hex.data() + hex.size(), unit, 16);
-        return hex.size() == 4 && end.ptr == hex.data() + 4 ? static_cast<long>(unit) : -1;
-    }
-
     bool readEscape() {
-        switch (at + 1 < text.size() ? text[at + 1] : '\0') {
-        case '"':
-        case '\\':
-        case '/':
-        case 'b':
-        case 'f':
-        case 'n':
-        case 'r':
-        case 't':
+        const char letter = at + 1 < text.size() ? text[at + 1] : '\0';
+        if (ESCAPE_LETTERS.find(letter) != std::string_view::npos) {
             at += 2;
             return true;
-        case 'u': {
-            const long unit = codeUnit(at + 2);
-            if (unit < 0 || (unit >= 0xdc00 && unit <= 0xdfff)) return fail(JsonFault::BAD_ESCAPE);
-            if (unit >= 0xd800 && unit <= 0xdbff) {
-                const long low = text.substr(at + 6, 2) == "\\u" ? codeUnit(at + 8) : -1;
-                if (low < 0xdc00 || low > 0xdfff) return fail(JsonFault::HALF_SURROGATE_PAIR);
-                at += 6;
-            }
+        }
+        const long unit = letter == 'u' ? codeUnitAt(text, at + 2) : -1;
+        if (unit < 0 || (unit >= 0xdc00 && unit <= 0xdfff)) return fail(JsonFault::BAD_ESCAPE);
+        if (unit >= 0xd800 && unit <= 0xdbff) {
+            const long low = text.substr(at + 6, 2) == "\\u" ? codeUnitAt(text, at + 8) : -1;
+            if (low < 0xdc00 || low > 0xdfff) return fail(JsonFault::HALF_SURROGATE_PAIR);
             at += 6;
-            return true;
         }
-        default:
-            return fail(JsonFault::BAD_ESCAPE);
-        }
+        at += 6;
+        return true;
     }
 
     bool readString() {

@@ -13,14 +13,6 @@ namespace kel::src::text {
 
 namespace {
 
-/// The four hexadecimal digits at `at`, which are known to be there.
-std::uint32_t codeUnit(std::string_view text, std::size_t at) {
-    std::uint32_t unit = 0;
-    for (std::size_t i = at; i < at + 4; ++i)
-        unit = unit << 4 | static_cast<std::uint32_t>(hexValue(text[i]));
-    return unit;
-}
-
 /// Walks a text that is known to be JSON: it is a piece of a header that was checked as a whole, so all that
 /// is left to do is to find where things end.
 class KnownJson {
@@ -81,19 +73,6 @@ private:
 
 } // namespace
 
-std::vector<std::string_view> jsonElements(std::string_view list) {
-    std::vector<std::string_view> elements;
-    KnownJson json(list);
-    if (json.peek() != '[') return elements;
-    json.take();
-    while (json.peek() != ']' && json.peek() != '\0') {
-        elements.push_back(json.value());
-        if (json.peek() != ',') break;
-        json.take();
-    }
-    return elements;
-}
-
 void appendUnescaped(std::string& target, std::string_view raw) {
     for (std::size_t at = 0; at < raw.size(); ++at) {
         if (raw[at] != '\\') {
@@ -101,42 +80,24 @@ void appendUnescaped(std::string& target, std::string_view raw) {
             continue;
         }
         ++at;
-        switch (raw[at]) {
-        case 'b':
-            target += '\b';
-            break;
-        case 'f':
-            target += '\f';
-            break;
-        case 'n':
-            target += '\n';
-            break;
-        case 'r':
-            target += '\r';
-            break;
-        case 't':
-            target += '\t';
-            break;
-        case 'u': {
-            std::uint32_t code = codeUnit(raw, at + 1);
-            at += 4;
-            if (code >= 0xd800 && code < 0xe000) {
-                const bool pairFollows =
-                    code < 0xdc00 && at + 6 < raw.size() && raw[at + 1] == '\\' && raw[at + 2] == 'u';
-                const std::uint32_t low = pairFollows ? codeUnit(raw, at + 3) : 0;
-                if (low >= 0xdc00 && low < 0xe000) {
-                    code = 0x10000 + ((code - 0xd800) << 10) + (low - 0xdc00);
-                    at += 6;
-                } else {
-                    code = 0xfffd;
-                }
+        if (raw[at] != 'u') {
+            const std::size_t place = ESCAPE_LETTERS.find(raw[at]);
+            target += place == std::string_view::npos ? raw[at] : ESCAPED_CHARACTERS[place];
+            continue;
+        }
+        long code = codeUnitAt(raw, at + 1);
+        at += 4;
+        if (code >= 0xd800 && code < 0xe000) {
+            const bool pairFollows = code < 0xdc00 && at + 6 < raw.size() && raw.substr(at + 1, 2) == "\\u";
+            const long low = pairFollows ? codeUnitAt(raw, at + 3) : -1;
+            if (low >= 0xdc00 && low < 0xe000) {
+                code = 0x10000 + ((code - 0xd800) << 10) + (low - 0xdc00);
+                at += 6;
+            } else {
+                code = 0xfffd;
             }
-            appendUtf8(target, code);
-            break;
         }
-        default:
-            target += raw[at];
-        }
+        appendUtf8(target, static_cast<std::uint32_t>(code));
     }
 }
 

@@ -3,18 +3,13 @@
 #include <kel/src/Export.h>
 #include <kel/src/SrcJson.h>
 
-#include <cstddef>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// Finding things in a text that is known to be JSON: a piece of a header that was checked as a whole, or one
 /// that checkJson has nothing against. None of these reads outside the text, whatever it holds. Members,
 /// numbers and strings are found by the functions of SrcJson.h, which this room implements.
 namespace kel::src::text {
-
-/// The texts of a list's elements; empty for any text that is no list.
-KELSRC_EXPORT std::vector<std::string_view> jsonElements(std::string_view list);
 
 /// Reads a number by the grammar of JSON.
 ///

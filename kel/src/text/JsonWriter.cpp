@@ -1,5 +1,7 @@
 #include <kel/src/text/JsonWriter.h>
 
+#include <kel/src/text/JsonCharacters.h>
+
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -30,33 +32,13 @@ void appendJsonString(std::string& text, std::string_view value) {
         text.append(value, plainFrom, i - plainFrom);
         plainFrom = i + 1;
         text += '\\';
-        switch (c) {
-        case '"':
-        case '\\':
-        case '/':
-            text += c;
-            break;
-        case '\b':
-            text += 'b';
-            break;
-        case '\f':
-            text += 'f';
-            break;
-        case '\n':
-            text += 'n';
-            break;
-        case '\r':
-            text += 'r';
-            break;
-        case '\t':
-            text += 't';
-            break;
-        default: {
+        if (const std::size_t place = ESCAPED_CHARACTERS.find(c); place != std::string_view::npos) {
+            text += ESCAPE_LETTERS[place];
+        } else {
             constexpr char HEX[] = "0123456789abcdef";
             text += "u00";
             text += HEX[code >> 4];
             text += HEX[code & 15];
-        }
         }
     }
     text.append(value, plainFrom, value.size() - plainFrom);
@@ -65,25 +47,14 @@ void appendJsonString(std::string& text, std::string_view value) {
 
 void appendJson(std::string& text, const picojson::value& value) {
     if (value.is<picojson::object>()) {
-        char separator = '{';
-        for (const auto& [key, member] : value.get<picojson::object>()) {
-            text += separator;
-            separator = ',';
-            appendJsonString(text, key);
+        appendSeparated(text, "{}", value.get<picojson::object>(), [&](const auto& member) {
+            appendJsonString(text, member.first);
             text += ':';
-            appendJson(text, member);
-        }
-        if (separator == '{') text += '{';
-        text += '}';
+            appendJson(text, member.second);
+        });
     } else if (value.is<picojson::array>()) {
-        char separator = '[';
-        for (const picojson::value& element : value.get<picojson::array>()) {
-            text += separator;
-            separator = ',';
-            appendJson(text, element);
-        }
-        if (separator == '[') text += '[';
-        text += ']';
+        appendSeparated(text, "[]", value.get<picojson::array>(),
+                        [&](const picojson::value& element) { appendJson(text, element); });
     } else if (value.is<std::string>()) {
         appendJsonString(text, value.get<std::string>());
     } else if (value.is<double>() && std::isfinite(value.get<double>())) {

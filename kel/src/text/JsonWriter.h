@@ -17,6 +17,20 @@ KELSRC_EXPORT void appendJsonNumber(std::string& text, double value);
 KELSRC_EXPORT void appendJsonString(std::string& text, std::string_view value);
 KELSRC_EXPORT void appendJson(std::string& text, const picojson::value& value);
 
+/// Appends what `append(element)` appends of each element, with commas between and `brackets` around.
+template<typename Elements, typename Append>
+void appendSeparated(std::string& text, std::string_view brackets, const Elements& elements,
+                     const Append& append) {
+    char separator = brackets[0];
+    for (const auto& element : elements) {
+        text += separator;
+        separator = ',';
+        append(element);
+    }
+    if (separator != ',') text += separator;
+    text += brackets[1];
+}
+
 /// Append a member behind its key, which comes as it stands in the file: `,"count":`.
 KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, double number);
 KELSRC_EXPORT void appendMember(std::string& text, std::string_view keyWithColon, std::string_view string);

@@ -30,22 +30,11 @@ std::string validUtf8(std::string_view text, bool* changed) {
 }
 
 void appendUtf8(std::string& target, std::uint32_t code) {
-    const auto put = [&](std::uint32_t byte) { target += static_cast<char>(byte); };
-    if (code < 0x80) {
-        put(code);
-    } else if (code < 0x800) {
-        put(0xc0 | code >> 6);
-        put(0x80 | (code & 0x3f));
-    } else if (code < 0x10000) {
-        put(0xe0 | code >> 12);
-        put(0x80 | (code >> 6 & 0x3f));
-        put(0x80 | (code & 0x3f));
-    } else {
-        put(0xf0 | code >> 18);
-        put(0x80 | (code >> 12 & 0x3f));
-        put(0x80 | (code >> 6 & 0x3f));
-        put(0x80 | (code & 0x3f));
-    }
+    const int more = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3; // bytes behind the first
+    constexpr std::uint32_t LEADS[] = {0, 0xc0, 0xe0, 0xf0};
+    target += static_cast<char>(LEADS[more] | code >> (6 * more));
+    for (int i = more; i-- > 0;)
+        target += static_cast<char>(0x80 | (code >> (6 * i) & 0x3f));
 }
 
 } // namespace kel::src::text
