@@ -55,46 +55,37 @@ const char* ShapeResourceContainer::BlockStore::keep(const void* bytes, std::siz
     return kept;
 }
 
-template<typename Entry>
-bool ShapeResourceContainer::NumberedSection<Entry>::continuesLastRun(std::uint32_t number) const {
-    return !runs.empty() && runs.back().number + (entries.size() - runs.back().place) == number;
+/// The string as JSON text.
+std::string_view ShapeResourceContainer::keepJson(std::string_view string) {
+    scratch.clear();
+    text::appendJsonString(scratch, string);
+    return store.keep(scratch);
 }
 
 template<typename Entry>
-void ShapeResourceContainer::NumberedSection<Entry>::makeRoom(std::uint32_t number) {
-    makeRoomForOne(entries);
-    if (!continuesLastRun(number)) makeRoomForOne(runs);
-}
-
-template<typename Entry>
-void ShapeResourceContainer::NumberedSection<Entry>::put(std::uint32_t number, Entry entry) {
-    makeRoom(number);
-    if (!continuesLastRun(number)) runs.push_back({number, entries.size()});
+void ShapeResourceContainer::NumberedSection<Entry>::put(const Entry& entry) {
     entries.push_back(entry);
+    consecutive = consecutive && entry.number == entries.size() - 1;
 }
 
 template<typename Entry>
 template<typename Visit>
 void ShapeResourceContainer::NumberedSection<Entry>::inTextOrder(const Visit& visit) const {
-    if (runs.size() <= 1 && (runs.empty() || runs.front().number == 0)) {
+    if (consecutive) {
         text::inTextOrder(entries.size(), [&](std::size_t i) { visit(i, entries[i]); });
         return;
     }
-    std::vector<std::pair<std::uint32_t, std::size_t>> places; // number and place of each entry
-    places.reserve(entries.size());
-    for (std::size_t r = 0; r < runs.size(); ++r) {
-        const std::size_t end = r + 1 < runs.size() ? runs[r + 1].place : entries.size();
-        for (std::size_t place = runs[r].place; place < end; ++place)
-            places.emplace_back(static_cast<std::uint32_t>(runs[r].number + (place - runs[r].place)), place);
-    }
-    std::sort(places.begin(), places.end(), [](const auto& a, const auto& b) {
-        if (a.first != b.first) return text::textOrderOf(a.first) < text::textOrderOf(b.first);
-        return a.second < b.second;
+    std::vector<const Entry*> ordered;
+    ordered.reserve(entries.size());
+    for (const Entry& entry : entries)
+        ordered.push_back(&entry);
+    std::sort(ordered.begin(), ordered.end(), [](const Entry* a, const Entry* b) {
+        if (a->number != b->number) return text::textOrderOf(a->number) < text::textOrderOf(b->number);
+        return a < b;
     });
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        // Of entries with one number the last added counts.
-        if (i + 1 < places.size() && places[i + 1].first == places[i].first) continue;
-        visit(places[i].first, entries[places[i].second]);
+    for (std::size_t i = 0; i < ordered.size(); ++i) {
+        if (i + 1 < ordered.size() && ordered[i + 1]->number == ordered[i]->number) continue;
+        visit(ordered[i]->number, *ordered[i]);
     }
 }
 
@@ -123,15 +114,7 @@ std::uint32_t ShapeResourceContainer::getWebGLTypeIdentifier(SRCDataType type) {
 }
 
 std::uint32_t ShapeResourceContainer::getWebGLPrimitiveTypeIdentifier(SRCPrimitiveType type) {
-    switch (type) {
-    case LINES:
-        return kel::mesh::LINES;
-    case POINTS:
-        return kel::mesh::POINTS;
-    case TRIANGLES:
-        break;
-    }
-    return kel::mesh::TRIANGLES;
+    return type == LINES ? kel::mesh::LINES : type == POINTS ? kel::mesh::POINTS : kel::mesh::TRIANGLES;
 }
 
 std::string ShapeResourceContainer::getComponentTypeString(unsigned int components) {
@@ -156,28 +139,24 @@ std::string ShapeResourceContainer::createBufferChunkID() {
     return numberedId(format::id_prefix::CHUNK, bufferChunkCounter++);
 }
 
-void ShapeResourceContainer::storeChunk(Chunk chunk) {
-    const std::uint32_t number = bufferChunkCounter++;
-    makeRoomForOne(chunks);
-    bufferChunks.makeRoom(number);
-    chunks.push_back(chunk);
-    bufferChunks.put(number, {chunk.size, chunkBytes});
-    chunkBytes += chunk.size;
+void ShapeResourceContainer::storeChunk(const char* keptData, std::uint64_t size) {
+    bufferChunks.put({bufferChunkCounter++, keptData, size, chunkBytes});
+    chunkBytes += size;
 }
 
 void ShapeResourceContainer::storeChunk(std::vector<unsigned char>&& bytes) {
     if (bytes.size() < OWN_CHUNK_BYTES) {
-        storeChunk(Chunk{store.keep(bytes.data(), bytes.size()), bytes.size()});
+        storeChunk(store.keep(bytes.data(), bytes.size()), bytes.size());
     } else {
         makeRoomForOne(ownedChunks);
-        storeChunk(Chunk{reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        storeChunk(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         ownedChunks.push_back(std::move(bytes)); // which leaves them where they are
     }
 }
 
-void ShapeResourceContainer::storeChunk(const unsigned char* data, std::uint64_t size) {
+void ShapeResourceContainer::copyChunk(const unsigned char* data, std::uint64_t size) {
     if (size < OWN_CHUNK_BYTES) {
-        storeChunk(Chunk{store.keep(data, size), size});
+        storeChunk(store.keep(data, size), size);
     } else {
         storeChunk(std::vector<unsigned char>(data, data + size));
     }
@@ -186,7 +165,7 @@ void ShapeResourceContainer::storeChunk(const unsigned char* data, std::uint64_t
 void ShapeResourceContainer::appendChunk(const std::string&, picojson::object& bufferViewObject,
                                          const std::vector<unsigned char>& bytes) {
     const std::uint32_t number = bufferChunkCounter;
-    storeChunk(bytes.data(), bytes.size());
+    copyChunk(bytes.data(), bytes.size());
     bufferViewObject[std::string(format::key::CHUNKS)].get<picojson::array>().emplace_back(
         numberedId(format::id_prefix::CHUNK, number));
 }
@@ -194,9 +173,9 @@ void ShapeResourceContainer::appendChunk(const std::string&, picojson::object& b
 std::string ShapeResourceContainer::addBufferView(std::vector<unsigned char>&& bytes) {
     const std::uint32_t number = bufferViewCounter;
     std::string id = createBufferViewID();
-    const BufferViewEntry entry{bytes.size(), bufferChunkCounter, 1};
+    const BufferViewEntry entry{number, bufferChunkCounter, 1, bytes.size()};
     storeChunk(std::move(bytes));
-    bufferViews.put(number, entry);
+    bufferViews.put(entry);
     return id;
 }
 
@@ -204,9 +183,9 @@ std::string ShapeResourceContainer::addBufferView(const unsigned char* data, uns
                                                   const std::vector<unsigned int>* chunkBorders) {
     const std::uint32_t number = bufferViewCounter;
     std::string id = createBufferViewID();
-    BufferViewEntry entry{size, bufferChunkCounter, 0};
+    BufferViewEntry entry{number, bufferChunkCounter, 0, size};
     if (!chunkBorders) {
-        storeChunk(data, size);
+        copyChunk(data, size);
         entry.chunkCount = 1;
     } else {
         unsigned long start = 0;
@@ -217,12 +196,12 @@ std::string ShapeResourceContainer::addBufferView(const unsigned char* data, uns
                        "before parsing all chunk borders.\n";
                 break;
             }
-            storeChunk(data + start, border - start);
+            copyChunk(data + start, border - start);
             ++entry.chunkCount;
             start = border;
         }
     }
-    bufferViews.put(number, entry);
+    bufferViews.put(entry);
     return id;
 }
 
@@ -230,9 +209,7 @@ std::string ShapeResourceContainer::addIndexView(const std::string& bufferViewId
                                                  unsigned long count, SRCDataType dataType) {
     const std::uint32_t number = indexViewCounter;
     std::string id = createIndexViewID();
-    scratch.clear();
-    text::appendJsonString(scratch, bufferViewId);
-    indexViews.put(number, {store.keep(scratch), byteOffset, count, getWebGLTypeIdentifier(dataType)});
+    indexViews.put({number, getWebGLTypeIdentifier(dataType), keepJson(bufferViewId), byteOffset, count});
     return id;
 }
 
@@ -245,11 +222,9 @@ std::string ShapeResourceContainer::addAttributeView(unsigned int components, co
     scratch.clear();
     Entries::decodeVectors(scratch, decodeOffset, decodeScale, components);
     if (scratch != lastDecode) lastDecode = store.keep(scratch);
-    scratch.clear();
-    text::appendJsonString(scratch, bufferViewId);
-    attributeViews.put(number, {store.keep(scratch), lastDecode, byteOffset, byteStride, count,
-                                static_cast<std::uint16_t>(getWebGLTypeIdentifier(dataType)),
-                                static_cast<std::uint8_t>(components)});
+    attributeViews.put({number, static_cast<std::uint16_t>(getWebGLTypeIdentifier(dataType)),
+                        static_cast<std::uint16_t>(components), keepJson(bufferViewId), lastDecode,
+                        byteOffset, byteStride, count});
     return id;
 }
 
@@ -285,9 +260,7 @@ void ShapeResourceContainer::addMesh(const std::string& id,
         bboxSize, [&](std::string& text) { text::appendJsonString(text, indexViewId); });
     MeshEntry entry{};
     entry.head = store.keep(scratch);
-    scratch.clear();
-    text::appendJsonString(scratch, materialId);
-    entry.material = store.keep(scratch);
+    entry.material = keepJson(materialId);
     entry.primitive = getWebGLPrimitiveTypeIdentifier(primitiveType);
     if (meta.is<picojson::object>()) {
         entry.hasMeta = true;
@@ -308,15 +281,18 @@ void ShapeResourceContainer::addTechnique(const std::string& id, const picojson:
     techniques.put(id, store.keep(scratch));
 }
 
+/// The mesh of that ID, or null with a report of what cannot be done without it.
+ShapeResourceContainer::MeshEntry* ShapeResourceContainer::findMesh(const std::string& id,
+                                                                    const char* purpose) {
+    MeshEntry* mesh = meshes.find(id);
+    if (!mesh)
+        std::cerr << "ERROR: Cannot " << purpose << " mesh with ID \"" << id << "\", no such mesh found.\n";
+    return mesh;
+}
+
 void ShapeResourceContainer::addMetaDataToMesh(const std::string& key, const picojson::value& value,
                                                const std::string& meshId) {
-    MeshEntry* mesh = meshes.find(meshId);
-    if (!mesh) {
-        std::cerr << "ERROR: Cannot add meta data to mesh with ID \"" << meshId
-                  << "\", no such mesh found.\n";
-        return;
-    }
-    attachMember(*mesh, storeMember(key, value));
+    if (MeshEntry* mesh = findMesh(meshId, "add meta data to")) attachMember(*mesh, storeMember(key, value));
 }
 
 /// A new member that no mesh has yet.
@@ -373,15 +349,9 @@ void ShapeResourceContainer::addMaterial(const std::string& id, const std::strin
 }
 
 void ShapeResourceContainer::assignMaterialToMesh(const std::string& materialId, const std::string& meshId) {
-    MeshEntry* mesh = meshes.find(meshId);
-    if (!mesh) {
-        std::cerr << "ERROR: Cannot assign material to mesh with ID \"" << meshId
-                  << "\", no such mesh found.\n";
-        return;
-    }
-    scratch.clear();
-    text::appendJsonString(scratch, materialId);
-    mesh->material = store.keep(scratch);
+    MeshEntry* mesh = findMesh(meshId, "assign material to");
+    if (!mesh) return;
+    mesh->material = keepJson(materialId);
     if (!materials.find(materialId)) {
         std::cout << "WARNING: Assigning material with ID \"" << materialId
                   << "\", to mesh, but such a material doesn't exist yet.\n";
@@ -437,21 +407,17 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
             keyed(meshes, [&](const MeshEntry& mesh) {
                 sink.append(mesh.head);
                 sink.append(mesh.material);
-                emit.meshTail(
-                    mesh.hasMeta, [&] { emitMembers(sink, mesh); }, mesh.primitive);
+                const auto emitMembers = [&] {
+                    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
+                        sink.append(i == mesh.firstMember ? '{' : ',');
+                        sink.append(metaMembers[i].text);
+                    }
+                    sink.append(std::string_view(mesh.firstMember == NO_MEMBER ? "{}" : "}"));
+                };
+                emit.meshTail(mesh.hasMeta, emitMembers, mesh.primitive);
             });
         },
         [&] { sink.append(metaText); }, [&] { keyed(techniques, emitText); });
-}
-
-template<typename Sink>
-void ShapeResourceContainer::emitMembers(Sink& sink, const MeshEntry& mesh) const {
-    sink.append('{');
-    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
-        if (i != mesh.firstMember) sink.append(',');
-        sink.append(metaMembers[i].text);
-    }
-    sink.append('}');
 }
 
 /// Returns the document's metadata as text, which the caller may have changed in place since the last write.
@@ -471,8 +437,8 @@ void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string&
     text::StreamSink sink(out);
     sink.append(format::PreambleBytes(length.bytes).text());
     emitHeader(sink, metaText);
-    for (const Chunk& chunk : chunks)
-        sink.append(std::string_view(chunk.data, chunk.size));
+    for (const ChunkEntry& chunk : bufferChunks.entries)
+        sink.append(std::string_view(chunk.data, chunk.byteLength));
     sink.flush();
 }
 

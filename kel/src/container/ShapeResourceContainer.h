@@ -151,51 +151,42 @@ private:
         std::size_t freeBytes = 0;
     };
 
-    struct Chunk {
-        const char* data;
-        std::uint64_t size;
-    };
+    // Entries of IDs that we make begin with the number in the ID.
     struct ChunkEntry {
+        std::uint32_t number;
+        const char* data;
         std::uint64_t byteLength, byteOffset;
     };
     struct BufferViewEntry {
+        std::uint32_t number, firstChunk, chunkCount;
         std::uint64_t byteLength;
-        std::uint32_t firstChunk, chunkCount;
     };
     struct IndexViewEntry {
+        std::uint32_t number, componentType;
         std::string_view bufferView; ///< as JSON text, like all texts in entries
         std::uint64_t byteOffset, count;
-        std::uint32_t componentType;
     };
     struct AttributeViewEntry {
+        std::uint32_t number;
+        std::uint16_t componentType, components;
         std::string_view bufferView, decode; ///< decode holds both decode vectors with their keys
         std::uint64_t byteOffset, byteStride, count;
-        std::uint16_t componentType;
-        std::uint8_t components;
     };
 
     /// A section keyed by a prefix and a counter. Its size is that of its entries, whatever their numbers are.
     template<typename Entry>
     class NumberedSection {
     public:
-        /// After this, putting an entry of that number cannot fail.
-        void makeRoom(std::uint32_t number);
-        /// Adds an entry, or replaces the one of that number.
-        void put(std::uint32_t number, Entry entry);
-        /// Calls visit(number, entry) in the byte order of the numbers' decimal texts.
+        void put(const Entry& entry);
+        /// Calls visit(number, entry) in the byte order of the numbers' decimal texts. Of entries with one number
+        /// the last added counts.
         template<typename Visit>
         void inTextOrder(const Visit& visit) const;
 
-    private:
-        /// Entries of consecutive numbers, which reach up to the place where the next run begins.
-        struct Run {
-            std::uint32_t number;
-            std::size_t place;
-        };
-        bool continuesLastRun(std::uint32_t number) const;
-
         std::vector<Entry> entries; ///< in the order in which they were added
-        std::vector<Run> runs;      ///< one, as long as no ID is left unused and no counter has started over
+
+    private:
+        bool consecutive = true; ///< from 0: no ID was left unused, and the counter has not started over
     };
 
     /// A section keyed by the caller's IDs. Remembers the last entry touched: the next is most often that one
@@ -229,10 +220,12 @@ private:
         bool membersInOrder = true; ///< ascending keys, each once
     };
 
+    std::string_view keepJson(std::string_view string);
+    MeshEntry* findMesh(const std::string& id, const char* purpose);
     std::uint32_t storeMember(const std::string& key, const picojson::value& value);
     void attachMember(MeshEntry& mesh, std::uint32_t number);
-    void storeChunk(Chunk chunk);
-    void storeChunk(const unsigned char* data, std::uint64_t size);
+    void storeChunk(const char* keptData, std::uint64_t size);
+    void copyChunk(const unsigned char* data, std::uint64_t size);
     void storeChunk(std::vector<unsigned char>&& bytes);
     void sortMembers(MeshEntry& mesh);
     std::string addAttributeView(unsigned int components, const std::string& bufferViewId,
@@ -242,11 +235,8 @@ private:
     void writeDocument(std::ostream& out, const std::string& metaText) const;
     template<typename Sink>
     void emitHeader(Sink& sink, std::string_view metaText) const;
-    template<typename Sink>
-    void emitMembers(Sink& sink, const MeshEntry& mesh) const;
 
     picojson::value documentMeta; ///< always an object
-    std::vector<Chunk> chunks;    ///< in file order
     std::vector<std::vector<unsigned char>> ownedChunks;
     std::uint64_t chunkBytes = 0; ///< the sum of all chunks' lengths: where the next chunk begins
     BlockStore store;             ///< small chunks and all texts
@@ -261,15 +251,5 @@ private:
     std::vector<MetaMember> metaMembers;
     KeyedSection<std::string_view> techniques;
 };
-
-extern template KELSRC_EXPORT std::string
-ShapeResourceContainer::addAttributeView<1>(const std::string&, unsigned long, unsigned long, unsigned long,
-                                            SRCDataType, const double*, const double*);
-extern template KELSRC_EXPORT std::string
-ShapeResourceContainer::addAttributeView<2>(const std::string&, unsigned long, unsigned long, unsigned long,
-                                            SRCDataType, const double*, const double*);
-extern template KELSRC_EXPORT std::string
-ShapeResourceContainer::addAttributeView<3>(const std::string&, unsigned long, unsigned long, unsigned long,
-                                            SRCDataType, const double*, const double*);
 
 } // namespace kel::src::detail

@@ -9,9 +9,7 @@
 namespace kel::src::detail {
 
 void addFieldValueToJSONObject(const std::string& name, float value, picojson::object& object) {
-    picojson::array values;
-    values.emplace_back(static_cast<double>(value));
-    object[name] = picojson::value(std::move(values));
+    object[name] = picojson::value(picojson::array(1, picojson::value(static_cast<double>(value))));
 }
 
 void addFieldValueToJSONObject(const std::string& name, const glm::tvec3<float>& value,

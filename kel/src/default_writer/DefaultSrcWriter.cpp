@@ -26,9 +26,7 @@ void writeMeshSrcEncoded(const SrcWriterInput& input, SRCEncodingConfig config, 
     unsigned long position = 0;
     for (const auto& mesh : input.meshes) {
         const auto metaEntry = input.metaData.find(mesh);
-        const MetaDataPtr metaData = metaEntry != input.metaData.end()
-                                         ? metaEntry->second
-                                         : std::make_shared<std::map<std::string, std::string>>();
+        const MetaDataPtr metaData = metaEntry != input.metaData.end() ? metaEntry->second : nullptr;
         const std::string meshId = addMeshToSrc(container, attributeIds, position, mesh, metaData, config);
 
         const auto materialEntry = input.meshMaterials.find(mesh);

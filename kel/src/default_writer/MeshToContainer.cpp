@@ -7,6 +7,7 @@
 
 #include <picojson.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <iostream>
@@ -18,26 +19,6 @@ namespace kel::src::detail {
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
-/// Packed elements that are either the caller's, to be copied, or ours, to be handed on.
-struct ElementSource {
-    const unsigned char* data = nullptr;
-    Bytes owned;
-};
-
-ElementSource readElements(const kel::mesh::AttributeBuffer& buffer, std::size_t count,
-                           std::size_t elementSize) {
-    ElementSource source;
-    const ElementSpan span = elementsInMemory(buffer, count);
-    if (span.isPacked(elementSize)) {
-        source.data = span.first;
-    } else {
-        source.owned.resize(count * elementSize);
-        copyElements(buffer, count, elementSize, source.owned.data());
-        source.data = source.owned.data();
-    }
-    return source;
-}
 
 /// Bits for an adaptive precision. The exponent is compared as an unsigned number, so extents up to one half,
 /// whose logarithm is not positive, count as huge and take 32 bits.
@@ -53,11 +34,12 @@ std::uint32_t adaptiveBits(const glm::tvec3<float>& size, unsigned int component
     return bits <= 8 ? 8 : bits <= 16 ? 16 : 32;
 }
 
+/// Stores packed elements, which are either the caller's `data`, to be copied, or `owned`, to be handed on.
 template<unsigned int N>
 void storeAttribute(const std::string& name, std::map<std::string, std::string>& attributeIds,
-                    ElementSource source, unsigned long count, const glm::tvec3<float>& bboxCenter,
-                    const glm::tvec3<float>& bboxSize, ShapeResourceContainer& container,
-                    const SRCEncodingConfig& config) {
+                    const unsigned char* data, Bytes&& owned, unsigned long count,
+                    const glm::tvec3<float>& bboxCenter, const glm::tvec3<float>& bboxSize,
+                    ShapeResourceContainer& container, const SRCEncodingConfig& config) {
     const auto found = config.precision.find(name);
     if (found == config.precision.end()) {
         std::cout << "Cannot create SRC attribute view: attribute precision not known for attribute \""
@@ -65,24 +47,18 @@ void storeAttribute(const std::string& name, std::map<std::string, std::string>&
         return;
     }
     std::uint32_t bits = found->second;
-
     auto type = ShapeResourceContainer::FLOAT;
     std::size_t bytesPerElement = sizeof(float) * N;
-    double decodeOffset[N] = {};
-    double decodeScale[N];
-    for (double& scale : decodeScale)
-        scale = 1.0;
+    double decodeOffset[N] = {}, decodeScale[N];
+    std::fill_n(decodeScale, N, 1.0);
     std::string bufferViewId;
     if (bits == 32) {
-        bufferViewId = source.owned.empty()
-                           ? container.addBufferView(source.data, bytesPerElement * count, nullptr)
-                           : container.addBufferView(std::move(source.owned));
+        bufferViewId = owned.empty() ? container.addBufferView(data, bytesPerElement * count, nullptr)
+                                     : container.addBufferView(std::move(owned));
     } else {
-        float min[3], extent[3];
-        for (int c = 0; c < 3; ++c) {
+        float min[3];
+        for (int c = 0; c < 3; ++c)
             min[c] = bboxCenter[c] - 0.5f * bboxSize[c];
-            extent[c] = bboxSize[c];
-        }
         if (bits == 0) {
             bits = adaptiveBits(bboxSize, N);
             // The number counts bits although the text says bytes, on purpose: log filters match the text as it is.
@@ -91,8 +67,8 @@ void storeAttribute(const std::string& name, std::map<std::string, std::string>&
         }
         Bytes codes;
         bytesPerElement = 0;
-        quantizeToNBits(reinterpret_cast<const float*>(source.data), count, N, min, extent, bits, false,
-                        codes, type, bytesPerElement, decodeOffset, decodeScale);
+        quantizeToNBits(reinterpret_cast<const float*>(data), count, N, min, &bboxSize.x, bits, false, codes,
+                        type, bytesPerElement, decodeOffset, decodeScale);
         bufferViewId = container.addBufferView(std::move(codes));
     }
     attributeIds[name] = container.addAttributeView<N>(bufferViewId, 0, bytesPerElement, count, type,
@@ -100,24 +76,19 @@ void storeAttribute(const std::string& name, std::map<std::string, std::string>&
 }
 
 template<typename Index>
-Bytes readIndices(const kel::mesh::IndexBuffer& indices, std::size_t count) {
-    Bytes bytes(count * sizeof(Index));
+std::string storeIndices(const kel::mesh::IndexBuffer& indices, std::size_t count,
+                         ShapeResourceContainer::SRCDataType type, ShapeResourceContainer& container) {
+    const std::size_t size = count * sizeof(Index);
+    if (const Index* packed = packedIndices<Index>(indices)) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(packed);
+        return container.addIndexView(container.addBufferView(bytes, size, nullptr), 0, count, type);
+    }
+    Bytes bytes(size);
     for (std::size_t i = 0; i < count; ++i) {
         const auto index = static_cast<Index>(indices.getIndex(i));
         std::memcpy(bytes.data() + i * sizeof index, &index, sizeof index);
     }
-    return bytes;
-}
-
-template<typename Index>
-std::string storeIndices(const kel::mesh::IndexBuffer& indices, std::size_t count,
-                         ShapeResourceContainer::SRCDataType type, ShapeResourceContainer& container) {
-    const Index* packed = packedIndices<Index>(indices);
-    const std::string bufferViewId =
-        packed ? container.addBufferView(reinterpret_cast<const unsigned char*>(packed),
-                                         count * sizeof(Index), nullptr)
-               : container.addBufferView(readIndices<Index>(indices, count));
-    return container.addIndexView(bufferViewId, 0, count, type);
+    return container.addIndexView(container.addBufferView(std::move(bytes)), 0, count, type);
 }
 
 } // namespace
@@ -127,7 +98,7 @@ void createAttributeView(const std::string& name, std::map<std::string, std::str
                          const unsigned char* data, unsigned long count, const glm::tvec3<float>& bboxCenter,
                          const glm::tvec3<float>& bboxSize, ShapeResourceContainer& container,
                          const SRCEncodingConfig& config) {
-    storeAttribute<N>(name, attributeIds, {data, {}}, count, bboxCenter, bboxSize, container, config);
+    storeAttribute<N>(name, attributeIds, data, {}, count, bboxCenter, bboxSize, container, config);
 }
 
 template KELSRC_EXPORT void createAttributeView<1>(const std::string&, std::map<std::string, std::string>&,
@@ -166,21 +137,25 @@ std::string addMeshToSrc(ShapeResourceContainer& container, std::map<std::string
         const std::string name = buffer->getAttributeName();
         const std::size_t count = buffer->getElementCount();
         const std::size_t elementSize = buffer->getElementSizeInBytes();
-        ElementSource source = readElements(*buffer, count, elementSize);
+        const unsigned char* data = nullptr;
+        Bytes owned;
+        if (const ElementSpan span = elementsInMemory(*buffer, count); span.isPacked(elementSize)) {
+            data = span.first;
+        } else {
+            owned.resize(count * elementSize);
+            copyElements(*buffer, count, elementSize, owned.data());
+            data = owned.data();
+        }
         if (components == 0 || components > 3) {
             std::cout << "Invalid component count " << components << " for " << name << std::endl;
         } else if (elementSize != components * sizeof(float)) {
             std::cout << "Invalid component type " << buffer->getComponentType() << " for " << name
                       << ": only components of 4 bytes can be written" << std::endl;
-        } else if (components == 3) {
-            storeAttribute<3>(name, attributeIds, std::move(source), count, boxCenter, boxSize, container,
-                              config);
-        } else if (components == 2) {
-            storeAttribute<2>(name, attributeIds, std::move(source), count, boxCenter, boxSize, container,
-                              config);
         } else {
-            storeAttribute<1>(name, attributeIds, std::move(source), count, boxCenter, boxSize, container,
-                              config);
+            const auto store = components == 3   ? storeAttribute<3>
+                               : components == 2 ? storeAttribute<2>
+                                                 : storeAttribute<1>;
+            store(name, attributeIds, data, std::move(owned), count, boxCenter, boxSize, container, config);
         }
     }
 
