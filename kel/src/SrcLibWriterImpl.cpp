@@ -7,6 +7,7 @@
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/PackedAccess.h>
+#include <kel/src/SrcWriter.h>
 #include <kel/src/format/ElementTypes.h>
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MaterialParameters.h>
@@ -439,3 +440,19 @@ template void writeMeshSrcTemplate<MeshEncoder>(const decltype(SrcWriterInput::m
                                                 MeshEncoder);
 
 } // namespace kel::src::detail
+
+namespace kel::src {
+
+void SrcWriter::write(const SrcWriterInput& input, std::ostream& out, Compression mode) {
+    switch (mode) {
+    case UNCOMPRESSED:
+        return detail::writeMeshSrcUncompressed(input, out);
+    case POSITION_COMPRESSED:
+        return detail::writeMeshSrcPosCompressed(input, out);
+    case POSITION_NORMAL_COMPRESSED:
+        return detail::writeMeshSrcPosNormalCompressed(input, out);
+    }
+    throw std::invalid_argument("Unknown compression parameter!!!");
+}
+
+} // namespace kel::src
