@@ -309,7 +309,7 @@ std::uint32_t ShapeResourceContainer::storeMember(const std::string& key, const 
     return static_cast<std::uint32_t>(metaMembers.size() - 1);
 }
 
-/// Appending keeps this cheap; members that did not come in order are sorted when the document is written.
+/// Appending keeps this cheap; members that did not come in order are sorted when they are written.
 void ShapeResourceContainer::attachMember(MeshEntry& mesh, std::uint32_t number) {
     if (mesh.firstMember == NO_MEMBER) {
         mesh.firstMember = number;
@@ -320,25 +320,6 @@ void ShapeResourceContainer::attachMember(MeshEntry& mesh, std::uint32_t number)
     }
     mesh.lastMember = number;
     mesh.hasMeta = true;
-}
-
-void ShapeResourceContainer::sortMembers(MeshEntry& mesh) {
-    std::vector<MetaMember> members;
-    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next)
-        members.push_back(metaMembers[i]);
-    std::stable_sort(members.begin(), members.end(),
-                     [](const MetaMember& a, const MetaMember& b) { return a.key < b.key; });
-    // Of members with one key the last added counts. The list's places are filled anew, in order.
-    std::uint32_t place = mesh.firstMember;
-    for (std::size_t i = 0; i < members.size(); ++i) {
-        if (i + 1 < members.size() && members[i].key == members[i + 1].key) continue;
-        metaMembers[place].key = members[i].key;
-        metaMembers[place].text = members[i].text;
-        mesh.lastMember = place;
-        place = metaMembers[place].next;
-    }
-    metaMembers[mesh.lastMember].next = NO_MEMBER;
-    mesh.membersInOrder = true;
 }
 
 void ShapeResourceContainer::addMaterial(const std::string& id, const std::string& techniqueId,
@@ -362,6 +343,15 @@ picojson::object& ShapeResourceContainer::getMetaData() {
     return documentMeta.get<picojson::object>();
 }
 
+void ShapeResourceContainer::sortMembers(std::vector<const MetaMember*>& members) {
+    std::stable_sort(members.begin(), members.end(),
+                     [](const MetaMember* a, const MetaMember* b) { return a->key < b->key; });
+    // Of members with one key the last added counts: it is the first of its run from behind.
+    const auto first = std::unique(members.rbegin(), members.rend(),
+                                   [](const MetaMember* a, const MetaMember* b) { return a->key == b->key; });
+    members.erase(members.begin(), first.base());
+}
+
 template<typename Sink>
 void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) const {
     format::HeaderEmitter<Sink, format::SeventeenDigits> emit(sink);
@@ -376,6 +366,7 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
             emitEntry(entry);
         }
     };
+    std::vector<const MetaMember*> members; // of one mesh after the other
     const auto emitText = [&](std::string_view text) { sink.append(text); };
 
     emit.header(
@@ -408,11 +399,17 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
                 sink.append(mesh.head);
                 sink.append(mesh.material);
                 const auto emitMembers = [&] {
-                    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next) {
-                        sink.append(i == mesh.firstMember ? '{' : ',');
-                        sink.append(metaMembers[i].text);
+                    members.clear();
+                    for (std::uint32_t i = mesh.firstMember; i != NO_MEMBER; i = metaMembers[i].next)
+                        members.push_back(&metaMembers[i]);
+                    if (!mesh.membersInOrder) sortMembers(members);
+                    char separator = '{';
+                    for (const MetaMember* member : members) {
+                        sink.append(separator);
+                        separator = ',';
+                        sink.append(member->text);
                     }
-                    sink.append(std::string_view(mesh.firstMember == NO_MEMBER ? "{}" : "}"));
+                    sink.append(std::string_view(members.empty() ? "{}" : "}"));
                 };
                 emit.meshTail(mesh.hasMeta, emitMembers, mesh.primitive);
             });
@@ -420,14 +417,11 @@ void ShapeResourceContainer::emitHeader(Sink& sink, std::string_view metaText) c
         [&] { sink.append(metaText); }, [&] { keyed(techniques, emitText); });
 }
 
-/// Returns the document's metadata as text, which the caller may have changed in place since the last write.
-std::string ShapeResourceContainer::prepareToWrite() {
-    for (auto& [id, mesh] : meshes.all()) {
-        if (!mesh.membersInOrder) sortMembers(mesh);
-    }
-    std::string metaText;
-    text::appendJson(metaText, documentMeta);
-    return metaText;
+/// The text of the document's metadata, which the caller may have changed in place since the last write.
+std::string ShapeResourceContainer::metaDataText() const {
+    std::string text;
+    text::appendJson(text, documentMeta);
+    return text;
 }
 
 void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string& metaText) const {
@@ -443,12 +437,12 @@ void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string&
 }
 
 void ShapeResourceContainer::writeToStream(std::ostream& out) {
-    writeDocument(out, prepareToWrite());
+    writeDocument(out, metaDataText());
 }
 
 void ShapeResourceContainer::writeToFile(const char* path) {
     // What can fail in the header fails before the file is touched.
-    const std::string metaText = prepareToWrite();
+    const std::string metaText = metaDataText();
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) {
         std::cerr << "Unable to open file \"" << path << "\" for writing SRC data." << std::endl;

@@ -196,7 +196,6 @@ private:
     public:
         Entry& put(const std::string& id, Entry entry);
         Entry* find(const std::string& id);
-        std::map<std::string, Entry>& all() { return entries; }
         const std::map<std::string, Entry>& all() const { return entries; }
 
     private:
@@ -227,11 +226,11 @@ private:
     void storeChunk(const char* keptData, std::uint64_t size);
     void copyChunk(const unsigned char* data, std::uint64_t size);
     void storeChunk(std::vector<unsigned char>&& bytes);
-    void sortMembers(MeshEntry& mesh);
+    static void sortMembers(std::vector<const MetaMember*>& members);
     std::string addAttributeView(unsigned int components, const std::string& bufferViewId,
                                  unsigned long byteOffset, unsigned long byteStride, unsigned long count,
                                  SRCDataType dataType, const double* decodeOffset, const double* decodeScale);
-    std::string prepareToWrite();
+    std::string metaDataText() const;
     void writeDocument(std::ostream& out, const std::string& metaText) const;
     template<typename Sink>
     void emitHeader(Sink& sink, std::string_view metaText) const;
