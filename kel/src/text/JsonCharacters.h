@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace kel::src::text {
@@ -19,6 +20,34 @@ constexpr int hexValue(char c) {
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
+}
+
+/// Where the number that begins at `from` ends.
+struct JsonNumberEnd {
+    std::size_t at;
+    std::size_t wholeDigits; ///< before the point; 0 where no number begins
+    bool complete;           ///< else a digit should stand at `at`
+};
+constexpr JsonNumberEnd jsonNumberEnd(std::string_view text, std::size_t from) {
+    std::size_t at = from;
+    const auto take = [&](char a, char b) {
+        const bool there = at < text.size() && (text[at] == a || text[at] == b);
+        at += there ? 1 : 0;
+        return there;
+    };
+    const auto digits = [&] {
+        const std::size_t first = at;
+        while (at < text.size() && isDigit(text[at]))
+            ++at;
+        return at - first;
+    };
+    take('-', '-');
+    const std::size_t whole = take('0', '0') ? 1 : digits();
+    if (whole == 0 || (take('.', '.') && digits() == 0)) return {at, whole, false};
+    if (!take('e', 'E')) return {at, whole, true};
+    take('+', '-');
+    const bool exponent = digits() != 0;
+    return {at, whole, exponent};
 }
 
 /// The number of the four hexadecimal digits at `at`, as in an escape; -1 where they are not.

@@ -120,31 +120,12 @@ private:
         return false;
     }
 
-    bool readDigits() {
-        const std::size_t from = at;
-        while (isDigit(peek()))
-            ++at;
-        return at != from;
-    }
-
     bool readNumber() {
         const std::size_t from = at;
-        if (peek() == '-') ++at;
-        if (peek() == '0') {
-            ++at;
-        } else if (!readDigits()) {
-            at = from;
-            return fail(JsonFault::VALUE_EXPECTED);
-        }
-        if (peek() == '.') {
-            ++at;
-            if (!readDigits()) return fail(JsonFault::DIGIT_EXPECTED);
-        }
-        if (peek() == 'e' || peek() == 'E') {
-            ++at;
-            if (peek() == '+' || peek() == '-') ++at;
-            if (!readDigits()) return fail(JsonFault::DIGIT_EXPECTED);
-        }
+        const JsonNumberEnd end = jsonNumberEnd(text, from);
+        if (end.wholeDigits == 0) return fail(JsonFault::VALUE_EXPECTED);
+        at = end.at;
+        if (!end.complete) return fail(JsonFault::DIGIT_EXPECTED);
         double parsed = 0.0;
         if (std::from_chars(text.data() + from, text.data() + at, parsed).ec != std::errc()) {
             at = from;

@@ -103,41 +103,21 @@ void appendUnescaped(std::string& target, std::string_view raw) {
 
 bool parseJsonNumber(std::string_view number, double& value) {
     // The grammar first: from_chars also takes "01", ".5", "inf" and hexadecimal digits.
-    std::size_t at = 0;
-    const auto digits = [&] {
-        const std::size_t first = at;
-        while (at < number.size() && isDigit(number[at]))
-            ++at;
-        return at - first;
-    };
-    const bool negative = !number.empty() && number[0] == '-';
-    if (negative) ++at;
-    const std::size_t firstDigit = at;
-    const std::size_t whole = digits();
-    if (whole == 0 || (whole > 1 && number[firstDigit] == '0')) return false;
-    if (at == number.size() && whole <= 15) { // what headers are mostly made of
+    const JsonNumberEnd end = jsonNumberEnd(number, 0);
+    if (end.at != number.size() || !end.complete) return false;
+    const bool negative = number[0] == '-';
+    const std::size_t firstDigit = negative ? 1 : 0;
+    if (firstDigit + end.wholeDigits == end.at && end.wholeDigits <= 15) { // what headers are mostly made of
         std::int64_t integer = 0;
-        for (std::size_t i = firstDigit; i < at; ++i)
+        for (std::size_t i = firstDigit; i < end.at; ++i)
             integer = integer * 10 + (number[i] - '0');
         value = negative ? -static_cast<double>(integer) : static_cast<double>(integer);
         return true;
     }
-    if (at < number.size() && number[at] == '.') {
-        ++at;
-        if (digits() == 0) return false;
-    }
-    bool tiny = whole == 1 && number[firstDigit] == '0';
-    if (at < number.size() && (number[at] == 'e' || number[at] == 'E')) {
-        ++at;
-        if (at < number.size() && (number[at] == '+' || number[at] == '-')) {
-            tiny = number[at] == '-';
-            ++at;
-        }
-        if (digits() == 0) return false;
-    }
-    if (at != number.size()) return false;
     const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
     if (result.ec == std::errc::result_out_of_range) {
+        const std::size_t sign = number.find_first_of("+-", firstDigit);
+        const bool tiny = sign == std::string_view::npos ? number[firstDigit] == '0' : number[sign] == '-';
         value = tiny ? 0.0 : std::numeric_limits<double>::infinity();
         if (negative) value = -value;
     }
