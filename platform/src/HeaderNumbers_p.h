@@ -16,14 +16,6 @@ using HeaderEntries = kel::src::format::HeaderEntries<kel::src::format::Seventee
 template<typename Sink>
 using HeaderEmitter = kel::src::format::HeaderEmitter<Sink, kel::src::format::SeventeenDigits>;
 
-/// "prefix12", with the quotes.
-inline void appendId(std::string& text, std::string_view prefix, std::size_t number) {
-    text += '"';
-    text += prefix;
-    kel::src::text::StringSink(text).appendNumber(number);
-    text += '"';
-}
-
 /// What is wrong with a field that cannot be written, such as "bboxSize[1] is infinite, ..."; empty if it
 /// can.
 inline std::string faultOf(std::string_view field, const double* values, std::size_t count) {

@@ -1,11 +1,16 @@
 #include <src/builder/MaterialBuilder.h>
+#include <src/builder/TechniqueBuilder.h>
 
 #include "Document_p.h"
+
+#include <kel/src/format/MaterialParameters.h>
 
 #include <stdexcept>
 #include <utility>
 
 namespace src::builder {
+
+namespace format = kel::src::format;
 
 MaterialBuilder::MaterialBuilder(std::shared_ptr<Material> material) : material(std::move(material)) {}
 MaterialBuilder::~MaterialBuilder() = default;
@@ -30,6 +35,14 @@ void MaterialBuilder::addParameterValue(std::string name, const std::vector<doub
 std::shared_ptr<Material> MaterialBuilder::build() {
     handedOut = true;
     return material;
+}
+
+std::shared_ptr<Technique> TechniqueBuilder::createStandardTechnique() {
+    Technique::Parameters parameters;
+    for (const auto& parameter : format::MATERIAL_PARAMETERS) {
+        parameters.emplace(parameter.name, std::vector<double>(parameter.components, parameter.defaultValue));
+    }
+    return std::make_shared<Technique>(std::string(format::STANDARD_TECHNIQUE), std::move(parameters));
 }
 
 } // namespace src::builder

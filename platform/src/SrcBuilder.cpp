@@ -116,15 +116,15 @@ std::string faultOf(const Src& document, const Mesh& mesh) {
 }
 
 void appendHead(std::string& text, const Mesh& mesh) {
+    kel::src::text::StringSink sink(text);
+    HeaderEmitter<kel::src::text::StringSink> emit(sink);
     HeaderEntries::meshHead(
         text, mesh.attributes,
-        [](std::string& id, const auto& view) {
-            appendId(id, format::id_prefix::ATTRIBUTE_VIEW, view->number);
-        },
+        [&](std::string&, const auto& view) { emit.id(format::id_prefix::ATTRIBUTE_VIEW, view->number); },
         mesh.hasBounds ? mesh.bboxCenter : nullptr, mesh.hasBounds ? mesh.bboxSize : nullptr,
         [&](std::string& id) {
             if (mesh.indices) {
-                appendId(id, format::id_prefix::INDEX_VIEW, mesh.indices->number);
+                emit.id(format::id_prefix::INDEX_VIEW, mesh.indices->number);
             } else {
                 id += "\"\"";
             }

@@ -5,12 +5,56 @@
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MaterialParameters.h>
 
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <utility>
 
 namespace kel::src::detail {
+
+void addFieldValueToJSONObject(const std::string& name, float value, picojson::object& object) {
+    object[name] = picojson::value(picojson::array(1, picojson::value(static_cast<double>(value))));
+}
+
+void addFieldValueToJSONObject(const std::string& name, const glm::tvec3<float>& value,
+                               picojson::object& object) {
+    picojson::array values;
+    for (int axis = 0; axis < 3; ++axis)
+        values.emplace_back(static_cast<double>(value[axis]));
+    object[name] = picojson::value(std::move(values));
+}
+
+void addMaterialDataToSRC(std::shared_ptr<kel::material::MaterialClassic> material,
+                          ShapeResourceContainer& container, const std::string& materialId) {
+    using namespace format;
+    const auto nameOf = [](MaterialParameterIndex parameter) {
+        return std::string(format::nameOf(parameter));
+    };
+    picojson::object values;
+    addFieldValueToJSONObject(nameOf(AMBIENT_INTENSITY), material->getAmbient(), values);
+    addFieldValueToJSONObject(nameOf(DIFFUSE_COLOR), material->getDiffuse(), values);
+    addFieldValueToJSONObject(nameOf(EMISSIVE_COLOR), material->getEmissive(), values);
+    addFieldValueToJSONObject(nameOf(SHININESS), material->getShininess(), values);
+    addFieldValueToJSONObject(nameOf(SPECULAR_COLOR), material->getSpecular(), values);
+    container.addMaterial(materialId, std::string(STANDARD_TECHNIQUE), picojson::value(std::move(values)));
+}
+
+picojson::value createStandardX3DMaterialTechnique() {
+    picojson::object parameters;
+    for (std::size_t i = 0; i < std::size(format::MATERIAL_PARAMETERS); ++i) {
+        const format::MaterialParameter& parameter = format::MATERIAL_PARAMETERS[i];
+        const picojson::value number(i == format::TRANSPARENCY ? format::CONTAINER_TRANSPARENCY
+                                                               : parameter.defaultValue);
+        picojson::object entry;
+        // A scalar is a bare number here, unlike in a material's values.
+        entry[std::string(format::key::VALUE)] =
+            parameter.components == 1 ? number
+                                      : picojson::value(picojson::array(parameter.components, number));
+        parameters[std::string(parameter.name)] = picojson::value(std::move(entry));
+    }
+    return picojson::value(std::move(parameters));
+}
 
 void writeMeshSrcDefault(const SrcWriterInput& input, std::ostream& out) {
     SRCEncodingConfig config = getSRCEncodingPreset("default");
