@@ -26,29 +26,28 @@ std::string reason(int error) {
     return std::string(std::strerror(error));
 }
 
+struct Remedy {
+    int error;
+    const char* sentence;
+};
+constexpr Remedy REMEDIES[] = {
+    {ENOSPC, "Make room on the disk, or write to another one."},
+    {EDQUOT, "Make room on the disk, or write to another one."},
+    {EFBIG, "The file would be larger than the system allows here; raise the limit (ulimit -f)."},
+    {EACCES, "Give write permission for the folder and the file, or choose another place."},
+    {EPERM, "Give write permission for the folder and the file, or choose another place."},
+    {EROFS, "The disk is read-only; choose another place."},
+    {ENOENT, "Make the folder first, or choose another one."},
+    {ENOTDIR, "A part of the path is a file, not a folder; choose another place."},
+    {ENAMETOOLONG, "Choose a shorter name."},
+    {EPIPE, "The reader of the pipe has gone away."},
+};
+
 std::string remedyFor(int error) {
-    switch (error) {
-    case ENOSPC:
-    case EDQUOT:
-        return "Make room on the disk, or write to another one.";
-    case EFBIG:
-        return "The file would be larger than the system allows here; raise the limit (ulimit -f).";
-    case EACCES:
-    case EPERM:
-        return "Give write permission for the folder and the file, or choose another place.";
-    case EROFS:
-        return "The disk is read-only; choose another place.";
-    case ENOENT:
-        return "Make the folder first, or choose another one.";
-    case ENOTDIR:
-        return "A part of the path is a file, not a folder; choose another place.";
-    case ENAMETOOLONG:
-        return "Choose a shorter name.";
-    case EPIPE:
-        return "The reader of the pipe has gone away.";
-    default:
-        return "";
+    for (const Remedy& remedy : REMEDIES) {
+        if (remedy.error == error) return remedy.sentence;
     }
+    return "";
 }
 
 /// Where a chain of symbolic links leads, also when nothing is there yet.
@@ -69,77 +68,59 @@ std::filesystem::path followLinks(std::filesystem::path path) {
 /// A stream buffer on a file descriptor that notes the first error of any write; later writes are refused.
 class AtomicFile::Buffer final : public std::streambuf {
 public:
-    explicit Buffer(int descriptor);
+    explicit Buffer(int descriptor) : descriptor(descriptor), block(BUFFER_SIZE) {
+        setp(block.data(), block.data() + block.size());
+    }
 
-    /// errno of the first write that failed; 0 when all went well.
-    int error() const { return firstError; }
-    std::uint64_t bytes() const { return written; } ///< what the descriptor has taken
-
-    std::function<void(std::uint64_t bytes)> onProgress; ///< called after writes with bytes(); may be empty
+    int error = 0;           ///< errno of the first write that failed; 0 when all went well
+    std::uint64_t bytes = 0; ///< what the descriptor has taken
+    std::function<void(std::uint64_t bytes)> onProgress; ///< called after writes with `bytes`; may be empty
 
 protected:
-    int_type overflow(int_type character) override;
-    std::streamsize xsputn(const char* text, std::streamsize size) override;
-    int sync() override;
+    int_type overflow(int_type character) override {
+        if (!flushBuffer()) return traits_type::eof();
+        if (!traits_type::eq_int_type(character, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(character);
+            pbump(1);
+        }
+        return traits_type::not_eof(character);
+    }
+    std::streamsize xsputn(const char* text, std::streamsize size) override {
+        if (size > epptr() - pptr()) {
+            if (!flushBuffer()) return 0;
+            if (size >= static_cast<std::streamsize>(block.size()))
+                return writeAll(text, static_cast<std::size_t>(size)) ? size : 0;
+        }
+        std::memcpy(pptr(), text, static_cast<std::size_t>(size));
+        pbump(static_cast<int>(size));
+        return size;
+    }
+    int sync() override { return flushBuffer() ? 0 : -1; }
 
 private:
-    bool writeAll(const char* text, std::size_t size);
-    bool flushBuffer();
+    bool writeAll(const char* text, std::size_t size) {
+        while (size != 0 && error == 0) {
+            const ssize_t taken = ::write(descriptor, text, std::min(size, LARGEST_BLOCK));
+            if (taken < 0) {
+                if (errno != EINTR) error = errno;
+                continue;
+            }
+            text += taken;
+            size -= static_cast<std::size_t>(taken);
+            bytes += static_cast<std::uint64_t>(taken);
+            if (onProgress) onProgress(bytes);
+        }
+        return error == 0;
+    }
+    bool flushBuffer() {
+        const bool good = writeAll(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+        setp(block.data(), block.data() + block.size());
+        return good;
+    }
 
-    int descriptor;
-    int firstError = 0;
-    std::uint64_t written = 0;
+    const int descriptor;
     std::vector<char> block;
 };
-
-AtomicFile::Buffer::Buffer(int descriptor) : descriptor(descriptor), block(BUFFER_SIZE) {
-    setp(block.data(), block.data() + block.size());
-}
-
-bool AtomicFile::Buffer::writeAll(const char* text, std::size_t size) {
-    while (size != 0 && firstError == 0) {
-        const ssize_t taken = ::write(descriptor, text, std::min(size, LARGEST_BLOCK));
-        if (taken < 0) {
-            if (errno != EINTR) firstError = errno;
-            continue;
-        }
-        text += taken;
-        size -= static_cast<std::size_t>(taken);
-        written += static_cast<std::uint64_t>(taken);
-        if (onProgress) onProgress(written);
-    }
-    return firstError == 0;
-}
-
-bool AtomicFile::Buffer::flushBuffer() {
-    const bool good = writeAll(pbase(), static_cast<std::size_t>(pptr() - pbase()));
-    setp(block.data(), block.data() + block.size());
-    return good;
-}
-
-AtomicFile::Buffer::int_type AtomicFile::Buffer::overflow(int_type character) {
-    if (!flushBuffer()) return traits_type::eof();
-    if (!traits_type::eq_int_type(character, traits_type::eof())) {
-        *pptr() = traits_type::to_char_type(character);
-        pbump(1);
-    }
-    return traits_type::not_eof(character);
-}
-
-std::streamsize AtomicFile::Buffer::xsputn(const char* text, std::streamsize size) {
-    if (size > epptr() - pptr()) {
-        if (!flushBuffer()) return 0;
-        if (size >= static_cast<std::streamsize>(block.size()))
-            return writeAll(text, static_cast<std::size_t>(size)) ? size : 0;
-    }
-    std::memcpy(pptr(), text, static_cast<std::size_t>(size));
-    pbump(static_cast<int>(size));
-    return size;
-}
-
-int AtomicFile::Buffer::sync() {
-    return flushBuffer() ? 0 : -1;
-}
 
 // ---- AtomicFile -----------------------------------------------------------------------------------------
 
@@ -152,13 +133,16 @@ AtomicFile::AtomicFile(const std::filesystem::path& wanted, ProcessHooks process
         buffer = std::make_unique<Buffer>(descriptor);
         out.rdbuf(buffer.get());
     } catch (...) {
-        if (descriptor >= 0) ::close(descriptor);
-        if (!temporaryName.empty()) ::unlink(temporaryName.c_str());
+        abandon();
         throw;
     }
 }
 
 AtomicFile::~AtomicFile() {
+    abandon();
+}
+
+void AtomicFile::abandon() {
     if (descriptor >= 0) ::close(descriptor);
     if (!temporaryName.empty()) ::unlink(temporaryName.c_str());
 }
@@ -206,7 +190,11 @@ void AtomicFile::open(Naming naming) {
 
     if (naming == Naming::AUTOMATIC && ::access("/proc/self/fd", X_OK) == 0)
         descriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
-    if (descriptor < 0) openNamed();
+    if (descriptor < 0 && !takeFreeName([this](const char* name) {
+            descriptor = ::open(name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            return descriptor >= 0;
+        }))
+        fail("no file can be made in the folder \"" + folder.string() + "\"", errno);
 
     if (exists) {
         // The owner first: a change of owner takes the set-id bits away. Only root may do it, others need
@@ -217,27 +205,23 @@ void AtomicFile::open(Naming naming) {
     }
 }
 
-std::string AtomicFile::freeName() const {
+template<typename Take>
+bool AtomicFile::takeFreeName(const Take& take) {
     static std::atomic<unsigned> counter{0};
-    return (folder / (".kelsrc-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp"))
-        .string();
-}
-
-void AtomicFile::openNamed() {
     // A name that is taken belongs to somebody else: take the next.
     for (int attempt = 0; attempt < 1000; ++attempt) {
-        const std::string name = freeName();
+        const std::string number = std::to_string(::getpid()) + "-" + std::to_string(counter++);
+        std::string name = (folder / (".kelsrc-" + number + ".tmp")).string();
         // Noted first: a signal between the two would leave the file.
         if (hooks.onTemporaryFile) noted = hooks.onTemporaryFile(name);
-        descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor >= 0) {
-            temporaryName = name;
-            return;
+        if (take(name.c_str())) {
+            temporaryName = std::move(name);
+            return true;
         }
         noted.reset();
         if (errno != EEXIST) break;
     }
-    fail("no file can be made in the folder \"" + folder.string() + "\"", errno);
+    return false;
 }
 
 void AtomicFile::onProgress(std::function<void(std::uint64_t)> callback) {
@@ -246,18 +230,18 @@ void AtomicFile::onProgress(std::function<void(std::uint64_t)> callback) {
 
 std::uint64_t AtomicFile::flush() {
     out.flush();
-    if (buffer->error() != 0)
-        fail("writing failed after " + std::to_string(buffer->bytes()) + " bytes", buffer->error());
+    if (buffer->error != 0)
+        fail("writing failed after " + std::to_string(buffer->bytes) + " bytes", buffer->error);
     if (!out) fail("writing failed", 0);
     if (!direct) {
         struct stat state {};
         if (::fstat(descriptor, &state) != 0) fail("cannot be checked", errno);
-        if (static_cast<std::uint64_t>(state.st_size) != buffer->bytes())
-            fail("the disk holds " + std::to_string(state.st_size) + " of " +
-                     std::to_string(buffer->bytes()) + " bytes",
+        if (static_cast<std::uint64_t>(state.st_size) != buffer->bytes)
+            fail("the disk holds " + std::to_string(state.st_size) + " of " + std::to_string(buffer->bytes) +
+                     " bytes",
                  0, "Write to another disk.");
     }
-    return buffer->bytes();
+    return buffer->bytes;
 }
 
 std::string AtomicFile::firstBytes(std::size_t count) {
@@ -300,17 +284,10 @@ void AtomicFile::link() {
         // A new name needs no detour; only an existing file has to be replaced by a rename.
         if (::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) == 0) return;
         if (errno != EEXIST) fail("cannot be put in place", errno);
-        for (int attempt = 0; attempt < 1000 && temporaryName.empty(); ++attempt) {
-            const std::string name = freeName();
-            if (hooks.onTemporaryFile) noted = hooks.onTemporaryFile(name);
-            if (::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-                temporaryName = name;
-            } else {
-                noted.reset();
-                if (errno != EEXIST) break;
-            }
-        }
-        if (temporaryName.empty()) fail("cannot be put in place", errno);
+        if (!takeFreeName([&](const char* name) {
+                return ::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW) == 0;
+            }))
+            fail("cannot be put in place", errno);
     }
     if (::rename(temporaryName.c_str(), target.c_str()) != 0) fail("cannot be put in place", errno);
     temporaryName.clear();

@@ -1,6 +1,6 @@
 #include <kel/convert/ComparableScene.h>
 
-#include "MaterialValues.h"
+#include "MeshFacts.h"
 
 #include <kel/convert/ConvertError.h>
 #include <kel/convert/OpenSrc.h>
@@ -96,9 +96,7 @@ GeometryCounts ComparableMesh::counts() const {
     GeometryCounts counts;
     counts.meshes = 1;
     counts.vertices = positions.size();
-    (cornersPerPrimitive == 1   ? counts.points
-     : cornersPerPrimitive == 2 ? counts.lines
-                                : counts.triangles) = primitives();
+    primitivesIn(counts, cornersPerPrimitive) = primitives();
     return counts;
 }
 

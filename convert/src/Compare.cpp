@@ -1,10 +1,8 @@
 #include <kel/convert/Compare.h>
 
-#include "Geometry.h"
+#include "MeshFacts.h"
 
 #include <kel/src/format/MetadataKeys.h>
-
-#include <picojson.h>
 
 #include <algorithm>
 #include <array>
@@ -256,12 +254,6 @@ ComparableMesh joined(const std::vector<const ComparableMesh*>& meshes) {
     return all;
 }
 
-bool sameJson(const std::string& a, const std::string& b) {
-    if (a == b) return true;
-    picojson::value first, second;
-    return picojson::parse(first, a).empty() && picojson::parse(second, b).empty() && first == second;
-}
-
 class Comparison {
 public:
     CompareReport run(const ComparableScene& a, const ComparableScene& b) {
@@ -345,26 +337,7 @@ private:
             if (b.attributes.count(name) == 0) ++report.attributes[name].onlyA;
         for (const auto& name : b.attributes)
             if (a.attributes.count(name) == 0) ++report.attributes[name].onlyB;
-
-        if (a.hasMaterial != b.hasMaterial) {
-            ++(a.hasMaterial ? report.materials[""].onlyA : report.materials[""].onlyB);
-        } else {
-            for (const auto& [parameter, value] : a.material) {
-                const auto other = b.material.find(parameter);
-                if (other == b.material.end() || other->second.size() != value.size()) {
-                    ++report.materials[parameter].differ;
-                    continue;
-                }
-                double largest = 0;
-                for (std::size_t i = 0; i < value.size(); ++i)
-                    largest = std::max(largest, std::abs(value[i] - other->second[i]));
-                if (!(largest > MATERIAL_ROUNDING)) continue;
-                DifferenceCount& count = report.materials[parameter];
-                ++count.differ;
-                count.largest = std::max(count.largest, largest);
-            }
-        }
-
+        compareMaterials(a, b);
         for (const auto& [key, text] : a.metadata) {
             if (isOwnEntry(key)) continue;
             const auto other = b.metadata.find(key);
@@ -376,6 +349,27 @@ private:
         }
         for (const auto& [key, text] : b.metadata) {
             if (!isOwnEntry(key) && a.metadata.count(key) == 0) ++report.metadata[key].onlyB;
+        }
+    }
+
+    void compareMaterials(const ComparableMesh& a, const ComparableMesh& b) {
+        if (a.hasMaterial != b.hasMaterial) {
+            ++(a.hasMaterial ? report.materials[""].onlyA : report.materials[""].onlyB);
+            return;
+        }
+        for (const auto& [parameter, value] : a.material) {
+            const auto other = b.material.find(parameter);
+            if (other == b.material.end() || other->second.size() != value.size()) {
+                ++report.materials[parameter].differ;
+                continue;
+            }
+            double largest = 0;
+            for (std::size_t i = 0; i < value.size(); ++i)
+                largest = std::max(largest, std::abs(value[i] - other->second[i]));
+            if (!(largest > MATERIAL_ROUNDING)) continue;
+            DifferenceCount& count = report.materials[parameter];
+            ++count.differ;
+            count.largest = std::max(count.largest, largest);
         }
     }
 

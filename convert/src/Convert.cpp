@@ -1,21 +1,24 @@
 #include <kel/convert/Convert.h>
 
-#include "ImportSource.h"
-#include "MeasureWritten.h"
+#include "MeshFacts.h"
 #include "PrepareScene.h"
 
 #include <kel/convert/AtomicFile.h>
 #include <kel/convert/Verify.h>
 #include <kel/convert/WriteCounted.h>
+#include <kel/importer/detail/ImportScene.h>
+#include <kel/mesh/AttributeNames.h>
 #include <kel/prepare/WriteChecked.h>
-
 #include <kel/src/encoding/EncodingPresets.h>
 #include <kel/src/format/FileLayout.h>
 
+#include <istream>
+#include <iterator>
 #include <map>
 #include <new>
 #include <ostream>
 #include <streambuf>
+#include <system_error>
 #include <utility>
 
 namespace kel::convert {
@@ -23,8 +26,57 @@ namespace kel::convert {
 namespace {
 
 namespace format = kel::src::format;
+using kel::importer::detail::importScene;
 using kel::prepare::ReachedError;
+using kel::prepare::Target;
 using kel::src::SrcWriterInput;
+
+/// The scene of a model, and how many bytes its file has.
+kel::importer::detail::ImportedScene
+importModel(const Source& source, const kel::importer::ImportOptions& options, std::uint64_t& bytesIn) {
+    if (source.stream) {
+        const std::string bytes{std::istreambuf_iterator<char>(*source.stream), {}};
+        if (source.stream->bad()) throw ConvertError(ConvertCode::SOURCE_UNREADABLE, source.shownName());
+        bytesIn = bytes.size();
+        return importScene(bytes.data(), bytes.size(), source.name, options);
+    }
+    if (source.file.empty()) {
+        bytesIn = source.bytes.size();
+        return importScene(source.bytes.data(), source.bytes.size(), source.name, options);
+    }
+    std::error_code ignored;
+    bytesIn = std::filesystem::file_size(source.file, ignored);
+    if (ignored) bytesIn = 0;
+    return importScene(source.file, options);
+}
+
+/// The scene of a source, whatever kind of source it is. Sets the format, the size, what was dropped and the
+/// notes in the report.
+kel::scene::Scene importSource(const Source& source, const Recipe& recipe, const ConvertOptions& options,
+                               ConvertReport& report) {
+    if (source.input) return kel::scene::fromInput(*source.input);
+    kel::importer::ImportOptions importOptions;
+    importOptions.onBadGeometry = recipe.onBadGeometry;
+    importOptions.progress = options.progress;
+    const auto token =
+        options.hooks.onImport ? options.hooks.onImport(source.shownName()) : ProcessHooks::Token();
+    try {
+        auto imported = importModel(source, importOptions, report.bytesIn);
+        report.format = std::move(imported.report.format);
+        report.dropped = std::move(imported.report.dropped);
+        report.notes = std::move(imported.report.notes);
+        return std::move(imported.scene);
+    } catch (const kel::importer::ImportError& error) {
+        using kel::importer::ImportCode;
+        if (error.code() == ImportCode::CANCELLED)
+            throw ConvertError(ConvertCode::CANCELLED, source.shownName());
+        // Its sentence names the file.
+        throw ConvertError(error.code() == ImportCode::NON_FINITE_POSITIONS
+                               ? ConvertCode::IMPORT_REFUSED_POSITIONS
+                               : ConvertCode::IMPORT_REFUSED,
+                           "", error.what());
+    }
+}
 
 /// Once per kind, whoever reported it.
 std::vector<kel::importer::Dropped> oncePerKind(std::vector<kel::importer::Dropped> dropped) {
@@ -42,6 +94,34 @@ std::vector<kel::importer::Dropped> oncePerKind(std::vector<kel::importer::Dropp
             known.detail += (known.detail.empty() ? "" : "; ") + entry.detail;
     }
     return result;
+}
+
+/// How many bytes of indices and attributes the writer stores for a mesh.
+std::uint64_t storedBytes(const kel::mesh::Mesh& mesh, Target target) {
+    const bool isContainer = isContainerTarget(target);
+    const auto indices = mesh.getIndexBuffer();
+    const std::size_t indexSize = isContainer && indices && indices->getElementSizeInBytes() > 2 ? 4 : 2;
+    std::uint64_t bytes = indices ? indices->getElementCount() * indexSize : 0;
+
+    const auto normals = mesh.getAttributeBuffer(kel::mesh::DEFAULT_NORMALS_NAME);
+    const auto positions = mesh.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME);
+    if (target == Target::POSITION_NORMAL_COMPRESSED && positions && normals && normals->isVec3f())
+        return bytes + positions->getElementCount() * 8;
+
+    const auto& precision =
+        kel::src::detail::getSRCEncodingPreset(isContainer ? targetName(target) : "default").precision;
+    for (std::size_t i = 0; i < mesh.getNumAttributeBuffers(); ++i) {
+        const auto buffer = mesh.getAttributeBuffer(i);
+        const std::string name = buffer->getAttributeName();
+        std::uint64_t elementSize = buffer->getElementSizeInBytes();
+        if (isContainer) {
+            elementSize = buffer->getComponentCountPerElement() * ((precision.at(name) + 7) / 8);
+        } else if (target != Target::UNCOMPRESSED && name == kel::mesh::DEFAULT_POSITIONS_NAME) {
+            elementSize = 6;
+        }
+        bytes += buffer->getElementCount() * elementSize;
+    }
+    return bytes;
 }
 
 /// Keeps everything in a string that can be read without a copy.
@@ -101,7 +181,13 @@ private:
         errors = prepareScene(source.shownName(), recipe, scene, report);
         report.dropped = oncePerKind(std::move(report.dropped));
         for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
-            WrittenMesh mesh = measureWritten(*scene.meshes[i].mesh, report.target);
+            const kel::mesh::Mesh& source = *scene.meshes[i].mesh;
+            const auto positions = source.getAttributeBuffer(kel::mesh::DEFAULT_POSITIONS_NAME);
+            WrittenMesh mesh;
+            mesh.counts.meshes = 1;
+            mesh.counts.vertices = positions ? positions->getElementCount() : 0;
+            primitivesIn(mesh.counts, source.getPrimitiveType()) = source.getNumPrimitives();
+            mesh.bytes = storedBytes(source, report.target);
             payload += mesh.bytes;
             report.counts += mesh.counts;
             if (!options.list) continue;
@@ -175,53 +261,6 @@ private:
 };
 
 } // namespace
-
-Source Source::ofFile(std::filesystem::path file) {
-    Source source;
-    source.file = std::move(file);
-    return source;
-}
-
-Source Source::ofStream(std::istream& stream, std::string name) {
-    Source source;
-    source.stream = &stream;
-    source.name = std::move(name);
-    return source;
-}
-
-Source Source::ofBytes(std::string_view bytes, std::string name) {
-    Source source;
-    source.bytes = bytes;
-    source.name = std::move(name);
-    return source;
-}
-
-Source Source::ofInput(const SrcWriterInput& input, std::string name) {
-    Source source;
-    source.input = &input;
-    source.name = std::move(name);
-    return source;
-}
-
-Destination Destination::ofFile(std::filesystem::path file) {
-    Destination destination;
-    destination.file = std::move(file);
-    return destination;
-}
-
-Destination Destination::ofStream(std::ostream& stream, std::string name) {
-    Destination destination;
-    destination.stream = &stream;
-    destination.name = std::move(name);
-    return destination;
-}
-
-Destination Destination::ofOpened(AtomicFile& opened, std::filesystem::path file) {
-    Destination destination;
-    destination.file = std::move(file);
-    destination.opened = &opened;
-    return destination;
-}
 
 void checkDestination(const Source& source, const Destination& destination, const ProcessHooks& hooks) {
     if (destination.stream || destination.opened) return;

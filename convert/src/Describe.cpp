@@ -1,6 +1,6 @@
 #include <kel/convert/Describe.h>
 
-#include "MeshKinds.h"
+#include "MeshFacts.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/mesh/ForEachPrimitive.h>

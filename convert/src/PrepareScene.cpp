@@ -1,6 +1,6 @@
 #include "PrepareScene.h"
 
-#include "MeshKinds.h"
+#include "MeshFacts.h"
 
 #include <kel/convert/Texts.h>
 #include <kel/material/MaterialClassic.h>

@@ -6,8 +6,10 @@
 #include <kel/src/text/JsonValues.h>
 #include <kel/src/text/JsonWriter.h>
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 namespace kel::convert {
 
@@ -19,70 +21,73 @@ using kel::prepare::UpAxis;
 
 enum class Range { ABOVE_ZERO, NOT_NEGATIVE };
 
-constexpr const char* AUTO = "auto";
-constexpr UpAxis AXES[] = {UpAxis::X, UpAxis::Y, UpAxis::Z};
+/// What a member that is one of several is called in JSON.
+template<typename Value>
+struct Named {
+    const char* name;
+    Value value;
+};
+using AnyAxis = std::optional<UpAxis>;
+using AnyTarget = std::optional<Target>;
 
-const char* badGeometryName(BadGeometry value) {
-    return value == BadGeometry::DROP ? "drop" : "fail";
-}
+const std::vector<Named<AnyAxis>> AXES = {
+    {axisName(UpAxis::X), UpAxis::X}, {axisName(UpAxis::Y), UpAxis::Y}, {axisName(UpAxis::Z), UpAxis::Z}};
+const std::vector<Named<BadGeometry>> BAD_GEOMETRY = {{"fail", BadGeometry::FAIL},
+                                                      {"drop", BadGeometry::DROP}};
+const std::vector<Named<AnyTarget>> TARGETS = [] {
+    std::vector<Named<AnyTarget>> targets{{"auto", std::nullopt}};
+    for (const auto& row : kel::prepare::TARGETS)
+        targets.push_back({row.name, row.target});
+    return targets;
+}();
 
-/// Calls `visit` with the name and the value of each member, in the order of their names, and with the range
-/// of those that are numbers.
+/// Calls `visit` with the name and the value of each member, in the order of their names, with the range of those
+/// that are numbers, and with the names of the values of those that have some.
 template<typename AnyRecipe, typename Visit>
 void forEachMember(AnyRecipe& recipe, Visit&& visit) {
     visit("allowClamping", recipe.allowClamping);
     visit("fit", recipe.fit);
     visit("fromUnit", recipe.fromUnit, Range::ABOVE_ZERO);
-    visit("fromUp", recipe.fromUp);
+    visit("fromUp", recipe.fromUp, AXES);
     visit("maxError", recipe.maxError, Range::NOT_NEGATIVE);
-    visit("onBadGeometry", recipe.onBadGeometry);
+    visit("onBadGeometry", recipe.onBadGeometry, BAD_GEOMETRY);
     visit("onlyTriangles", recipe.onlyTriangles);
     visit("optimize", recipe.optimize);
     visit("scale", recipe.scale, Range::ABOVE_ZERO);
-    visit("target", recipe.target);
+    visit("target", recipe.target, TARGETS);
     visit("toUnit", recipe.toUnit, Range::ABOVE_ZERO);
-    visit("toUp", recipe.toUp);
+    visit("toUp", recipe.toUp, AXES);
 }
 
 [[noreturn]] void refuse(ConvertCode code, std::string_view member, const std::string& what) {
     throw ConvertError(code, "", '"' + std::string(member) + "\" " + what);
 }
 
-class RecipeWriter {
-public:
+struct RecipeWriter {
     std::string json;
 
     void operator()(std::string_view name, bool value) { begin(name) += value ? "true" : "false"; }
-    void operator()(std::string_view name, double value, Range) {
-        kel::src::text::appendJsonNumber(begin(name), value);
+    void operator()(std::string_view name, const std::optional<double>& value, Range) {
+        if (value) kel::src::text::appendJsonNumber(begin(name), *value);
     }
-    void operator()(std::string_view name, const std::optional<double>& value, Range range) {
-        if (value) (*this)(name, *value, range);
+    template<typename Value>
+    void operator()(std::string_view name, const Value& value, const std::vector<Named<Value>>& known) {
+        for (const auto& candidate : known) {
+            if (candidate.value == value) kel::src::text::appendJsonString(begin(name), candidate.name);
+        }
     }
-    void operator()(std::string_view name, const std::optional<UpAxis>& value) {
-        if (value) addText(name, axisName(*value));
-    }
-    void operator()(std::string_view name, const std::optional<Target>& value) {
-        addText(name, value ? targetName(*value) : AUTO);
-    }
-    void operator()(std::string_view name, BadGeometry value) { addText(name, badGeometryName(value)); }
 
 private:
     std::string& begin(std::string_view name) {
         json += json.empty() ? '{' : ',';
         kel::src::text::appendJsonString(json, name);
-        json += ':';
-        return json;
-    }
-    void addText(std::string_view name, std::string_view text) {
-        kel::src::text::appendJsonString(begin(name), text);
+        return json += ':';
     }
 };
 
 /// Sets the one member of a name from a JSON text.
-class MemberReader {
-public:
-    MemberReader(std::string_view member, std::string_view json) : member(member), json(json) {}
+struct MemberReader {
+    std::string_view member, json;
     bool found = false;
 
     void operator()(std::string_view name, bool& value) {
@@ -90,73 +95,47 @@ public:
         if (json != "true" && json != "false") refuseType("is no boolean");
         value = json == "true";
     }
-    void operator()(std::string_view name, double& value, Range) {
-        if (isMeant(name)) value = number();
-    }
-    void operator()(std::string_view name, std::optional<double>& value, Range) {
-        if (isMeant(name)) value = number();
-    }
-    void operator()(std::string_view name, std::optional<UpAxis>& value) {
+    template<typename Number>
+    void operator()(std::string_view name, Number& value, Range) {
+        double number = 0;
         if (!isMeant(name)) return;
-        const std::string text = string();
-        for (const UpAxis axis : AXES) {
-            if (text == axisName(axis)) value = axis;
-        }
-        if (!value) refuseValue(text);
+        if (!kel::src::text::parseJsonNumber(json, number)) refuseType("is no number");
+        value = number;
     }
-    void operator()(std::string_view name, std::optional<Target>& value) {
+    template<typename Value>
+    void operator()(std::string_view name, Value& value, const std::vector<Named<Value>>& known) {
         if (!isMeant(name)) return;
-        const std::string text = string();
-        for (const auto& row : kel::prepare::TARGETS) {
-            if (text == row.name) value = row.target;
-        }
-        if (!value && text != AUTO) refuseValue(text);
-    }
-    void operator()(std::string_view name, BadGeometry& value) {
-        if (!isMeant(name)) return;
-        const std::string text = string();
-        value = text == badGeometryName(BadGeometry::DROP) ? BadGeometry::DROP : BadGeometry::FAIL;
-        if (text != badGeometryName(value)) refuseValue(text);
+        std::string text;
+        if (!kel::src::jsonString(json, text)) refuseType("is no string");
+        const auto meant = std::find_if(known.begin(), known.end(), [&](const Named<Value>& candidate) {
+            return text == candidate.name;
+        });
+        if (meant == known.end())
+            refuse(ConvertCode::RECIPE_OUT_OF_RANGE, member,
+                   "is \"" + text + "\", which is none of its values");
+        value = meant->value;
     }
 
 private:
     bool isMeant(std::string_view name) {
-        if (name != member) return false;
-        found = true;
-        return true;
+        found = found || name == member;
+        return name == member;
     }
-    [[noreturn]] void refuseType(const std::string& what) {
+    [[noreturn]] void refuseType(const char* what) const {
         refuse(ConvertCode::RECIPE_WRONG_TYPE, member, what);
     }
-    [[noreturn]] void refuseValue(const std::string& text) {
-        refuse(ConvertCode::RECIPE_OUT_OF_RANGE, member, "is \"" + text + "\", which is none of its values");
-    }
-    double number() {
-        double value = 0;
-        if (!kel::src::text::parseJsonNumber(json, value)) refuseType("is no number");
-        return value;
-    }
-    std::string string() {
-        std::string text;
-        if (!kel::src::jsonString(json, text)) refuseType("is no string");
-        return text;
-    }
-
-    std::string_view member, json;
 };
 
 struct RangeCheck {
-    void operator()(std::string_view name, double value, Range range) const {
-        if (std::isfinite(value) && (range == Range::ABOVE_ZERO ? value > 0.0 : value >= 0.0)) return;
-        refuse(ConvertCode::RECIPE_OUT_OF_RANGE, name,
-               range == Range::ABOVE_ZERO ? "must be a finite number above 0"
-                                          : "must be a finite number, 0 or more");
-    }
     void operator()(std::string_view name, const std::optional<double>& value, Range range) const {
-        if (value) (*this)(name, *value, range);
+        const bool isAboveZero = range == Range::ABOVE_ZERO;
+        if (!value || (std::isfinite(*value) && (isAboveZero ? *value > 0.0 : *value >= 0.0))) return;
+        refuse(ConvertCode::RECIPE_OUT_OF_RANGE, name,
+               isAboveZero ? "must be a finite number above 0" : "must be a finite number, 0 or more");
     }
+    void operator()(std::string_view, bool) const {}
     template<typename Value>
-    void operator()(std::string_view, const Value&) const {}
+    void operator()(std::string_view, const Value&, const std::vector<Named<Value>>&) const {}
 };
 
 } // namespace
@@ -182,7 +161,7 @@ Recipe readRecipe(std::string_view json) {
                            "an object was expected at byte " + std::to_string(first));
     Recipe recipe;
     for (const auto& member : kel::src::jsonMembers(json)) {
-        MemberReader reader(member.key, member.json);
+        MemberReader reader{member.key, member.json};
         forEachMember(recipe, reader);
         if (!reader.found) throw ConvertError(ConvertCode::RECIPE_UNKNOWN_MEMBER, "", member.key);
     }

@@ -1,7 +1,6 @@
 #include <kel/convert/Verify.h>
 
-#include "Geometry.h"
-#include "MaterialValues.h"
+#include "MeshFacts.h"
 
 #include <kel/convert/Texts.h>
 
@@ -10,8 +9,6 @@
 #include <kel/src/encoding/EncodingPresets.h>
 #include <kel/src/encoding/Quantization.h>
 #include <kel/src/format/MaterialParameters.h>
-
-#include <picojson.h>
 
 #include <algorithm>
 #include <cmath>
@@ -54,6 +51,11 @@ double distance(const float* a, const float* b) {
 
 bool equalAsFloats(double a, double b) {
     return static_cast<float>(a) == static_cast<float>(b);
+}
+
+std::string offText(std::size_t element, double off, const char* unit, double allowed) {
+    return "element " + std::to_string(element) + " is off by " + shortNumber(off) + unit + ", more than " +
+           shortNumber(allowed);
 }
 
 class Verification {
@@ -144,9 +146,7 @@ private:
             4.0 * static_cast<double>(largest) * static_cast<double>(std::numeric_limits<float>::epsilon());
         for (std::size_t i = 0; i + 2 < values.size(); i += 3) {
             const double off = distance(&values[i], &found[i]);
-            if (!(off <= error + rounding))
-                return "element " + std::to_string(i / 3) + " is off by " + shortNumber(off) +
-                       ", more than " + shortNumber(error);
+            if (!(off <= error + rounding)) return offText(i / 3, off, "", error);
         }
         return "";
     }
@@ -156,9 +156,7 @@ private:
         for (std::size_t i = 0; i + 2 < values.size(); i += 3) {
             const double off = degreesBetween(&values[i], &found[i]);
             const double length = distance(&values[i], std::array<float, 3>{}.data());
-            if (length > 0 && !(off <= error + ANGLE_ROUNDING))
-                return "element " + std::to_string(i / 3) + " is off by " + shortNumber(off) +
-                       " degrees, more than " + shortNumber(error);
+            if (length > 0 && !(off <= error + ANGLE_ROUNDING)) return offText(i / 3, off, " degrees", error);
         }
         return "";
     }
@@ -186,11 +184,7 @@ private:
         for (const auto& [key, text] : *metadata->second) {
             const auto place = found.find(key);
             if (place == found.end()) return "its metadata lack \"" + key + '"';
-            if (place->second == text) continue;
-            picojson::value expected, value;
-            if (!picojson::parse(expected, text).empty() ||
-                !picojson::parse(value, std::string(place->second)).empty() || !(value == expected))
-                return "its metadata have another \"" + key + '"';
+            if (!sameJson(text, place->second)) return "its metadata have another \"" + key + '"';
         }
         return "";
     }

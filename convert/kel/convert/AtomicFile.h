@@ -55,9 +55,11 @@ private:
 
     [[noreturn]] void fail(const std::string& what, int error, const std::string& remedy = "") const;
     void open(Naming naming);
-    void openNamed();
-    std::string freeName() const;
+    /// Has `take` make a file of a name in the folder, until one was free. False with errno when none can be made.
+    template<typename Take>
+    bool takeFreeName(const Take& take);
     void link();
+    void abandon();
 
     ProcessHooks hooks;
     std::filesystem::path shown;  ///< as the caller named it, for messages

@@ -1,27 +1,41 @@
 #pragma once
 
-#include <kel/convert/Export.h>
-
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 
 namespace kel::convert {
 
 /// A box that holds what was added to it.
-struct KEL_CONVERT_EXPORT Bounds {
-    std::array<double, 3> min{std::numeric_limits<double>::infinity(),
-                              std::numeric_limits<double>::infinity(),
-                              std::numeric_limits<double>::infinity()};
-    std::array<double, 3> max{-std::numeric_limits<double>::infinity(),
-                              -std::numeric_limits<double>::infinity(),
-                              -std::numeric_limits<double>::infinity()};
+struct Bounds {
+    static constexpr double FAR = std::numeric_limits<double>::infinity();
+    std::array<double, 3> min{FAR, FAR, FAR}, max{-FAR, -FAR, -FAR};
 
     bool isEmpty() const { return !(min[0] <= max[0] && min[1] <= max[1] && min[2] <= max[2]); }
-    void add(const std::array<double, 3>& point); ///< NaN in a component leaves that component as it is
-    void add(const Bounds& other);
-    std::array<double, 3> size() const; ///< 0, 0, 0 when empty
-    double diagonal() const;            ///< 0 when empty
+    /// NaN in a component leaves that component as it is.
+    void add(const std::array<double, 3>& point) {
+        for (std::size_t c = 0; c < 3; ++c) {
+            min[c] = std::min(min[c], point[c]);
+            max[c] = std::max(max[c], point[c]);
+        }
+    }
+    void add(const Bounds& other) {
+        if (other.isEmpty()) return;
+        add(other.min);
+        add(other.max);
+    }
+    /// 0, 0, 0 when empty.
+    std::array<double, 3> size() const {
+        if (isEmpty()) return {0, 0, 0};
+        return {max[0] - min[0], max[1] - min[1], max[2] - min[2]};
+    }
+    /// 0 when empty.
+    double diagonal() const {
+        const auto extent = size();
+        return std::hypot(extent[0], extent[1], extent[2]);
+    }
 };
 
 /// How much geometry there is.

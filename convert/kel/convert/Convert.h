@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// Any model into one SRC file, by a recipe.
@@ -40,10 +41,16 @@ struct Source {
     const kel::src::SrcWriterInput* input = nullptr; ///< stays as it is, its maps of metadata too
     std::string name;                                ///< for messages and for the metadata of what is no file
 
-    KEL_CONVERT_EXPORT static Source ofFile(std::filesystem::path file);
-    KEL_CONVERT_EXPORT static Source ofStream(std::istream& stream, std::string name);
-    KEL_CONVERT_EXPORT static Source ofBytes(std::string_view bytes, std::string name);
-    KEL_CONVERT_EXPORT static Source ofInput(const kel::src::SrcWriterInput& input, std::string name);
+    static Source ofFile(std::filesystem::path file) { return {std::move(file), nullptr, {}, nullptr, {}}; }
+    static Source ofStream(std::istream& in, std::string name) {
+        return {{}, &in, {}, nullptr, std::move(name)};
+    }
+    static Source ofBytes(std::string_view bytes, std::string name) {
+        return {{}, nullptr, bytes, nullptr, std::move(name)};
+    }
+    static Source ofInput(const kel::src::SrcWriterInput& meshes, std::string name) {
+        return {{}, nullptr, {}, &meshes, std::move(name)};
+    }
     std::string shownName() const { return name.empty() ? file.string() : name; }
 };
 
@@ -57,10 +64,14 @@ struct Destination {
     AtomicFile* opened = nullptr;
     std::string name; ///< of a stream, for messages
 
-    KEL_CONVERT_EXPORT static Destination ofFile(std::filesystem::path file);
-    KEL_CONVERT_EXPORT static Destination ofStream(std::ostream& stream, std::string name);
+    static Destination ofFile(std::filesystem::path file) { return {std::move(file), nullptr, nullptr, {}}; }
+    static Destination ofStream(std::ostream& out, std::string name) {
+        return {{}, &out, nullptr, std::move(name)};
+    }
     /// file  for messages
-    KEL_CONVERT_EXPORT static Destination ofOpened(AtomicFile& opened, std::filesystem::path file);
+    static Destination ofOpened(AtomicFile& opened, std::filesystem::path file) {
+        return {std::move(file), nullptr, &opened, {}};
+    }
     std::string shownName() const { return name.empty() ? file.string() : name; }
 };
 
