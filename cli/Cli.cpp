@@ -3,7 +3,6 @@
 #include "Failure.h"
 #include "Version.h"
 #include "commands/Command.h"
-#include "terminal/HelpFormatter.h"
 #include "terminal/Messages.h"
 #include "terminal/Signals.h"
 #include "terminal/Suggest.h"
@@ -11,11 +10,13 @@
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include <exception>
 #include <map>
 #include <memory>
 #include <ostream>
+#include <sstream>
 
 namespace kelsrc::cli {
 
@@ -36,6 +37,43 @@ NO_COLOR=1 takes the colours away.)";
 constexpr const char* SHORT_USAGE = "usage: kelsrc convert MODEL -o OUT.src [OPTIONS]\n"
                                     "Try \"kelsrc --help\" or \"kelsrc convert --help\".\n";
 
+constexpr std::size_t TEXT_WIDTH = 66;
+
+std::string wrapped(const std::string& text) {
+    std::istringstream words(text);
+    std::string result, word;
+    std::size_t used = 0;
+    while (words >> word) {
+        if (used != 0 && used + 1 + word.size() > TEXT_WIDTH) {
+            result += '\n';
+            used = 0;
+        } else if (used != 0) {
+            result += ' ';
+            ++used;
+        }
+        result += word;
+        used += word.size();
+    }
+    return result;
+}
+
+/// Help texts within 100 columns: descriptions are wrapped, options show their value and nothing else.
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(32); }
+
+    std::string make_option_opts(const CLI::Option* option) const override {
+        if (option->get_type_size() == 0 || option->get_positional()) return "";
+        return ' ' + option->get_option_text();
+    }
+    std::string make_option_desc(const CLI::Option* option) const override {
+        std::string text = option->get_description();
+        if (option->get_required() && !option->get_positional()) text += " (required)";
+        if (!option->get_default_str().empty()) text += " (default: " + option->get_default_str() + ')';
+        return wrapped(text);
+    }
+};
+
 std::vector<std::string> optionNames(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CLI::Option* option : app.get_options()) {
@@ -48,15 +86,10 @@ std::vector<std::string> optionNames(const CLI::App& app) {
 }
 
 bool isKnown(const CLI::App& app, const std::string& argument) {
-    if (argument.compare(0, 2, "--") == 0) {
-        const std::string name = argument.substr(2, argument.find('=') - 2);
-        for (const CLI::Option* option : app.get_options()) {
-            if (option->check_lname(name)) return true;
-        }
-        return false;
-    }
+    const bool isLong = argument.compare(0, 2, "--") == 0;
+    const std::string name = isLong ? argument.substr(2, argument.find('=') - 2) : argument.substr(1, 1);
     for (const CLI::Option* option : app.get_options()) {
-        if (option->check_sname(argument.substr(1, 1))) return true;
+        if (isLong ? option->check_lname(name) : option->check_sname(name)) return true;
     }
     return false;
 }

@@ -3,6 +3,7 @@
 #include "commands/ConvertOutput.h"
 #include "files/ConvertJobs.h"
 #include "terminal/CapturedOutput.h"
+#include "terminal/JsonOutput.h"
 #include "terminal/Messages.h"
 #include "terminal/Progress.h"
 #include "terminal/Terminal.h"
@@ -155,9 +156,6 @@ std::vector<Job> jobsOf(const ConvertArguments& arguments, const Streams& stream
             job.source = Source::ofStream(streams.in, inputName("-"));
         } else {
             job.source = Source::ofFile(arguments.inputs[0]);
-            std::error_code ignored;
-            job.bytes = std::filesystem::file_size(job.source.file, ignored);
-            if (ignored) job.bytes = 0;
         }
         if (arguments.output == "-") {
             job.destination = Destination::ofStream(out, "standard output");
@@ -214,20 +212,17 @@ void printSummary(Messages& messages, const Totals& totals, double seconds) {
 }
 
 void printJson(std::ostream& out, const Totals& totals, double seconds) {
-    picojson::object summary;
-    const auto number = [](auto value) { return picojson::value(static_cast<double>(value)); };
-    summary["converted"] = number(totals.converted);
-    summary["failed"] = number(totals.failed);
-    summary["notTried"] = number(totals.notTried);
-    summary["meshes"] = number(totals.counts.meshes);
-    summary["triangles"] = number(totals.counts.triangles);
-    summary["vertices"] = number(totals.counts.vertices);
-    summary["bytesIn"] = number(totals.bytesIn);
-    summary["bytesOut"] = number(totals.bytesOut);
-    summary["seconds"] = number(seconds);
-    picojson::object report;
-    report["files"] = picojson::value(totals.files);
-    report["summary"] = picojson::value(summary);
+    picojson::object summary{{"converted", jsonCount(totals.converted)},
+                             {"failed", jsonCount(totals.failed)},
+                             {"notTried", jsonCount(totals.notTried)},
+                             {"meshes", jsonCount(totals.counts.meshes)},
+                             {"triangles", jsonCount(totals.counts.triangles)},
+                             {"vertices", jsonCount(totals.counts.vertices)},
+                             {"bytesIn", jsonCount(totals.bytesIn)},
+                             {"bytesOut", jsonCount(totals.bytesOut)},
+                             {"seconds", picojson::value(seconds)}};
+    const picojson::object report{{"files", picojson::value(totals.files)},
+                                  {"summary", picojson::value(std::move(summary))}};
     out << picojson::value(report).serialize(true);
 }
 
@@ -247,8 +242,11 @@ int runConvert(const ConvertArguments& arguments, const Streams& streams) {
     progressOptions.enabled = output.terminal.isTerminal && !arguments.quiet && !arguments.noProgress;
     progressOptions.width = output.terminal.width;
     std::vector<Progress::Task> tasks;
-    for (const auto& job : jobs)
-        tasks.push_back({job.source.shownName(), job.bytes});
+    for (const auto& job : jobs) {
+        std::error_code unknown;
+        const std::uint64_t bytes = std::filesystem::file_size(job.source.file, unknown);
+        tasks.push_back({job.source.shownName(), unknown ? 0 : bytes});
+    }
     Progress progress(messages, std::move(tasks), progressOptions);
 
     Totals totals;
@@ -323,106 +321,75 @@ Action addConvert(CLI::App& app) {
             "standard output. Required but for one page, which is MODEL.html in the current folder")
         ->option_text("FILE|FOLDER|-");
 
-    const char* const HOW = "How to store";
-    const char* const GEOMETRY = "What to store";
-    const char* const MANY = "Many models";
-    const char* const TALK = "What to say";
-    verb->add_option(
-            "--writer", arguments->writer,
-            "public (the default): modes, short indices, points and lines. container (the default with "
-            "--preset): presets, long indices, triangles only")
-        ->group(HOW)
-        ->option_text("public|container")
+    const char* group = "How to store";
+    const auto flag = [&](const char* name, bool& value, const char* text) {
+        return verb->add_flag(name, value, text)->group(group);
+    };
+    const auto option = [&](const char* name, auto& value, const std::string& values, const char* text) {
+        return verb->add_option(name, value, text)->group(group)->option_text(values);
+    };
+    option("--writer", arguments->writer, "public|container",
+           "public (the default): modes, short indices, points and lines. container (the default with "
+           "--preset): presets, long indices, triangles only")
         ->check(CLI::IsMember({"public", "container"}));
-    verb->add_option("--mode", arguments->mode,
-                     "Of the public writer. uncompressed: 32-bit floats. position: positions in 16 bits. "
-                     "position-normal: normals in two bytes as well, no other attribute. auto (the default): "
-                     "the smallest "
-                     "that leaves no attribute out and stays within --max-error")
-        ->group(HOW)
-        ->option_text("MODE")
+    option("--mode", arguments->mode, "MODE",
+           "Of the public writer. uncompressed: 32-bit floats. position: positions in 16 bits. "
+           "position-normal: normals in two bytes as well, no other attribute. auto (the default): the "
+           "smallest that leaves no attribute out and stays within --max-error")
         ->check(CLI::IsMember({"uncompressed", "position", "position-normal", "auto"}));
-    verb->add_flag("--lossless", arguments->lossless, "The same as --mode=uncompressed")->group(HOW);
-    verb->add_option("--max-error", arguments->maxError,
-                     "With --mode=auto: how far a position may be off, in units of the output (default: "
-                     "1/16384 of the "
-                     "diagonal of the scene)")
-        ->group(HOW)
-        ->option_text("DISTANCE");
+    flag("--lossless", arguments->lossless, "The same as --mode=uncompressed");
+    option("--max-error", arguments->maxError, "DISTANCE",
+           "With --mode=auto: how far a position may be off, in units of the output (default: 1/16384 of the "
+           "diagonal of the scene)");
     std::vector<std::string> presets;
     for (const auto& row : kel::prepare::TARGETS) {
         if (row.isContainer) presets.push_back(row.name);
     }
-    verb->add_option(
-            "--preset", arguments->preset,
-            "Of the container writer. default: 32-bit floats. CMP1: positions and texture coordinates in 16 "
-            "bits, normals and colours in 8")
-        ->group(HOW)
-        ->option_text(joinedNames(presets))
+    option("--preset", arguments->preset, joinedNames(presets),
+           "Of the container writer. default: 32-bit floats. CMP1: positions and texture coordinates in 16 "
+           "bits, normals and colours in 8")
         ->check(CLI::IsMember(presets));
-    verb->add_flag(
-            "--no-fit", arguments->noFit,
-            "With CMP1: write values as they are instead of fitting each attribute into the preset's box of "
-            "-0.5 to 0.5; fails if any would be clamped")
-        ->group(HOW);
-    verb->add_flag("--allow-clamping", arguments->allowClamping,
-                   "With --no-fit: clamp values outside the box instead of failing")
-        ->group(HOW);
-    verb->add_flag(
-            "--html", arguments->html,
-            "Write a web page with viewer and model inside, which opens from disk and needs no network; "
-            "the same as an output that ends in .html. SRC files go into it as they are")
-        ->group(HOW);
-    verb->add_flag("--optimize", arguments->optimize,
-                   "Reorder triangles and vertices so that GPUs draw them fast and files compress better")
-        ->group(HOW);
-    verb->add_flag("--verify", arguments->verify,
-                   "Read back what was written and compare it with the model before it is put in place")
-        ->group(HOW);
+    flag("--no-fit", arguments->noFit,
+         "With CMP1: write values as they are instead of fitting each attribute into the preset's box of "
+         "-0.5 to 0.5; fails if any would be clamped");
+    flag("--allow-clamping", arguments->allowClamping,
+         "With --no-fit: clamp values outside the box instead of failing");
+    flag("--html", arguments->html,
+         "Write a web page with viewer and model inside, which opens from disk and needs no network; "
+         "the same as an output that ends in .html. SRC files go into it as they are");
+    flag("--optimize", arguments->optimize,
+         "Reorder triangles and vertices so that GPUs draw them fast and files compress better");
+    flag("--verify", arguments->verify,
+         "Read back what was written and compare it with the model before it is put in place");
 
-    verb->add_flag("--only-triangles", arguments->onlyTriangles,
-                   "Leave out meshes of points and lines; the container writer fails on them otherwise")
-        ->group(GEOMETRY);
-    verb->add_option(
-            "--on-bad-geometry", arguments->onBadGeometry,
-            "What to do about positions that are not finite: fail, or drop the primitives that use them")
-        ->group(GEOMETRY)
-        ->option_text("fail|drop")
+    group = "What to store";
+    flag("--only-triangles", arguments->onlyTriangles,
+         "Leave out meshes of points and lines; the container writer fails on them otherwise");
+    option("--on-bad-geometry", arguments->onBadGeometry, "fail|drop",
+           "What to do about positions that are not finite: fail, or drop the primitives that use them")
         ->check(CLI::IsMember({"fail", "drop"}))
         ->capture_default_str();
-    verb->add_option(
-            "--units", arguments->units,
-            "Scale to this unit: mm, cm, dm, m, km, in, ft, yd or mi. FROM overrules what the model says; "
-            "without either it is metres")
-        ->group(GEOMETRY)
-        ->option_text("[FROM:]TO");
-    verb->add_option(
-            "--up", arguments->up,
-            "Turn the model so that this axis points up: x, y or z. FROM overrules what the model says; "
-            "without either it is y")
-        ->group(GEOMETRY)
-        ->option_text("[FROM:]TO");
-    verb->add_option("--scale", arguments->scale, "Multiply all positions, after --units")
-        ->group(GEOMETRY)
-        ->option_text("FACTOR");
+    option("--units", arguments->units, "[FROM:]TO",
+           "Scale to this unit: mm, cm, dm, m, km, in, ft, yd or mi. FROM overrules what the model says; "
+           "without either it is metres");
+    option("--up", arguments->up, "[FROM:]TO",
+           "Turn the model so that this axis points up: x, y or z. FROM overrules what the model says; "
+           "without either it is y");
+    option("--scale", arguments->scale, "FACTOR", "Multiply all positions, after --units");
 
-    verb->add_option("-j,--jobs", arguments->threads, "Models to convert at the same time; 0 takes all cores")
+    group = "Many models";
+    option("-j,--jobs", arguments->threads, "N", "Models to convert at the same time; 0 takes all cores")
         ->check(CLI::Range(0, 1024))
-        ->group(MANY)
-        ->option_text("N")
         ->capture_default_str();
-    verb->add_flag("--fail-fast", arguments->failFast, "Begin no further model after one has failed")
-        ->group(MANY);
+    flag("--fail-fast", arguments->failFast, "Begin no further model after one has failed");
 
-    verb->add_flag("--list", arguments->list, "Print what was written, mesh by mesh, on standard output")
-        ->group(TALK);
-    addJson(*verb, arguments->json, "Print a report for programs on standard output")->group(TALK);
-    auto* quiet = addQuiet(*verb, arguments->quiet)->group(TALK);
-    verb->add_flag("-v,--verbose", arguments->verbose,
-                   "Print more: --list, the model's format, the library's log")
-        ->group(TALK)
+    group = "What to say";
+    flag("--list", arguments->list, "Print what was written, mesh by mesh, on standard output");
+    addJson(*verb, arguments->json, "Print a report for programs on standard output")->group(group);
+    auto* quiet = addQuiet(*verb, arguments->quiet)->group(group);
+    flag("-v,--verbose", arguments->verbose, "Print more: --list, the model's format, the library's log")
         ->excludes(quiet);
-    verb->add_flag("--no-progress", arguments->noProgress, "Draw no progress bar")->group(TALK);
+    flag("--no-progress", arguments->noProgress, "Draw no progress bar");
     verb->footer(R"(
 Nothing is dropped silently: what SRC cannot hold, or the mode leaves out, is reported once per kind on standard
 error. Meshes of more than 65535 vertices are cut into parts by the public writer.

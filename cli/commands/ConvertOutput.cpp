@@ -52,11 +52,9 @@ void addReport(picojson::object& object, const FileReport& report, bool withList
     object["notes"] = jsonTexts(report.notes);
     object["warnings"] = jsonTexts(report.warnings);
     object["dropped"] = jsonList(report.dropped, [](const kel::importer::Dropped& entry) {
-        picojson::object item;
-        item["kind"] = jsonText(entry.kind);
-        item["count"] = jsonCount(entry.count);
-        item["detail"] = jsonText(entry.detail);
-        return picojson::value(std::move(item));
+        return picojson::value(picojson::object{{"kind", jsonText(entry.kind)},
+                                                {"count", jsonCount(entry.count)},
+                                                {"detail", jsonText(entry.detail)}});
     });
     if (withList)
         object["list"] = jsonList(report.written, [](const WrittenMesh& mesh) { return json(mesh); });

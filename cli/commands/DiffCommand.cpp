@@ -41,13 +41,10 @@ std::string vectorText(const std::array<double, 3>& vector) {
     return shortNumber(vector[0], 6) + ", " + shortNumber(vector[1], 6) + ", " + shortNumber(vector[2], 6);
 }
 
-void printNames(std::ostream& out, const char* what, const std::vector<std::string>& names) {
+void printNames(std::ostream& out, const char* what, std::vector<std::string> names) {
     if (names.empty()) return;
-    out << what << " (" << names.size() << "):";
-    for (std::size_t i = 0; i < std::min(names.size(), NAMES_SHOWN); ++i)
-        out << (i == 0 ? " " : ", ") << nameText(names[i]);
-    if (names.size() > NAMES_SHOWN) out << " and " << names.size() - NAMES_SHOWN << " more";
-    out << '\n';
+    std::transform(names.begin(), names.end(), names.begin(), nameText);
+    out << what << " (" << names.size() << "): " << listed(names, NAMES_SHOWN) << '\n';
 }
 
 void printCounts(std::ostream& out, const char* what, const char* whole,
@@ -101,17 +98,10 @@ void print(std::ostream& out, const CompareReport& report, bool listMeshes) {
     printNames(out, "meshes only in A", report.missing);
     printNames(out, "meshes only in B", report.added);
     printCounts(out, "attribute ", "", report.attributes);
-    printCounts(out, "material", "", [&] {
-        std::map<std::string, DifferenceCount> whole;
-        const auto found = report.materials.find("");
-        if (found != report.materials.end()) whole.insert(*found);
-        return whole;
-    }());
-    printCounts(out, "material value ", "", [&] {
-        auto values = report.materials;
-        values.erase("");
-        return values;
-    }());
+    std::map<std::string, DifferenceCount> values = report.materials, whole;
+    if (auto node = values.extract("")) whole.insert(std::move(node)); // stands for whole materials
+    printCounts(out, "material", "", whole);
+    printCounts(out, "material value ", "", values);
     printCounts(out, "metadata ", "\"\"", report.metadata);
     if (!listMeshes) return;
     Table meshes({"mesh", "of A", "of B", "compared", "largest", "RMS", "degrees"});
@@ -136,26 +126,22 @@ picojson::value toJson(const ComparedSide& side, const std::string& file) {
 picojson::value toJson(const std::map<std::string, DifferenceCount>& counts, const char* key) {
     return jsonList(counts, [&](const auto& entry) {
         const auto& [name, count] = entry;
-        picojson::object object;
-        object[key] = jsonText(name);
-        object["onlyA"] = jsonCount(count.onlyA);
-        object["onlyB"] = jsonCount(count.onlyB);
-        object["differ"] = jsonCount(count.differ);
-        object["largest"] = jsonNumber(count.largest);
-        return picojson::value(std::move(object));
+        return picojson::value(picojson::object{{key, jsonText(name)},
+                                                {"onlyA", jsonCount(count.onlyA)},
+                                                {"onlyB", jsonCount(count.onlyB)},
+                                                {"differ", jsonCount(count.differ)},
+                                                {"largest", jsonNumber(count.largest)}});
     });
 }
 
 picojson::value toJson(const ComparedPair& pair) {
-    picojson::object object;
-    object["name"] = jsonText(pair.name);
-    object["meshesA"] = jsonCount(pair.meshesA);
-    object["meshesB"] = jsonCount(pair.meshesB);
-    object["compared"] = picojson::value(pair.byOrder ? "order" : "nearest");
-    object["maxDistance"] = jsonNumber(pair.maxDistance);
-    object["rmsDistance"] = jsonNumber(pair.rmsDistance);
-    object["maxNormalDegrees"] = jsonNumber(pair.maxAngle);
-    return picojson::value(std::move(object));
+    return picojson::value(picojson::object{{"name", jsonText(pair.name)},
+                                            {"meshesA", jsonCount(pair.meshesA)},
+                                            {"meshesB", jsonCount(pair.meshesB)},
+                                            {"compared", picojson::value(pair.byOrder ? "order" : "nearest")},
+                                            {"maxDistance", jsonNumber(pair.maxDistance)},
+                                            {"rmsDistance", jsonNumber(pair.rmsDistance)},
+                                            {"maxNormalDegrees", jsonNumber(pair.maxAngle)}});
 }
 
 picojson::value toJson(const CompareReport& report, const DiffArguments& arguments, bool within) {

@@ -45,6 +45,12 @@ void checkExtension(const std::string& output) {
                   "Use " + list + '.');
 }
 
+void refuseInput(const fs::path& input, const fs::path& target) {
+    if (kel::convert::isSameFile(input, target))
+        throw Failure(STATUS_NOT_WRITTEN, target.string(), "is the SRC file itself, which would be lost",
+                      "Choose another name for the output.");
+}
+
 /// All files are written before the first takes its place; the model, which names the others, comes last.
 std::uint64_t write(const ExportResult& result, const fs::path& input, const fs::path& output) {
     std::vector<std::unique_ptr<OutputFile>> files;
@@ -52,9 +58,7 @@ std::uint64_t write(const ExportResult& result, const fs::path& input, const fs:
     for (const auto& file : result.files) {
         const fs::path target =
             &file == &result.files.front() ? output : output.parent_path() / fs::path(file.name).filename();
-        if (kel::convert::isSameFile(input, target))
-            throw Failure(STATUS_NOT_WRITTEN, target.string(), "is the SRC file itself, which would be lost",
-                          "Choose another name for the output.");
+        refuseInput(input, target);
         files.push_back(std::make_unique<OutputFile>(target));
         files.back()->stream().write(file.bytes.data(), static_cast<std::streamsize>(file.bytes.size()));
         bytes += files.back()->flush();
@@ -65,12 +69,8 @@ std::uint64_t write(const ExportResult& result, const fs::path& input, const fs:
 }
 
 void print(Messages& messages, const std::string& output, const ExportResult& result, std::uint64_t bytes) {
-    kel::convert::GeometryCounts counts;
-    counts.meshes = result.meshes;
-    counts.triangles = result.triangles;
-    counts.lines = result.lines;
-    counts.points = result.points;
-    counts.vertices = result.vertices;
+    const kel::convert::GeometryCounts counts{result.meshes, result.triangles, result.lines, result.points,
+                                              result.vertices};
     std::string text = printable(output) + ": " + countsText(counts) + ", " + counted(bytes, "byte", "bytes");
     for (std::size_t i = 1; i < result.files.size(); ++i)
         text += (i == 1 ? ", with " : ", ") + printable(result.files[i].name);
@@ -83,9 +83,7 @@ int runExport(const ExportArguments& arguments, const Streams& streams) {
         const CapturedOutput captured;
         checkExtension(arguments.output);
         const fs::path target = arguments.output;
-        if (kel::convert::isSameFile(arguments.input, target))
-            throw Failure(STATUS_NOT_WRITTEN, arguments.output, "is the SRC file itself, which would be lost",
-                          "Choose another name for the output.");
+        refuseInput(arguments.input, target);
         OutputFile::check(target, signalHooks());
         const auto file = openSrcFile(arguments.input, streams.in);
         const ExportResult result = kel::importer::exportModel(file, target.filename().string());

@@ -30,19 +30,8 @@ struct InfoArguments {
     bool meshes = false, json = false;
 };
 
-const char* purposeName(SectionInfo::Purpose purpose) {
-    switch (purpose) {
-    case SectionInfo::HEADER:
-        return "header";
-    case SectionInfo::INDICES:
-        return "indices";
-    case SectionInfo::ATTRIBUTE:
-        return "attribute";
-    case SectionInfo::OTHER:
-        break;
-    }
-    return "other";
-}
+/// By SectionInfo::Purpose.
+constexpr const char* PURPOSES[] = {"header", "indices", "attribute", "other"};
 
 // ---- For people -----------------------------------------------------------------------------------------
 
@@ -71,7 +60,7 @@ void printSections(std::ostream& out, const FileInfo& info) {
         bars.push_back(
             std::min(BAR_WIDTH, static_cast<std::size_t>(share * static_cast<double>(BAR_WIDTH) + 0.5)));
         table.add({"  " + (section.purpose == SectionInfo::ATTRIBUTE ? printable(section.name)
-                                                                     : purposeName(section.purpose)),
+                                                                     : PURPOSES[section.purpose]),
                    std::to_string(section.bytes), std::to_string(static_cast<int>(share * 100 + 0.5)) + " %",
                    section.encoding, section.step ? shortNumber(*section.step) : ""});
     }
@@ -102,26 +91,21 @@ void printMaterials(std::ostream& out, const FileInfo& info) {
         out << "  and " << info.materials.size() - MATERIALS_SHOWN << " more\n";
 }
 
+void printKeys(std::ostream& out, const char* what, const std::vector<std::string>& keys) {
+    if (!keys.empty()) out << what << ": " << listed(keys, KEYS_SHOWN) << '\n';
+}
+
 void printKeys(std::ostream& out, const FileInfo& info) {
-    if (!info.documentKeys.empty()) {
-        out << "metadata of the file:";
-        for (std::size_t i = 0; i < std::min(info.documentKeys.size(), KEYS_SHOWN); ++i)
-            out << (i == 0 ? " " : ", ") << printable(info.documentKeys[i]);
-        if (info.documentKeys.size() > KEYS_SHOWN)
-            out << " and " << info.documentKeys.size() - KEYS_SHOWN << " more";
-        out << '\n';
+    std::vector<std::string> document, meshes;
+    for (const auto& key : info.documentKeys)
+        document.push_back(printable(key));
+    for (const auto& [key, users] : info.metadataKeys) {
+        meshes.push_back(printable(key));
+        if (users != info.counts.meshes)
+            meshes.back() += " (" + std::to_string(users) + " of " + std::to_string(info.counts.meshes) + ')';
     }
-    if (info.metadataKeys.empty()) return;
-    out << "metadata of meshes:";
-    std::size_t shown = 0;
-    for (const auto& [key, meshes] : info.metadataKeys) {
-        if (shown == KEYS_SHOWN) break;
-        out << (shown++ == 0 ? " " : ", ") << printable(key);
-        if (meshes != info.counts.meshes) out << " (" << meshes << " of " << info.counts.meshes << ')';
-    }
-    if (info.metadataKeys.size() > KEYS_SHOWN)
-        out << " and " << info.metadataKeys.size() - KEYS_SHOWN << " more";
-    out << '\n';
+    printKeys(out, "metadata of the file", document);
+    printKeys(out, "metadata of meshes", meshes);
 }
 
 void printMeshes(std::ostream& out, const FileInfo& info) {
@@ -154,7 +138,7 @@ void print(std::ostream& out, const std::string& name, const FileInfo& info, boo
 
 picojson::value toJson(const SectionInfo& section) {
     picojson::object object;
-    object["purpose"] = picojson::value(purposeName(section.purpose));
+    object["purpose"] = picojson::value(PURPOSES[section.purpose]);
     if (section.purpose == SectionInfo::ATTRIBUTE) object["name"] = jsonText(section.name);
     object["bytes"] = jsonCount(section.bytes);
     object["storedAs"] = jsonText(section.encoding);
@@ -173,16 +157,14 @@ picojson::value toJson(const MaterialInfo& material) {
 }
 
 picojson::value toJson(const MeshInfo& mesh) {
-    picojson::object object;
-    object["id"] = jsonText(mesh.id);
-    object["name"] = jsonText(mesh.name);
-    object["material"] = jsonText(mesh.material);
-    object["kind"] = jsonText(mesh.kind);
-    object["primitives"] = jsonCount(mesh.primitives());
-    object["vertices"] = jsonCount(mesh.counts.vertices);
-    object["bytes"] = jsonCount(mesh.bytes);
-    object["bounds"] = jsonBounds(mesh.bounds);
-    return picojson::value(std::move(object));
+    return picojson::value(picojson::object{{"id", jsonText(mesh.id)},
+                                            {"name", jsonText(mesh.name)},
+                                            {"material", jsonText(mesh.material)},
+                                            {"kind", jsonText(mesh.kind)},
+                                            {"primitives", jsonCount(mesh.primitives())},
+                                            {"vertices", jsonCount(mesh.counts.vertices)},
+                                            {"bytes", jsonCount(mesh.bytes)},
+                                            {"bounds", jsonBounds(mesh.bounds)}});
 }
 
 picojson::value toJson(const std::string& name, const FileInfo& info, bool listMeshes) {

@@ -1,6 +1,7 @@
 #include "commands/Command.h"
 
 #include "Failure.h"
+#include "files/RunInOrder.h"
 #include "terminal/JsonOutput.h"
 #include "terminal/Messages.h"
 #include "terminal/Suggest.h"
@@ -10,13 +11,12 @@
 #include <kel/src/SrcValidator.h>
 
 #include <algorithm>
-#include <atomic>
-#include <condition_variable>
+#include <array>
 #include <exception>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <new>
+#include <numeric>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -60,6 +60,19 @@ struct Filter {
 };
 
 enum class Verdict { VALID, WARNINGS, BROKEN, UNREADABLE };
+
+struct VerdictRow {
+    const char *name, *ansi; ///< for programs; its colour
+    const char* counted;     ///< behind the number of such files
+};
+constexpr VerdictRow VERDICTS[] = {{"valid", "1;32", " valid"},
+                                   {"warnings", "1;33", " with warnings"},
+                                   {"broken", "1;31", " broken"},
+                                   {"unreadable", "1;31", " unreadable"}};
+
+constexpr const VerdictRow& rowOf(Verdict verdict) {
+    return VERDICTS[static_cast<std::size_t>(verdict)];
+}
 
 struct FileVerdict {
     std::vector<SrcFinding> findings;
@@ -167,44 +180,6 @@ FileVerdict check(const std::string& path, std::istream& in, const Filter& filte
     return result;
 }
 
-/// Checks all files on `threads` threads and hands the results over in the files' order.
-template<typename OnResult>
-void checkAll(const std::vector<std::string>& files, std::istream& in, const Filter& filter, std::size_t max,
-              std::size_t threads, const OnResult& onResult) {
-    std::vector<std::optional<FileVerdict>> results(files.size());
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::atomic<std::size_t> next{0};
-    const auto work = [&] {
-        for (std::size_t i; (i = next++) < files.size();) {
-            FileVerdict result = check(files[i], in, filter, max);
-            const std::lock_guard<std::mutex> lock(mutex);
-            results[i] = std::move(result);
-            changed.notify_one();
-        }
-    };
-    struct Joined {
-        std::vector<std::thread> threads;
-        std::atomic<std::size_t>& next;
-        std::size_t end;
-        ~Joined() {
-            next = end;
-            for (auto& thread : threads)
-                thread.join();
-        }
-    } workers{{}, next, files.size()};
-    for (std::size_t i = 0; i < std::min(threads, files.size()); ++i)
-        workers.threads.emplace_back(work);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return results[i].has_value(); });
-        const FileVerdict result = std::move(*results[i]);
-        results[i] = FileVerdict();
-        lock.unlock();
-        onResult(files[i], result);
-    }
-}
-
 // ---- For people -----------------------------------------------------------------------------------------
 
 std::string countsText(const FileVerdict& result) {
@@ -221,16 +196,8 @@ std::string countsText(const FileVerdict& result) {
 
 std::string verdictText(const FileVerdict& result) {
     const std::string counts = countsText(result);
-    switch (result.verdict) {
-    case Verdict::UNREADABLE:
-        return "cannot be checked";
-    case Verdict::BROKEN:
-        return "broken: " + counts;
-    case Verdict::WARNINGS:
-        return "valid, with " + counts;
-    case Verdict::VALID:
-        break;
-    }
+    if (result.verdict == Verdict::UNREADABLE) return "cannot be checked";
+    if (result.verdict == Verdict::BROKEN) return "broken: " + counts;
     return counts.empty() ? "valid" : "valid, with " + counts;
 }
 
@@ -250,10 +217,7 @@ public:
                     << counted(all - result.findings.size(), "more finding", "more findings")
                     << "; --max shows them\n";
         }
-        const char* ansi = result.verdict == Verdict::VALID      ? "1;32"
-                           : result.verdict == Verdict::WARNINGS ? "1;33"
-                                                                 : "1;31";
-        out << name << ": " << coloured(verdictText(result), ansi) << '\n';
+        out << name << ": " << coloured(verdictText(result), rowOf(result.verdict).ansi) << '\n';
     }
 
 private:
@@ -284,40 +248,24 @@ private:
 
 // ---- For programs ---------------------------------------------------------------------------------------
 
-const char* verdictName(Verdict verdict) {
-    switch (verdict) {
-    case Verdict::VALID:
-        return "valid";
-    case Verdict::WARNINGS:
-        return "warnings";
-    case Verdict::BROKEN:
-        return "broken";
-    case Verdict::UNREADABLE:
-        break;
-    }
-    return "unreadable";
-}
-
 picojson::value toJson(const SrcFinding& finding) {
     const auto& info = kel::src::infoOf(finding.code);
-    picojson::object object;
-    object["code"] = jsonText(info.name);
-    object["severity"] = jsonText(kel::src::severityName(info.severity));
-    object["path"] = jsonText(finding.path);
-    object["byteOffset"] = finding.byteOffset == kel::src::SrcError::NO_OFFSET
-                               ? picojson::value()
-                               : jsonCount(finding.byteOffset);
-    object["sentence"] = jsonText(info.sentence);
-    object["detail"] = jsonText(finding.detail);
-    object["remedy"] = jsonText(info.remedy);
-    object["count"] = jsonCount(finding.count);
-    return picojson::value(std::move(object));
+    return picojson::value(picojson::object{{"code", jsonText(info.name)},
+                                            {"severity", jsonText(kel::src::severityName(info.severity))},
+                                            {"path", jsonText(finding.path)},
+                                            {"byteOffset", finding.byteOffset == kel::src::SrcError::NO_OFFSET
+                                                               ? picojson::value()
+                                                               : jsonCount(finding.byteOffset)},
+                                            {"sentence", jsonText(info.sentence)},
+                                            {"detail", jsonText(finding.detail)},
+                                            {"remedy", jsonText(info.remedy)},
+                                            {"count", jsonCount(finding.count)}});
 }
 
 picojson::value toJson(const std::string& path, const FileVerdict& result) {
     picojson::object object;
     object["file"] = jsonText(inputName(path));
-    object["verdict"] = picojson::value(verdictName(result.verdict));
+    object["verdict"] = picojson::value(rowOf(result.verdict).name);
     object["errors"] = jsonCount(result.errors);
     object["warnings"] = jsonCount(result.warnings);
     object["hints"] = jsonCount(result.hints);
@@ -329,33 +277,27 @@ picojson::value toJson(const std::string& path, const FileVerdict& result) {
 
 /// How many files there are of each verdict.
 struct Totals {
-    std::size_t valid = 0, warnings = 0, broken = 0, unreadable = 0;
+    std::array<std::size_t, std::size(VERDICTS)> of{};
 
-    void add(Verdict verdict) {
-        ++(verdict == Verdict::VALID      ? valid
-           : verdict == Verdict::WARNINGS ? warnings
-           : verdict == Verdict::BROKEN   ? broken
-                                          : unreadable);
-    }
-    std::size_t files() const { return valid + warnings + broken + unreadable; }
-    Status status(bool strict) const {
-        if (unreadable != 0) return STATUS_INPUT;
-        return broken != 0 || (strict && warnings != 0) ? STATUS_FINDINGS : STATUS_OK;
+    std::size_t& operator[](Verdict verdict) { return of[static_cast<std::size_t>(verdict)]; }
+    std::size_t files() const { return std::accumulate(of.begin(), of.end(), std::size_t(0)); }
+    Status status(bool strict) {
+        if ((*this)[Verdict::UNREADABLE] != 0) return STATUS_INPUT;
+        const bool isBad = (*this)[Verdict::BROKEN] != 0 || (strict && (*this)[Verdict::WARNINGS] != 0);
+        return isBad ? STATUS_FINDINGS : STATUS_OK;
     }
     std::string text() const {
-        std::string result = counted(files(), "file", "files") + ": " + std::to_string(valid) + " valid";
-        if (warnings != 0) result += ", " + std::to_string(warnings) + " with warnings";
-        if (broken != 0) result += ", " + std::to_string(broken) + " broken";
-        if (unreadable != 0) result += ", " + std::to_string(unreadable) + " unreadable";
+        std::string result = counted(files(), "file", "files") + ": ";
+        for (std::size_t i = 0; i < of.size(); ++i) {
+            if (i == 0 || of[i] != 0)
+                result += (i == 0 ? "" : ", ") + std::to_string(of[i]) + VERDICTS[i].counted;
+        }
         return result;
     }
     picojson::value toJson() const {
-        picojson::object object;
-        object["files"] = jsonCount(files());
-        object["valid"] = jsonCount(valid);
-        object["warnings"] = jsonCount(warnings);
-        object["broken"] = jsonCount(broken);
-        object["unreadable"] = jsonCount(unreadable);
+        picojson::object object{{"files", jsonCount(files())}};
+        for (std::size_t i = 0; i < of.size(); ++i)
+            object[VERDICTS[i].name] = jsonCount(of[i]);
         return picojson::value(std::move(object));
     }
 };
@@ -374,15 +316,15 @@ int runValidate(const ValidateArguments& arguments, const Streams& streams) {
     picojson::array reports;
     Totals totals;
     const std::size_t max = arguments.max.value_or(arguments.json ? SHOWN_TO_PROGRAMS : SHOWN_TO_PEOPLE);
-    checkAll(files, streams.in, filter, max, threads,
-             [&](const std::string& path, const FileVerdict& result) {
-                 totals.add(result.verdict);
-                 if (arguments.json) {
-                     reports.push_back(toJson(path, result));
-                 } else if (!arguments.quiet || result.verdict != Verdict::VALID) {
-                     printer.print(path, result);
-                 }
-             });
+    const auto work = [&](std::size_t i) { return check(files[i], streams.in, filter, max); };
+    runInOrder(files.size(), threads, work, [&](std::size_t i, const FileVerdict& result) {
+        ++totals[result.verdict];
+        if (arguments.json) {
+            reports.push_back(toJson(files[i], result));
+        } else if (!arguments.quiet || result.verdict != Verdict::VALID) {
+            printer.print(files[i], result);
+        }
+    });
     if (arguments.json) {
         picojson::object report;
         report["files"] = picojson::value(std::move(reports));

@@ -4,7 +4,6 @@
 #include "commands/ConvertOutput.h"
 #include "files/ConvertJobs.h"
 #include "files/OutputFile.h"
-#include "page/Browser.h"
 #include "page/ViewServer.h"
 #include "page/ViewerPage.h"
 #include "terminal/CapturedOutput.h"
@@ -14,10 +13,16 @@
 #include "terminal/Terminal.h"
 #include <kel/convert/OpenSrc.h>
 
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <spawn.h>
 #include <string>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kelsrc::cli {
@@ -73,19 +78,51 @@ ServedFiles filesToServe(const ViewArguments& arguments, Messages& messages) {
     return served;
 }
 
-picojson::value toJson(const ViewServer& server, const ServedFiles& served) {
-    picojson::object object;
-    object["address"] = jsonText(server.address());
-    object["port"] = jsonCount(static_cast<std::uint64_t>(server.port()));
-    picojson::array files;
-    for (std::size_t i = 0; i < served.files.size(); ++i) {
-        picojson::object file;
-        file["name"] = jsonText(served.files[i].name);
-        file["path"] = jsonText(server.pathOf(i));
-        files.emplace_back(file);
+bool isSet(const char* name) {
+    const char* value = std::getenv(name);
+    return value && *value;
+}
+
+/// Has the desktop's browser open an address, and does not wait for it. Does nothing where there is no desktop
+/// or no program xdg-open.
+void openInBrowser(const std::string& address) {
+    if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) return;
+    posix_spawn_file_actions_t files;
+    posix_spawnattr_t attributes;
+    if (::posix_spawn_file_actions_init(&files) != 0) return;
+    if (::posix_spawnattr_init(&attributes) != 0) {
+        ::posix_spawn_file_actions_destroy(&files);
+        return;
     }
-    object["files"] = picojson::value(files);
-    return picojson::value(object);
+    // What it says is not for this terminal, nor is standard output: that is data.
+    ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    // A session of its own: Ctrl-C here is not for a browser that began with this page. Signals that the
+    // command ignores would stay ignored there.
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGXFSZ);
+    ::posix_spawnattr_setsigdefault(&attributes, &defaults);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
+    char program[] = "xdg-open";
+    std::string argument = address;
+    char* const arguments[] = {program, argument.data(), nullptr};
+    pid_t child = 0;
+    ::posix_spawnp(&child, program, &files, &attributes, arguments, environ);
+    ::posix_spawn_file_actions_destroy(&files);
+    ::posix_spawnattr_destroy(&attributes);
+}
+
+picojson::value toJson(const ViewServer& server, const ServedFiles& served) {
+    picojson::array files;
+    for (std::size_t i = 0; i < served.files.size(); ++i)
+        files.emplace_back(
+            picojson::object{{"name", jsonText(served.files[i].name)}, {"path", jsonText(server.pathOf(i))}});
+    return picojson::value(picojson::object{{"address", jsonText(server.address())},
+                                            {"port", jsonCount(static_cast<std::uint64_t>(server.port()))},
+                                            {"files", picojson::value(std::move(files))}});
 }
 
 int runView(const ViewArguments& arguments, const Streams& streams) {

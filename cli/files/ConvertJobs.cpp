@@ -1,15 +1,14 @@
 #include "files/ConvertJobs.h"
 
 #include "files/OutputFile.h"
+#include "files/RunInOrder.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <set>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 namespace kelsrc::cli {
@@ -22,12 +21,6 @@ struct Planned {
     fs::path input;
     fs::path folder; ///< of the output, relative
 };
-
-std::uint64_t sizeOf(const fs::path& file) {
-    std::error_code error;
-    const auto size = fs::file_size(file, error);
-    return error ? 0 : size;
-}
 
 /// Its name without a trailing slash, and not "." or "..".
 fs::path ownName(const fs::path& folder) {
@@ -107,7 +100,6 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const fs::path
         Job job;
         job.source.file = file.input;
         job.destination.file = target(file, wanted[target(file, false)].size() > 1);
-        job.bytes = sizeOf(file.input);
         job.makeFolder = job.destination.file.has_parent_path();
         const auto [owner, isNew] = taken.emplace(job.destination.file, file.input);
         if (!isNew) {
@@ -137,34 +129,18 @@ FileReport convertFile(const Job& job, const JobOptions& options, const kel::con
 void runJobs(const std::vector<Job>& jobs, const JobOptions& options, std::size_t threads, bool failFast,
              const std::function<void(std::size_t, const char*, double)>& onStage,
              const std::function<void(std::size_t, Outcome&)>& onOutcome) {
-    std::vector<std::optional<Outcome>> outcomes(jobs.size());
-    std::atomic<std::size_t> next{0};
     std::atomic<bool> stopped{false};
-    std::mutex mutex;
-    std::size_t handedOn = 0;
-    const auto work = [&] {
-        for (std::size_t i; (i = next++) < jobs.size();) {
-            Outcome outcome;
-            if (!stopped)
-                outcome = runJob(jobs[i], options, [&](const char* stage, double done) {
-                    onStage(i, stage, done);
-                    return true;
-                });
-            if (failFast && outcome.state == Outcome::FAILED) stopped = true;
-            const std::lock_guard<std::mutex> lock(mutex);
-            outcomes[i] = std::move(outcome);
-            for (; handedOn < jobs.size() && outcomes[handedOn]; ++handedOn) {
-                onOutcome(handedOn, *outcomes[handedOn]);
-                outcomes[handedOn]->report = {};
-            }
-        }
+    const auto work = [&](std::size_t i) {
+        Outcome outcome;
+        if (!stopped)
+            outcome = runJob(jobs[i], options, [&](const char* stage, double done) {
+                onStage(i, stage, done);
+                return true;
+            });
+        if (failFast && outcome.state == Outcome::FAILED) stopped = true;
+        return outcome;
     };
-    std::vector<std::thread> others;
-    for (std::size_t i = 1; i < std::min(threads, jobs.size()); ++i)
-        others.emplace_back(work);
-    work();
-    for (auto& thread : others)
-        thread.join();
+    runInOrder(jobs.size(), threads, work, onOutcome);
 }
 
 } // namespace kelsrc::cli

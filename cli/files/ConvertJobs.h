@@ -17,7 +17,6 @@ namespace kelsrc::cli {
 struct Job {
     kel::convert::Source source;
     kel::convert::Destination destination;
-    std::uint64_t bytes = 0;        ///< of the model
     bool makeFolder = false;        ///< make the destination's folder where it is missing
     std::optional<Failure> refused; ///< known before the work begins
 };

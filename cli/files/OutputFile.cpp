@@ -1,8 +1,5 @@
 #include "files/OutputFile.h"
 
-#include "terminal/ImporterCrash.h"
-#include "terminal/Signals.h"
-
 #include <memory>
 #include <string>
 #include <unistd.h>

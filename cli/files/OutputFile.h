@@ -1,11 +1,26 @@
 #pragma once
 
+#include "terminal/Messages.h"
+#include "terminal/Signals.h"
+
 #include <kel/convert/AtomicFile.h>
 #include <kel/convert/ProcessHooks.h>
 
 #include <filesystem>
+#include <string>
 
 namespace kelsrc::cli {
+
+/// Around a call of the importer: some damaged files crash Assimp, and that is an error of the file.
+struct ImporterCrash : CrashMessage {
+    explicit ImporterCrash(const std::string& name)
+        : CrashMessage("kelsrc: error: " + printable(name) +
+                           ": Assimp, which reads models, crashed on this file\n"
+                           "  It is damaged, or of a kind that this Assimp cannot read: export it again, "
+                           "best as glTF. "
+                           "The run ends here, and nothing was written for this file.\n",
+                       STATUS_INPUT) {}
+};
 
 /// What the library is told of this process: a SignalGuard removes temporary files, and a crash of the importer
 /// is told as an error of the model.

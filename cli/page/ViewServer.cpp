@@ -166,6 +166,9 @@ private:
 } // namespace
 
 class ViewServer::Impl {
+    const std::string page, compressedPage, policy;
+    std::map<std::string, std::size_t> places; ///< by the path of a request
+
 public:
     Impl(const std::string& page, std::vector<ServedFile> served, int wantedPort)
         : page(page), compressedPage(gzip(page, PAGE_LEVEL)), policy(policyOf(page)),
@@ -206,22 +209,11 @@ public:
         if (thread.joinable()) thread.join();
     }
 
-    void start() {
-        thread = std::thread([this] {
-            listener.listen_after_bind();
-            ended = true;
-        });
-        // Before that, telling it to stop has no effect.
-        while (!listener.is_running() && !ended)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-
-    std::string pathOf(std::size_t index) const {
-        return "files/" + std::to_string(index) + '/' + percentEncoded(files[index].name);
-    }
-    std::size_t fileCount() const { return files.size(); }
-
     int port = 0;
+    const std::vector<ServedFile> files;
+    Listener listener;
+    std::thread thread;
+    std::atomic<bool> ended{false};
 
 private:
     void answer(const Request& request, Response& response) const {
@@ -358,13 +350,6 @@ private:
 
     static constexpr const char* NOTHING_ALLOWED = "default-src 'none'; frame-ancestors 'none'";
     static constexpr const char* FILE_TYPE = "application/octet-stream";
-
-    const std::string page, compressedPage, policy;
-    const std::vector<ServedFile> files;
-    std::map<std::string, std::size_t> places; ///< by the path of a request
-    std::atomic<bool> ended{false};
-    Listener listener;
-    std::thread thread;
 };
 
 ViewServer::ViewServer(const std::string& page, std::vector<ServedFile> files, int port)
@@ -377,14 +362,14 @@ int ViewServer::port() const {
 }
 
 std::string ViewServer::pathOf(std::size_t index) const {
-    return impl->pathOf(index);
+    return "files/" + std::to_string(index) + '/' + percentEncoded(impl->files[index].name);
 }
 
 std::string ViewServer::address() const {
     std::string address = std::string("http://") + HOST + ':' + std::to_string(impl->port) + '/';
-    for (std::size_t i = 0; i < impl->fileCount(); ++i) {
+    for (std::size_t i = 0; i < impl->files.size(); ++i) {
         // The path is encoded once more, as the value of a parameter; its slashes may stay.
-        const std::string path = impl->pathOf(i);
+        const std::string path = pathOf(i);
         const std::size_t name = path.rfind('/') + 1;
         address += (i == 0 ? "?src=" : "&src=") + path.substr(0, name) + percentEncoded(path.substr(name));
     }
@@ -392,7 +377,13 @@ std::string ViewServer::address() const {
 }
 
 void ViewServer::start() {
-    impl->start();
+    impl->thread = std::thread([this] {
+        impl->listener.listen_after_bind();
+        impl->ended = true;
+    });
+    // Before that, telling it to stop has no effect.
+    while (!impl->listener.is_running() && !impl->ended)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 } // namespace kelsrc::cli

@@ -8,8 +8,9 @@
 #include <boost/log/trivial.hpp>
 #include <boost/make_shared.hpp>
 
+#include <algorithm>
 #include <iostream>
-#include <utility>
+#include <mutex>
 
 namespace kelsrc::cli {
 
@@ -63,10 +64,8 @@ private:
     Lines& lines;
 };
 
-} // namespace
-
 /// A stream buffer without a buffer: each write takes the lock of the lines.
-class CapturedOutput::Collector final : public std::streambuf {
+class Collector final : public std::streambuf {
 public:
     Lines lines;
 
@@ -83,31 +82,34 @@ protected:
     }
 };
 
-struct CapturedOutput::Log {
-    Lines lines;
+} // namespace
+
+struct CapturedOutput::Captured {
+    Collector printed;
+    Lines log;
     boost::shared_ptr<sinks::synchronous_sink<LogBackend>> sink =
-        boost::make_shared<sinks::synchronous_sink<LogBackend>>(boost::make_shared<LogBackend>(lines));
+        boost::make_shared<sinks::synchronous_sink<LogBackend>>(boost::make_shared<LogBackend>(log));
 };
 
 CapturedOutput::CapturedOutput()
-    : printed(std::make_unique<Collector>()), log(std::make_unique<Log>()),
-      previousOut(std::cout.rdbuf(printed.get())), previousErr(std::cerr.rdbuf(printed.get())) {
+    : captured(std::make_unique<Captured>()), previousOut(std::cout.rdbuf(&captured->printed)),
+      previousErr(std::cerr.rdbuf(&captured->printed)) {
     // With a sink of ours in place the default one, which prints to standard output, stays out.
-    boost::log::core::get()->add_sink(log->sink);
+    boost::log::core::get()->add_sink(captured->sink);
 }
 
 CapturedOutput::~CapturedOutput() {
-    boost::log::core::get()->remove_sink(log->sink);
+    boost::log::core::get()->remove_sink(captured->sink);
     std::cout.rdbuf(previousOut);
     std::cerr.rdbuf(previousErr);
 }
 
 std::vector<std::string> CapturedOutput::takeLog() {
-    return log->lines.take();
+    return captured->log.take();
 }
 
 std::vector<std::string> CapturedOutput::takePrinted() {
-    return printed->lines.take();
+    return captured->printed.lines.take();
 }
 
 } // namespace kelsrc::cli

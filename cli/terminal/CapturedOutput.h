@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -24,11 +23,9 @@ public:
     std::vector<std::string> takePrinted();
 
 private:
-    class Collector;
-    struct Log;
+    struct Captured;
 
-    std::unique_ptr<Collector> printed;
-    std::unique_ptr<Log> log;
+    std::unique_ptr<Captured> captured;
     std::streambuf* previousOut;
     std::streambuf* previousErr;
 };

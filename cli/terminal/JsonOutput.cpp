@@ -31,10 +31,8 @@ picojson::value jsonVector(const std::array<double, 3>& vector) {
 
 picojson::value jsonBounds(const kel::convert::Bounds& bounds) {
     if (bounds.isEmpty()) return {};
-    picojson::object object;
-    object["min"] = jsonVector(bounds.min);
-    object["max"] = jsonVector(bounds.max);
-    return picojson::value(std::move(object));
+    return picojson::value(
+        picojson::object{{"min", jsonVector(bounds.min)}, {"max", jsonVector(bounds.max)}});
 }
 
 picojson::value jsonTexts(const std::vector<std::string>& texts) {

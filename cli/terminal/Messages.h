@@ -16,6 +16,7 @@ namespace kelsrc::cli {
 std::string printable(std::string_view text);
 
 using kel::convert::counted;
+using kel::convert::listed;
 using kel::convert::shortNumber;
 
 /// All talk of the command: it goes to one stream, standard error, a line per message, and shares it with a

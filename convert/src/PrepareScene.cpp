@@ -35,14 +35,6 @@ constexpr std::size_t PLACES_SHOWN = 5;
 // Of the diagonal of the scene's bounds: a tenth of a pixel when the scene fills a screen of 1,600 of them.
 constexpr double DEFAULT_MAX_ERROR = 1.0 / 16384.0;
 
-std::string joined(const std::vector<std::string>& parts, const char* separator = ", ") {
-    std::string text;
-    for (std::size_t i = 0; i < std::min(parts.size(), PLACES_SHOWN); ++i)
-        text += (i == 0 ? "" : separator) + parts[i];
-    if (parts.size() > PLACES_SHOWN) text += " and " + std::to_string(parts.size() - PLACES_SHOWN) + " more";
-    return text;
-}
-
 const char* primitivesName(const kel::mesh::Mesh& mesh) {
     const auto type = mesh.getPrimitiveType();
     return type == kel::mesh::TRIANGLES || kel::mesh::cornersPerPrimitive(type) != 3 ? kindName(type)
@@ -132,9 +124,11 @@ private:
             ++leftOut[primitives];
         }
         if (others.empty()) return;
-        if (others.size() == scene.meshes.size()) refuse(ConvertCode::NO_TRIANGLES, joined(others));
+        if (others.size() == scene.meshes.size())
+            refuse(ConvertCode::NO_TRIANGLES, listed(others, PLACES_SHOWN));
         if (!recipe.onlyTriangles)
-            refuse(ConvertCode::NOT_ONLY_TRIANGLES, (others.size() == 1 ? "is " : "are ") + joined(others));
+            refuse(ConvertCode::NOT_ONLY_TRIANGLES,
+                   (others.size() == 1 ? "is " : "are ") + listed(others, PLACES_SHOWN));
         for (const auto& [kind, count] : leftOut)
             drop("meshes of " + kind, count, "--only-triangles");
         scene.meshes.erase(std::remove_if(scene.meshes.begin(), scene.meshes.end(), std::not_fn(isKept)),
@@ -340,7 +334,7 @@ private:
             const bool isDropped = finding.code == ProblemCode::ATTRIBUTE_DROPPED;
             kinds[{finding.code, isDropped ? finding.attribute : ""}].push_back(&finding);
         }
-        if (!errors.empty()) refuse(ConvertCode::PROBLEMS_FOUND, joined(errors, "; "));
+        if (!errors.empty()) refuse(ConvertCode::PROBLEMS_FOUND, listed(errors, PLACES_SHOWN, "; "));
         for (const auto& [kind, findings] : kinds) {
             if (kind.first == ProblemCode::ATTRIBUTE_DROPPED) {
                 drop('"' + kind.second + "\" attributes", findings.size(),

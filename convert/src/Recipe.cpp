@@ -41,8 +41,8 @@ const std::vector<Named<AnyTarget>> TARGETS = [] {
     return targets;
 }();
 
-/// Calls `visit` with the name and the value of each member, in the order of their names, with the range of those
-/// that are numbers, and with the names of the values of those that have some.
+/// Calls `visit` with the name and the value of each member, in the order of their names, with the range of
+/// those that are numbers, and with the names of the values of those that have some.
 template<typename AnyRecipe, typename Visit>
 void forEachMember(AnyRecipe& recipe, Visit&& visit) {
     visit("allowClamping", recipe.allowClamping);

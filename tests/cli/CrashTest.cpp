@@ -3,7 +3,7 @@
 #include "ChildProcess.h"
 #include "CommandRun.h"
 
-#include <terminal/ImporterCrash.h>
+#include <files/OutputFile.h>
 
 #include <gmock/gmock.h>
 

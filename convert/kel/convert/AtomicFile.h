@@ -55,7 +55,7 @@ private:
 
     [[noreturn]] void fail(const std::string& what, int error, const std::string& remedy = "") const;
     void open(Naming naming);
-    /// Has `take` make a file of a name in the folder, until one was free. False with errno when none can be made.
+    /// Has `take` make a file of a name in the folder, until one was free. False with errno when none was.
     template<typename Take>
     bool takeFreeName(const Take& take);
     void link();
