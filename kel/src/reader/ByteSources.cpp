@@ -1,4 +1,4 @@
-#include <kel/src/reader/ByteSources_p.h>
+#include <kel/src/reader/FileData_p.h>
 
 #include <fcntl.h>
 #include <sys/mman.h>

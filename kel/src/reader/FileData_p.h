@@ -1,18 +1,59 @@
 #pragma once
 
 #include <kel/src/SrcFile.h>
-#include <kel/src/reader/ByteSources_p.h>
 #include <kel/src/reader/HeaderTables_p.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace kel::src::detail {
+
+// ---- Where bytes come from ------------------------------------------------------------------------------
+
+/// Where streamed bytes come from: writes up to `size` bytes and says how many; 0 at the end.
+using ByteInput = std::function<std::size_t(unsigned char* target, std::size_t size)>;
+
+/// The stream must outlive the result.
+ByteInput inputFrom(std::istream& in);
+
+/// Bytes that grow as they are read. Not a vector: a vector writes zeros before it is read into.
+class GrowingBytes {
+public:
+    const unsigned char* data() const { return bytes.get(); }
+    std::size_t size() const { return used; }
+
+    /// Reads until `wanted` bytes are there or none come. Takes memory in steps that double, so that a claim
+    /// costs nothing that is not kept.
+    void fill(std::uint64_t wanted, const ByteInput& in);
+
+private:
+    struct Free {
+        void operator()(unsigned char* memory) const { std::free(memory); }
+    };
+
+    std::unique_ptr<unsigned char, Free> bytes;
+    std::size_t used = 0;
+    std::size_t capacity = 0;
+};
+
+/// A regular file is mapped, a pipe or device is a stream.
+struct OpenedFile {
+    ByteView bytes;
+    std::shared_ptr<const void> mapping; ///< keeps `bytes` alive; null for a stream
+    ByteInput input;                     ///< of a stream
+};
+
+/// throws  SrcError when the file cannot be opened, or is a directory; so does reading it, when that fails
+OpenedFile openFile(const std::string& path);
+
+// ---- A loaded file --------------------------------------------------------------------------------------
 
 /// What a SrcFile points to.
 struct SrcFileData {
@@ -35,11 +76,8 @@ struct SrcFileData {
 /// Opens what SrcFile closes off.
 struct SrcFileAccess {
     static SrcFile make(std::unique_ptr<SrcFileData> data) { return SrcFile(std::move(data)); }
-    static const SrcFileData& data(const SrcFile& file) { return *file.data; }
-    static SrcFileData& data(SrcFile& file) { return *file.data; }
+    static SrcFileData& data(const SrcFile& file) { return *file.data; }
 };
-
-// ---- Loading --------------------------------------------------------------------------------------------
 
 // The one loader, of the reader and the validator: preamble, header, references and the chunks' places are
 // checked here, against the same limits whoever asks. All of these return nothing after a finding that makes
@@ -62,13 +100,14 @@ std::unique_ptr<SrcFileData> loadStreamHeader(const ByteInput& in, const ReadLim
 
 // ---- Elements of views ----------------------------------------------------------------------------------
 
+/// Takes `count` elements, of which the first is number `first` of its view.
+using ElementRun = std::function<void(const unsigned char* source, std::uint64_t first, std::size_t count)>;
+
 /// Calls `run` with the elements of a view: once where its bytes lie in one piece, else piece by piece from
 /// copies. Element i of a run begins at source + i * stride.
 ///
 /// throws  std::logic_error in a stream that does not hold the bytes
-void forEachRun(
-    const SrcFile& file, const ElementPlaces& elements,
-    const std::function<void(const unsigned char* source, std::uint64_t first, std::size_t count)>& run);
+void forEachRun(const SrcFile& file, const ElementPlaces& elements, const ElementRun& run);
 
 /// Copies the elements of a view, without what lies between them, to `target`.
 void copyElements(const SrcFile& file, const ElementPlaces& elements, void* target);

@@ -6,7 +6,6 @@
 #include <kel/src/text/JsonPointer.h>
 #include <kel/src/text/JsonValues.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>

@@ -69,7 +69,7 @@ public:
         return positions;
     }
 
-private:
+    /// What stands before the digits at the end of an ID.
     static std::string_view withoutNumber(std::string_view id) {
         std::size_t last = id.size();
         while (last > 0 && id[last - 1] >= '0' && id[last - 1] <= '9')
@@ -77,6 +77,7 @@ private:
         return id.substr(0, last);
     }
 
+private:
     /// The number behind the prefix, written without leading zeros; NOT_FOUND when the ID is not of that
     /// form.
     std::size_t numberOf(std::string_view id) const {

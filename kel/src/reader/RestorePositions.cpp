@@ -11,14 +11,6 @@ namespace kel::src::detail {
 
 namespace {
 
-float stepsFrom(float value, int steps) {
-    const float towards =
-        steps < 0 ? -std::numeric_limits<float>::infinity() : std::numeric_limits<float>::infinity();
-    for (int i = 0; i < std::abs(steps); ++i)
-        value = std::nextafterf(value, towards);
-    return value;
-}
-
 std::uint16_t codeIn(float value, float min, float max) {
     return kel::mesh::quantizeComponent<float, std::uint16_t>(value, min, max);
 }
@@ -46,7 +38,7 @@ std::optional<Range> rangeOf(double center, double size, double offset, double s
         return Range{nearMin, nearMax, middle, middle};
     }
     const float outer = std::max(std::fabs(nearMin), std::fabs(nearMax));
-    const float quarter = 0.25f * (stepsFrom(outer, 1) - outer);
+    const float quarter = 0.25f * (std::nextafterf(outer, std::numeric_limits<float>::infinity()) - outer);
     // From the middle outwards: 0, 1, -1, 2, -2 and so on.
     const auto outwards = [](int i) { return static_cast<float>(i % 2 == 0 ? -i / 2 : (i + 1) / 2); };
     for (int low = 0; low <= 2 * REACH; ++low) {

@@ -21,11 +21,6 @@ std::string messageOf(SrcCode code, std::uint64_t offset, const std::string& pat
     return text + " " + std::string(info.remedy);
 }
 
-template<typename T>
-SrcRange<T> rangeOf(const std::vector<T>& entries) {
-    return {entries.data(), entries.size()};
-}
-
 } // namespace
 
 SrcError::SrcError(SrcCode code, std::uint64_t byteOffset, std::string path, std::string detail)
@@ -47,31 +42,31 @@ std::uint64_t SrcFile::dataBytes() const {
     return data->dataBytes;
 }
 SrcRange<SrcChunk> SrcFile::chunks() const {
-    return rangeOf(data->tables.chunks);
+    return data->tables.chunks;
 }
 SrcRange<SrcBufferView> SrcFile::bufferViews() const {
-    return rangeOf(data->tables.bufferViews);
+    return data->tables.bufferViews;
 }
 SrcRange<std::uint32_t> SrcFile::viewChunks() const {
-    return rangeOf(data->tables.viewChunks);
+    return data->tables.viewChunks;
 }
 SrcRange<SrcIndexView> SrcFile::indexViews() const {
-    return rangeOf(data->tables.indexViews);
+    return data->tables.indexViews;
 }
 SrcRange<SrcAttributeView> SrcFile::attributeViews() const {
-    return rangeOf(data->tables.attributeViews);
+    return data->tables.attributeViews;
 }
 SrcRange<SrcMesh> SrcFile::meshes() const {
-    return rangeOf(data->tables.meshes);
+    return data->tables.meshes;
 }
 SrcRange<SrcAttribute> SrcFile::attributes(const SrcMesh& mesh) const {
     return {data->tables.attributes.data() + mesh.firstAttribute, mesh.attributeCount};
 }
 SrcRange<SrcMaterial> SrcFile::materials() const {
-    return rangeOf(data->tables.materials);
+    return data->tables.materials;
 }
 SrcRange<SrcTechnique> SrcFile::techniques() const {
-    return rangeOf(data->tables.techniques);
+    return data->tables.techniques;
 }
 std::string_view SrcFile::metadata() const {
     return data->tables.metadata;

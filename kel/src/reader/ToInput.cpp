@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <map>
 #include <utility>
 
@@ -27,7 +26,6 @@ using kel::material::MaterialClassic;
 using kel::mesh::AttributeBuffer;
 using kel::mesh::DefaultMesh;
 using kel::mesh::IndexBuffer;
-using Bytes = std::vector<unsigned char>;
 
 /// The bits of the container writer's quantizer when a view shows its fixed box, -0.5 to 0.5; else 0.
 unsigned int bitsOfFixedBox(const SrcAttributeView& view) {
@@ -97,12 +95,9 @@ private:
     // ---- Materials --------------------------------------------------------------------------------------
 
     static std::uint32_t identifierOf(std::string_view id, std::uint32_t otherwise) {
-        std::size_t digits = id.size();
-        while (digits > 0 && id[digits - 1] >= '0' && id[digits - 1] <= '9')
-            --digits;
+        const std::string_view digits = id.substr(detail::IdTable::withoutNumber(id).size());
         double number = 0;
-        if (digits == id.size() || !text::parseJsonNumber(id.substr(digits), number) || number > 4294967295.0)
-            return otherwise;
+        if (!text::parseJsonNumber(digits, number) || number > 4294967295.0) return otherwise;
         return static_cast<std::uint32_t>(number);
     }
 
@@ -145,29 +140,26 @@ private:
         return made;
     }
 
+    template<typename T>
     static std::shared_ptr<AttributeBuffer> packedBuffer(kel::mesh::ComponentType type,
-                                                         std::size_t components,
-                                                         std::shared_ptr<kel::mesh::detail::BufferData> data,
-                                                         std::string name) {
+                                                         std::size_t components, std::vector<T> values,
+                                                         std::string_view name) {
         const std::size_t element = components * kel::mesh::getComponentSizeInBytes(type);
-        return std::make_shared<kel::mesh::detail::DefaultAttributeBuffer>(type, components, element, 0,
-                                                                           std::move(data), std::move(name));
+        return std::make_shared<kel::mesh::detail::DefaultAttributeBuffer>(
+            type, components, element, 0,
+            std::make_shared<kel::mesh::detail::TypedBufferData<T>>(std::move(values)), std::string(name));
     }
 
     static std::shared_ptr<AttributeBuffer> floatBuffer(std::size_t components, std::vector<float> values,
-                                                        std::string name) {
-        return packedBuffer(kel::mesh::FLOAT, components,
-                            std::make_shared<kel::mesh::detail::TypedBufferData<float>>(std::move(values)),
-                            std::move(name));
+                                                        std::string_view name) {
+        return packedBuffer(kel::mesh::FLOAT, components, std::move(values), name);
     }
 
-    std::shared_ptr<AttributeBuffer> storedBuffer(const SrcAttributeView& view, std::string name) {
-        const std::size_t element = std::size_t(view.components) * view.componentBytes;
-        Bytes bytes(static_cast<std::size_t>(view.count) * element);
+    std::shared_ptr<AttributeBuffer> storedBuffer(const SrcAttributeView& view, std::string_view name) {
+        std::vector<unsigned char> bytes(static_cast<std::size_t>(view.count) * view.components *
+                                         view.componentBytes);
         detail::copyElements(file, view, bytes.data());
-        return packedBuffer(view.componentType, view.components,
-                            std::make_shared<kel::mesh::detail::VectorBufferData>(std::move(bytes)),
-                            std::move(name));
+        return packedBuffer(view.componentType, view.components, std::move(bytes), name);
     }
 
     /// Decoded positions of the public writer, moved onto their codes.
@@ -180,18 +172,18 @@ private:
     }
 
     std::shared_ptr<AttributeBuffer> decodedBuffer(const SrcMesh& mesh, const SrcAttributeView& view,
-                                                   std::string name) {
+                                                   std::string_view name) {
         const unsigned int bits = bitsOfFixedBox(view);
         const bool isPublic = bits == 0 && name == kel::mesh::DEFAULT_POSITIONS_NAME &&
                               view.components == 3 && view.componentType == kel::mesh::UNSIGNED_SHORT;
-        if (isPublic) return floatBuffer(3, positionsOf(mesh, view), std::move(name));
+        if (isPublic) return floatBuffer(3, positionsOf(mesh, view), name);
         std::vector<float> values = decodeAttribute(file, view);
         if (bits != 0) {
             input.useCompressedPreset = true;
             for (float& value : values)
                 value = onItsCode(value, bits);
         }
-        return floatBuffer(view.components, std::move(values), std::move(name));
+        return floatBuffer(view.components, std::move(values), name);
     }
 
     void addAttribute(DefaultMesh& mesh, const SrcMesh& source, const SrcAttribute& attribute) {
@@ -200,7 +192,6 @@ private:
 
         const SrcAttributeView& view = file.attributeViews()[attribute.view];
         charge(view.bufferView, view.count * view.components * sizeof(float));
-        std::string name(attribute.name);
         if (isCombinedPositionNormal(attribute, view)) {
             charge(view.bufferView, view.count * 2 * sizeof(float));
             mesh.addAttribute(floatBuffer(3, positionsOf(source, detail::positionPart(view)),
@@ -211,7 +202,7 @@ private:
         }
         const bool isStoredAsIs = !view.decoded && view.componentBytes != format::WIDE_CODE_BYTES;
         made =
-            isStoredAsIs ? storedBuffer(view, std::move(name)) : decodedBuffer(source, view, std::move(name));
+            isStoredAsIs ? storedBuffer(view, attribute.name) : decodedBuffer(source, view, attribute.name);
         mesh.addAttribute(made);
     }
 

@@ -19,33 +19,23 @@ using text::jsonPointer;
 /// What the indices of one view are, whichever mesh uses them.
 struct IndexFacts {
     bool known = false;
-    std::uint32_t largest = 0; ///< restart indices aside
-    bool any = false;
+    std::uint64_t vertices = 0; ///< that they need, restart indices aside
     std::uint64_t restarts = 0;
     std::uint64_t firstRestart = 0;
 };
 
-class MeshChecks {
-public:
-    MeshChecks(Validation& validation, Gathered& attributeCounts)
-        : validation(validation), file(validation.file), tables(validation.tables),
-          attributeCounts(attributeCounts), indexFacts(tables.indexViews.size()) {}
-
-    void run() {
-        for (std::size_t m = 0; m < tables.meshes.size(); ++m)
-            if (!tables.badMeshes.contains(m)) mesh(tables.meshes[m]);
-    }
-
-private:
-    void report(SrcCode code, std::string path, std::string detail, std::uint64_t count = 1) {
-        validation.report(code, std::move(path), std::move(detail), count);
-    }
+struct MeshChecks {
+    Validation& validation;
+    Gathered& attributeCounts;
+    const SrcFile& file = validation.file;
+    const HeaderTables& tables = validation.tables;
+    std::vector<IndexFacts> indexFacts = std::vector<IndexFacts>(tables.indexViews.size());
 
     void mesh(const SrcMesh& mesh) {
         const std::string path = jsonPointer({format::section::MESHES, mesh.id});
         MeshPositions positions = positionsOf(mesh);
         if (!positions.attribute) {
-            report(SrcCode::MISSING_POSITION, path, {});
+            validation.report(SrcCode::MISSING_POSITION, path, {});
         } else if (positions.usable) {
             otherAttributes(mesh, positions);
             if (positions.view.components == 3) positions.values = validation.decode(positions.view);
@@ -89,12 +79,12 @@ private:
     void bounds(const SrcMesh& mesh, const std::string& path, const MeshPositions& positions) {
         if (!mesh.hasBounds) {
             if (positions.view.components == 3 && !validation.sink.has({SrcCode::BOUNDS_INCOMPLETE}))
-                report(SrcCode::MISSING_BOUNDS, path, {});
+                validation.report(SrcCode::MISSING_BOUNDS, path, {});
             return;
         }
         for (const double side : mesh.boundsSize) {
             if (side >= 0.0) continue;
-            report(SrcCode::BOUNDS_INVERTED, path + "/bboxSize", "found " + std::to_string(side));
+            validation.report(SrcCode::BOUNDS_INVERTED, path + "/bboxSize", "found " + std::to_string(side));
             return;
         }
         const std::array<double, 4> steps = stepsOf(positions.view);
@@ -115,10 +105,10 @@ private:
             farthest = std::max(farthest, beyond);
         }
         if (outside > 0)
-            report(SrcCode::BOUNDS_TOO_SMALL, path,
-                   "first at vertex " + std::to_string(firstOutside) + ", by up to " +
-                       std::to_string(farthest),
-                   outside);
+            validation.report(SrcCode::BOUNDS_TOO_SMALL, path,
+                              "first at vertex " + std::to_string(firstOutside) + ", by up to " +
+                                  std::to_string(farthest),
+                              outside);
     }
 
     void normals(const SrcMesh& mesh, const std::string& path) {
@@ -148,10 +138,10 @@ private:
                 if (std::fabs(length - 1.0) > std::fabs(worst - 1.0)) worst = length;
             }
             if (far > 0)
-                report(SrcCode::NORMAL_LENGTH, path + "/attributes/normal",
-                       "first at vertex " + std::to_string(firstFar) + ", worst length " +
-                           std::to_string(worst),
-                       far);
+                validation.report(SrcCode::NORMAL_LENGTH, path + "/attributes/normal",
+                                  "first at vertex " + std::to_string(firstFar) + ", worst length " +
+                                      std::to_string(worst),
+                                  far);
         }
     }
 
@@ -160,7 +150,7 @@ private:
             if (member.key != format::metadata::FIT) continue;
             if (member.json.empty() || member.json[0] != '{' ||
                 fitOf(mesh).size() != jsonMembers(member.json).size())
-                report(SrcCode::FIT_MALFORMED, path + "/meta/fit", {});
+                validation.report(SrcCode::FIT_MALFORMED, path + "/meta/fit", {});
         }
     }
 
@@ -169,28 +159,25 @@ private:
         const SrcIndexView& view = tables.indexViews[mesh.indexView];
         const IndexFacts& facts = factsOf(mesh.indexView);
         if (facts.restarts > 0)
-            report(SrcCode::INDEX_IS_RESTART, path + "/indices",
-                   "index " + std::to_string(restartOf(view)) + ", first at position " +
-                       std::to_string(facts.firstRestart),
-                   facts.restarts);
-        if (!facts.any || facts.largest < vertices) return facts.restarts == 0;
-        std::uint64_t at = 0, outside = 0, first = 0;
+            validation.report(SrcCode::INDEX_IS_RESTART, path + "/indices",
+                              "index " + std::to_string(restartOf(view)) + ", first at position " +
+                                  std::to_string(facts.firstRestart),
+                              facts.restarts);
+        if (facts.vertices <= vertices) return facts.restarts == 0;
+        std::uint64_t outside = 0, first = 0;
         std::uint32_t firstIndex = 0;
-        forEachIndex(view, [&](std::uint32_t index) {
+        forEachIndex(view, [&](std::uint32_t index, std::uint64_t at) {
             if (index >= vertices && index != restartOf(view) && outside++ == 0) {
                 first = at;
                 firstIndex = index;
             }
-            ++at;
         });
-        report(SrcCode::INDEX_OUT_OF_RANGE, path + "/indices",
-               "index " + std::to_string(firstIndex) + " of " + std::to_string(vertices) +
-                   " vertices, first at position " + std::to_string(first),
-               outside);
+        validation.report(SrcCode::INDEX_OUT_OF_RANGE, path + "/indices",
+                          "index " + std::to_string(firstIndex) + " of " + std::to_string(vertices) +
+                              " vertices, first at position " + std::to_string(first),
+                          outside);
         return false;
     }
-
-    // ---- The indices of a view --
 
     const IndexFacts& factsOf(std::uint32_t position) {
         IndexFacts& facts = indexFacts[position];
@@ -198,49 +185,40 @@ private:
         facts.known = true;
         const SrcIndexView& view = tables.indexViews[position];
         const std::uint32_t restart = restartOf(view);
-        std::uint64_t at = 0;
-        forEachIndex(view, [&](std::uint32_t index) {
-            if (index == restart) {
-                if (facts.restarts++ == 0) facts.firstRestart = at;
-            } else {
-                facts.any = true;
-                facts.largest = std::max(facts.largest, index);
+        forEachIndex(view, [&](std::uint32_t index, std::uint64_t at) {
+            if (index != restart) {
+                facts.vertices = std::max(facts.vertices, std::uint64_t(index) + 1);
+            } else if (facts.restarts++ == 0) {
+                facts.firstRestart = at;
             }
-            ++at;
         });
         return facts;
     }
 
     static std::uint32_t restartOf(const SrcIndexView& view) {
-        return view.componentType == kel::mesh::UNSIGNED_BYTE    ? 0xffu
-               : view.componentType == kel::mesh::UNSIGNED_SHORT ? 0xffffu
-                                                                 : 0xffffffffu;
+        return 0xffffffffu >> (32 - 8 * kel::mesh::getComponentSizeInBytes(view.componentType));
     }
 
     template<typename Visit>
     void forEachIndex(const SrcIndexView& view, Visit&& visit) {
         const std::size_t size = kel::mesh::getComponentSizeInBytes(view.componentType);
         validation.work(view, view.count * size);
-        forEachRun(file, view, [&](const unsigned char* source, std::uint64_t, std::size_t count) {
+        forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
             for (std::size_t i = 0; i < count; ++i) {
                 std::uint32_t index = 0;
                 std::memcpy(&index, source + i * size, size);
-                visit(index);
+                visit(index, first + i);
             }
         });
     }
-
-    Validation& validation;
-    const SrcFile& file;
-    const HeaderTables& tables;
-    Gathered& attributeCounts;
-    std::vector<IndexFacts> indexFacts;
 };
 
 } // namespace
 
 void validateMeshes(Validation& validation, Gathered& attributeCounts) {
-    MeshChecks(validation, attributeCounts).run();
+    MeshChecks checks{validation, attributeCounts};
+    for (std::size_t m = 0; m < checks.tables.meshes.size(); ++m)
+        if (!checks.tables.badMeshes.contains(m)) checks.mesh(checks.tables.meshes[m]);
 }
 
 } // namespace kel::src::detail

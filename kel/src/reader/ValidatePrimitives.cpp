@@ -1,6 +1,5 @@
 #include <kel/mesh/ForEachPrimitive.h>
 #include <kel/src/SrcJson.h>
-#include <kel/src/format/FileLayout.h>
 #include <kel/src/format/MetadataKeys.h>
 #include <kel/src/reader/Validation_p.h>
 #include <utils/TriangleArea.h>
@@ -40,13 +39,14 @@ void addTriangle(const glm::vec3& a, const glm::vec3& b, const glm::vec3& c, Pri
     sums.perimeters += length(ab) + length(bc) + length(ac);
 }
 
-class PrimitiveChecks {
-public:
-    PrimitiveChecks(Validation& validation, const SrcMesh& mesh, const std::string& path,
-                    const MeshPositions& positions)
-        : validation(validation), mesh(mesh), path(path), positions(positions),
-          corners(mesh.indexView == SRC_NONE ? positions.view.count
-                                             : validation.tables.indexViews[mesh.indexView].count) {}
+struct PrimitiveChecks {
+    Validation& validation;
+    const SrcMesh& mesh;
+    const std::string& path;
+    const MeshPositions& positions;
+    std::uint64_t corners = mesh.indexView == SRC_NONE ? positions.view.count
+                                                       : validation.tables.indexViews[mesh.indexView].count;
+    PrimitiveSums sums = {};
 
     void run(bool indicesGood) {
         sums.primitives = kel::mesh::primitiveCount(mesh.primitive, corners);
@@ -63,7 +63,6 @@ public:
             checkStatistic(member, measured);
     }
 
-private:
     void measure() {
         std::vector<std::uint32_t> indices;
         if (mesh.indexView != SRC_NONE)
@@ -94,24 +93,24 @@ private:
         std::vector<double> numbers;
         if (!jsonNumbers(member.json, numbers) || numbers.size() != 1 || member.json[0] == '[') return;
         const double stated = numbers[0];
-        const auto checkCount = [&](bool rightKind, std::uint64_t found) {
-            if (!rightKind) {
-                differs(member, "is drawn as mode " + std::to_string(mesh.primitive));
-            } else if (stated != static_cast<double>(found)) {
-                differs(member, "has " + std::to_string(found));
-            }
+        if (member.key == format::metadata::SURFACE_AREA && measured) checkArea(member, stated);
+        const auto mode = mesh.primitive;
+        const struct {
+            std::string_view key;
+            bool rightKind;
+            std::uint64_t found;
+        } COUNTS[] = {
+            {format::metadata::NUM_TRIANGLES,
+             mode == kel::mesh::TRIANGLES || mode == kel::mesh::TRIANGLE_STRIP, sums.primitives},
+            {format::metadata::NUM_LINES, mode == kel::mesh::LINES, sums.primitives},
+            {format::metadata::NUM_POINTS, mode == kel::mesh::POINTS, sums.primitives},
+            {format::metadata::NUM_VERTICES, true, positions.view.count},
         };
-        if (member.key == format::metadata::NUM_TRIANGLES) {
-            checkCount(mesh.primitive == kel::mesh::TRIANGLES || mesh.primitive == kel::mesh::TRIANGLE_STRIP,
-                       sums.primitives);
-        } else if (member.key == format::metadata::NUM_LINES) {
-            checkCount(mesh.primitive == kel::mesh::LINES, sums.primitives);
-        } else if (member.key == format::metadata::NUM_POINTS) {
-            checkCount(mesh.primitive == kel::mesh::POINTS, sums.primitives);
-        } else if (member.key == format::metadata::NUM_VERTICES) {
-            checkCount(true, positions.view.count);
-        } else if (member.key == format::metadata::SURFACE_AREA && measured) {
-            checkArea(member, stated);
+        for (const auto& [key, rightKind, found] : COUNTS) {
+            if (member.key != key) continue;
+            if (!rightKind) differs(member, "is drawn as mode " + std::to_string(mode));
+            if (rightKind && stated != static_cast<double>(found))
+                differs(member, "has " + std::to_string(found));
         }
     }
 
@@ -125,20 +124,13 @@ private:
                           (isMeasured && std::fabs(stated - static_cast<double>(sums.floatArea)) <= slack);
         if (!near) differs(member, "has " + std::to_string(area));
     }
-
-    Validation& validation;
-    const SrcMesh& mesh;
-    const std::string& path;
-    const MeshPositions& positions;
-    std::uint64_t corners;
-    PrimitiveSums sums;
 };
 
 } // namespace
 
 void validatePrimitives(Validation& validation, const SrcMesh& mesh, const std::string& path,
                         const MeshPositions& positions, bool indicesGood) {
-    PrimitiveChecks(validation, mesh, path, positions).run(indicesGood);
+    PrimitiveChecks{validation, mesh, path, positions}.run(indicesGood);
 }
 
 } // namespace kel::src::detail

@@ -50,9 +50,7 @@ private:
 
 } // namespace
 
-void forEachRun(
-    const SrcFile& file, const ElementPlaces& elements,
-    const std::function<void(const unsigned char* source, std::uint64_t first, std::size_t count)>& run) {
+void forEachRun(const SrcFile& file, const ElementPlaces& elements, const ElementRun& run) {
     if (elements.count == 0) return;
     const SrcBufferView& buffer = file.bufferViews()[elements.bufferView];
     const ByteView whole = file.bytes(buffer);
