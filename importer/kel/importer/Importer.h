@@ -82,11 +82,7 @@ struct ImportReport {
     /// Sentences about what was changed or is worth knowing.
     std::vector<std::string> notes;
     /// Of the result.
-    std::size_t meshes = 0;
-    std::size_t triangles = 0;
-    std::size_t lines = 0;
-    std::size_t points = 0;
-    std::size_t vertices = 0;
+    std::size_t meshes = 0, triangles = 0, lines = 0, points = 0, vertices = 0;
     /// Of the source, for people.
     std::string format;
 };

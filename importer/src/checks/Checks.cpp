@@ -138,15 +138,13 @@ void checkKind(const ModelSource& source, const Content& content, const Recognis
     const auto isOneOf = [&](std::initializer_list<const char*> list) {
         return std::any_of(list.begin(), list.end(), [&](const char* e) { return extension == e; });
     };
-    if (signedContent && isOneOf({"obj", "stl", "off", "3ds", "dxf", "ase", "lwo", "ac", "ms3d", "wrl", "md2",
-                                  "md5mesh", "ifc"})) {
+    const bool archive = recognised.kind == Kind::XML || recognised.kind == Kind::ZIP;
+    if ((archive && isOneOf({"obj", "stl", "off", "3ds", "fbx"})) ||
+        (signedContent && isOneOf({"obj", "stl", "off", "3ds", "dxf", "ase", "lwo", "ac", "ms3d", "wrl",
+                                   "md2", "md5mesh", "ifc"}))) {
         refuse("a model of the format " + capitals(extension));
     }
     if (isOneOf({"fbx"}) && signedContent && recognised.kind != Kind::FBX) refuse("an FBX");
-    if ((recognised.kind == Kind::XML || recognised.kind == Kind::ZIP) &&
-        isOneOf({"obj", "stl", "off", "3ds", "fbx"})) {
-        refuse("a model of the format " + capitals(extension));
-    }
     // Formats that are text: a zero byte gives a stranger away.
     if (isOneOf({"obj", "gltf", "off", "nff", "ase", "ogex", "dae", "x3d"})) {
         const std::string head = content.text(0, 1024);

@@ -29,6 +29,7 @@ struct Element {
     std::uint64_t textBytes = 0;
 };
 
+const char* const DAMAGED = "the file is cut off or its header damaged; export or download it again";
 constexpr std::uint64_t MOST_CORNERS = 9; // the reader takes no larger faces
 
 /// The next number at the front of `rest`; false when there is none.
@@ -45,7 +46,6 @@ bool takeNumber(std::string_view& rest, std::uint64_t& number) {
 } // namespace
 
 void checkPly(const ModelSource& source, const Content& content) {
-    const std::string remedy = "the file is cut off or its header damaged; export or download it again";
     Lines lines(content);
     std::string line;
     std::vector<Element> elements;
@@ -64,7 +64,7 @@ void checkPly(const ModelSource& source, const Content& content) {
             words >> element.name >> count;
             if (count.empty() || count.find_first_not_of("0123456789") != std::string::npos) {
                 source.refuse(ImportCode::INVALID_MODEL, "the count of an element is not a number",
-                              "line " + std::to_string(lines.number()), remedy);
+                              "line " + std::to_string(lines.number()), DAMAGED);
             }
             // More digits than any file has bytes are as good as the largest number.
             element.count = count.size() > 18 ? 1000000000000000000u : std::stoull(count);
@@ -86,7 +86,7 @@ void checkPly(const ModelSource& source, const Content& content) {
     }
     if (!ended) {
         source.refuse(ImportCode::TRUNCATED, "the header has no end",
-                      "line " + std::to_string(lines.number()), remedy);
+                      "line " + std::to_string(lines.number()), DAMAGED);
     }
     std::uint64_t room = content.size() - lines.offset();
     for (const Element& element : elements) {
@@ -145,8 +145,11 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
         }
         return false;
     };
-    if (!next())
+    const auto needLine = [&] {
+        if (next()) return;
         source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1", "export the model again");
+    };
+    needLine();
     // "OFF", "COFF" and the like, with the counts behind it or on the next line.
     std::string_view rest = line;
     const std::size_t word = rest.find("OFF");
@@ -165,16 +168,13 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
         if (!takeNumber(rest, vertices) && !(next() && (rest = line, takeNumber(rest, vertices)))) return;
     }
     if (!takeNumber(rest, vertices)) {
-        if (!next())
-            source.refuse(ImportCode::TRUNCATED, "the header has no counts", "line 1",
-                          "export the model again");
+        needLine();
         rest = line;
         if (!takeNumber(rest, vertices)) return; // the reader says what is wrong
     }
     if (!takeNumber(rest, faces)) return;
 
     const std::string place = "line " + std::to_string(lines.number());
-    const std::string remedy = "the file is cut off or its header damaged; export or download it again";
     // A line has two bytes at least, the last one may lack its end.
     const std::uint64_t room = (content.size() + 1 - lines.offset()) / 2;
     if (vertices > room || faces > room) {
@@ -189,7 +189,7 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
             source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(vertices) + " vertices, the file has " +
                               std::to_string(v),
-                          place, remedy);
+                          place, DAMAGED);
         }
     }
     std::uint64_t tooLarge = 0;
@@ -198,7 +198,7 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
             source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(faces) + " faces, the file has " +
                               std::to_string(f),
-                          place, remedy);
+                          place, DAMAGED);
         }
         rest = line;
         std::uint64_t corners = 0;

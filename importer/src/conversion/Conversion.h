@@ -57,7 +57,10 @@ public:
 
     const GltfDocument* document() const { return gltf; }
     /// The node's place in the document.
-    std::optional<std::size_t> find(const aiNode& node) const;
+    std::optional<std::size_t> find(const aiNode& node) const {
+        const auto found = places.find(&node);
+        return found == places.end() ? std::nullopt : std::optional(found->second);
+    }
     /// How many meshes of the document no node uses.
     std::size_t unusedMeshes() const;
 
@@ -167,26 +170,10 @@ private:
     std::map<std::string, Dropped> dropped;
 };
 
-/// The classic materials of a model, each made when the first mesh uses it.
-class MaterialTable {
-public:
-    /// format  of the source; of some, Assimp makes materials up that no file states
-    MaterialTable(const aiScene& scene, const std::string& format, const GltfNodes& gltfNodes,
-                  LossReport& losses);
-
-    /// Empty when the file describes none.
-    std::shared_ptr<kel::material::MaterialClassic> of(const Instance& instance);
-
-private:
-    const aiScene& scene;
-    const GltfNodes& gltfNodes;
-    LossReport& losses;
-    bool described;
-    std::map<unsigned, std::shared_ptr<kel::material::MaterialClassic>> materials; // by Assimp's index
-
-    std::shared_ptr<kel::material::MaterialClassic> get(unsigned index,
-                                                        std::optional<std::uint32_t> identifier);
-};
+/// The material by the rules that kel/importer/Importer.h states. Numbers that are not finite count as not
+/// stated.
+std::shared_ptr<kel::material::MaterialClassic> makeClassicMaterial(const aiMaterial& source,
+                                                                    std::uint32_t identifier);
 
 /// Writes the metadata of meshes by the rules that kel/importer/Importer.h states.
 class MetadataWriter {

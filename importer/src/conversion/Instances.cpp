@@ -70,12 +70,6 @@ GltfNodes::GltfNodes(const GltfDocument* document, const aiScene& scene) : gltf(
     }
 }
 
-std::optional<std::size_t> GltfNodes::find(const aiNode& node) const {
-    const auto found = places.find(&node);
-    if (found == places.end()) return std::nullopt;
-    return found->second;
-}
-
 std::size_t GltfNodes::unusedMeshes() const {
     std::set<std::size_t> used;
     for (const auto& entry : places) {

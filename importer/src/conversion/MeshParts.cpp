@@ -19,16 +19,52 @@ constexpr std::uint32_t NONE = std::numeric_limits<std::uint32_t>::max();
 class VertexReader {
 public:
     VertexReader(const aiMesh& mesh, kel::mesh::PrimitiveType type, const std::vector<std::uint32_t>& corners,
-                 PartLosses& losses);
+                 PartLosses& losses)
+        : mesh(mesh), losses(losses), surface(type == kel::mesh::TRIANGLES), given(mesh.mNormals != nullptr) {
+        const auto good = [this](std::uint32_t vertex) { return goodNormal(vertex); };
+        allGood = given && std::all_of(corners.begin(), corners.end(), good);
+        if (surface && !allGood) {
+            made = makeNormals(mesh.mVertices, corners);
+            losses.undefinedNormals += made.undefined;
+        }
+        for (unsigned t = 0; t < AI_MAX_NUMBER_OF_TEXTURECOORDS; ++t) {
+            if (mesh.mTextureCoords[t]) texcoords.push_back(t);
+        }
+        for (unsigned c = 0; c < AI_MAX_NUMBER_OF_COLOR_SETS; ++c) {
+            if (mesh.mColors[c]) colors.push_back(c);
+        }
+    }
 
     /// Names and widths, without values.
-    std::vector<PartAttribute> attributes() const;
+    std::vector<PartAttribute> attributes() const {
+        std::vector<PartAttribute> result;
+        result.push_back({kel::mesh::DEFAULT_POSITIONS_NAME, 3, {}});
+        if (surface || given) result.push_back({kel::mesh::DEFAULT_NORMALS_NAME, 3, {}});
+        const auto addSets = [&](const char* name, std::size_t width, std::size_t count) {
+            for (std::size_t set = 0; set < count; ++set)
+                result.push_back({set == 0 ? name : name + std::to_string(set), width, {}});
+        };
+        addSets(TEXCOORD_NAME, 2, texcoords.size());
+        addSets(COLOR_NAME, 3, colors.size());
+        return result;
+    }
     /// Whether corners of one vertex may differ, since they have normals of their own.
     bool perCorner() const { return !made.ofCorner.empty(); }
-    std::size_t width() const { return floats; }
     /// corner  its place in the list that the constructor was given
-    /// out     gets width() floats, all finite and none of them -0
-    void read(std::uint32_t vertex, std::size_t corner, float* out);
+    /// out     gets the floats of all attributes, all finite and none of them -0
+    void read(std::uint32_t vertex, std::size_t corner, float* out) {
+        put(mesh.mVertices[vertex], out);
+        if (surface || given) putNormal(vertex, corner, out);
+        for (const unsigned t : texcoords) {
+            put(mesh.mTextureCoords[t][vertex].x, out);
+            put(mesh.mTextureCoords[t][vertex].y, out);
+        }
+        for (const unsigned c : colors) {
+            put(mesh.mColors[c][vertex].r, out);
+            put(mesh.mColors[c][vertex].g, out);
+            put(mesh.mColors[c][vertex].b, out);
+        }
+    }
 
 private:
     const aiMesh& mesh;
@@ -39,13 +75,19 @@ private:
     CornerNormals made;
     std::vector<unsigned> texcoords;
     std::vector<unsigned> colors;
-    std::size_t floats = 0;
 
     bool goodNormal(std::uint32_t vertex) const {
         const aiVector3D& n = mesh.mNormals[vertex];
         return isFinite(n) && (n.x != 0.0f || n.y != 0.0f || n.z != 0.0f);
     }
-    void putNormal(std::uint32_t vertex, std::size_t corner, float*& out);
+    void putNormal(std::uint32_t vertex, std::size_t corner, float*& out) {
+        if (allGood || (given && goodNormal(vertex))) return put(mesh.mNormals[vertex], out);
+        losses.replacedNormals += given;
+        const float up[3] = {0.0f, 0.0f, 1.0f};
+        const float* normal = surface ? &made.normals[3 * std::size_t{made.ofCorner[corner]}] : up;
+        for (int axis = 0; axis < 3; ++axis)
+            put(normal[axis], out);
+    }
     void put(float number, float*& out) {
         if (!std::isfinite(number)) {
             ++losses.replacedNumbers;
@@ -60,89 +102,6 @@ private:
     }
 };
 
-VertexReader::VertexReader(const aiMesh& mesh, kel::mesh::PrimitiveType type,
-                           const std::vector<std::uint32_t>& corners, PartLosses& losses)
-    : mesh(mesh), losses(losses), surface(type == kel::mesh::TRIANGLES), given(mesh.mNormals != nullptr) {
-    const auto good = [this](std::uint32_t vertex) { return goodNormal(vertex); };
-    allGood = given && std::all_of(corners.begin(), corners.end(), good);
-    if (surface && !allGood) {
-        made = makeNormals(mesh.mVertices, corners);
-        losses.undefinedNormals += made.undefined;
-    }
-    for (unsigned t = 0; t < AI_MAX_NUMBER_OF_TEXTURECOORDS; ++t) {
-        if (mesh.mTextureCoords[t]) texcoords.push_back(t);
-    }
-    for (unsigned c = 0; c < AI_MAX_NUMBER_OF_COLOR_SETS; ++c) {
-        if (mesh.mColors[c]) colors.push_back(c);
-    }
-    for (const PartAttribute& attribute : attributes())
-        floats += attribute.width;
-}
-
-std::vector<PartAttribute> VertexReader::attributes() const {
-    std::vector<PartAttribute> result;
-    result.push_back({kel::mesh::DEFAULT_POSITIONS_NAME, 3, {}});
-    if (surface || given) result.push_back({kel::mesh::DEFAULT_NORMALS_NAME, 3, {}});
-    const auto addSets = [&](const char* name, std::size_t width, std::size_t count) {
-        for (std::size_t set = 0; set < count; ++set)
-            result.push_back({set == 0 ? name : name + std::to_string(set), width, {}});
-    };
-    addSets(TEXCOORD_NAME, 2, texcoords.size());
-    addSets(COLOR_NAME, 3, colors.size());
-    return result;
-}
-
-void VertexReader::putNormal(std::uint32_t vertex, std::size_t corner, float*& out) {
-    if (allGood || (given && goodNormal(vertex))) return put(mesh.mNormals[vertex], out);
-    losses.replacedNormals += given;
-    const float up[3] = {0.0f, 0.0f, 1.0f};
-    const float* normal = surface ? &made.normals[3 * std::size_t{made.ofCorner[corner]}] : up;
-    for (int axis = 0; axis < 3; ++axis)
-        put(normal[axis], out);
-}
-
-void VertexReader::read(std::uint32_t vertex, std::size_t corner, float* out) {
-    put(mesh.mVertices[vertex], out);
-    if (surface || given) putNormal(vertex, corner, out);
-    for (const unsigned t : texcoords) {
-        put(mesh.mTextureCoords[t][vertex].x, out);
-        put(mesh.mTextureCoords[t][vertex].y, out);
-    }
-    for (const unsigned c : colors) {
-        put(mesh.mColors[c][vertex].r, out);
-        put(mesh.mColors[c][vertex].g, out);
-        put(mesh.mColors[c][vertex].b, out);
-    }
-}
-
-/// Adds vertices to a joiner by the block.
-class BlockJoiner {
-public:
-    BlockJoiner(VertexReader& reader, VertexJoiner& joiner)
-        : reader(reader), joiner(joiner), rows(BLOCK * reader.width()) {}
-
-    /// Calls store(i, index) for i = 0 .. count - 1 in turn with the index of the joined vertex;
-    /// vertex(i) and corner(i) say what to read, and stay as they are up to that call.
-    template<typename Vertex, typename Corner, typename Store>
-    void join(std::size_t count, const Vertex& vertex, const Corner& corner, const Store& store) {
-        std::array<std::uint32_t, BLOCK> indices;
-        for (std::size_t first = 0; first < count; first += BLOCK) {
-            const std::size_t here = std::min(BLOCK, count - first);
-            for (std::size_t i = 0; i < here; ++i)
-                reader.read(vertex(first + i), corner(first + i), &rows[i * reader.width()]);
-            joiner.add(rows.data(), here, indices.data());
-            for (std::size_t i = 0; i < here; ++i)
-                store(first + i, indices[i]);
-        }
-    }
-
-private:
-    static constexpr std::size_t BLOCK = 128;
-    VertexReader& reader;
-    VertexJoiner& joiner;
-    std::vector<float> rows;
-};
-
 MeshPart joinVertices(const aiMesh& mesh, kel::mesh::PrimitiveType type, std::vector<std::uint32_t> corners,
                       PartLosses& losses) {
     VertexReader reader(mesh, type, corners, losses);
@@ -150,8 +109,11 @@ MeshPart joinVertices(const aiMesh& mesh, kel::mesh::PrimitiveType type, std::ve
     part.type = type;
     part.attributes = reader.attributes();
     std::vector<std::size_t> widths;
-    for (const PartAttribute& attribute : part.attributes)
+    std::size_t width = 0;
+    for (const PartAttribute& attribute : part.attributes) {
         widths.push_back(attribute.width);
+        width += attribute.width;
+    }
 
     // A vertex is looked up once, unless its corners have normals of their own.
     std::vector<std::uint32_t> order; // vertices, in the order of their first corners
@@ -168,13 +130,27 @@ MeshPart joinVertices(const aiMesh& mesh, kel::mesh::PrimitiveType type, std::ve
     // Where corners share vertices, somebody has joined equal ones already.
     const bool shared = !order.empty() && 2 * order.size() <= corners.size();
     VertexJoiner joiner(std::move(widths), shared ? order.size() : 0);
-    BlockJoiner blocks(reader, joiner);
+    // By the block, for which the joiner asks for memory ahead. Calls store(i, index) for i = 0 .. count - 1 in
+    // turn; vertex(i) and corner(i) say what to read, and stay as they are up to that call.
+    constexpr std::size_t BLOCK = 128;
+    std::vector<float> rows(BLOCK * width);
+    const auto join = [&](std::size_t count, const auto& vertex, const auto& corner, const auto& store) {
+        std::array<std::uint32_t, BLOCK> indices;
+        for (std::size_t first = 0; first < count; first += BLOCK) {
+            const std::size_t here = std::min(BLOCK, count - first);
+            for (std::size_t i = 0; i < here; ++i)
+                reader.read(vertex(first + i), corner(first + i), &rows[i * width]);
+            joiner.add(rows.data(), here, indices.data());
+            for (std::size_t i = 0; i < here; ++i)
+                store(first + i, indices[i]);
+        }
+    };
     if (reader.perCorner()) {
-        blocks.join(
+        join(
             corners.size(), [&](std::size_t i) { return corners[i]; }, [](std::size_t i) { return i; },
             [&](std::size_t i, std::uint32_t index) { corners[i] = index; });
     } else {
-        blocks.join(
+        join(
             order.size(), [&](std::size_t i) { return order[i]; }, [](std::size_t) { return 0; },
             [&](std::size_t i, std::uint32_t index) { known[order[i]] = index; });
         for (std::uint32_t& corner : corners)
@@ -186,12 +162,6 @@ MeshPart joinVertices(const aiMesh& mesh, kel::mesh::PrimitiveType type, std::ve
     }
     part.indices = std::move(corners);
     return part;
-}
-
-void freeFaces(aiMesh& mesh) {
-    delete[] mesh.mFaces;
-    mesh.mFaces = nullptr;
-    mesh.mNumFaces = 0;
 }
 
 } // namespace
@@ -244,7 +214,8 @@ std::vector<MeshPart> takeParts(aiMesh& mesh, bool positionsAreFinite, PartLosse
                 take(&v, 1);
         }
     }
-    freeFaces(mesh);
+    delete[] std::exchange(mesh.mFaces, nullptr);
+    mesh.mNumFaces = 0;
     losses.notFinite += notFinite;
     if (notFinite == 0)
         losses.unusedVertices += static_cast<std::size_t>(std::count(used.begin(), used.end(), 0));

@@ -48,13 +48,21 @@ std::shared_ptr<DefaultMesh> makeMesh(MeshPart part) {
     return mesh;
 }
 
+/// Of these formats, or of a file without any material, Assimp makes a grey one up.
+bool describesMaterials(const std::string& format) {
+    for (const char* without : {"STL", "PLY", "OFF", "Stereolithography", "Polygon Library"}) {
+        if (format.find(without) != std::string::npos) return false;
+    }
+    return true;
+}
+
 class Converter {
 public:
     Converter(AssimpScene& read, const Findings& findings, const ModelSource& source,
               ProgressReporter& progress)
         : read(read), scene(*read.scene), findings(findings), source(source), progress(progress),
           instances(collectInstances(source, scene)), gltfNodes(findings.gltf.get(), scene),
-          materials(scene, read.format, gltfNodes, losses),
+          describedMaterials(describesMaterials(read.format)),
           metadata(source, read.format, scene, gltfNodes, losses.texts) {}
 
     ImportedScene run() {
@@ -78,7 +86,8 @@ private:
     std::vector<Instance> instances;
     GltfNodes gltfNodes;
     LossReport losses;
-    MaterialTable materials;
+    bool describedMaterials;
+    std::map<unsigned, std::shared_ptr<kel::material::MaterialClassic>> materials; // by Assimp's index
     MetadataWriter metadata;
     ModelExtent extent;
     ImportedScene result;
@@ -131,9 +140,36 @@ private:
         kel::scene::SceneMesh entry;
         entry.mesh = makeMesh(std::move(part));
         metadata.describe(instance, entry.editMetaData());
-        entry.material = materials.of(instance);
+        entry.material = materialOf(instance);
         if (entry.material) result.scene.materials.insert(entry.material);
         result.scene.meshes.push_back(std::move(entry));
+    }
+
+    /// Made when the first mesh uses it; empty when the file describes none.
+    std::shared_ptr<kel::material::MaterialClassic> materialOf(const Instance& instance) {
+        const unsigned index = scene.mMeshes[instance.mesh()]->mMaterialIndex;
+        std::optional<std::uint64_t> stated; // by a glTF
+        if (const auto node = gltfNodes.find(*instance.node)) {
+            // The reader keeps the materials in the order in which it came across them, and adds one for
+            // primitives without.
+            const GltfDocument& document = *gltfNodes.document();
+            stated = wholeNumber(
+                member(document.primitive(document.meshOf(*node).value_or(0), instance.slot), "material"));
+            if (!stated) return nullptr;
+        }
+        if (index >= scene.mNumMaterials || !describedMaterials) return nullptr;
+        const auto found = materials.find(index);
+        if (found != materials.end()) return found->second;
+        const aiMaterial& given = *scene.mMaterials[index];
+        aiString name;
+        given.Get(AI_MATKEY_NAME, name);
+        if (!stated && std::string(name.C_Str()) == AI_DEFAULT_MATERIAL_NAME)
+            return materials[index] = nullptr;
+        int twoSided = 0;
+        const bool statesSides = given.Get(AI_MATKEY_TWOSIDED, twoSided) == aiReturn_SUCCESS;
+        losses.drop("two-sided flags", statesSides && twoSided != 0, "of materials");
+        return materials[index] =
+                   makeClassicMaterial(given, static_cast<std::uint32_t>(stated.value_or(index)));
     }
 
     void checkResult() const {

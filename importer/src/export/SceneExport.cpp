@@ -43,16 +43,13 @@ std::unique_ptr<aiMaterial> exportedMaterial(const SrcFile& file, const SrcMater
         if (values.size() != MATERIAL_PARAMETERS[parameter].components) values.clear();
         return values;
     };
-    const auto color = [](const std::vector<double>& v, double factor = 1.0) {
-        return aiColor3D(static_cast<float>(v[0] * factor), static_cast<float>(v[1] * factor),
-                         static_cast<float>(v[2] * factor));
-    };
     const aiString name = assimpString(source.id);
     material->AddProperty(&name, AI_MATKEY_NAME);
     const auto diffuse = valuesOf(DIFFUSE_COLOR);
-    const auto addColor = [&](const std::vector<double>& values, double factor, const char* key) {
-        if (values.empty()) return;
-        const aiColor3D value = color(values, factor);
+    const auto addColor = [&](const std::vector<double>& v, double factor, const char* key) {
+        if (v.empty()) return;
+        const aiColor3D value(static_cast<float>(v[0] * factor), static_cast<float>(v[1] * factor),
+                              static_cast<float>(v[2] * factor));
         material->AddProperty(&value, 1, key, 0, 0);
     };
     const auto addNumber = [&](float value, const char* key) { material->AddProperty(&value, 1, key, 0, 0); };

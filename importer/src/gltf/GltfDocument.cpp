@@ -25,6 +25,11 @@ const picojson::array& arrayOf(const picojson::value* value) {
     return value && value->is<picojson::array>() ? value->get<picojson::array>() : NONE;
 }
 
+const picojson::value* elementOf(const picojson::value* value, std::size_t index) {
+    const picojson::array& all = arrayOf(value);
+    return index < all.size() ? &all[index] : nullptr;
+}
+
 const picojson::object& objectOf(const picojson::value* value) {
     static const picojson::object NONE;
     return value && value->is<picojson::object>() ? value->get<picojson::object>() : NONE;
@@ -124,11 +129,6 @@ void GltfDocument::keepDescriptions() {
     });
 }
 
-const picojson::value* GltfDocument::find(const char* array, std::size_t index) const {
-    const picojson::array& all = arrayOf(member(&root, array));
-    return index < all.size() ? &all[index] : nullptr;
-}
-
 const picojson::value* GltfDocument::scene() const {
     const auto index = wholeNumber(member(&root, "scene"));
     return find("scenes", static_cast<std::size_t>(index.value_or(0)));
@@ -138,11 +138,6 @@ std::optional<std::size_t> GltfDocument::meshOf(std::size_t node) const {
     const auto index = wholeNumber(member(find("nodes", node), "mesh"));
     if (!index) return std::nullopt;
     return static_cast<std::size_t>(*index);
-}
-
-const picojson::value* GltfDocument::primitive(std::size_t mesh, std::size_t index) const {
-    const picojson::array& all = arrayOf(member(find("meshes", mesh), "primitives"));
-    return index < all.size() ? &all[index] : nullptr;
 }
 
 } // namespace kel::importer::detail

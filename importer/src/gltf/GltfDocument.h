@@ -19,6 +19,8 @@ namespace kel::importer::detail {
 const picojson::value* member(const picojson::value* value, const char* name);
 /// The elements of a list; none for anything else.
 const picojson::array& arrayOf(const picojson::value* value);
+/// An element of a list, or null when there is none or `value` is no list.
+const picojson::value* elementOf(const picojson::value* value, std::size_t index);
 /// The members of an object; none for anything else.
 const picojson::object& objectOf(const picojson::value* value);
 /// The text of a string, or "" for anything else.
@@ -77,11 +79,15 @@ public:
     const std::vector<std::size_t>& childrenOf(std::size_t node) const { return children[node]; }
 
     /// The element of an array of the document, for instance ("nodes", 3), or null.
-    const picojson::value* find(const char* array, std::size_t index) const;
+    const picojson::value* find(const char* array, std::size_t index) const {
+        return elementOf(member(&root, array), index);
+    }
     /// The mesh, in `meshes`, that a node uses.
     std::optional<std::size_t> meshOf(std::size_t node) const;
     /// A primitive of a mesh, or null.
-    const picojson::value* primitive(std::size_t mesh, std::size_t index) const;
+    const picojson::value* primitive(std::size_t mesh, std::size_t index) const {
+        return elementOf(member(find("meshes", mesh), "primitives"), index);
+    }
 
     /// The scene that is imported, or null.
     const picojson::value* scene() const;

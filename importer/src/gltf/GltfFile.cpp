@@ -97,78 +97,62 @@ bool isSkinning(const std::string& attribute) {
     return attribute.compare(0, 7, "JOINTS_") == 0 || attribute.compare(0, 8, "WEIGHTS_") == 0;
 }
 
+/// Extras and whose they are. Nodes of the map, so that putting them back cannot fail.
+using PlainExtras = std::vector<std::pair<picojson::object*, picojson::object::node_type>>;
+
 /// Takes out of a document what no mesh needs and what the reader stumbles over: skins, animations and morph
-/// targets for good, extras that are no objects for as long as this lives.
-class Reduction {
-public:
-    /// document  keeps its place as long as this lives
-    /// findings  gets what was taken out for good
-    Reduction(picojson::value& root, Findings& findings) {
-        using picojson::object;
-        object& document = root.get<object>();
-        // The reader gives up on extras that are no objects, which they may be. Meshes get them from the
-        // document.
-        for (const auto& list : document) {
-            forEachObject(document, list.first.c_str(), [&](object& owner) {
-                const auto extras = owner.find("extras");
-                if (extras == owner.end() || extras->second.is<object>()) return;
-                plainExtras.emplace_back(&owner, owner.extract(extras));
-            });
-        }
-
-        const auto lengthOf = [](const object& owner, const char* list) {
-            const auto found = owner.find(list);
-            return found == owner.end() ? 0 : arrayOf(&found->second).size();
-        };
-        const auto report = [&](const char* kind, std::size_t count) {
-            if (count > 0) findings.dropped.push_back({kind, count, ""});
-        };
-        std::size_t bones = 0;
-        forEachObject(document, "skins", [&](object& skin) { bones += lengthOf(skin, "joints"); });
-        report("bones", bones);
-        report("animations", lengthOf(document, "animations"));
-        takeOut(document, "skins");
-        takeOut(document, "animations");
-        forEachObject(document, "nodes", [&](object& node) {
-            takeOut(node, "skin");
-            takeOut(node, "weights");
-        });
-        std::size_t targets = 0;
-        forEachObject(document, "meshes", [&](object& mesh) {
-            takeOut(mesh, "weights");
-            forEachObject(mesh, "primitives", [&](object& primitive) {
-                targets += lengthOf(primitive, "targets");
-                takeOut(primitive, "targets");
-                const auto found = primitive.find("attributes");
-                if (found == primitive.end() || !found->second.is<object>()) return;
-                object& attributes = found->second.get<object>();
-                for (auto entry = attributes.begin(); entry != attributes.end();) {
-                    const bool skinning = isSkinning(entry->first);
-                    any |= skinning;
-                    entry = skinning ? attributes.erase(entry) : std::next(entry);
-                }
-            });
-        });
-        report("morph targets", targets);
-    }
-    /// Puts the extras back.
-    ~Reduction() {
-        for (auto& [owner, extras] : plainExtras)
-            owner->insert(std::move(extras));
-    }
-    Reduction(const Reduction&) = delete;
-    Reduction& operator=(const Reduction&) = delete;
-
-    /// False when there was nothing of the kind.
-    bool changed() const { return any || !plainExtras.empty(); }
-
-private:
+/// targets for good, extras that are no objects until the caller puts them back.
+///
+/// returns  whether there was anything of the kind
+bool reduce(picojson::object& document, PlainExtras& plainExtras, Findings& findings) {
+    using picojson::object;
     bool any = false;
-    /// And whose they are. Nodes of the map, so that putting them back cannot fail.
-    std::vector<std::pair<picojson::object*, picojson::object::node_type>> plainExtras;
+    const auto takeOut = [&](object& from, const char* name) { any |= from.erase(name) > 0; };
+    // The reader gives up on extras that are no objects, which they may be. Meshes get them from the document.
+    for (const auto& list : document) {
+        forEachObject(document, list.first.c_str(), [&](object& owner) {
+            const auto extras = owner.find("extras");
+            if (extras == owner.end() || extras->second.is<object>()) return;
+            plainExtras.emplace_back(&owner, owner.extract(extras));
+        });
+    }
 
-    void takeOut(picojson::object& from, const char* name) { any |= from.erase(name) > 0; }
-};
+    const auto lengthOf = [](const object& owner, const char* list) {
+        const auto found = owner.find(list);
+        return found == owner.end() ? 0 : arrayOf(&found->second).size();
+    };
+    const auto report = [&](const char* kind, std::size_t count) {
+        if (count > 0) findings.dropped.push_back({kind, count, ""});
+    };
+    std::size_t bones = 0;
+    forEachObject(document, "skins", [&](object& skin) { bones += lengthOf(skin, "joints"); });
+    report("bones", bones);
+    report("animations", lengthOf(document, "animations"));
+    takeOut(document, "skins");
+    takeOut(document, "animations");
+    forEachObject(document, "nodes", [&](object& node) {
+        takeOut(node, "skin");
+        takeOut(node, "weights");
+    });
+    std::size_t targets = 0;
+    forEachObject(document, "meshes", [&](object& mesh) {
+        takeOut(mesh, "weights");
+        forEachObject(mesh, "primitives", [&](object& primitive) {
+            targets += lengthOf(primitive, "targets");
+            takeOut(primitive, "targets");
+            const auto found = primitive.find("attributes");
+            if (found == primitive.end() || !found->second.is<object>()) return;
+            object& attributes = found->second.get<object>();
+            for (auto entry = attributes.begin(); entry != attributes.end();) {
+                const bool skinning = isSkinning(entry->first);
+                any |= skinning;
+                entry = skinning ? attributes.erase(entry) : std::next(entry);
+            }
+        });
+    });
+    report("morph targets", targets);
+    return any || !plainExtras.empty();
+}
 
 } // namespace
 
@@ -202,18 +186,18 @@ std::shared_ptr<const GltfDocument> readGltf(const ModelSource& source, const Co
 
     auto document = std::make_shared<GltfDocument>(source, std::move(root));
     checkGltf(source, document->json(), content, chunks.binaryOffset, chunks.binaryLength, findings);
-    {
-        const Reduction reduction(document->json(), findings);
+    PlainExtras plainExtras;
+    if (reduce(document->json().get<picojson::object>(), plainExtras, findings)) {
         // The reader gets the JSON anew, in a GLB with the binary chunk behind it, its own head included.
-        if (reduction.changed()) kel::src::text::appendJson(findings.front, document->json());
-        if (reduction.changed() && binary) {
-            if (chunks.binaryOffset > 0) {
-                findings.tailOffset = chunks.binaryOffset - glb::CHUNK_HEAD_BYTES;
-                findings.tailLength = chunks.binaryLength + glb::CHUNK_HEAD_BYTES;
-            }
-            findings.front = glb::front(std::move(findings.front), findings.tailLength);
+        kel::src::text::appendJson(findings.front, document->json());
+        if (binary && chunks.binaryOffset > 0) {
+            findings.tailOffset = chunks.binaryOffset - glb::CHUNK_HEAD_BYTES;
+            findings.tailLength = chunks.binaryLength + glb::CHUNK_HEAD_BYTES;
         }
+        if (binary) findings.front = glb::front(std::move(findings.front), findings.tailLength);
     }
+    for (auto& [owner, extras] : plainExtras)
+        owner->insert(std::move(extras));
     document->keepDescriptions();
     return document;
 }
