@@ -14,11 +14,6 @@ namespace kel::importer {
 
 namespace {
 
-std::string sentence(const std::string& file, const std::string& what, const std::string& place,
-                     const std::string& remedy) {
-    return file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy;
-}
-
 detail::ImportedScene import(detail::ModelSource source, const ImportOptions& options) {
     detail::ProgressReporter progress(options.progress, source);
     try {
@@ -43,8 +38,9 @@ ImportResult asResult(detail::ImportedScene imported) {
 
 ImportError::ImportError(ImportCode code, std::string file, const std::string& what, std::string place,
                          std::string remedy)
-    : std::runtime_error(sentence(file, what, place, remedy)), importCode(code), fileText(std::move(file)),
-      placeText(std::move(place)), remedyText(std::move(remedy)) {}
+    : std::runtime_error(file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy),
+      importCode(code), fileText(std::move(file)), placeText(std::move(place)),
+      remedyText(std::move(remedy)) {}
 
 ImportError::~ImportError() = default;
 

@@ -11,7 +11,6 @@ namespace {
 /// How many vertices that primitives use are not finite. Where every corner has a vertex of its own, as most
 /// text formats arrive, equal ones count once.
 std::size_t countNotFinite(const aiMesh& mesh) {
-    const auto bad = [&](unsigned v) { return !isFinite(mesh.mVertices[v]); };
     std::vector<char> used(mesh.mNumVertices, mesh.mNumFaces == 0 ? 1 : 0);
     std::size_t corners = 0;
     for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
@@ -23,7 +22,7 @@ std::size_t countNotFinite(const aiMesh& mesh) {
     VertexJoiner joiner({3});
     std::size_t count = 0;
     for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        if (!used[v] || !bad(v)) continue;
+        if (!used[v] || isFinite(mesh.mVertices[v])) continue;
         ++count;
         joiner.add(&mesh.mVertices[v].x);
     }

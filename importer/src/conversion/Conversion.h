@@ -175,24 +175,15 @@ private:
 std::shared_ptr<kel::material::MaterialClassic> makeClassicMaterial(const aiMaterial& source,
                                                                     std::uint32_t identifier);
 
-/// Writes the metadata of meshes by the rules that kel/importer/Importer.h states.
-class MetadataWriter {
-public:
-    /// format   of the source, for people
-    /// repairs  counts what had to be changed, over all meshes
-    MetadataWriter(const ModelSource& source, const std::string& format, const aiScene& scene,
-                   const GltfNodes& gltfNodes, TextRepairs& repairs);
+/// The JSON object "source" of every mesh's metadata, as kel/importer/Importer.h states it.
+///
+/// format   of the source, for people
+/// repairs  counts what had to be changed
+std::string sourceEntry(const std::string& fileName, const std::string& format, const aiScene& scene,
+                        TextRepairs& repairs);
 
-    void describe(const Instance& instance, kel::scene::MetaData& metadata);
-
-private:
-    const aiScene& scene;
-    const GltfNodes& gltfNodes;
-    TextRepairs& repairs;
-    TextRepairs sourceRepairs;
-    std::string source; // the same for all meshes
-
-    void describeGltf(std::size_t node, unsigned slot, kel::scene::MetaData& metadata);
-};
+/// Adds the other entries.
+void describeMesh(const Instance& instance, const aiScene& scene, const GltfNodes& gltfNodes,
+                  TextRepairs& repairs, kel::scene::MetaData& metadata);
 
 } // namespace kel::importer::detail

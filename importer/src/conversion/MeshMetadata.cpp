@@ -133,7 +133,8 @@ std::string upAxisOfFbx(const aiMetadata& metadata) {
     return std::string(sign < 0 ? "-" : "") + "XYZ"[axis];
 }
 
-/// The JSON object "source".
+} // namespace
+
 std::string sourceEntry(const std::string& fileName, const std::string& format, const aiScene& scene,
                         TextRepairs& repairs) {
     kel::src::format::Source source;
@@ -151,54 +152,41 @@ std::string sourceEntry(const std::string& fileName, const std::string& format, 
     return kel::src::format::sourceText(source, source.unit ? jsonNumber(*source.unit, repairs) : "");
 }
 
-} // namespace
-
-MetadataWriter::MetadataWriter(const ModelSource& source, const std::string& format, const aiScene& scene,
-                               const GltfNodes& gltfNodes, TextRepairs& repairs)
-    : scene(scene), gltfNodes(gltfNodes), repairs(repairs),
-      source(sourceEntry(source.name, format, scene, sourceRepairs)) {}
-
-void MetadataWriter::describe(const Instance& instance, kel::scene::MetaData& metadata) {
+void describeMesh(const Instance& instance, const aiScene& scene, const GltfNodes& gltfNodes,
+                  TextRepairs& repairs, kel::scene::MetaData& metadata) {
     const auto set = [&](std::string_view key, std::string text) {
         metadata.emplace(std::string(key), std::move(text));
     };
-    set(metadata_key::SOURCE, source);
-    repairs.notUtf8 += sourceRepairs.notUtf8;
     // Around several root nodes of a glTF the reader puts one of its own.
     const GltfDocument* gltf = gltfNodes.document();
     const bool withRoot = !gltf || gltf->sceneRoots().size() == 1;
     set(metadata_key::NODE, nodePath(*instance.node, withRoot, repairs));
-    if (const auto node = gltfNodes.find(*instance.node)) {
-        describeGltf(*node, instance.slot, metadata);
+    const auto node = gltfNodes.find(*instance.node);
+    if (!node) {
+        const aiString& meshName = scene.mMeshes[instance.mesh()]->mName;
+        const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
+        if (name.length > 0) set(metadata_key::NAME, jsonString(assimpText(name, repairs), repairs));
+        const aiMetadata* extras = instance.node->mMetaData;
+        if (extras && extras->mNumProperties > 0) set(metadata_key::EXTRAS, jsonObject(*extras, 1, repairs));
         return;
     }
-    const aiString& meshName = scene.mMeshes[instance.mesh()]->mName;
-    const aiString& name = meshName.length > 0 ? meshName : instance.node->mName;
-    if (name.length > 0) set(metadata_key::NAME, jsonString(assimpText(name, repairs), repairs));
-    const aiMetadata* extras = instance.node->mMetaData;
-    if (extras && extras->mNumProperties > 0) set(metadata_key::EXTRAS, jsonObject(*extras, 1, repairs));
-}
-
-void MetadataWriter::describeGltf(std::size_t node, unsigned slot, kel::scene::MetaData& metadata) {
-    const GltfDocument& document = *gltfNodes.document();
     const auto keepExtras = [&](std::string_view key, const picojson::value* owner) {
         const picojson::value* value = member(owner, "extras");
         if (!value) return;
         std::string text;
         kel::src::text::appendJson(text, *value);
-        metadata.emplace(std::string(key), validText(text, repairs));
+        set(key, validText(text, repairs));
     };
-    const std::size_t mesh = document.meshOf(node).value_or(0);
-    std::string name = stringOf(member(document.find("meshes", mesh), "name"));
-    if (name.empty()) name = stringOf(member(document.find("nodes", node), "name"));
-    if (!name.empty()) metadata.emplace(std::string(metadata_key::NAME), jsonString(name, repairs));
-    keepExtras(metadata_key::EXTRAS, document.find("nodes", node));
-    keepExtras(metadata_key::MESH_EXTRAS, document.find("meshes", mesh));
-    keepExtras(metadata_key::SCENE_EXTRAS, document.scene());
-    if (const auto material = wholeNumber(member(document.primitive(mesh, slot), "material"))) {
+    const std::size_t mesh = gltf->meshOf(*node).value_or(0);
+    std::string name = stringOf(member(gltf->find("meshes", mesh), "name"));
+    if (name.empty()) name = stringOf(member(gltf->find("nodes", *node), "name"));
+    if (!name.empty()) set(metadata_key::NAME, jsonString(name, repairs));
+    keepExtras(metadata_key::EXTRAS, gltf->find("nodes", *node));
+    keepExtras(metadata_key::MESH_EXTRAS, gltf->find("meshes", mesh));
+    keepExtras(metadata_key::SCENE_EXTRAS, gltf->scene());
+    if (const auto material = wholeNumber(member(gltf->primitive(mesh, instance.slot), "material")))
         keepExtras(metadata_key::MATERIAL_EXTRAS,
-                   document.find("materials", static_cast<std::size_t>(*material)));
-    }
+                   gltf->find("materials", static_cast<std::size_t>(*material)));
 }
 
 } // namespace kel::importer::detail

@@ -2,6 +2,7 @@
 
 #include <kel/mesh/DefaultMesh.h>
 #include <kel/src/format/ElementTypes.h>
+#include <kel/src/format/MetadataKeys.h>
 #include <kel/src/text/Utf8.h>
 
 #include <utility>
@@ -63,7 +64,7 @@ public:
         : read(read), scene(*read.scene), findings(findings), source(source), progress(progress),
           instances(collectInstances(source, scene)), gltfNodes(findings.gltf.get(), scene),
           describedMaterials(describesMaterials(read.format)),
-          metadata(source, read.format, scene, gltfNodes, losses.texts) {}
+          sourceText(sourceEntry(source.name, read.format, scene, sourceRepairs)) {}
 
     ImportedScene run() {
         result.report.format = read.format;
@@ -88,7 +89,8 @@ private:
     LossReport losses;
     bool describedMaterials;
     std::map<unsigned, std::shared_ptr<kel::material::MaterialClassic>> materials; // by Assimp's index
-    MetadataWriter metadata;
+    TextRepairs sourceRepairs;
+    std::string sourceText; // the same for all meshes
     ModelExtent extent;
     ImportedScene result;
 
@@ -139,7 +141,9 @@ private:
 
         kel::scene::SceneMesh entry;
         entry.mesh = makeMesh(std::move(part));
-        metadata.describe(instance, entry.editMetaData());
+        entry.setMetaData(kel::src::format::metadata::SOURCE, sourceText);
+        losses.texts.notUtf8 += sourceRepairs.notUtf8;
+        describeMesh(instance, scene, gltfNodes, losses.texts, entry.editMetaData());
         entry.material = materialOf(instance);
         if (entry.material) result.scene.materials.insert(entry.material);
         result.scene.meshes.push_back(std::move(entry));

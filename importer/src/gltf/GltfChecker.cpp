@@ -117,7 +117,7 @@ public:
         buffers.resize(all.size());
         for (std::size_t b = 0; b < all.size(); ++b) {
             const GltfPlace place("buffers", b);
-            const std::uint64_t stated = number(&all[b], "byteLength", 0, place);
+            const std::uint64_t stated = number(&all[b], "byteLength", place);
             const picojson::value* uri = member(&all[b], "uri");
             Buffer& buffer = buffers[b];
             if (!uri) {
@@ -153,8 +153,8 @@ public:
             const GltfPlace place("bufferViews", v);
             const auto buffer = reference(&all[v], "buffer", buffers.size(), place);
             if (!buffer) refuse(ImportCode::INVALID_MODEL, "\"buffer\" is missing", place);
-            const View view{*buffer, number(&all[v], "byteOffset", 0, place),
-                            number(&all[v], "byteLength", 0, place), number(&all[v], "byteStride", 0, place)};
+            const View view{*buffer, number(&all[v], "byteOffset", place),
+                            number(&all[v], "byteLength", place), number(&all[v], "byteStride", place)};
             const std::uint64_t size = buffers[*buffer].length;
             if (view.offset > size || view.length > size - view.offset) {
                 refuse(ImportCode::IMPOSSIBLE_COUNT,
@@ -171,14 +171,13 @@ public:
         accessors.reserve(all.size());
         for (std::size_t a = 0; a < all.size(); ++a) {
             const GltfPlace place("accessors", a);
-            Accessor accessor;
-            accessor.view = reference(&all[a], "bufferView", views.size(), place);
-            accessor.offset = number(&all[a], "byteOffset", 0, place);
-            accessor.count = number(&all[a], "count", 0, place);
-            accessor.component = number(&all[a], "componentType", 0, place);
-            accessor.type = stringOf(member(&all[a], "type"));
             const picojson::value* sparse = member(&all[a], "sparse");
-            accessor.sparse = sparse != nullptr;
+            Accessor accessor{reference(&all[a], "bufferView", views.size(), place),
+                              number(&all[a], "byteOffset", place),
+                              number(&all[a], "count", place),
+                              number(&all[a], "componentType", place),
+                              stringOf(member(&all[a], "type")),
+                              sparse != nullptr};
             const std::uint64_t bytes = accessor.bytes();
             if (bytes == 0) refuse(ImportCode::INVALID_MODEL, "its type or component type is unknown", place);
             std::uint64_t fits = 0;
@@ -269,8 +268,8 @@ private:
     }
 
     /// A whole number, `fallback` where it is missing.
-    std::uint64_t number(const picojson::value* object, const char* name, std::uint64_t fallback,
-                         const GltfPlace& place) const {
+    std::uint64_t number(const picojson::value* object, const char* name, const GltfPlace& place,
+                         std::uint64_t fallback = 0) const {
         const picojson::value* value = member(object, name);
         if (!value) return fallback;
         const auto whole = wholeNumber(value);
@@ -283,7 +282,7 @@ private:
     std::optional<std::size_t> reference(const picojson::value* object, const char* name, std::size_t size,
                                          const GltfPlace& place) const {
         if (!member(object, name)) return std::nullopt;
-        const std::uint64_t index = number(object, name, 0, place);
+        const std::uint64_t index = number(object, name, place);
         if (index >= size) {
             refuse(ImportCode::INDEX_OUT_OF_RANGE,
                    std::string("\"") + name + "\" is " + std::to_string(index) + ", but there are only " +
@@ -311,16 +310,16 @@ private:
     }
 
     void checkSparse(const picojson::value& sparse, const Accessor& accessor, const GltfPlace& place) const {
-        const std::uint64_t count = number(&sparse, "count", 0, place);
+        const std::uint64_t count = number(&sparse, "count", place);
         const picojson::value* indices = member(&sparse, "indices");
         const picojson::value* values = member(&sparse, "values");
         const auto indexView = reference(indices, "bufferView", views.size(), place);
         const auto valueView = reference(values, "bufferView", views.size(), place);
         if (!indexView || !valueView)
             refuse(ImportCode::INVALID_MODEL, "\"sparse\" lacks its indices or values", place);
-        const std::uint64_t width = bytesOfComponent(number(indices, "componentType", 0, place));
-        const std::uint64_t indexOffset = number(indices, "byteOffset", 0, place);
-        const std::uint64_t valueOffset = number(values, "byteOffset", 0, place);
+        const std::uint64_t width = bytesOfComponent(number(indices, "componentType", place));
+        const std::uint64_t indexOffset = number(indices, "byteOffset", place);
+        const std::uint64_t valueOffset = number(values, "byteOffset", place);
         const View& from = views[*indexView];
         const View& with = views[*valueView];
         if (width == 0 || count > accessor.count || indexOffset > from.length ||
@@ -425,7 +424,7 @@ private:
         const bool draco = member(member(&primitive, "extensions"), "KHR_draco_mesh_compression") != nullptr;
         const std::uint64_t vertices = checkAttributes(primitive, draco, place);
         const std::uint64_t corners = checkIndices(primitive, draco, vertices, place);
-        const std::uint64_t mode = number(&primitive, "mode", kel::mesh::TRIANGLES, place);
+        const std::uint64_t mode = number(&primitive, "mode", place, kel::mesh::TRIANGLES);
         static constexpr std::array<std::uint64_t, 7> LEAST = {1, 2, 2, 2, 3, 3, 3};
         if (mode > kel::mesh::TRIANGLE_FAN)
             refuse(ImportCode::INVALID_MODEL, "\"mode\" is " + std::to_string(mode), place);
