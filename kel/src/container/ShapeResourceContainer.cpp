@@ -424,12 +424,16 @@ std::string ShapeResourceContainer::metaDataText() const {
     return text;
 }
 
-void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string& metaText) const {
+std::uint64_t ShapeResourceContainer::headerBytes(const std::string& metaText) const {
     text::CountingSink length;
     emitHeader(length, metaText);
+    return length.bytes;
+}
 
+void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string& metaText,
+                                           std::uint64_t headerBytes) const {
     text::StreamSink sink(out);
-    sink.append(format::PreambleBytes(length.bytes).text());
+    sink.append(format::PreambleBytes(headerBytes).text());
     emitHeader(sink, metaText);
     for (const ChunkEntry& chunk : bufferChunks.entries)
         sink.append(std::string_view(chunk.data, chunk.byteLength));
@@ -437,19 +441,21 @@ void ShapeResourceContainer::writeDocument(std::ostream& out, const std::string&
 }
 
 void ShapeResourceContainer::writeToStream(std::ostream& out) {
-    writeDocument(out, metaDataText());
+    const std::string metaText = metaDataText();
+    writeDocument(out, metaText, headerBytes(metaText));
 }
 
 void ShapeResourceContainer::writeToFile(const char* path) {
     // What can fail in the header fails before the file is touched.
     const std::string metaText = metaDataText();
+    const std::uint64_t length = headerBytes(metaText);
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) {
         std::cerr << "Unable to open file \"" << path << "\" for writing SRC data." << std::endl;
         return;
     }
     std::cout << "Writing SRC data to \"" << path << "\"." << std::endl;
-    writeDocument(file, metaText);
+    writeDocument(file, metaText, length);
 }
 
 } // namespace kel::src::detail

@@ -231,7 +231,8 @@ private:
                                  unsigned long byteOffset, unsigned long byteStride, unsigned long count,
                                  SRCDataType dataType, const double* decodeOffset, const double* decodeScale);
     std::string metaDataText() const;
-    void writeDocument(std::ostream& out, const std::string& metaText) const;
+    std::uint64_t headerBytes(const std::string& metaText) const;
+    void writeDocument(std::ostream& out, const std::string& metaText, std::uint64_t headerBytes) const;
     template<typename Sink>
     void emitHeader(Sink& sink, std::string_view metaText) const;
 
