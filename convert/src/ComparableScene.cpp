@@ -74,7 +74,7 @@ ComparableScene fromScene(kel::scene::Scene scene) {
             [&](std::size_t place) { return indices ? indices->getIndex(place) : place; }, mesh);
         mesh.hasMaterial = entry.material != nullptr;
         for (auto& [parameter, values] : classicValues(entry.material.get()))
-            mesh.material.emplace(nameOf(parameter), std::move(values));
+            mesh.material.emplace(parameterName(parameter), std::move(values));
         if (entry.metaData) mesh.metadata = *entry.metaData;
     }
     return comparable;
@@ -108,10 +108,11 @@ ComparableScene comparableScene(const kel::src::SrcFile& file, const std::string
         for (const auto& parameter : format::MATERIAL_PARAMETERS)
             material[std::string(parameter.name)] = file.materialParameter(source, parameter.name);
         // Not the technique's default: its writer has no word for transparency.
-        auto& transparency = material[std::string(nameOf(format::TRANSPARENCY))];
+        auto& transparency = material[std::string(parameterName(format::TRANSPARENCY))];
         transparency = {0.0};
         for (const auto& member : kel::src::jsonMembers(source.values)) {
-            if (member.key == nameOf(format::TRANSPARENCY)) kel::src::jsonNumbers(member.json, transparency);
+            if (member.key == parameterName(format::TRANSPARENCY))
+                kel::src::jsonNumbers(member.json, transparency);
         }
     }
     for (const auto& source : file.meshes()) {

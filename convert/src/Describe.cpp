@@ -66,7 +66,7 @@ public:
             MaterialInfo entry;
             entry.id = material.id;
             if (material.technique != SRC_NONE) entry.technique = file.techniques()[material.technique].id;
-            entry.diffuse = file.materialParameter(material, nameOf(format::DIFFUSE_COLOR));
+            entry.diffuse = file.materialParameter(material, parameterName(format::DIFFUSE_COLOR));
             if (entry.diffuse.size() != 3) entry.diffuse.clear();
             info.materials.push_back(std::move(entry));
         }

@@ -198,9 +198,9 @@ private:
         for (const auto& [parameter, expected] : classicValues(found->second.get())) {
             if (parameter == format::TRANSPARENCY && isContainerTarget(target)) continue;
             const std::vector<double> values =
-                file.materialParameter(file.materials()[written.material], nameOf(parameter));
+                file.materialParameter(file.materials()[written.material], parameterName(parameter));
             if (!std::equal(values.begin(), values.end(), expected.begin(), expected.end(), equalAsFloats))
-                return "its material has another " + std::string(nameOf(parameter));
+                return "its material has another " + std::string(parameterName(parameter));
         }
         return "";
     }

@@ -39,7 +39,7 @@ std::unique_ptr<aiMaterial> exportedMaterial(const SrcFile& file, const SrcMater
                                              const ExportFormat& format) {
     auto material = std::make_unique<aiMaterial>();
     const auto valuesOf = [&](MaterialParameterIndex parameter) {
-        std::vector<double> values = file.materialParameter(source, nameOf(parameter));
+        std::vector<double> values = file.materialParameter(source, parameterName(parameter));
         if (values.size() != MATERIAL_PARAMETERS[parameter].components) values.clear();
         return values;
     };
@@ -73,7 +73,7 @@ std::unique_ptr<aiMaterial> exportedMaterial(const SrcFile& file, const SrcMater
     // The technique's default would make see-through what its writer has no word for.
     for (const auto& member : kel::src::jsonMembers(source.values)) {
         std::vector<double> transparency;
-        if (member.key != nameOf(TRANSPARENCY) || !kel::src::jsonNumbers(member.json, transparency) ||
+        if (member.key != parameterName(TRANSPARENCY) || !kel::src::jsonNumbers(member.json, transparency) ||
             transparency.size() != 1 || transparency[0] == 0.0)
             continue;
         addNumber(static_cast<float>(1.0 - transparency[0]), "$mat.opacity");

@@ -28,15 +28,15 @@ void addFieldValueToJSONObject(const std::string& name, const glm::tvec3<float>&
 void addMaterialDataToSRC(std::shared_ptr<kel::material::MaterialClassic> material,
                           ShapeResourceContainer& container, const std::string& materialId) {
     using namespace format;
-    const auto nameOf = [](MaterialParameterIndex parameter) {
-        return std::string(format::nameOf(parameter));
-    };
     picojson::object values;
-    addFieldValueToJSONObject(nameOf(AMBIENT_INTENSITY), material->getAmbient(), values);
-    addFieldValueToJSONObject(nameOf(DIFFUSE_COLOR), material->getDiffuse(), values);
-    addFieldValueToJSONObject(nameOf(EMISSIVE_COLOR), material->getEmissive(), values);
-    addFieldValueToJSONObject(nameOf(SHININESS), material->getShininess(), values);
-    addFieldValueToJSONObject(nameOf(SPECULAR_COLOR), material->getSpecular(), values);
+    const auto add = [&](MaterialParameterIndex parameter, const auto& value) {
+        addFieldValueToJSONObject(std::string(parameterName(parameter)), value, values);
+    };
+    add(AMBIENT_INTENSITY, material->getAmbient());
+    add(DIFFUSE_COLOR, material->getDiffuse());
+    add(EMISSIVE_COLOR, material->getEmissive());
+    add(SHININESS, material->getShininess());
+    add(SPECULAR_COLOR, material->getSpecular());
     container.addMaterial(materialId, std::string(STANDARD_TECHNIQUE), picojson::value(std::move(values)));
 }
 

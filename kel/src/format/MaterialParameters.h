@@ -36,7 +36,7 @@ inline constexpr MaterialParameter MATERIAL_PARAMETERS[] = {
 constexpr double CONTAINER_TRANSPARENCY = 0.2;
 
 /// The name of a parameter in the file.
-constexpr std::string_view nameOf(MaterialParameterIndex parameter) {
+constexpr std::string_view parameterName(MaterialParameterIndex parameter) {
     return MATERIAL_PARAMETERS[parameter].name;
 }
 
