@@ -139,7 +139,7 @@ private:
         report(code, detail).attribute = attribute;
     }
 
-    // ---- Geometry
+    // ---- Geometry ---------------------------------------------------------------------------------------
 
     void checkMesh(const kel::mesh::MeshPtr& handle) {
         const kel::mesh::Mesh& mesh = *handle;
@@ -358,7 +358,7 @@ private:
                      rest == 1 ? "index" : std::to_string(rest) + " indices");
     }
 
-    // ---- Metadata
+    // ---- Metadata ---------------------------------------------------------------------------------------
 
     void checkMetaData(const SceneMesh& entry) {
         if (!entry.metaData) {
@@ -392,7 +392,7 @@ private:
         }
     }
 
-    // ---- Materials
+    // ---- Materials --------------------------------------------------------------------------------------
 
     void checkMaterial(const SceneMesh& entry) {
         if (!entry.material) return;
