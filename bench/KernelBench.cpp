@@ -23,7 +23,7 @@ public:
         }
         state.SetLabel(state.range(0) == 0 ? "plain" : "AVX2");
     }
-    ~Kernels() { unforceKernels(); }
+    ~Kernels() { forceKernels(bestKernels()); }
 };
 
 void perVertex(benchmark::State& state, std::size_t vertices) {

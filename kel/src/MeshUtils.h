@@ -6,7 +6,6 @@
 
 #include <glm/vec3.hpp>
 
-#include <cstddef>
 #include <memory>
 
 namespace kel::src::detail {

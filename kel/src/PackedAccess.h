@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <typeinfo>
 
@@ -55,9 +56,8 @@ inline void copyElements(const kel::mesh::AttributeBuffer& buffer, std::size_t c
     if (span.isPacked(elementSize)) {
         std::memcpy(target, span.first, count * elementSize);
     } else if (span) {
-        for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < count; ++i)
             std::memcpy(target + i * elementSize, span.first + i * span.stride, elementSize);
-        }
     } else {
         for (std::size_t i = 0; i < count; ++i)
             buffer.getElement(i, target + i * elementSize);
@@ -72,13 +72,30 @@ using ElementScratch = std::array<float, 16>;
 template<typename T>
 const T* packedIndices(const kel::mesh::IndexBuffer& buffer) {
 #if KELSRC_BUNDLED_MESH
-    if (typeid(buffer) == typeid(kel::mesh::DefaultIndexBuffer<T>)) {
+    if (typeid(buffer) == typeid(kel::mesh::DefaultIndexBuffer<T>))
         return static_cast<const kel::mesh::DefaultIndexBuffer<T>&>(buffer).data();
-    }
 #else
     static_cast<void>(buffer);
 #endif
     return nullptr;
+}
+
+/// Calls visit(k, index) for the first `count` indices in order; a buffer of our own is read from its memory.
+template<typename Visit>
+void forEachIndex(const kel::mesh::IndexBuffer& indices, std::size_t count, const Visit& visit) {
+    const auto visitAll = [&](const auto& indexAt) {
+        for (std::size_t k = 0; k < count; ++k)
+            visit(k, static_cast<std::size_t>(indexAt(k)));
+    };
+    if (const auto* packed32 = packedIndices<std::uint32_t>(indices)) {
+        visitAll([packed32](std::size_t k) { return packed32[k]; });
+    } else if (const auto* packed16 = packedIndices<std::uint16_t>(indices)) {
+        visitAll([packed16](std::size_t k) { return packed16[k]; });
+    } else if (const auto* packed8 = packedIndices<std::uint8_t>(indices)) {
+        visitAll([packed8](std::size_t k) { return packed8[k]; });
+    } else {
+        visitAll([&](std::size_t k) { return indices.getIndex(k); });
+    }
 }
 
 } // namespace kel::src::detail

@@ -61,28 +61,16 @@ std::size_t arraySize(std::size_t count, std::size_t elementSize) {
 
 // ---- Indices ---------------------------------------------------------------------------------------------
 
-template<typename Index>
-bool narrowIndices(const kel::mesh::IndexBuffer& indices, std::size_t count, unsigned short* narrowed) {
-    const Index* packed = packedIndices<Index>(indices);
-    if (!packed) return false;
-    for (std::size_t k = 0; k < count; ++k)
-        narrowed[k] = static_cast<unsigned short>(packed[k]);
-    return true;
-}
-
 std::shared_ptr<::src::IndexView> addIndexView(const kel::mesh::Mesh& mesh,
                                                ::src::builder::SrcBuilder& builder) {
     const auto indices = mesh.getIndexBuffer();
     if (!indices) return {};
     const std::size_t count = indices->getElementCount();
     std::unique_ptr<unsigned short[]> narrowed(new unsigned short[count]);
-    if (!narrowIndices<std::uint32_t>(*indices, count, narrowed.get()) &&
-        !narrowIndices<std::uint16_t>(*indices, count, narrowed.get()) &&
-        !narrowIndices<std::uint8_t>(*indices, count, narrowed.get())) {
-        // Indices above 65535 wrap: whoever has them cuts the mesh before.
-        for (std::size_t k = 0; k < count; ++k)
-            narrowed[k] = static_cast<unsigned short>(indices->getIndex(k));
-    }
+    // Indices above 65535 wrap: whoever has them cuts the mesh before.
+    forEachIndex(*indices, count, [to = narrowed.get()](std::size_t k, std::size_t index) {
+        to[k] = static_cast<unsigned short>(index);
+    });
     return builder.addDefaultIndexView(narrowed.release(), ::src::UNSIGNED_SHORT, count);
 }
 
@@ -142,8 +130,7 @@ struct QuantizationBox {
 };
 
 /// All elements of a three-float buffer, if they lie packed in a buffer of exactly our own; nothing is asked
-/// of any other buffer. With another mesh library nothing is read so: its transforms are then the ones to
-/// run.
+/// of any other buffer. With another mesh library nothing is read so: only its own transforms run.
 PositionsInMemory packedVec3f(const AttributeBuffer& buffer) {
 #if KELSRC_BUNDLED_MESH
     if (elementsInMemory(buffer, 1).isPacked(3 * sizeof(float))) {
@@ -314,11 +301,10 @@ void createMeshPosNormalCompressed(const kel::mesh::MeshPtr& mesh, MeshBuilderPt
     }
     const auto positions = mesh->getAttributeBuffer(DEFAULT_POSITIONS_NAME);
     const auto normals = mesh->getAttributeBuffer(DEFAULT_NORMALS_NAME);
-    if (!mayHoldPositions(positions)) {
+    if (!mayHoldPositions(positions))
         throw std::invalid_argument("A mesh with normals but without positions of three floats cannot be "
                                     "written with positions and normals compressed: give it an attribute "
                                     "\"position\" of three floats or write it uncompressed.");
-    }
     const QuantizationBox box(positions);
     const std::size_t count = positions->getElementCount();
     const auto vertices = std::make_shared<VertexBytes>(arraySize(count, PACKED_VERTEX_BYTES));

@@ -11,9 +11,7 @@
 #include <iosfwd>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-#include <vector>
 
 /// The export through the SRC builder library. Which operations it calls, on the input and on the builder,
 /// and in which order, is a contract: meshes and builder may be other libraries' own. Only buffers of exactly

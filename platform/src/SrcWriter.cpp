@@ -5,7 +5,6 @@
 
 #include <kel/src/text/JsonWriter.h>
 #include <kel/src/text/StreamSink.h>
-#include <kel/src/text/TextOrder.h>
 
 #include <algorithm>
 #include <array>
@@ -103,7 +102,7 @@ private:
         emit.numbered(
             prefix,
             [&](const auto& visit) {
-                kel::src::text::inTextOrder(count, [&](std::size_t i) {
+                kel::src::format::inTextOrder(count, [&](std::size_t i) {
                     sink.goOnIn(header.end());
                     visit(i, i);
                 });

@@ -1,6 +1,5 @@
 #include <kel/src/format/HeaderEmitter.h>
 #include <kel/src/text/StreamSink.h>
-#include <kel/src/text/TextOrder.h>
 
 #include <gtest/gtest.h>
 
@@ -47,7 +46,7 @@ TEST(HeaderEmitter, NumberedEntriesAreSeparatedByCommas) {
                   emit.numbered(
                       id_prefix::CHUNK,
                       [](const auto& visit) {
-                          kel::src::text::inTextOrder(11, [&](std::size_t i) { visit(i, i); });
+                          kel::src::format::inTextOrder(11, [&](std::size_t i) { visit(i, i); });
                       },
                       [&](std::size_t i) { emit.chunk(i, 7); });
               }).substr(0, 78),

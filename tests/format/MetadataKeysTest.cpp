@@ -25,6 +25,13 @@ TEST(FitText, ReadsBackToTheSameDoubles) {
     EXPECT_TRUE(readFit("{}").empty());
 }
 
+TEST(ReadFit, TakesNumbersWithExponents) {
+    const std::vector<Fit> read = readFit(R"({"a":{"offset":[-25e-2,1.5E+3],"scale":[4e0,12E1]}})");
+    ASSERT_EQ(read.size(), 1u);
+    EXPECT_EQ(read[0].offset, (std::vector<double>{-0.25, 1500.0}));
+    EXPECT_EQ(read[0].scale, (std::vector<double>{4.0, 120.0}));
+}
+
 TEST(ReadFit, LeavesOutWhatIsOfAnotherShape) {
     EXPECT_EQ(
         readFit(R"({"a":{"offset":[1,2,3,4],"scale":[1,2,3,4]},"b":7,"c":{"offset":1,"scale":2}})").size(),

@@ -52,7 +52,7 @@ template<typename Compute>
 auto withEachKernelSet(Compute compute) -> BothResults<decltype(compute())> {
     src::detail::forceKernels(src::detail::KernelSet::PLAIN);
     auto plain = compute();
-    src::detail::unforceKernels();
+    src::detail::forceKernels(src::detail::bestKernels());
     auto fast = compute();
     return {std::move(plain), std::move(fast)};
 }

@@ -34,7 +34,7 @@ class SrcRange {
 public:
     SrcRange() = default;
     SrcRange(const T* first, std::size_t count) : first(first), count(count) {}
-    SrcRange(const std::vector<T>& entries) : SrcRange(entries.data(), entries.size()) {}
+    explicit SrcRange(const std::vector<T>& entries) : SrcRange(entries.data(), entries.size()) {}
 
     const T* begin() const { return first; }
     const T* end() const { return first + count; }

@@ -1,12 +1,8 @@
 #include <kel/src/container/ShapeResourceContainer.h>
 
 #include <kel/mesh/PrimitiveType.h>
-#include <kel/src/format/ElementTypes.h>
-#include <kel/src/format/FileLayout.h>
 #include <kel/src/format/HeaderEmitter.h>
-#include <kel/src/text/JsonWriter.h>
 #include <kel/src/text/StreamSink.h>
-#include <kel/src/text/TextOrder.h>
 
 #include <algorithm>
 #include <cstring>
@@ -72,7 +68,7 @@ template<typename Entry>
 template<typename Visit>
 void ShapeResourceContainer::NumberedSection<Entry>::inTextOrder(const Visit& visit) const {
     if (consecutive) {
-        text::inTextOrder(entries.size(), [&](std::size_t i) { visit(i, entries[i]); });
+        format::inTextOrder(entries.size(), [&](std::size_t i) { visit(i, entries[i]); });
         return;
     }
     std::vector<const Entry*> ordered;
@@ -80,7 +76,7 @@ void ShapeResourceContainer::NumberedSection<Entry>::inTextOrder(const Visit& vi
     for (const Entry& entry : entries)
         ordered.push_back(&entry);
     std::sort(ordered.begin(), ordered.end(), [](const Entry* a, const Entry* b) {
-        if (a->number != b->number) return text::textOrderOf(a->number) < text::textOrderOf(b->number);
+        if (a->number != b->number) return format::textOrderOf(a->number) < format::textOrderOf(b->number);
         return a < b;
     });
     for (std::size_t i = 0; i < ordered.size(); ++i) {
@@ -333,10 +329,9 @@ void ShapeResourceContainer::assignMaterialToMesh(const std::string& materialId,
     MeshEntry* mesh = findMesh(meshId, "assign material to");
     if (!mesh) return;
     mesh->material = keepJson(materialId);
-    if (!materials.find(materialId)) {
+    if (!materials.find(materialId))
         std::cout << "WARNING: Assigning material with ID \"" << materialId
                   << "\", to mesh, but such a material doesn't exist yet.\n";
-    }
 }
 
 picojson::object& ShapeResourceContainer::getMetaData() {

@@ -71,8 +71,7 @@ public:
     /// The same for bytes that the caller gives away: one chunk, nothing copied.
     std::string addBufferView(std::vector<unsigned char>&& bytes);
 
-    /// Stores one chunk for a buffer view whose JSON object, with an array "chunks", is not yet in the
-    /// header.
+    /// Stores one chunk for a buffer view whose JSON object, with an array "chunks", the header lacks yet.
     void appendChunk(const std::string& bufferViewId, picojson::object& bufferViewObject,
                      const std::vector<unsigned char>& bytes);
 

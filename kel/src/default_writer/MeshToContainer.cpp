@@ -175,8 +175,7 @@ std::string addMeshToSrc(ShapeResourceContainer& container, std::map<std::string
     if (!metaData) metaData = std::make_shared<std::map<std::string, std::string>>();
     addStatisticsMetaData(mesh, metaData);
     for (const auto& [key, text] : *metaData) {
-        // A text that is no JSON is not an error: the value is what the parser had when it stopped, mostly
-        // null.
+        // A text that is no JSON is no error: the value is what the parser had when it stopped, mostly null.
         picojson::value value;
         std::string ignored;
         picojson::parse(value, text.begin(), text.end(), &ignored);

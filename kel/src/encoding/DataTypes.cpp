@@ -29,9 +29,8 @@ std::uint32_t getTypeSizeInBytes(ShapeResourceContainer::SRCDataType type) {
 
 unsigned short* convertUint32ToUshort16(const unsigned char* data, unsigned int count) {
     auto* narrowed = new unsigned short[count];
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         narrowed[i] = static_cast<unsigned short>(data[4 * i] | data[4 * i + 1] << 8);
-    }
     return narrowed;
 }
 

@@ -55,10 +55,9 @@ void quantizeToNBits(const float* data, std::size_t count, std::size_t component
            : layout.slotBytes == 2 ? ShapeResourceContainer::USHORT
                                    : ShapeResourceContainer::UINT;
     layout.bytesPerElement = layout.slotBytes * components;
-    if (alignTo4Bytes) {
+    if (alignTo4Bytes)
         layout.bytesPerElement =
             static_cast<std::size_t>(std::ceil(static_cast<float>(layout.bytesPerElement) * 0.25f)) * 4;
-    }
     bytesPerElement = layout.bytesPerElement;
     out.resize(bytesPerElement * count);
 

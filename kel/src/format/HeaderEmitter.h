@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// The text of a header, for both writers: where their bytes agree, they come from here. Keys stand in ascending
 /// byte order on every level.
@@ -35,6 +36,37 @@ inline constexpr std::string_view FIRST_KEY{KEY_TEXT<'{', Key>.data(), KEY_TEXT<
 /// `,"count":`
 template<const std::string_view& Key>
 inline constexpr std::string_view NEXT_KEY{KEY_TEXT<',', Key>.data(), KEY_TEXT<',', Key>.size()};
+
+/// Calls visit(i) for i = 0 .. count - 1 in the byte order of their decimal texts: 0, 1, 10, 100, ..., 11,
+/// ..., 2.
+template<typename Visit>
+void inTextOrder(std::size_t count, Visit visit) {
+    if (count == 0) return;
+    visit(std::size_t(0));
+    std::size_t n = 1;
+    for (std::size_t visited = 1; visited < count; ++visited) {
+        visit(n);
+        if (n * 10 < count) {
+            n *= 10;
+        } else {
+            if (n + 1 >= count) n /= 10;
+            ++n;
+            while (n % 10 == 0)
+                n /= 10;
+        }
+    }
+}
+
+/// A key that sorts numbers as their decimal texts sort: the digits from the left, and then how many they are.
+inline std::pair<std::uint64_t, std::uint32_t> textOrderOf(std::uint32_t number) {
+    constexpr std::uint64_t TEN_DIGITS_END = 10000000000;
+    if (number == 0) return {0, 1};
+    std::uint64_t digits = number;
+    std::uint32_t length = 10;
+    for (; 10 * digits < TEN_DIGITS_END; digits *= 10)
+        --length;
+    return {digits, length};
+}
 
 /// The rule for a header's numbers that both writers follow today.
 struct SeventeenDigits {
@@ -118,8 +150,7 @@ class HeaderEmitter {
 public:
     explicit HeaderEmitter(Sink& sink) : sink(sink) {}
 
-    /// The whole header. Each section is called once, to emit the entries between its braces; `meta` emits the
-    /// braces, too.
+    /// The whole header. Each section emits what stands between its braces, once; `meta` emits them, too.
     template<typename AttributeViews, typename IndexViews, typename BufferChunks, typename BufferViews,
              typename Materials, typename Meshes, typename Meta, typename Techniques>
     void header(const AttributeViews& attributeViews, const IndexViews& indexViews,

@@ -39,8 +39,7 @@ constexpr std::string_view PARTS = "parts";         ///< a whole number, 2 or mo
 
 using Fit = kel::src::SrcFit;
 
-/// `{"position":{"offset":[..],"scale":[..]},...}`, in the order given. Numbers' texts give the same doubles
-/// back.
+/// `{"position":{"offset":[..],"scale":[..]},...}`, in the order given. Numbers read back as they were.
 KELSRC_EXPORT std::string fitText(const std::vector<Fit>& fits);
 /// In the order of their names. Attributes whose entry is not two lists of the same length, of 1 to 4 finite
 /// numbers, are left out.

@@ -33,15 +33,15 @@ __attribute__((target("avx2"))) bool extendBoundsAvx2(const float* positions, st
                                                       float* max) {
     // Eight positions are three registers whose lanes run through the axes: xyzxyzxy, zxyzxyzx, yzxyzxyz.
     alignas(32) float lanes[24];
+    const auto spread = [&](const float* bounds, __m256* registers) __attribute__((target("avx2"))) {
+        for (int lane = 0; lane < 24; ++lane)
+            lanes[lane] = bounds[lane % 3];
+        for (int r = 0; r < 3; ++r)
+            registers[r] = _mm256_load_ps(lanes + 8 * r);
+    };
     __m256 low[3], high[3];
-    for (int lane = 0; lane < 24; ++lane)
-        lanes[lane] = min[lane % 3];
-    for (int r = 0; r < 3; ++r)
-        low[r] = _mm256_load_ps(lanes + 8 * r);
-    for (int lane = 0; lane < 24; ++lane)
-        lanes[lane] = max[lane % 3];
-    for (int r = 0; r < 3; ++r)
-        high[r] = _mm256_load_ps(lanes + 8 * r);
+    spread(min, low);
+    spread(max, high);
 
     __m256 unordered = _mm256_setzero_ps();
     const std::size_t blocks = count / 8;
@@ -85,9 +85,8 @@ KernelSet extendBounds(const float* positions, std::size_t count, float* min, fl
     // A NaN among the bounds so far orders like a NaN among the positions. Only the plain loop keeps its place.
     const bool ordered = std::none_of(min, min + 3, [](float v) { return std::isnan(v); }) &&
                          std::none_of(max, max + 3, [](float v) { return std::isnan(v); });
-    if (activeKernels() == KernelSet::AVX2 && ordered && extendBoundsAvx2(positions, count, min, max)) {
+    if (activeKernels() == KernelSet::AVX2 && ordered && extendBoundsAvx2(positions, count, min, max))
         return KernelSet::AVX2;
-    }
 #endif
     extendBoundsPlain(positions, count, min, max);
     return KernelSet::PLAIN;

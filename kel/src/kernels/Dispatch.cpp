@@ -30,8 +30,4 @@ bool forceKernels(KernelSet set) {
     return true;
 }
 
-void unforceKernels() {
-    active().store(bestKernels(), std::memory_order_relaxed);
-}
-
 } // namespace kel::src::detail

@@ -21,12 +21,10 @@ enum class KernelSet {
 KELSRC_EXPORT KernelSet activeKernels();
 KELSRC_EXPORT KernelSet bestKernels();
 
-/// Forces a set for the whole process, for tests and measurements.
+/// Forces a set for the whole process, for tests and measurements; bestKernels() is always possible.
 ///
 /// returns  false, and changes nothing, when this processor cannot run the set
 KELSRC_EXPORT bool forceKernels(KernelSet set);
-/// Back to the best set.
-KELSRC_EXPORT void unforceKernels();
 
 /// The rule of bounds for one position: a coordinate replaces a bound unless the bound is strictly better. So
 /// a NaN replaces a bound, and the next number replaces the NaN again. All three arguments are three floats.

@@ -21,10 +21,9 @@ void quantizePositionsPlain(const unsigned char* positions, std::size_t count, c
         float value[3];
         std::memcpy(value, positions + i * VECTOR_BYTES, sizeof value);
         std::uint16_t code[4] = {};
-        for (int axis = 0; axis < 3; ++axis) {
+        for (int axis = 0; axis < 3; ++axis)
             code[axis] =
                 kel::mesh::quantizeComponent<float, std::uint16_t>(value[axis], min[axis], max[axis]);
-        }
         std::memcpy(codes + i * stride, code, stride);
     }
 }

@@ -20,15 +20,6 @@ namespace {
                    "\"" + path + "\": " + std::generic_category().message(errno));
 }
 
-struct Descriptor {
-    Descriptor() = default;
-    Descriptor(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number >= 0) ::close(number);
-    }
-    int number = -1;
-};
-
 } // namespace
 
 ByteInput inputFrom(std::istream& in) {
@@ -58,25 +49,25 @@ void GrowingBytes::fill(std::uint64_t wanted, const ByteInput& in) {
 }
 
 OpenedFile openFile(const std::string& path) {
-    const auto descriptor = std::make_shared<Descriptor>();
-    descriptor->number = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int number = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (number < 0) unreadable(path);
+    const std::shared_ptr<void> closed(nullptr, [number](void*) { ::close(number); });
     struct ::stat status {};
-    if (descriptor->number < 0 || ::fstat(descriptor->number, &status) != 0) unreadable(path);
+    if (::fstat(number, &status) != 0) unreadable(path);
     if (S_ISDIR(status.st_mode))
         throw SrcError(SrcCode::NOT_A_FILE, SrcError::NO_OFFSET, {}, "\"" + path + "\" is a directory");
     // Some systems call files regular and empty whose bytes are made up while one reads; so empty ones are read.
     if (S_ISREG(status.st_mode) && status.st_size > 0) {
         const auto size = static_cast<std::size_t>(status.st_size);
-        void* const address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor->number, 0);
+        void* const address = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, number, 0);
         if (address != MAP_FAILED) {
             const auto unmap = [size](void* mapped) { ::munmap(mapped, size); };
             return {{address, size}, std::shared_ptr<void>(address, unmap), {}};
         }
     }
-    return {{}, {}, [descriptor, path](unsigned char* target, std::size_t size) {
+    return {{}, {}, [number, closed, path](unsigned char* target, std::size_t size) {
                 for (;;) {
-                    const ssize_t got =
-                        ::read(descriptor->number, target, std::min(size, std::size_t(1) << 30));
+                    const ssize_t got = ::read(number, target, std::min(size, std::size_t(1) << 30));
                     if (got >= 0) return static_cast<std::size_t>(got);
                     if (errno != EINTR) unreadable(path);
                 }

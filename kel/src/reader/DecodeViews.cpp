@@ -15,19 +15,12 @@ double load(const unsigned char* at) {
     return static_cast<double>(code);
 }
 
-/// A tag for codes in slots of three bytes.
-struct WideCode {};
+/// A code in a slot of three bytes.
+struct WideCode {
+    unsigned char bytes[format::WIDE_CODE_BYTES];
 
-template<>
-double load<WideCode>(const unsigned char* at) {
-    return static_cast<double>(static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
-                               static_cast<std::uint32_t>(at[2]) << 16);
-}
-
-template<typename T>
-constexpr std::size_t SIZE = sizeof(T);
-template<>
-constexpr std::size_t SIZE<WideCode> = format::WIDE_CODE_BYTES;
+    explicit operator double() const { return bytes[0] | bytes[1] << 8 | bytes[2] << 16; }
+};
 
 /// Elements of C components. Sums and quotients in double: the codes of 32 bits and the offsets of small
 /// boxes far from the origin need it.
@@ -46,14 +39,14 @@ void decodeElements(const unsigned char* source, std::size_t stride, std::size_t
         double codes[GROUP * C];
         for (std::size_t g = 0; g < GROUP; ++g)
             for (std::size_t c = 0; c < C; ++c)
-                codes[g * C + c] = load<T>(source + (e + g) * stride + c * SIZE<T>);
+                codes[g * C + c] = load<T>(source + (e + g) * stride + c * sizeof(T));
         for (std::size_t i = 0; i < GROUP * C; ++i)
             target[e * C + i] = static_cast<float>((codes[i] + groupOffset[i]) / groupScale[i]);
     }
     for (; e < count; ++e)
         for (std::size_t c = 0; c < C; ++c)
             target[e * C + c] =
-                static_cast<float>((load<T>(source + e * stride + c * SIZE<T>) + offset[c]) / scale[c]);
+                static_cast<float>((load<T>(source + e * stride + c * sizeof(T)) + offset[c]) / scale[c]);
 }
 
 template<typename T>

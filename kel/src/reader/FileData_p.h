@@ -1,21 +1,13 @@
 #pragma once
 
-#include <kel/src/SrcFile.h>
 #include <kel/src/reader/HeaderTables_p.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <iosfwd>
 #include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace kel::src::detail {
-
-// ---- Where bytes come from ------------------------------------------------------------------------------
 
 /// Where streamed bytes come from: writes up to `size` bytes and says how many; 0 at the end.
 using ByteInput = std::function<std::size_t(unsigned char* target, std::size_t size)>;
@@ -52,8 +44,6 @@ struct OpenedFile {
 
 /// throws  SrcError when the file cannot be opened, or is a directory; so does reading it, when that fails
 OpenedFile openFile(const std::string& path);
-
-// ---- A loaded file --------------------------------------------------------------------------------------
 
 /// What a SrcFile points to.
 struct SrcFileData {
@@ -97,8 +87,6 @@ std::unique_ptr<SrcFileData> loadPath(const std::string& path, const ReadLimits&
 /// Preamble and header of a stream, which is left at the data section. Chunks are not checked yet.
 std::unique_ptr<SrcFileData> loadStreamHeader(const ByteInput& in, const ReadLimits& limits,
                                               FindingSink& sink);
-
-// ---- Elements of views ----------------------------------------------------------------------------------
 
 /// Takes `count` elements, of which the first is number `first` of its view.
 using ElementRun = std::function<void(const unsigned char* source, std::uint64_t first, std::size_t count)>;

@@ -8,11 +8,7 @@
 
 #include <array>
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -35,8 +31,6 @@ protected:
         charge(JsonCursor::memoryFor(text.size()));
     }
 
-    // ---- Places -----------------------------------------------------------------------------------------
-
     /// Enters a member of the object that the walk is in, for as long as it lives.
     struct Step {
         Step(HeaderWalk& walk, std::string_view key) : walk(walk) { walk.path[walk.steps++] = key; }
@@ -56,8 +50,6 @@ protected:
         return false;
     }
 
-    // ---- Limits -----------------------------------------------------------------------------------------
-
     [[noreturn]] void exceed(const std::string& what) {
         report(SrcCode::LIMIT_EXCEEDED, what);
         throw LimitReached();
@@ -72,8 +64,6 @@ protected:
         if (count >= limits.entries) exceed("entries is " + std::to_string(limits.entries));
         charge(bytes);
     }
-
-    // ---- Values -----------------------------------------------------------------------------------------
 
     /// What a string means that stands like this between its quotes.
     std::string_view meaning(std::string_view raw) {
@@ -141,8 +131,6 @@ protected:
         text = in.skip();
         return true;
     }
-
-    // ---- Objects with fixed keys ------------------------------------------------------------------------
 
     /// One key of an object. The value behind it goes to `target`, a variable or a function that takes it.
     template<typename Target>

@@ -2,7 +2,6 @@
 
 #include <kel/src/format/FileLayout.h>
 
-#include <string_view>
 #include <utility>
 
 namespace kel::src {

@@ -2,7 +2,6 @@
 #include <kel/src/reader/HeaderTables_p.h>
 
 #include <algorithm>
-#include <string>
 #include <string_view>
 #include <utility>
 

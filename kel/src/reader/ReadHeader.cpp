@@ -2,10 +2,7 @@
 #include <kel/src/reader/HeaderWalk_p.h>
 
 #include <algorithm>
-#include <array>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace kel::src::detail {
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -66,8 +65,6 @@ private:
         report(code, name, keys, quoted(name));
     }
 
-    // ---- IDs --------------------------------------------------------------------------------------------
-
     /// Builds a section's ID table and takes out the entries that a later one of the same ID replaces.
     template<typename Entry, typename... Parallel>
     void index(Keys section, std::vector<Entry>& entries, IdTable& table, UnusableEntries* bad,
@@ -106,8 +103,6 @@ private:
         tables.meshIds.build(tables.meshes, [](std::uint32_t) {});
     }
 
-    // ---- Buffer views -----------------------------------------------------------------------------------
-
     void resolveChunks(std::size_t i) {
         SrcBufferView& view = tables.bufferViews[i];
         const std::uint32_t firstName = view.firstChunk;
@@ -136,8 +131,6 @@ private:
         view.storedBytes = std::min(stored, view.byteLength);
     }
 
-    // ---- Index and attribute views ----------------------------------------------------------------------
-
     template<typename View>
     void resolveViews(std::string_view kind, std::vector<View>& views,
                       const std::vector<std::string_view>& buffers, UnusableEntries& bad) {
@@ -162,8 +155,6 @@ private:
                        std::to_string(bytes));
         }
     }
-
-    // ---- Materials and meshes ---------------------------------------------------------------------------
 
     void resolveTechnique(std::size_t i) {
         const std::string_view name = references.techniques[i];

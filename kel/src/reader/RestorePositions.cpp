@@ -2,9 +2,6 @@
 
 #include <kel/mesh/QuantizeVec3.h>
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <optional>
 
 namespace kel::src::detail {

@@ -42,31 +42,31 @@ std::uint64_t SrcFile::dataBytes() const {
     return data->dataBytes;
 }
 SrcRange<SrcChunk> SrcFile::chunks() const {
-    return data->tables.chunks;
+    return SrcRange(data->tables.chunks);
 }
 SrcRange<SrcBufferView> SrcFile::bufferViews() const {
-    return data->tables.bufferViews;
+    return SrcRange(data->tables.bufferViews);
 }
 SrcRange<std::uint32_t> SrcFile::viewChunks() const {
-    return data->tables.viewChunks;
+    return SrcRange(data->tables.viewChunks);
 }
 SrcRange<SrcIndexView> SrcFile::indexViews() const {
-    return data->tables.indexViews;
+    return SrcRange(data->tables.indexViews);
 }
 SrcRange<SrcAttributeView> SrcFile::attributeViews() const {
-    return data->tables.attributeViews;
+    return SrcRange(data->tables.attributeViews);
 }
 SrcRange<SrcMesh> SrcFile::meshes() const {
-    return data->tables.meshes;
+    return SrcRange(data->tables.meshes);
 }
 SrcRange<SrcAttribute> SrcFile::attributes(const SrcMesh& mesh) const {
     return {data->tables.attributes.data() + mesh.firstAttribute, mesh.attributeCount};
 }
 SrcRange<SrcMaterial> SrcFile::materials() const {
-    return data->tables.materials;
+    return SrcRange(data->tables.materials);
 }
 SrcRange<SrcTechnique> SrcFile::techniques() const {
-    return data->tables.techniques;
+    return SrcRange(data->tables.techniques);
 }
 std::string_view SrcFile::metadata() const {
     return data->tables.metadata;

@@ -13,8 +13,6 @@
 #include <kel/src/text/JsonPointer.h>
 #include <kel/src/text/JsonValues.h>
 
-#include <algorithm>
-#include <cmath>
 #include <map>
 #include <utility>
 
@@ -92,8 +90,6 @@ private:
         left -= cost;
     }
 
-    // ---- Materials --------------------------------------------------------------------------------------
-
     static std::uint32_t identifierOf(std::string_view id, std::uint32_t otherwise) {
         const std::string_view digits = id.substr(detail::IdTable::withoutNumber(id).size());
         double number = 0;
@@ -118,8 +114,6 @@ private:
         input.materials.insert(material);
         materials.push_back(std::move(material));
     }
-
-    // ---- Buffers ----------------------------------------------------------------------------------------
 
     template<typename Index>
     std::shared_ptr<IndexBuffer> typedIndices(const SrcIndexView& view) {
@@ -206,8 +200,6 @@ private:
         mesh.addAttribute(made);
     }
 
-    // ---- Meshes -----------------------------------------------------------------------------------------
-
     /// The attributes in the order in which they were written: by where their bytes lie, and where those are
     /// none, by the numbers in the IDs of the views.
     std::vector<SrcAttribute> writtenOrder(const SrcMesh& mesh) const {
@@ -224,8 +216,7 @@ private:
         return order;
     }
 
-    /// What the mesh is made of. The container writer says triangles of everything, but counts what there
-    /// was.
+    /// What the mesh is made of. The container writer calls everything triangles, but counts what it was.
     static kel::mesh::PrimitiveType primitiveOf(const SrcMesh& mesh, const std::vector<SrcMember>& metadata) {
         if (mesh.primitive != kel::mesh::TRIANGLES || hasKey(metadata, format::metadata::NUM_TRIANGLES))
             return mesh.primitive;

@@ -4,7 +4,6 @@
 #include <kel/src/reader/Validation_p.h>
 #include <kel/src/text/JsonPointer.h>
 
-#include <algorithm>
 #include <optional>
 
 namespace kel::src::detail {
@@ -31,10 +30,9 @@ void checkChunkPlaces(Validation& validation) {
         const SrcChunk& chunk = tables.chunks[c];
         const std::string range = "bytes " + std::to_string(std::min(end, chunk.byteOffset)) + " to " +
                                   std::to_string(std::max(end, chunk.byteOffset)) + " of the data section";
-        if (chunk.byteOffset > end)
-            validation.report(SrcCode::CHUNK_GAP, jsonPointer({section::BUFFER_CHUNKS, chunk.id}), range);
-        if (chunk.byteOffset < end)
-            validation.report(SrcCode::CHUNK_OVERLAP, jsonPointer({section::BUFFER_CHUNKS, chunk.id}), range);
+        if (chunk.byteOffset != end)
+            validation.report(chunk.byteOffset > end ? SrcCode::CHUNK_GAP : SrcCode::CHUNK_OVERLAP,
+                              jsonPointer({section::BUFFER_CHUNKS, chunk.id}), range);
         end = std::max(end, chunk.byteOffset + chunk.byteLength);
     }
     if (end < validation.file.dataBytes())

@@ -5,8 +5,6 @@
 #include <kel/src/reader/Validation_p.h>
 #include <kel/src/text/JsonPointer.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -94,8 +92,7 @@ struct MeshChecks {
             const std::size_t axis = i % 3;
             const double value = positions.values[i];
             if (!std::isfinite(value)) continue;
-            // Bounds are computed in single precision; a decoded value lies up to one step below the
-            // original.
+            // Bounds are computed in single precision; a decoded value lies up to a step below its original.
             constexpr double ROUNDING = 4.0 * std::numeric_limits<float>::epsilon();
             const double center = mesh.boundsCenter[axis], half = mesh.boundsSize[axis] * 0.5;
             const double slack = steps[axis] + ROUNDING * (std::fabs(center) + half);

@@ -7,9 +7,6 @@
 #include <glm/geometric.hpp>
 #include <glm/vec3.hpp>
 
-#include <algorithm>
-#include <cmath>
-
 namespace kel::src::detail {
 
 namespace {

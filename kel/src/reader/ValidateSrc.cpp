@@ -1,11 +1,8 @@
-#include <kel/src/SrcValidator.h>
 
 #include <kel/src/format/FileLayout.h>
 #include <kel/src/reader/Validation_p.h>
 #include <kel/src/text/JsonPointer.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 
 namespace kel::src {

@@ -12,8 +12,7 @@ namespace detail {
 
 namespace {
 
-/// Copies bytes of one buffer view, going forward only: its chunks are passed once, however often it is
-/// asked.
+/// Copies bytes of one buffer view, going forward only: its chunks are passed once, whatever is asked.
 class ForwardCopy {
 public:
     ForwardCopy(const SrcFileData& file, const SrcBufferView& view)
