@@ -8,10 +8,12 @@
 #include <kel/src/MeshUtils.h>
 #include <kel/src/kernels/Kernels.h>
 
+#include <glm/geometric.hpp>
+#include <glm/vec3.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <stdexcept>
 
@@ -57,8 +59,8 @@ double positionErrorOf(const AttributePtr& positions) {
     double largest = 0.0;
     const PackedFloats values(*positions);
     for (const float* p = values.begin(); p != values.end(); p += 3) {
-        const double dx = x.error(p[0]), dy = y.error(p[1]), dz = z.error(p[2]);
-        const double square = dx * dx + dy * dy + dz * dz;
+        const glm::dvec3 error(x.error(p[0]), y.error(p[1]), z.error(p[2]));
+        const double square = glm::dot(error, error);
         if (!(square <= std::numeric_limits<double>::max())) return UNBOUNDED; // NaN too
         largest = std::max(largest, square);
     }
@@ -74,21 +76,17 @@ double normalErrorOf(const kel::mesh::AttributeBuffer& normals, std::size_t coun
     double largest = 0.0; // squared tangent, so that no vertex costs an arc tangent
     for (std::size_t i = 0; i < count; ++i) {
         const float* n = values.data() + 3 * i;
-        if (i % BLOCK == 0) {
+        if (i % BLOCK == 0)
             kel::src::detail::encodeNormals(reinterpret_cast<const unsigned char*>(n),
                                             std::min(BLOCK, count - i), codes, 2);
-        }
-        const double x = static_cast<double>(n[0]), y = static_cast<double>(n[1]),
-                     z = static_cast<double>(n[2]);
-        if (!std::isfinite(x + y + z) || (x == 0.0 && y == 0.0 && z == 0.0)) continue;
-        float decoded[3];
-        kel::mesh::decodeOctahedralNormal(codes + 2 * (i % BLOCK), decoded);
-        const double u = static_cast<double>(decoded[0]), v = static_cast<double>(decoded[1]),
-                     w = static_cast<double>(decoded[2]);
-        const double cx = y * w - z * v, cy = z * u - x * w, cz = x * v - y * u;
-        const double dot = x * u + y * v + z * w;
+        const glm::dvec3 normal(n[0], n[1], n[2]);
+        if (!std::isfinite(normal.x + normal.y + normal.z) || normal == glm::dvec3(0.0)) continue;
+        float d[3];
+        kel::mesh::decodeOctahedralNormal(codes + 2 * (i % BLOCK), d);
+        const glm::dvec3 decoded(d[0], d[1], d[2]), cross = glm::cross(normal, decoded);
+        const double dot = glm::dot(normal, decoded);
         if (dot <= 0.0) return 180.0; // the code's cell is far smaller than a right angle
-        largest = std::max(largest, (cx * cx + cy * cy + cz * cz) / (dot * dot));
+        largest = std::max(largest, glm::dot(cross, cross) / (dot * dot));
     }
     return std::atan(std::sqrt(largest)) * DEGREES;
 }
@@ -113,14 +111,12 @@ std::string numberText(double value) {
 /// What position-normal would lose of a mesh, as the end of a sentence; empty when it keeps all of it.
 std::string lostByPacking(const kel::mesh::MeshPtr& mesh, const AttributePtr& normals) {
     const AttributePtr positions = positionsOf(*mesh);
-    if (normals->getElementCount() != positions->getElementCount()) {
+    if (normals->getElementCount() != positions->getElementCount())
         return "has " + std::to_string(normals->getElementCount()) + " normals for " +
                std::to_string(positions->getElementCount()) + " positions";
-    }
     for (const AttributePtr& buffer : detail::attributesOf(mesh)) {
-        if (buffer && buffer != positions && buffer != normals) {
+        if (buffer && buffer != positions && buffer != normals)
             return "has \"" + buffer->getAttributeName() + "\", which position-normal leaves out";
-        }
     }
     return {};
 }
@@ -137,9 +133,8 @@ std::string whyPositionsStay(const kel::mesh::Mesh& mesh, double error, double a
 } // namespace
 
 std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) {
-    if (isContainerTarget(mode)) {
+    if (isContainerTarget(mode))
         throw std::invalid_argument("Errors are measured for the public writer's modes, not for a preset.");
-    }
     std::vector<ReachedError> errors(scene.meshes.size());
     for (std::size_t m = 0; m < errors.size() && mode != Target::UNCOMPRESSED; ++m) {
         const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
@@ -147,16 +142,19 @@ std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) 
         const AttributePtr positions = positionsOf(*mesh);
         errors[m].position = positionErrorOf(positions);
         if (mode != Target::POSITION_NORMAL_COMPRESSED || !positions) continue;
-        if (const AttributePtr normals = packedNormalsOf(mesh)) {
+        if (const AttributePtr normals = packedNormalsOf(mesh))
             errors[m].normalDegrees =
                 normalErrorOf(*normals, std::min(normals->getElementCount(), positions->getElementCount()));
-        }
     }
     return errors;
 }
 
 ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
     const std::size_t count = scene.meshes.size();
+    const auto because = [&](ModeChoice choice, std::size_t mesh, const std::string& reason) {
+        choice.whyNotSmaller = placeOfMesh(scene, mesh) + reason;
+        return choice;
+    };
     ModeChoice uncompressed;
     uncompressed.meshes.resize(count);
 
@@ -166,38 +164,29 @@ ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
         const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
         if (!mesh) continue;
         const double error = positionErrorOf(positionsOf(*mesh));
-        if (!(error <= accepted.position) || error == UNBOUNDED) {
-            uncompressed.whyNotSmaller =
-                placeOfMesh(scene, m) + whyPositionsStay(*mesh, error, accepted.position);
-            return uncompressed;
-        }
+        if (!(error <= accepted.position) || error == UNBOUNDED)
+            return because(std::move(uncompressed), m, whyPositionsStay(*mesh, error, accepted.position));
         position.meshes[m].position = error;
         position.largest.position = std::max(position.largest.position, error);
     }
 
+    std::vector<std::pair<std::size_t, AttributePtr>> normals; ///< by mesh
+    for (std::size_t m = 0; m < count; ++m) {
+        AttributePtr buffer = packedNormalsOf(scene.meshes[m].mesh);
+        if (!buffer) continue;
+        const std::string lost = lostByPacking(scene.meshes[m].mesh, buffer);
+        if (!lost.empty()) return because(std::move(position), m, ' ' + lost + '.');
+        normals.emplace_back(m, std::move(buffer));
+    }
+    if (normals.empty()) return position; // position-normal would write the same
     ModeChoice packed = position;
     packed.mode = Target::POSITION_NORMAL_COMPRESSED;
-    std::vector<AttributePtr> normals(count);
-    bool anyNormals = false;
-    for (std::size_t m = 0; m < count; ++m) {
-        normals[m] = packedNormalsOf(scene.meshes[m].mesh);
-        if (!normals[m]) continue;
-        anyNormals = true;
-        const std::string lost = lostByPacking(scene.meshes[m].mesh, normals[m]);
-        if (lost.empty()) continue;
-        position.whyNotSmaller = placeOfMesh(scene, m) + ' ' + lost + '.';
-        return position;
-    }
-    if (!anyNormals) return position; // position-normal would write the same
-    for (std::size_t m = 0; m < count; ++m) {
-        if (!normals[m]) continue;
-        const double error = normalErrorOf(*normals[m], normals[m]->getElementCount());
-        if (error > accepted.normalDegrees) {
-            position.whyNotSmaller = placeOfMesh(scene, m) + " would have normals off by " +
-                                     numberText(error) + " degrees, and " +
-                                     numberText(accepted.normalDegrees) + " is accepted.";
-            return position;
-        }
+    for (const auto& [m, buffer] : normals) {
+        const double error = normalErrorOf(*buffer, buffer->getElementCount());
+        if (error > accepted.normalDegrees)
+            return because(std::move(position), m,
+                           " would have normals off by " + numberText(error) + " degrees, and " +
+                               numberText(accepted.normalDegrees) + " is accepted.");
         packed.meshes[m].normalDegrees = error;
         packed.largest.normalDegrees = std::max(packed.largest.normalDegrees, error);
     }

@@ -1,6 +1,5 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "ContainerPreset.h"
 #include "MeshBuffers.h"
 
 #include <kel/material/MaterialClassic.h>
@@ -12,11 +11,13 @@
 #include <kel/src/text/JsonScanner.h>
 #include <kel/src/text/Utf8.h>
 
+#include <glm/geometric.hpp>
+#include <glm/vec3.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <optional>
 #include <set>
-#include <unordered_map>
 
 namespace kel::prepare {
 
@@ -109,9 +110,8 @@ private:
         ++(kind.severity == Severity::ERROR     ? problems.errors
            : kind.severity == Severity::WARNING ? problems.warnings
                                                 : problems.hints);
-        if (options.maxFindings != 0 && problems.findings.size() >= options.maxFindings) {
+        if (options.maxFindings != 0 && problems.findings.size() >= options.maxFindings)
             return notKept = Finding();
-        }
         Finding finding;
         finding.code = code;
         finding.severity = kind.severity;
@@ -170,10 +170,9 @@ private:
         const bool isVec3f = kel::src::detail::isAttributeVec3f(positions);
         const bool fitsContainer = preset && positions->getComponentType() == kel::mesh::FLOAT &&
                                    ContainerPreset::fits(positions->getComponentCountPerElement());
-        if (!isVec3f && !fitsContainer) {
+        if (!isVec3f && !fitsContainer)
             reportAttribute(boundsOnly ? Code::POSITION_TYPE_UNBOUNDED : Code::POSITION_TYPE,
                             kel::mesh::DEFAULT_POSITIONS_NAME);
-        }
         if (positions->getElementCount() == 0) {
             report(Code::MESH_WITHOUT_VERTICES);
             return;
@@ -217,14 +216,12 @@ private:
             if (!isWritten(name, *attributes[i], packed)) continue;
             written.insert(name);
             const std::size_t count = attributes[i]->getElementCount();
-            if (count != vertices) {
+            if (count != vertices)
                 reportAttribute(Code::ATTRIBUTE_LENGTH, name,
                                 std::to_string(count) + " elements, " + std::to_string(vertices) +
                                     " vertices");
-            }
-            if (attributes[i]->getComponentType() == kel::mesh::FLOAT) {
+            if (attributes[i]->getComponentType() == kel::mesh::FLOAT)
                 checkValues(name, *attributes[i], packed);
-            }
         }
 
         // The container writer keeps one map of attributes for the whole file, and without an index buffer
@@ -301,9 +298,8 @@ private:
         const PackedFloats values(*normals);
         for (std::size_t i = 0; i < values.size() / 3; ++i) {
             const float* n = values.data() + 3 * i;
-            const double x = static_cast<double>(n[0]), y = static_cast<double>(n[1]),
-                         z = static_cast<double>(n[2]);
-            const double square = x * x + y * y + z * z;
+            const glm::dvec3 normal(n[0], n[1], n[2]);
+            const double square = glm::dot(normal, normal);
             if (!std::isfinite(square) || square == 0.0) {
                 directionless.add(i);
             } else if (square < 0.98 || square > 1.02) { // one percent of the length
@@ -330,13 +326,12 @@ private:
         }
         const std::size_t count = indices->getElementCount();
         if (vertices != 0 || count != 0) checkPrimitiveCount(type, count);
-        if (!preset && vertices > format::MAX_SHORT_INDEX_VERTICES) {
+        if (!preset && vertices > format::MAX_SHORT_INDEX_VERTICES)
             report(Code::TOO_MANY_VERTICES, std::to_string(vertices));
-        }
 
         Faults outOfRange, restart;
         const bool isShort = preset && indices->getElementSizeInBytes() <= 2;
-        detail::forEachIndex(*indices, [&](std::size_t k, std::size_t index) {
+        detail::forEachIndex(*indices, count, [&](std::size_t k, std::size_t index) {
             if (index >= vertices) {
                 outOfRange.add(k);
             } else if (isShort && index == format::SHORT_RESTART_INDEX) {

@@ -1,7 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "ContainerPreset.h"
-#include "SceneSteps.h"
+#include "MeshBuffers.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/format/MetadataKeys.h>
@@ -12,7 +11,6 @@
 #include <limits>
 #include <map>
 #include <stdexcept>
-#include <utility>
 
 namespace kel::prepare {
 
@@ -111,8 +109,6 @@ FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& optio
         detail::makeAttribute(kel::mesh::FLOAT, components, std::move(bytes), result.fit.attribute);
     return result;
 }
-
-// ---- The record in the metadata -------------------------------------------------------------------------
 
 using FitsByName = std::map<std::string, format::Fit>;
 

@@ -1,7 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "ContainerPreset.h"
-#include "SceneSteps.h"
+#include "MeshBuffers.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/format/MetadataKeys.h>
@@ -13,7 +12,6 @@
 #include <map>
 #include <numeric>
 #include <set>
-#include <utility>
 
 namespace kel::prepare {
 

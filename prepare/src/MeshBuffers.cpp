@@ -60,7 +60,7 @@ std::vector<std::uint32_t> readIndices(const kel::mesh::IndexBuffer& indices, st
                                        std::size_t& firstBad) {
     std::vector<std::uint32_t> values(indices.getElementCount());
     std::size_t bad = values.size();
-    forEachIndex(indices, [&](std::size_t position, std::size_t index) {
+    forEachIndex(indices, values.size(), [&](std::size_t position, std::size_t index) {
         if (index >= vertexCount) bad = std::min(bad, position);
         values[position] = static_cast<std::uint32_t>(index);
     });

@@ -2,17 +2,22 @@
 
 #include <kel/mesh/DefaultIndexBuffer.h>
 #include <kel/mesh/Mesh.h>
+#include <kel/prepare/Target.h>
+#include <kel/scene/Scene.h>
 #include <kel/src/PackedAccess.h>
+#include <kel/src/encoding/EncodingPresets.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
-// Reading meshes of any implementation, in bulk where their numbers lie in memory, else one by one; and new
-// meshes and buffers from what was read.
+// What steps share: reading meshes of any implementation, in bulk where their numbers lie in memory, else one
+// by one; new meshes and buffers from what was read; replacing what changes in a scene; what a preset stores.
 namespace kel::prepare::detail {
 
 using Bytes = std::vector<unsigned char>;
@@ -25,22 +30,7 @@ std::vector<AttributePtr> attributesOf(const kel::mesh::MeshPtr& mesh);
 /// How many vertices a mesh has: the elements of "position", or of its longest attribute when it has none.
 std::size_t vertexCountOf(const kel::mesh::Mesh& mesh, const std::vector<AttributePtr>& attributes);
 
-/// Calls visit(position, index) for all indices in order.
-template<typename Visit>
-void forEachIndex(const kel::mesh::IndexBuffer& indices, const Visit& visit) {
-    const std::size_t count = indices.getElementCount();
-    const auto visitAll = [&](const auto& indexAt) {
-        for (std::size_t i = 0; i < count; ++i)
-            visit(i, static_cast<std::size_t>(indexAt(i)));
-    };
-    if (const auto* packed32 = kel::src::detail::packedIndices<std::uint32_t>(indices)) {
-        visitAll([&](std::size_t i) { return packed32[i]; });
-    } else if (const auto* packed16 = kel::src::detail::packedIndices<std::uint16_t>(indices)) {
-        visitAll([&](std::size_t i) { return packed16[i]; });
-    } else {
-        visitAll([&](std::size_t i) { return indices.getIndex(i); });
-    }
-}
+using kel::src::detail::forEachIndex;
 
 /// All indices of a mesh with fewer than 2^32 vertices.
 ///
@@ -86,5 +76,106 @@ template<typename Index>
 IndexPtr makeIndices(std::vector<Index> indices) {
     return std::make_shared<kel::mesh::DefaultIndexBuffer<Index>>(std::move(indices));
 }
+
+// ---- Walking over a scene ------------------------------------------------------------------------------
+
+/// Calls work(position) for every entry that has a mesh. A mesh that is listed twice is worked on once: its
+/// later entries become copies of what has become of the first.
+template<typename Work>
+void forEachMesh(kel::scene::Scene& scene, const Work& work) {
+    // By the mesh as it was listed. A new mesh never takes the place of one that is still to come.
+    std::unordered_map<const kel::mesh::Mesh*, std::size_t> seen;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        kel::scene::SceneMesh& entry = scene.meshes[m];
+        if (!entry.mesh) continue;
+        if (scene.repeatsMeshes) {
+            const auto [first, isNew] = seen.emplace(entry.mesh.get(), m);
+            if (!isNew) {
+                entry = scene.meshes[first->second];
+                continue;
+            }
+        }
+        work(m);
+    }
+}
+
+/// Puts a new mesh in the place of the old one. It gets a map of metadata where there was none, for writers
+/// to add its statistics to.
+inline void replaceMesh(kel::scene::SceneMesh& entry, kel::mesh::MeshPtr mesh) {
+    entry.mesh = std::move(mesh);
+    if (!entry.metaData) entry.editMetaData();
+}
+
+/// The same for every mesh whose attribute buffers change(position, buffers) says that it changed.
+template<typename Change>
+void changeAttributes(kel::scene::Scene& scene, const Change& change) {
+    forEachMesh(scene, [&](std::size_t m) {
+        const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
+        std::vector<AttributePtr> attributes = attributesOf(mesh);
+        if (!change(m, attributes)) return;
+        replaceMesh(scene.meshes[m], makeMesh(mesh->getPrimitiveType(), mesh->getNumPrimitives(),
+                                              mesh->getIndexBuffer(), std::move(attributes)));
+    });
+}
+
+/// Keeps buffers shared that several meshes share: what a step made of each. One that nobody but its mesh
+/// holds is not remembered, so that it can be freed at once.
+template<typename Made>
+class SharedBuffers {
+public:
+    /// What make(buffer) gives, or gave the first time. `buffer` is a handle beside that of its mesh.
+    template<typename Make>
+    Made of(const AttributePtr& buffer, const Make& make) {
+        if (buffer.use_count() <= 2) return make(buffer);
+        const auto [entry, isNew] = made.try_emplace(buffer);
+        if (isNew) entry->second = make(buffer);
+        return entry->second;
+    }
+
+private:
+    std::unordered_map<AttributePtr, Made> made;
+};
+
+// ---- Presets of the container writer -------------------------------------------------------------------
+
+inline kel::src::detail::SRCEncodingConfig presetOf(Target target) {
+    // The registry makes entries on first request and is not synchronised; the lock keeps calls of this library
+    // from several threads apart.
+    static std::mutex registry;
+    const std::lock_guard<std::mutex> lock(registry);
+    return kel::src::detail::getSRCEncodingPreset(targetName(target));
+}
+
+/// What a preset of the container writer stores of attributes, and how.
+class ContainerPreset {
+public:
+    /// `target` is a container target.
+    explicit ContainerPreset(Target target) : config(presetOf(target)) {}
+
+    bool knows(const std::string& attribute) const { return config.precision.count(attribute) != 0; }
+    bool stores(const kel::mesh::AttributeBuffer& buffer) const {
+        return fits(buffer.getComponentCountPerElement()) && hasWidthOfFloats(buffer) &&
+               knows(buffer.getAttributeName());
+    }
+    /// Whether it stores codes instead of floats.
+    bool quantizes(const std::string& attribute) const {
+        const auto found = config.precision.find(attribute);
+        return found != config.precision.end() && found->second != 32;
+    }
+    /// The same for a buffer: whether the codes are those of its floats.
+    bool quantizesFloats(const kel::mesh::AttributeBuffer& buffer) const {
+        return buffer.getComponentType() == kel::mesh::FLOAT && fits(buffer.getComponentCountPerElement()) &&
+               quantizes(buffer.getAttributeName());
+    }
+    /// Whether it has a place for so many components. It drops others, whatever their name.
+    static bool fits(std::size_t components) { return components >= 1 && components <= 3; }
+    /// It reads every attribute as floats, so all others have to be as wide.
+    static bool hasWidthOfFloats(const kel::mesh::AttributeBuffer& buffer) {
+        return buffer.getElementSizeInBytes() == buffer.getComponentCountPerElement() * sizeof(float);
+    }
+
+private:
+    kel::src::detail::SRCEncodingConfig config;
+};
 
 } // namespace kel::prepare::detail

@@ -1,12 +1,21 @@
-// The steps on a caller's input: the functions that are offered to users of the library.
+// On a caller's input, the functions that are offered to users of the library: the steps, and writing.
+#include <kel/prepare/WriteChecked.h>
 #include <kel/prepare/detail/Steps.h>
 
+#include "MeshBuffers.h"
+
+#include <kel/src/SrcWriter.h>
+#include <kel/src/default_writer/MeshToContainer.h>
+
+#include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 namespace kel::prepare {
 
 using kel::scene::fromInput;
 using kel::scene::Scene;
+using kel::src::SrcWriter;
 using kel::src::SrcWriterInput;
 
 namespace {
@@ -67,6 +76,30 @@ ModeChoice chooseMode(const SrcWriterInput& input, const MaxError& accepted) {
 
 Problems findProblems(const SrcWriterInput& input, Target target, const ProblemOptions& options) {
     return steps::findProblems(fromInput(input), target, options);
+}
+
+void write(const SrcWriterInput& input, Target target, std::ostream& out) {
+    switch (target) {
+    case Target::UNCOMPRESSED:
+        return SrcWriter::write(input, out, SrcWriter::UNCOMPRESSED);
+    case Target::POSITION_COMPRESSED:
+        return SrcWriter::write(input, out, SrcWriter::POSITION_COMPRESSED);
+    case Target::POSITION_NORMAL_COMPRESSED:
+        return SrcWriter::write(input, out, SrcWriter::POSITION_NORMAL_COMPRESSED);
+    default:
+        kel::src::detail::writeMeshSrcEncoded(input, detail::presetOf(target), out);
+    }
+}
+
+void writeChecked(const SrcWriterInput& input, Target target, std::ostream& out) {
+    const Problems problems = findProblems(input, target, {0});
+    if (problems.errors == 0) return write(input, target, out);
+    const auto first =
+        std::find_if(problems.findings.begin(), problems.findings.end(),
+                     [](const Finding& finding) { return finding.severity == Severity::ERROR; });
+    std::string text = describe(*first);
+    if (problems.errors > 1) text += " (and " + std::to_string(problems.errors - 1) + " more)";
+    throw std::invalid_argument(text);
 }
 
 } // namespace kel::prepare

@@ -1,6 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "SceneSteps.h"
+#include "MeshBuffers.h"
 
 #include <meshoptimizer.h>
 

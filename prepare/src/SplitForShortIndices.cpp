@@ -10,8 +10,6 @@
 #include <limits>
 #include <numeric>
 #include <stdexcept>
-#include <unordered_map>
-#include <utility>
 
 namespace kel::prepare {
 
@@ -34,10 +32,9 @@ struct PrimitiveList {
 /// The mesh's vertex numbers in order, checked: its indices, or 0, 1, 2, ... without an index buffer.
 std::vector<std::uint32_t> vertexSequence(const kel::mesh::Mesh& mesh, std::size_t vertexCount,
                                           const std::string& place) {
-    if (vertexCount > std::numeric_limits<std::uint32_t>::max()) {
+    if (vertexCount > std::numeric_limits<std::uint32_t>::max())
         throw std::invalid_argument(place + " has " + std::to_string(vertexCount) +
                                     " vertices, more than can be split.");
-    }
     const auto buffer = mesh.getIndexBuffer();
     if (!buffer) {
         std::vector<std::uint32_t> sequence(vertexCount);
@@ -46,23 +43,20 @@ std::vector<std::uint32_t> vertexSequence(const kel::mesh::Mesh& mesh, std::size
     }
     std::size_t firstBad = 0;
     std::vector<std::uint32_t> sequence = detail::readIndices(*buffer, vertexCount, firstBad);
-    if (firstBad != sequence.size()) {
+    if (firstBad != sequence.size())
         throw std::invalid_argument(place + ": index " + std::to_string(buffer->getIndex(firstBad)) +
                                     " at position " + std::to_string(firstBad) + " is beyond its " +
                                     std::to_string(vertexCount) +
                                     " vertices; remove the primitive that uses it.");
-    }
     return sequence;
 }
 
-/// Turns the sequence into a list of separate primitives.
 PrimitiveList separatePrimitives(kel::mesh::PrimitiveType type, std::vector<std::uint32_t> sequence,
                                  const std::string& place, SplitReport& report) {
-    if (type > kel::mesh::TRIANGLE_FAN) {
+    if (type > kel::mesh::TRIANGLE_FAN)
         throw std::invalid_argument(place + " has an unknown primitive type, " +
                                     std::to_string(static_cast<std::uint32_t>(type)) +
                                     "; give it one of the seven.");
-    }
     PrimitiveList list;
     list.corners = kel::mesh::cornersPerPrimitive(type);
     list.type = list.corners == 1   ? kel::mesh::POINTS
@@ -168,11 +162,10 @@ std::vector<kel::mesh::MeshPtr> cut(const kel::mesh::Mesh& mesh, const std::vect
 } // namespace
 
 void steps::splitForShortIndices(Scene& scene, const SplitOptions& options, SplitReport* report) {
-    if (options.maxVertices < 3 || options.maxVertices > kel::src::format::MAX_SHORT_INDEX_VERTICES) {
+    if (options.maxVertices < 3 || options.maxVertices > kel::src::format::MAX_SHORT_INDEX_VERTICES)
         throw std::invalid_argument("A part has 3 to " +
                                     std::to_string(kel::src::format::MAX_SHORT_INDEX_VERTICES) +
                                     " vertices, not " + std::to_string(options.maxVertices) + ".");
-    }
     SplitReport done;
     std::vector<SceneMesh> result;
     result.reserve(scene.meshes.size());

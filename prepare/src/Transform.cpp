@@ -1,6 +1,6 @@
 #include <kel/prepare/detail/Steps.h>
 
-#include "SceneSteps.h"
+#include "MeshBuffers.h"
 
 #include <kel/mesh/AttributeNames.h>
 #include <kel/src/MeshUtils.h>
@@ -21,16 +21,21 @@ using kel::scene::SceneMesh;
 using Matrix = std::array<double, 9>; // row by row
 namespace format = kel::src::format;
 
+/// A turn: each axis is one of the old ones, kept or reversed.
+struct Turn {
+    std::array<std::size_t, 3> source{0, 1, 2};
+    std::array<double, 3> sign{1.0, 1.0, 1.0};
+};
+
 /// The right angle about the third axis that takes `from` onto `to`.
-Matrix turn(UpAxis from, UpAxis to) {
-    Matrix matrix{1, 0, 0, 0, 1, 0, 0, 0, 1};
-    if (from == to) return matrix;
+Turn turnOf(UpAxis from, UpAxis to) {
+    Turn turn;
+    if (from == to) return turn;
     const auto f = static_cast<std::size_t>(from);
     const auto t = static_cast<std::size_t>(to);
-    matrix[3 * f + f] = matrix[3 * t + t] = 0.0;
-    matrix[3 * t + f] = 1.0;
-    matrix[3 * f + t] = -1.0; // keeps left and right: the determinant is 1
-    return matrix;
+    std::swap(turn.source[f], turn.source[t]);
+    turn.sign[f] = -1.0; // keeps left and right: the determinant is 1
+    return turn;
 }
 
 Matrix product(const Matrix& a, const Matrix& b) {
@@ -44,7 +49,6 @@ Matrix product(const Matrix& a, const Matrix& b) {
     return c;
 }
 
-/// Whether the transform changes attributes of this name.
 bool isChanged(const std::string& attribute, bool turns) {
     return attribute == kel::mesh::DEFAULT_POSITIONS_NAME ||
            (turns && attribute == kel::mesh::DEFAULT_NORMALS_NAME);
@@ -68,24 +72,15 @@ void requireTransformable(const Scene& scene, bool turns) {
     }
 }
 
-AttributePtr transformed(const AttributePtr& buffer, const Matrix& matrix) {
+AttributePtr transformed(const AttributePtr& buffer, const Turn& turn, double scale) {
     const detail::PackedFloats values(*buffer);
     detail::Bytes bytes(values.size() * sizeof(float));
     auto* out = reinterpret_cast<float*>(bytes.data());
-    // Every row of a turn has one entry; the sum of three would turn an infinity into NaN.
-    std::array<std::size_t, 3> source{};
-    std::array<double, 3> factor{};
-    for (std::size_t row = 0; row < 3; ++row) {
-        for (std::size_t column = 0; column < 3; ++column) {
-            if (matrix[3 * row + column] == 0.0) continue;
-            source[row] = column;
-            factor[row] = matrix[3 * row + column];
-        }
-    }
+    // Not by a matrix, whose sum of three products would turn an infinity into NaN.
     for (std::size_t i = 0; i < values.size(); i += 3) {
-        for (std::size_t row = 0; row < 3; ++row) {
-            const double value = static_cast<double>(values.data()[i + source[row]]);
-            out[i + row] = static_cast<float>(value * factor[row] + 0.0); // + 0 makes -0 a 0
+        for (std::size_t axis = 0; axis < 3; ++axis) {
+            const double value = static_cast<double>(values.data()[i + turn.source[axis]]);
+            out[i + axis] = static_cast<float>(value * (turn.sign[axis] * scale) + 0.0); // + 0 makes -0 a 0
         }
     }
     return detail::makeAttribute(kel::mesh::FLOAT, 3, std::move(bytes), buffer->getAttributeName());
@@ -127,28 +122,29 @@ std::optional<double> metresPer(std::string_view unit) {
 }
 
 void steps::transform(Scene& scene, const TransformOptions& options) {
-    if (!std::isfinite(options.scale) || !(options.scale > 0.0)) {
+    if (!std::isfinite(options.scale) || !(options.scale > 0.0))
         throw std::invalid_argument("The scale must be a finite number greater than 0.");
-    }
     const bool turns = options.fromUp != options.toUp;
     if (!turns && options.scale == 1.0) return;
     requireTransformable(scene, turns);
 
-    const Matrix rotation = turn(options.fromUp, options.toUp);
+    const Turn turn = turnOf(options.fromUp, options.toUp);
     format::Transform record;
     record.from = *axisName(options.fromUp);
     record.to = *axisName(options.toUp);
     record.scale = options.scale;
-    for (std::size_t i = 0; i < rotation.size(); ++i)
-        record.matrix[i] = rotation[i] * options.scale;
+    record.matrix = {};
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        record.matrix[3 * axis + turn.source[axis]] = turn.sign[axis] * options.scale;
 
     detail::SharedBuffers<AttributePtr> shared;
     detail::changeAttributes(scene, [&](std::size_t m, std::vector<AttributePtr>& attributes) {
         for (AttributePtr& buffer : attributes) {
             if (!buffer || !isChanged(buffer->getAttributeName(), turns)) continue;
             const bool scales = buffer->getAttributeName() == kel::mesh::DEFAULT_POSITIONS_NAME;
-            const Matrix& matrix = scales ? record.matrix : rotation;
-            buffer = shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, matrix); });
+            const double scale = scales ? options.scale : 1.0;
+            buffer =
+                shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, turn, scale); });
         }
         scene.meshes[m].setMetaData(format::metadata::TRANSFORM,
                                     format::transformText(combined(scene, m, record)));
