@@ -55,29 +55,24 @@ ImportedScene importScene(const std::filesystem::path& file, const ImportOptions
 
     std::error_code failure;
     const auto status = std::filesystem::status(file, failure);
-    if (status.type() == std::filesystem::file_type::not_found) {
+    if (status.type() == std::filesystem::file_type::not_found)
         source.refuse(ImportCode::FILE_NOT_FOUND, "there is no such file");
-    }
     if (failure)
         source.refuse(ImportCode::FILE_UNREADABLE, failure.message(), "",
                       "check the path and its permissions");
-    if (std::filesystem::is_directory(status)) {
-        source.refuse(ImportCode::NOT_A_FILE, "this is a directory");
-    }
+    if (std::filesystem::is_directory(status)) source.refuse(ImportCode::NOT_A_FILE, "this is a directory");
 
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
-    if (!stream) {
+    if (!stream)
         source.refuse(ImportCode::FILE_UNREADABLE, errno ? std::strerror(errno) : "it cannot be opened");
-    }
     if (!std::filesystem::is_regular_file(status)) {
         // Pipes and devices can be read once and do not know their size.
         const std::string content{std::istreambuf_iterator<char>(stream), {}};
         return importScene(content.data(), content.size(), source.shown, options);
     }
-    if (std::filesystem::file_size(file, failure) == 0 && !failure) {
+    if (std::filesystem::file_size(file, failure) == 0 && !failure)
         source.refuse(ImportCode::EMPTY_FILE, "the file is empty");
-    }
     stream.close();
     return import(source, options);
 }

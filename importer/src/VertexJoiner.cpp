@@ -61,9 +61,8 @@ std::uint32_t VertexJoiner::insert(const float* vertex, std::uint32_t hash) {
 
 bool VertexJoiner::equals(std::uint32_t index, const float* vertex) const {
     for (std::size_t s = 0; s < streams.size(); vertex += widths[s++]) {
-        if (std::memcmp(streams[s].data() + index * widths[s], vertex, widths[s] * sizeof(float)) != 0) {
+        if (std::memcmp(streams[s].data() + index * widths[s], vertex, widths[s] * sizeof(float)) != 0)
             return false;
-        }
     }
     return true;
 }

@@ -49,10 +49,7 @@ const Magic MAGICS[] = {
 };
 
 bool startsWithWord(const std::string& head, std::string_view word) {
-    if (head.size() < word.size()) return false;
-    return std::equal(word.begin(), word.end(), head.begin(), [](char a, char b) {
-        return a == static_cast<char>(std::tolower(static_cast<unsigned char>(b)));
-    });
+    return smallLetters(head.substr(0, word.size())) == word;
 }
 
 /// Extensions and what a file of that name has to be.
@@ -127,10 +124,9 @@ void checkKind(const ModelSource& source, const Content& content, const Recognis
         if (recognised.kind != promise.kind && !broken && !utf16 && !vague) refuse(promise.name);
         return;
     }
-    if (recognised.kind == Kind::OTHER) {
+    if (recognised.kind == Kind::OTHER)
         source.refuse(ImportCode::WRONG_CONTENT,
                       "this is no model: the content looks like " + recognised.name, "first bytes");
-    }
     // What is left is named after formats without a sure sign; a sure sign of another one is enough.
     const bool signedContent = recognised.kind == Kind::GLB || recognised.kind == Kind::FBX ||
                                recognised.kind == Kind::PLY || recognised.kind == Kind::BLEND ||
@@ -150,11 +146,10 @@ void checkKind(const ModelSource& source, const Content& content, const Recognis
         const std::string head = content.text(0, 1024);
         const bool utf = head.compare(0, 2, "\xFF\xFE") == 0 || head.compare(0, 2, "\xFE\xFF") == 0 ||
                          head.compare(0, 4, "\0\0\xFE\xFF"sv) == 0;
-        if (!utf && head.find('\0') != std::string::npos) {
+        if (!utf && head.find('\0') != std::string::npos)
             source.refuse(ImportCode::WRONG_CONTENT,
                           "a file of the format " + capitals(extension) + " is text, but this has zero bytes",
                           "byte " + std::to_string(head.find('\0')));
-        }
     }
     if (extension == "3ds" && content.text(0, 2) != "MM") refuse("a 3DS");
 }
@@ -174,11 +169,7 @@ std::string guessExtension(const Content& content) {
                : head.find("<X3D") != std::string::npos   ? "x3d"
                                                           : "";
     }
-    std::uint32_t triangles = 0;
-    if (content.read(80, &triangles, sizeof triangles) == sizeof triangles &&
-        content.size() == 84 + std::uint64_t{50} * triangles) {
-        return "stl";
-    }
+    if (isWholeBinaryStl(content)) return "stl";
     const std::string head = "\n" + content.text(0, 65536);
     if (head.find('\0') != std::string::npos) return {};
     if (startsWithWord(head.substr(1), "solid") && head.find("facet") != std::string::npos) return "stl";

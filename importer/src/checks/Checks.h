@@ -77,6 +77,8 @@ Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progres
 void checkWavefront(const ModelSource& source, const Content& content, ProgressReporter& progress,
                     Findings& findings);
 void checkPly(const ModelSource& source, const Content& content);
+/// Whether its size is that of the triangles which a binary STL announces.
+bool isWholeBinaryStl(const Content& content);
 void checkStl(const ModelSource& source, const Content& content);
 void checkOff(const ModelSource& source, const Content& content, Findings& findings);
 

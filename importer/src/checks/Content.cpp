@@ -14,9 +14,8 @@ Content::Content(const ModelSource& source) {
     }
     errno = 0;
     open(source.disk);
-    if (!file) {
+    if (!file)
         source.refuse(ImportCode::FILE_UNREADABLE, errno ? std::strerror(errno) : "it cannot be opened");
-    }
 }
 
 Content::Content(const std::string& path) {

@@ -43,6 +43,15 @@ bool takeNumber(std::string_view& rest, std::uint64_t& number) {
     return failure == std::errc{};
 }
 
+constexpr std::uint64_t STL_HEADER = 84, STL_FACET = 50;
+
+/// What the header of a binary STL announces.
+std::uint64_t trianglesOfStl(const Content& content) {
+    std::uint32_t count = 0;
+    content.read(STL_HEADER - 4, &count, sizeof count);
+    return count;
+}
+
 } // namespace
 
 void checkPly(const ModelSource& source, const Content& content) {
@@ -62,17 +71,15 @@ void checkPly(const ModelSource& source, const Content& content) {
             Element element;
             std::string count;
             words >> element.name >> count;
-            if (count.empty() || count.find_first_not_of("0123456789") != std::string::npos) {
+            if (count.empty() || count.find_first_not_of("0123456789") != std::string::npos)
                 source.refuse(ImportCode::INVALID_MODEL, "the count of an element is not a number",
                               "line " + std::to_string(lines.number()), DAMAGED);
-            }
             // More digits than any file has bytes are as good as the largest number.
             element.count = count.size() > 18 ? 1000000000000000000u : std::stoull(count);
-            if (element.name == "tristrips" && element.count > 0) {
+            if (element.name == "tristrips" && element.count > 0)
                 source.refuse(ImportCode::UNSUPPORTED_FEATURE,
                               "its triangles are stored as strips, which the reader cuts short",
                               "line " + std::to_string(lines.number()), "export the model with plain faces");
-            }
             elements.push_back(element);
         } else if (word == "property" && !elements.empty()) {
             words >> word;
@@ -84,55 +91,49 @@ void checkPly(const ModelSource& source, const Content& content) {
             break;
         }
     }
-    if (!ended) {
+    if (!ended)
         source.refuse(ImportCode::TRUNCATED, "the header has no end",
                       "line " + std::to_string(lines.number()), DAMAGED);
-    }
     std::uint64_t room = content.size() - lines.offset();
     for (const Element& element : elements) {
         const std::uint64_t bytes = text ? element.textBytes : element.binaryBytes;
         // The last line may lack its end.
         const std::uint64_t fits = bytes == 0 ? room : (room + (text ? 1 : 0)) / bytes;
-        if (element.count > fits) {
+        if (element.count > fits)
             source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                           "the header announces " + std::to_string(element.count) + " elements \"" +
                               element.name + "\", the file has room for " + std::to_string(fits) + " at most",
                           "header");
-        }
         room -= std::min(room, element.count * bytes);
     }
 }
 
+bool isWholeBinaryStl(const Content& content) {
+    return content.size() >= STL_HEADER && content.size() == STL_HEADER + STL_FACET * trianglesOfStl(content);
+}
+
 void checkStl(const ModelSource& source, const Content& content) {
-    constexpr std::uint64_t HEADER = 84;
-    constexpr std::uint64_t FACET = 50;
+    if (isWholeBinaryStl(content)) return;
     const std::string head = content.text(0, 1024);
-    std::uint32_t count = 0;
-    if (content.read(HEADER - 4, &count, sizeof count) == sizeof count &&
-        content.size() == HEADER + FACET * count) {
-        return;
-    }
     std::size_t start = head.find_first_not_of(" \t\r\n");
     if (start == std::string::npos) start = 0;
     // Some binary files begin with "solid", too; text has no zero bytes.
     const bool text = head.compare(start, 5, "solid") == 0 && head.find('\0') == std::string::npos;
     if (text) {
-        if (content.text(0, 65536).find("facet") == std::string::npos) {
+        if (content.text(0, 65536).find("facet") == std::string::npos)
             source.refuse(ImportCode::NO_MESH, "the solid has no facet");
-        }
         return;
     }
-    if (content.size() < HEADER) {
+    if (content.size() < STL_HEADER)
         source.refuse(ImportCode::WRONG_CONTENT,
                       "the name promises an STL, but the content is neither text nor binary STL",
                       "first bytes", "check what was downloaded or exported");
-    }
-    if (content.size() < HEADER + FACET * count) {
+    const std::uint64_t count = trianglesOfStl(content);
+    if (content.size() < STL_HEADER + STL_FACET * count)
         source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                       "the header announces " + std::to_string(count) + " triangles, the file has room for " +
-                          std::to_string((content.size() - HEADER) / FACET),
+                          std::to_string((content.size() - STL_HEADER) / STL_FACET),
                       "byte 80", "the file is cut off or no STL; export or download it again");
-    }
 }
 
 void checkOff(const ModelSource& source, const Content& content, Findings& findings) {
@@ -158,10 +159,9 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
         dimensions = rest.substr(0, word).find('n') != std::string_view::npos;
         rest.remove_prefix(word + 3);
     }
-    if (rest.find("BINARY") != std::string_view::npos) {
+    if (rest.find("BINARY") != std::string_view::npos)
         source.refuse(ImportCode::UNSUPPORTED_FEATURE, "this is a binary OFF, which no reader here knows",
                       "line 1", "export it as text OFF or as PLY");
-    }
     std::uint64_t vertices = 0;
     std::uint64_t faces = 0;
     for (std::size_t skipped = 0; skipped < dimensions; ++skipped) {
@@ -177,29 +177,26 @@ void checkOff(const ModelSource& source, const Content& content, Findings& findi
     const std::string place = "line " + std::to_string(lines.number());
     // A line has two bytes at least, the last one may lack its end.
     const std::uint64_t room = (content.size() + 1 - lines.offset()) / 2;
-    if (vertices > room || faces > room) {
+    if (vertices > room || faces > room)
         source.refuse(ImportCode::IMPOSSIBLE_COUNT,
                       "the header announces " + std::to_string(vertices) + " vertices and " +
                           std::to_string(faces) + " faces, the file has room for " + std::to_string(room) +
                           " lines",
                       place);
-    }
     for (std::uint64_t v = 0; v < vertices; ++v) {
-        if (!next()) {
+        if (!next())
             source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(vertices) + " vertices, the file has " +
                               std::to_string(v),
                           place, DAMAGED);
-        }
     }
     std::uint64_t tooLarge = 0;
     for (std::uint64_t f = 0; f < faces; ++f) {
-        if (!next()) {
+        if (!next())
             source.refuse(ImportCode::TRUNCATED,
                           "the header announces " + std::to_string(faces) + " faces, the file has " +
                               std::to_string(f),
                           place, DAMAGED);
-        }
         rest = line;
         std::uint64_t corners = 0;
         if (!takeNumber(rest, corners)) continue;

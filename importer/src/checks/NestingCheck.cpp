@@ -98,11 +98,10 @@ void checkNesting(const ModelSource& source, const Content& content, bool xml) {
         if (!xml && offset == 0 && block.find('\0') != std::string::npos) return; // no text
         for (const char c : block) {
             line += c == '\n';
-            if (collada && !lists.add(c)) {
+            if (collada && !lists.add(c))
                 source.refuse(ImportCode::INVALID_MODEL,
                               "a list of indices holds something else than whole numbers",
                               "line " + std::to_string(line));
-            }
             if (xml) {
                 if (elements.add(c) > DEEPEST) refuse(source, line);
             } else if (c == '{') {

@@ -46,10 +46,9 @@ void checkWavefront(const ModelSource& source, const Content& content, ProgressR
             if (!lines.get(more)) break;
             line += ' ' + more;
         }
-        if (number % 65536 == 0) {
+        if (number % 65536 == 0)
             progress.report("checking",
                             static_cast<double>(lines.offset()) / static_cast<double>(content.size()));
-        }
         const char* at = line.data();
         const char* end = at + line.size();
         while (at != end && isSpace(*at))

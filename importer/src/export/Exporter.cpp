@@ -5,10 +5,8 @@
 #include <kel/src/format/FileLayout.h>
 
 #include <assimp/Exporter.hpp>
-#include <assimp/IOStream.hpp>
-#include <assimp/IOSystem.hpp>
+#include <assimp/config.h>
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -36,50 +34,6 @@ const ExportFormat& exportFormatOf(const std::string& fileName) {
     }
     throw ExportError("there is no exporter for the extension \"" + extension + '"');
 }
-
-/// A file that an exporter writes, in a string.
-class MemoryStream final : public Assimp::IOStream {
-public:
-    explicit MemoryStream(std::string& bytes) : bytes(bytes) {}
-
-    std::size_t Read(void*, std::size_t, std::size_t) override { return 0; }
-    std::size_t Write(const void* buffer, std::size_t size, std::size_t count) override {
-        const std::size_t length = size * count;
-        if (bytes.size() < position + length) bytes.resize(position + length);
-        if (length != 0) std::memcpy(bytes.data() + position, buffer, length);
-        position += length;
-        return count;
-    }
-    aiReturn Seek(std::size_t offset, aiOrigin origin) override {
-        position = offset + (origin == aiOrigin_SET ? 0 : origin == aiOrigin_CUR ? position : bytes.size());
-        return aiReturn_SUCCESS;
-    }
-    std::size_t Tell() const override { return position; }
-    std::size_t FileSize() const override { return bytes.size(); }
-    void Flush() override {}
-
-private:
-    std::string& bytes;
-    std::size_t position = 0;
-};
-
-/// Keeps what an exporter writes, by name.
-class MemoryFiles final : public Assimp::IOSystem {
-public:
-    explicit MemoryFiles(std::vector<std::unique_ptr<ExportedFile>>& files) : files(files) {}
-
-    bool Exists(const char*) const override { return false; }
-    char getOsSeparator() const override { return '/'; }
-    Assimp::IOStream* Open(const char* name, const char*) override {
-        files.push_back(std::make_unique<ExportedFile>());
-        files.back()->name = name;
-        return new MemoryStream(files.back()->bytes);
-    }
-    void Close(Assimp::IOStream* stream) override { delete stream; }
-
-private:
-    std::vector<std::unique_ptr<ExportedFile>>& files;
-};
 
 /// Puts metadata into a glTF's JSON, as "extras" of the nodes that the scene's first node holds: Assimp's
 /// exporter leaves them out.
@@ -139,21 +93,18 @@ ExportResult exportModel(const kel::src::SrcFile& file, const std::string& fileN
     const ExportFormat& format = exportFormatOf(fileName);
     detail::ExportScene made = detail::makeExportScene(file, format);
 
-    std::vector<std::unique_ptr<ExportedFile>> files;
     Assimp::Exporter exporter;
-    exporter.SetIOHandler(new MemoryFiles(files)); // which takes it over
+    Assimp::ExportProperties properties;
+    properties.SetPropertyString(AI_CONFIG_EXPORT_BLOB_NAME,
+                                 fileName); // else files name each other "$blobfile"
     // The binary PLY exporter stores colours in another type than it says.
     const char* assimpId =
         made.hasColours && std::strcmp(format.assimpId, "plyb") == 0 ? "ply" : format.assimpId;
-    if (exporter.Export(made.scene.get(), assimpId, fileName) != aiReturn_SUCCESS)
-        throw ExportError(exporter.GetErrorString());
+    const aiExportDataBlob* blob = exporter.ExportToBlob(made.scene.get(), assimpId, 0, &properties);
+    if (!blob) throw ExportError(exporter.GetErrorString());
     ExportResult result = std::move(made.result);
-    for (auto& written : files)
-        result.files.push_back(std::move(*written));
-    const auto model = std::find_if(result.files.begin(), result.files.end(),
-                                    [&](const ExportedFile& entry) { return entry.name == fileName; });
-    if (model == result.files.end()) throw ExportError("the exporter wrote nothing");
-    std::rotate(result.files.begin(), model, model + 1);
+    for (; blob; blob = blob->next) // the model first
+        result.files.push_back({blob->name.C_Str(), {static_cast<const char*>(blob->data), blob->size}});
     if (format.metadata) {
         std::string& bytes = result.files.front().bytes;
         bytes = format.extension == std::string("glb")
