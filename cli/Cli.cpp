@@ -1,21 +1,14 @@
 #include "Cli.h"
 
-#include "Failure.h"
 #include "Version.h"
 #include "commands/Command.h"
-#include "terminal/Messages.h"
 #include "terminal/Signals.h"
-#include "terminal/Suggest.h"
-#include "terminal/Terminal.h"
 
-#include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
-#include <exception>
 #include <map>
 #include <memory>
-#include <ostream>
 #include <sstream>
 
 namespace kelsrc::cli {
@@ -74,6 +67,10 @@ public:
     }
 };
 
+void tell(std::ostream& err, const Failure& failure) {
+    Messages(err, Messages::NORMAL, terminalOf(err).colour).error(failure);
+}
+
 std::vector<std::string> optionNames(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CLI::Option* option : app.get_options()) {
@@ -87,11 +84,7 @@ std::vector<std::string> optionNames(const CLI::App& app) {
 
 bool isKnown(const CLI::App& app, const std::string& argument) {
     const bool isLong = argument.compare(0, 2, "--") == 0;
-    const std::string name = isLong ? argument.substr(2, argument.find('=') - 2) : argument.substr(1, 1);
-    for (const CLI::Option* option : app.get_options()) {
-        if (isLong ? option->check_lname(name) : option->check_sname(name)) return true;
-    }
-    return false;
+    return app.get_option_no_throw(argument.substr(0, isLong ? argument.find('=') : 2)) != nullptr;
 }
 
 /// Why a command line was not understood, with what was probably meant.
@@ -148,8 +141,7 @@ int dispatch(const std::vector<std::string>& args, const Streams& streams) {
         streams.out << app.help();
         return STATUS_OK;
     } catch (const CLI::ParseError& error) {
-        Messages(streams.err, Messages::NORMAL, terminalOf(streams.err).colour)
-            .error(usageFailure(app, args, error));
+        tell(streams.err, usageFailure(app, args, error));
         return STATUS_USAGE;
     }
     return actions.at(app.get_subcommands().front()->get_name())(streams);
@@ -165,12 +157,11 @@ int run(const std::vector<std::string>& args, std::istream& in, std::ostream& ou
         status = dispatch(args, streams);
     } catch (...) {
         const Failure failure = currentFailure("");
-        Messages(err, Messages::NORMAL, terminalOf(err).colour).error(failure);
+        tell(err, failure);
         status = failure.status();
     }
     if (!out.flush() && status == STATUS_OK) {
-        Messages(err, Messages::NORMAL, terminalOf(err).colour)
-            .error(Failure(STATUS_NOT_WRITTEN, "standard output", "cannot be written"));
+        tell(err, Failure(STATUS_NOT_WRITTEN, "standard output", "cannot be written"));
         status = STATUS_NOT_WRITTEN;
     }
     return status;

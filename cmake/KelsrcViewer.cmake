@@ -1,5 +1,5 @@
 # kelsrc_viewer_source(<variable>): a source file that holds the viewer's page, which npm makes at build time; see
-# cli/ViewerPage.cpp. Empty where there is no Node.js: the command then looks for a file viewer.html at run time. The page
+# cli/page/ViewerPage.cpp. Empty where there is no Node.js: the command then looks for a file viewer.html at run time. The page
 # is installed as well, for whoever puts it on a server.
 
 set(KELSRC_OLDEST_NODE 18.19)

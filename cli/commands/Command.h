@@ -2,7 +2,6 @@
 
 #include "commands/Verbs.h"
 #include "terminal/Messages.h"
-#include "terminal/Terminal.h"
 
 #include <kel/src/SrcReader.h>
 
@@ -14,7 +13,6 @@
 
 namespace kelsrc::cli {
 
-/// What a verb works with.
 struct Streams {
     std::istream& in;
     std::ostream& out;

@@ -4,14 +4,11 @@
 #include "files/ConvertJobs.h"
 #include "terminal/CapturedOutput.h"
 #include "terminal/JsonOutput.h"
-#include "terminal/Messages.h"
 #include "terminal/Progress.h"
-#include "terminal/Terminal.h"
 
 #include <cmath>
+#include <cstdio>
 #include <memory>
-#include <ostream>
-#include <string>
 #include <thread>
 
 namespace kelsrc::cli {
@@ -60,12 +57,13 @@ std::optional<Target> targetOf(const ConvertArguments& arguments) {
     if (!container && !arguments.preset.empty())
         refuse("--preset belongs to the container writer",
                "Give --writer=container, or --mode instead of --preset.");
-    if (container) {
+    const auto named = [](const std::string& name, Target otherwise) {
         for (const auto& row : kel::prepare::TARGETS) {
-            if (arguments.preset == row.name) return row.target;
+            if (name == row.name) return row.target;
         }
-        return Target::PRESET_DEFAULT;
-    }
+        return otherwise;
+    };
+    if (container) return named(arguments.preset, Target::PRESET_DEFAULT);
     if (arguments.lossless && !arguments.mode.empty() && arguments.mode != "uncompressed")
         refuse("--lossless is --mode=uncompressed, but --mode=" + arguments.mode + " is given, too",
                "Leave one of them out.");
@@ -73,9 +71,7 @@ std::optional<Target> targetOf(const ConvertArguments& arguments) {
     if (arguments.maxError && !isAuto)
         refuse("--max-error chooses a mode, but one is given", "Leave one of them out, or give --mode=auto.");
     if (isAuto) return std::nullopt;
-    if (arguments.mode == "position") return Target::POSITION_COMPRESSED;
-    if (arguments.mode == "position-normal") return Target::POSITION_NORMAL_COMPRESSED;
-    return Target::UNCOMPRESSED;
+    return named(arguments.mode, Target::UNCOMPRESSED);
 }
 
 /// The two sides of "FROM:TO"; "TO" alone has no first one.
@@ -140,8 +136,8 @@ JobOptions optionsOf(const ConvertArguments& arguments) {
     const bool outputTaken = arguments.output == "-";
     if (outputTaken && (arguments.list || arguments.json))
         refuse("--list and --json write to standard output, as does -o -", "Write the model to a file.");
-    options.verify = arguments.verify;
-    options.list = arguments.list || (arguments.verbose && !outputTaken);
+    options.convert.verify = arguments.verify;
+    options.convert.list = arguments.list || (arguments.verbose && !outputTaken);
     return options;
 }
 
@@ -178,19 +174,16 @@ std::vector<Job> jobsOf(const ConvertArguments& arguments, const Streams& stream
     if (arguments.output == "-")
         refuse("several models cannot go to standard output", "Name a folder with -o.");
     const std::filesystem::path folder = arguments.output;
-    if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder)) {
+    if (std::filesystem::exists(folder) && !std::filesystem::is_directory(folder))
         throw Failure(STATUS_NOT_WRITTEN, arguments.output, "is a file, but several models need a folder",
                       "Name a folder with -o.");
-    }
     const auto parent = std::filesystem::absolute(folder / "").lexically_normal().parent_path().parent_path();
-    if (!std::filesystem::exists(folder) && !std::filesystem::is_directory(parent)) {
+    if (!std::filesystem::exists(folder) && !std::filesystem::is_directory(parent))
         throw Failure(STATUS_NOT_WRITTEN, arguments.output, "\"" + parent.string() + "\" is no folder",
                       "Make the folder first, or choose another one.");
-    }
     return planJobs(arguments.inputs, folder, wantsPage(arguments));
 }
 
-/// What a run of the verb found out so far.
 struct Totals {
     std::size_t converted = 0, failed = 0, notTried = 0;
     kel::convert::GeometryCounts counts;
@@ -198,6 +191,18 @@ struct Totals {
     int status = STATUS_OK; ///< of the last failure
     picojson::array files;
 };
+
+/// "0.42 s", "3:07 min"
+std::string secondsForPeople(double seconds) {
+    char text[40];
+    if (seconds < 60.0) {
+        std::snprintf(text, sizeof text, "%.2f s", seconds);
+    } else {
+        const auto whole = static_cast<long long>(seconds);
+        std::snprintf(text, sizeof text, "%lld:%02lld min", whole / 60, whole % 60);
+    }
+    return text;
+}
 
 void printSummary(Messages& messages, const Totals& totals, double seconds) {
     std::string text = std::to_string(totals.converted) + " of " +
@@ -267,7 +272,7 @@ int runConvert(const ConvertArguments& arguments, const Streams& streams) {
         }
         for (const auto& line : captured.takeLog())
             messages.detail("  log: " + printable(line));
-        if (arguments.json) totals.files.push_back(toJson(job, outcome, options.list));
+        if (arguments.json) totals.files.push_back(toJson(job, outcome, options.convert.list));
         switch (outcome.state) {
         case Outcome::NOT_TRIED:
             ++totals.notTried;
@@ -289,7 +294,7 @@ int runConvert(const ConvertArguments& arguments, const Streams& streams) {
         for (const auto& warning : report.warnings)
             messages.warning((batch ? printable(job.source.shownName()) + ": " : "") + printable(warning));
         messages.info(reportText(job, report));
-        if (options.list && !arguments.json) {
+        if (options.convert.list && !arguments.json) {
             if (batch) out << printable(job.destination.shownName()) << ":\n";
             printList(out, report.written);
             if (batch) out << '\n';

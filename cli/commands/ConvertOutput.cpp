@@ -3,9 +3,7 @@
 #include "terminal/JsonOutput.h"
 #include "terminal/Table.h"
 
-#include <cstdio>
 #include <ostream>
-#include <utility>
 
 namespace kelsrc::cli {
 
@@ -91,28 +89,20 @@ std::string reportText(const Job& job, const FileReport& report) {
 }
 
 void printList(std::ostream& out, const std::vector<WrittenMesh>& meshes) {
-    bool lines = false, points = false, errors = false;
+    Table table({"mesh", "triangles", "lines", "points", "vertices", "bytes", "error"});
+    kel::convert::GeometryCounts all;
+    bool errors = false;
     for (const auto& mesh : meshes) {
-        lines = lines || mesh.counts.lines != 0;
-        points = points || mesh.counts.points != 0;
+        all += mesh.counts;
         errors = errors || (mesh.error && mesh.error->position != 0.0);
+        table.add({mesh.name.empty() ? "(no name)" : printable(mesh.name),
+                   std::to_string(mesh.counts.triangles), std::to_string(mesh.counts.lines),
+                   std::to_string(mesh.counts.points), std::to_string(mesh.counts.vertices),
+                   std::to_string(mesh.bytes), mesh.error ? shortNumber(mesh.error->position, 3) : ""});
     }
-    std::vector<std::string> heading{"mesh", "triangles"};
-    if (lines) heading.push_back("lines");
-    if (points) heading.push_back("points");
-    heading.insert(heading.end(), {"vertices", "bytes"});
-    if (errors) heading.push_back("error");
-    Table table(heading);
-    for (const auto& mesh : meshes) {
-        std::vector<std::string> row{mesh.name.empty() ? "(no name)" : printable(mesh.name),
-                                     std::to_string(mesh.counts.triangles)};
-        if (lines) row.push_back(std::to_string(mesh.counts.lines));
-        if (points) row.push_back(std::to_string(mesh.counts.points));
-        row.push_back(std::to_string(mesh.counts.vertices));
-        row.push_back(std::to_string(mesh.bytes));
-        if (errors) row.push_back(mesh.error ? shortNumber(mesh.error->position, 3) : "");
-        table.add(std::move(row));
-    }
+    if (!errors) table.removeColumn("error");
+    if (all.points == 0) table.removeColumn("points");
+    if (all.lines == 0) table.removeColumn("lines");
     table.print(out);
 }
 
@@ -138,17 +128,6 @@ picojson::value toJson(const Job& job, const Outcome& outcome, bool withList) {
         break;
     }
     return picojson::value(object);
-}
-
-std::string secondsForPeople(double seconds) {
-    char text[40];
-    if (seconds < 60.0) {
-        std::snprintf(text, sizeof text, "%.2f s", seconds);
-    } else {
-        const auto whole = static_cast<long long>(seconds);
-        std::snprintf(text, sizeof text, "%lld:%02lld min", whole / 60, whole % 60);
-    }
-    return text;
 }
 
 } // namespace kelsrc::cli

@@ -1,12 +1,9 @@
 #include "commands/Command.h"
 #include "files/OutputFile.h"
 
-#include "Failure.h"
 #include "terminal/CapturedOutput.h"
 #include "terminal/JsonOutput.h"
-#include "terminal/Messages.h"
 #include "terminal/Table.h"
-#include "terminal/Terminal.h"
 #include <kel/convert/Compare.h>
 
 #include <algorithm>
@@ -14,7 +11,6 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <ostream>
 #include <utility>
 
 namespace kelsrc::cli {

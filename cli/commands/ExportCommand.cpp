@@ -1,11 +1,8 @@
 #include "commands/Command.h"
 #include "commands/ConvertOutput.h"
 
-#include "Failure.h"
 #include "files/OutputFile.h"
 #include "terminal/CapturedOutput.h"
-#include "terminal/Messages.h"
-#include "terminal/Terminal.h"
 #include <kel/convert/OpenSrc.h>
 
 #include <kel/importer/Exporter.h>
@@ -13,10 +10,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <new>
-#include <ostream>
-#include <string>
-#include <utility>
 
 namespace kelsrc::cli {
 
@@ -74,7 +67,7 @@ void print(Messages& messages, const std::string& output, const ExportResult& re
     std::string text = printable(output) + ": " + countsText(counts) + ", " + counted(bytes, "byte", "bytes");
     for (std::size_t i = 1; i < result.files.size(); ++i)
         text += (i == 1 ? ", with " : ", ") + printable(result.files[i].name);
-    messages.info(text + lossesText(result.dropped, result.notes));
+    messages.info(text + lossesText(result.dropped));
 }
 
 int runExport(const ExportArguments& arguments, const Streams& streams) {

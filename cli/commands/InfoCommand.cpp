@@ -1,17 +1,13 @@
 #include "commands/Command.h"
 #include "commands/ConvertOutput.h"
 
-#include "Failure.h"
 #include "terminal/JsonOutput.h"
-#include "terminal/Messages.h"
 #include "terminal/Table.h"
-#include "terminal/Terminal.h"
 #include <kel/convert/Describe.h>
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <ostream>
 #include <sstream>
 #include <utility>
 
@@ -123,11 +119,10 @@ void printMeshes(std::ostream& out, const FileInfo& info) {
 void print(std::ostream& out, const std::string& name, const FileInfo& info, bool listMeshes) {
     out << printable(name) << ": " << countsText(info.counts) << ", " << counted(info.bytes, "byte", "bytes")
         << '\n';
-    if (!info.bounds.isEmpty()) {
+    if (!info.bounds.isEmpty())
         out << "bounds: " << vectorText(info.bounds.min, info.bounds, ", ") << " to "
             << vectorText(info.bounds.max, info.bounds, ", ") << " (size "
             << vectorText(info.bounds.size(), info.bounds, " x ") << ")\n";
-    }
     printSections(out, info);
     printMaterials(out, info);
     printKeys(out, info);

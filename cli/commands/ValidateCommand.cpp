@@ -1,11 +1,7 @@
 #include "commands/Command.h"
 
-#include "Failure.h"
 #include "files/RunInOrder.h"
 #include "terminal/JsonOutput.h"
-#include "terminal/Messages.h"
-#include "terminal/Suggest.h"
-#include "terminal/Terminal.h"
 #include <kel/convert/OpenSrc.h>
 
 #include <kel/src/SrcValidator.h>
@@ -18,7 +14,6 @@
 #include <new>
 #include <numeric>
 #include <optional>
-#include <ostream>
 #include <set>
 #include <thread>
 #include <utility>
@@ -46,7 +41,6 @@ struct ValidateArguments {
     bool strict = false, json = false, quiet = false;
 };
 
-/// The codes that count.
 struct Filter {
     std::set<SrcCode> only, ignore;
 
@@ -74,9 +68,7 @@ constexpr const VerdictRow& rowOf(Verdict verdict) {
     return VERDICTS[static_cast<std::size_t>(verdict)];
 }
 
-struct FileVerdict {
-    std::vector<SrcFinding> findings;
-    std::uint64_t errors = 0, warnings = 0, hints = 0;
+struct FileVerdict : ValidationReport {
     std::uint64_t unseen = 0; ///< found, but not looked at by the filter
     Verdict verdict = Verdict::VALID;
     std::string fault; ///< why the file could not be checked at all
@@ -135,9 +127,9 @@ Verdict verdictOf(const FileVerdict& result) {
         if (finding.code == SrcCode::UNREADABLE || finding.code == SrcCode::NOT_A_FILE)
             return Verdict::UNREADABLE;
     }
-    return result.errors != 0 || result.unseen != 0 ? Verdict::BROKEN
-           : result.warnings != 0                   ? Verdict::WARNINGS
-                                                    : Verdict::VALID;
+    return result.errors() != 0 || result.unseen != 0 ? Verdict::BROKEN
+           : result.warnings() != 0                   ? Verdict::WARNINGS
+                                                      : Verdict::VALID;
 }
 
 FileVerdict check(const std::string& path, std::istream& in, const Filter& filter, std::size_t max) {
@@ -149,10 +141,10 @@ FileVerdict check(const std::string& path, std::istream& in, const Filter& filte
         report = path == "-" ? kel::src::validateSrc(in, options) : kel::src::validateSrc(path, options);
     } catch (const std::bad_alloc&) {
         result.fault = "checking it needs more memory than there is";
-        result.verdict = Verdict::UNREADABLE;
-        return result;
     } catch (const std::exception& error) {
         result.fault = error.what();
+    }
+    if (!result.fault.empty()) {
         result.verdict = Verdict::UNREADABLE;
         return result;
     }
@@ -160,16 +152,11 @@ FileVerdict check(const std::string& path, std::istream& in, const Filter& filte
         result.unseen = report.errors() + report.warnings() + report.hints() - report.findings.size();
         for (auto& finding : report.findings) {
             if (!filter.keeps(finding.code)) continue;
-            ++(finding.severity() == Severity::ERROR     ? result.errors
-               : finding.severity() == Severity::WARNING ? result.warnings
-                                                         : result.hints);
+            ++result.counts[static_cast<std::size_t>(finding.severity())];
             result.findings.push_back(std::move(finding));
         }
     } else {
-        result.errors = report.errors();
-        result.warnings = report.warnings();
-        result.hints = report.hints();
-        result.findings = std::move(report.findings);
+        static_cast<ValidationReport&>(result) = std::move(report);
     }
     result.verdict = verdictOf(result);
     std::stable_sort(result.findings.begin(), result.findings.end(),
@@ -187,9 +174,9 @@ std::string countsText(const FileVerdict& result) {
     const auto add = [&](std::uint64_t count, const char* one, const char* many) {
         if (count != 0) text += (text.empty() ? "" : ", ") + counted(count, one, many);
     };
-    add(result.errors, "error", "errors");
-    add(result.warnings, "warning", "warnings");
-    add(result.hints, "hint", "hints");
+    add(result.errors(), "error", "errors");
+    add(result.warnings(), "warning", "warnings");
+    add(result.hints(), "hint", "hints");
     add(result.unseen, "finding that was not looked at", "findings that were not looked at");
     return text;
 }
@@ -211,7 +198,7 @@ public:
             for (const auto& finding : result.findings)
                 print(name, finding);
             if (!result.fault.empty()) out << name << ": " << printable(result.fault) << '\n';
-            const std::uint64_t all = result.errors + result.warnings + result.hints;
+            const std::uint64_t all = result.errors() + result.warnings() + result.hints();
             if (all > result.findings.size())
                 out << name << ": and "
                     << counted(all - result.findings.size(), "more finding", "more findings")
@@ -266,16 +253,15 @@ picojson::value toJson(const std::string& path, const FileVerdict& result) {
     picojson::object object;
     object["file"] = jsonText(inputName(path));
     object["verdict"] = picojson::value(rowOf(result.verdict).name);
-    object["errors"] = jsonCount(result.errors);
-    object["warnings"] = jsonCount(result.warnings);
-    object["hints"] = jsonCount(result.hints);
+    object["errors"] = jsonCount(result.errors());
+    object["warnings"] = jsonCount(result.warnings());
+    object["hints"] = jsonCount(result.hints());
     object["unseen"] = jsonCount(result.unseen);
     if (!result.fault.empty()) object["fault"] = jsonText(result.fault);
     object["findings"] = jsonList(result.findings, [](const SrcFinding& finding) { return toJson(finding); });
     return picojson::value(std::move(object));
 }
 
-/// How many files there are of each verdict.
 struct Totals {
     std::array<std::size_t, std::size(VERDICTS)> of{};
 

@@ -1,16 +1,13 @@
 #include "commands/Command.h"
 
-#include "Failure.h"
 #include "commands/ConvertOutput.h"
 #include "files/ConvertJobs.h"
 #include "files/OutputFile.h"
+#include "page/HtmlPage.h"
 #include "page/ViewServer.h"
-#include "page/ViewerPage.h"
 #include "terminal/CapturedOutput.h"
 #include "terminal/JsonOutput.h"
-#include "terminal/Messages.h"
 #include "terminal/Signals.h"
-#include "terminal/Terminal.h"
 #include <kel/convert/OpenSrc.h>
 
 #include <csignal>
@@ -18,9 +15,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
-#include <ostream>
 #include <spawn.h>
-#include <string>
 #include <unistd.h>
 #include <utility>
 #include <vector>

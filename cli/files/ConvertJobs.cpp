@@ -102,28 +102,22 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const fs::path
         job.destination.file = target(file, wanted[target(file, false)].size() > 1);
         job.makeFolder = job.destination.file.has_parent_path();
         const auto [owner, isNew] = taken.emplace(job.destination.file, file.input);
-        if (!isNew) {
+        if (!isNew)
             job.refused = Failure(STATUS_NOT_WRITTEN, file.input.string(),
                                   "would be written to " + job.destination.file.string() + ", where " +
                                       owner->second.string() + " goes",
                                   "Convert the two into different folders.");
-        }
         jobs.push_back(std::move(job));
     }
     return jobs;
 }
 
 FileReport convertFile(const Job& job, const JobOptions& options, const kel::convert::Progress& progress) {
-    kel::convert::ConvertOptions convertOptions;
-    convertOptions.list = options.list;
-    convertOptions.verify = options.verify;
+    kel::convert::ConvertOptions convertOptions = options.convert;
     convertOptions.progress = progress;
     convertOptions.hooks = signalHooks();
     if (options.pages) return convertToPage(job.source, options.recipe, job.destination, convertOptions);
-    FileReport report;
-    static_cast<kel::convert::ConvertReport&>(report) =
-        convert(job.source, options.recipe, job.destination, convertOptions);
-    return report;
+    return convert(job.source, options.recipe, job.destination, convertOptions);
 }
 
 void runJobs(const std::vector<Job>& jobs, const JobOptions& options, std::size_t threads, bool failFast,

@@ -13,7 +13,6 @@
 
 namespace kelsrc::cli {
 
-/// One conversion of many.
 struct Job {
     kel::convert::Source source;
     kel::convert::Destination destination;
@@ -21,7 +20,6 @@ struct Job {
     std::optional<Failure> refused; ///< known before the work begins
 };
 
-/// What became of a job.
 struct Outcome {
     enum State { CONVERTED, FAILED, NOT_TRIED } state = NOT_TRIED;
     FileReport report;              ///< when converted
@@ -41,11 +39,9 @@ struct Outcome {
 std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::filesystem::path& output,
                           bool pages = false);
 
-/// What all jobs have in common.
 struct JobOptions {
     kel::convert::Recipe recipe;
-    bool list = false;
-    bool verify = false;
+    kel::convert::ConvertOptions convert; ///< without progress, which each job has for itself
     bool pages = false; ///< write the viewer's page with the SRC file inside; SRC files are taken as they are
 };
 

@@ -7,7 +7,9 @@
 #include <kel/convert/ProcessHooks.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <unistd.h>
 
 namespace kelsrc::cli {
 
@@ -24,7 +26,12 @@ struct ImporterCrash : CrashMessage {
 
 /// What the library is told of this process: a SignalGuard removes temporary files, and a crash of the importer
 /// is told as an error of the model.
-kel::convert::ProcessHooks signalHooks();
+inline kel::convert::ProcessHooks signalHooks() {
+    kel::convert::ProcessHooks hooks;
+    hooks.onTemporaryFile = [](const std::string& path) { return std::make_shared<ScopedTempFile>(path); };
+    hooks.onImport = [](const std::string& source) { return std::make_shared<ImporterCrash>(source); };
+    return hooks;
+}
 
 /// An AtomicFile whose temporary file a SignalGuard removes.
 class OutputFile : public kel::convert::AtomicFile {
@@ -34,6 +41,8 @@ public:
 };
 
 /// A name in the system's folder for temporary files, for a file that is never put in place.
-std::filesystem::path scratchPlace();
+inline std::filesystem::path scratchPlace() {
+    return std::filesystem::temp_directory_path() / ("kelsrc-" + std::to_string(::getpid()) + ".src");
+}
 
 } // namespace kelsrc::cli

@@ -3,7 +3,6 @@
 #include "Failure.h"
 #include "files/OutputFile.h"
 #include "page/HtmlPage.h"
-#include "page/ViewerPage.h"
 
 #include <kel/convert/Describe.h>
 #include <kel/convert/OpenSrc.h>
@@ -12,7 +11,6 @@
 #include <kel/src/SrcValidator.h>
 
 #include <string>
-#include <utility>
 
 namespace kelsrc::cli {
 
@@ -56,7 +54,7 @@ FileReport convertToPage(const kel::convert::Source& source, const kel::convert:
         if (!destination.stream) scratch.emplace(destination.file);
         if (!scratch || scratch->temporaryPath().empty()) scratch.emplace(scratchPlace());
         const Destination aside = Destination::ofOpened(*scratch, destination.file);
-        static_cast<kel::convert::ConvertReport&>(report) = convert(source, recipe, aside, options);
+        report = convert(source, recipe, aside, options);
         embedded = {(source.stream ? "model" : source.file.stem().string()) + ".src",
                     scratch->temporaryPath()};
     }

@@ -4,11 +4,15 @@
 
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 namespace kelsrc::cli {
 
 /// What became of one model, in a file or in a page.
 struct FileReport : kel::convert::ConvertReport {
+    FileReport() = default;
+    FileReport(kel::convert::ConvertReport report) : ConvertReport(std::move(report)) {}
+
     bool takenAsIs = false; ///< an SRC file that went into a page: `target` says nothing about it
     std::optional<std::uint64_t> bytesSrc; ///< size of the SRC file inside a page
 };

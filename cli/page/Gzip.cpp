@@ -1,9 +1,6 @@
 #include "page/Gzip.h"
 
-#include <zlib.h>
-
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -26,26 +23,18 @@ void feed(z_stream& stream, std::string_view& bytes) {
 
 } // namespace
 
-struct Gzip::State {
-    z_stream stream{};
-    std::array<char, std::size_t(1) << 16> buffer;
-    Sink sink;
-};
-
-Gzip::Gzip(int level, Sink sink) : state(std::make_unique<State>()) {
-    state->sink = std::move(sink);
-    if (deflateInit2(&state->stream, level, Z_DEFLATED, GZIP_WINDOW, MEMORY_LEVEL, Z_DEFAULT_STRATEGY) !=
-        Z_OK)
+Gzip::Gzip(int level, Sink sink) : sink(std::move(sink)) {
+    if (deflateInit2(&stream, level, Z_DEFLATED, GZIP_WINDOW, MEMORY_LEVEL, Z_DEFAULT_STRATEGY) != Z_OK)
         throw std::bad_alloc();
 }
 
 Gzip::~Gzip() {
-    deflateEnd(&state->stream);
+    deflateEnd(&stream);
 }
 
 bool Gzip::add(std::string_view bytes) {
     while (!bytes.empty()) {
-        feed(state->stream, bytes);
+        feed(stream, bytes);
         if (!run(Z_NO_FLUSH)) return false;
     }
     return true;
@@ -56,13 +45,12 @@ bool Gzip::finish() {
 }
 
 bool Gzip::run(int flush) {
-    z_stream& stream = state->stream;
     do {
-        stream.next_out = reinterpret_cast<Bytef*>(state->buffer.data());
-        stream.avail_out = static_cast<uInt>(state->buffer.size());
+        stream.next_out = reinterpret_cast<Bytef*>(buffer.data());
+        stream.avail_out = static_cast<uInt>(buffer.size());
         deflate(&stream, flush);
-        const std::size_t size = state->buffer.size() - stream.avail_out;
-        if (size != 0 && !state->sink(state->buffer.data(), size)) return false;
+        const std::size_t size = buffer.size() - stream.avail_out;
+        if (size != 0 && !sink(buffer.data(), size)) return false;
     } while (stream.avail_out == 0);
     return true;
 }

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <zlib.h>
 
 namespace kelsrc::cli {
 
@@ -28,8 +29,9 @@ public:
 private:
     bool run(int flush);
 
-    struct State;
-    std::unique_ptr<State> state;
+    z_stream stream{};
+    std::array<char, std::size_t(1) << 16> buffer;
+    Sink sink;
 };
 
 std::string gzip(std::string_view bytes, int level);

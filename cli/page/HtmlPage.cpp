@@ -2,15 +2,17 @@
 
 #include "Failure.h"
 #include "page/Gzip.h"
-#include "terminal/JsonOutput.h"
+
+#include <kel/src/text/Utf8.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <ostream>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kelsrc::cli {
@@ -25,30 +27,17 @@ constexpr int LEVEL = 6;
 /// A text as HTML has it in elements and in attributes. Texts that are not UTF-8 have U+FFFD in place of what
 /// is wrong, as has a NUL, which HTML cannot hold.
 std::string htmlText(std::string_view text) {
-    const std::string valid = jsonText(text).get<std::string>();
+    constexpr std::pair<char, const char*> REPLACED[] = {{'&', "&amp;"},  {'<', "&lt;"},
+                                                         {'>', "&gt;"},   {'"', "&quot;"},
+                                                         {'\'', "&#39;"}, {'\0', "\xef\xbf\xbd"}};
     std::string result;
-    for (const char c : valid) {
-        switch (c) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        case '\'':
-            result += "&#39;";
-            break;
-        case '\0':
-            result += "\xef\xbf\xbd";
-            break;
-        default:
+    for (const char c : kel::src::text::validUtf8(text)) {
+        const auto* row = std::find_if(std::begin(REPLACED), std::end(REPLACED),
+                                       [c](const auto& replaced) { return replaced.first == c; });
+        if (row == std::end(REPLACED)) {
             result += c;
+        } else {
+            result += row->second;
         }
     }
     return result;
@@ -62,42 +51,26 @@ public:
     void add(const char* bytes, std::size_t size) {
         text.clear();
         for (std::size_t i = 0; i < size; ++i) {
-            group[held++] = static_cast<unsigned char>(bytes[i]);
-            if (held == 3) putGroup();
+            bits = bits << 8 | static_cast<unsigned char>(bytes[i]);
+            for (held += 8; held >= 6; held -= 6)
+                text += DIGITS[bits >> (held - 6) & 63];
         }
-        flush();
+        out.write(text.data(), static_cast<std::streamsize>(text.size()));
     }
 
     void finish() {
-        text.clear();
-        const std::size_t rest = held;
-        if (rest != 0) {
-            std::fill(group.begin() + static_cast<std::ptrdiff_t>(rest), group.end(),
-                      static_cast<unsigned char>(0));
-            putGroup();
-            for (std::size_t i = rest; i < 3; ++i)
-                text[text.size() - 3 + i] = '=';
-        }
-        flush();
+        if (held != 0) out << DIGITS[bits << (6 - held) & 63] << (held == 2 ? "==" : "=");
     }
 
 private:
-    void putGroup() {
-        static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-        const unsigned bits = unsigned(group[0]) << 16 | unsigned(group[1]) << 8 | unsigned(group[2]);
-        for (int shift = 18; shift >= 0; shift -= 6)
-            text += digits[bits >> shift & 63];
-        held = 0;
-    }
-    void flush() { out.write(text.data(), static_cast<std::streamsize>(text.size())); }
+    static constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
     std::ostream& out;
     std::string text;
-    std::array<unsigned char, 3> group{};
-    std::size_t held = 0;
+    unsigned bits = 0; ///< the lowest `held` of them are not written yet
+    int held = 0;
 };
 
-/// The one place of a text in the page.
 std::size_t placeOf(const std::string& page, std::string_view text) {
     const std::size_t place = page.find(text);
     if (place == std::string::npos)

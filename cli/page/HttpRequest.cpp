@@ -1,24 +1,19 @@
 #include "page/HttpRequest.h"
 
+#include <kel/src/text/JsonCharacters.h>
+
 #include <algorithm>
+#include <charconv>
 
 namespace kelsrc::cli {
 
+using kel::src::text::hexValue;
+
 namespace {
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
-        text.remove_suffix(1);
-    return text;
+    const std::size_t first = std::min(text.find_first_not_of(" \t"), text.size());
+    return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
 }
 
 /// Calls `visit` with each part between the separators, without spaces around it.
@@ -33,13 +28,10 @@ void forEachPart(std::string_view text, char separator, const Visit& visit) {
 }
 
 std::optional<std::uint64_t> numberOf(std::string_view text) {
-    if (text.empty() || text.size() > 18) return std::nullopt;
     std::uint64_t number = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') return std::nullopt;
-        number = number * 10 + static_cast<std::uint64_t>(c - '0');
-    }
-    return number;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isWhole = failure == std::errc() && end == text.data() + text.size() && text.size() <= 18;
+    return isWhole ? std::optional(number) : std::nullopt;
 }
 
 } // namespace
@@ -70,7 +62,7 @@ std::optional<std::string> percentDecoded(std::string_view text) {
             continue;
         }
         if (text.size() - i < 3) return std::nullopt;
-        const int high = hexDigit(text[i + 1]), low = hexDigit(text[i + 2]);
+        const int high = hexValue(text[i + 1]), low = hexValue(text[i + 2]);
         if (high < 0 || low < 0) return std::nullopt;
         result += static_cast<char>(high << 4 | low);
         i += 2;

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace kelsrc::cli {
 
-/// A file that is served.
 struct ServedFile {
     std::string name; ///< without a folder
     std::string path; ///< where its bytes are; absolute, so that a change of folder does not matter

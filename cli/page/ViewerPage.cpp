@@ -1,7 +1,6 @@
-#include "page/ViewerPage.h"
-
 #include "Failure.h"
 #include "page/Gzip.h"
+#include "page/HtmlPage.h"
 
 #ifndef KELSRC_HAS_VIEWER
 #include <filesystem>

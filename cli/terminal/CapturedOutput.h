@@ -8,8 +8,7 @@
 namespace kelsrc::cli {
 
 /// While it lives, nothing that the libraries say reaches the terminal by itself: log records and lines on
-/// the standard streams are collected, so that standard output holds data only. For the whole process; not to
-/// be nested.
+/// the standard streams are collected, so that standard output holds data only. For the whole process, once.
 class CapturedOutput {
 public:
     CapturedOutput();

@@ -11,9 +11,25 @@
 
 namespace kelsrc::cli {
 
+/// What a stream can show.
+struct Terminal {
+    bool isTerminal = false; ///< moving the cursor works
+    bool colour = false;
+    int width = 80; ///< columns
+};
+
+/// Only std::cout and std::cerr can be terminals. NO_COLOR, when set and not empty, takes the colours away;
+/// TERM=dumb and a missing TERM make a terminal as good as a file.
+Terminal terminalOf(const std::ostream& stream);
+
 /// A text from a file made fit for a terminal: control characters, which could move the cursor or change
 /// colours, read \xNN; UTF-8 stays.
 std::string printable(std::string_view text);
+
+/// The known word that `word` was most likely meant to be; empty when none is near. Near is: at most a third
+/// of the letters (at least two) inserted, left out, changed or swapped with a neighbour, or a known word
+/// that starts with it.
+std::string nearestWord(const std::string& word, const std::vector<std::string>& known);
 
 using kel::convert::counted;
 using kel::convert::listed;
@@ -34,7 +50,6 @@ public:
     void warning(const std::string& text); ///< shown unless quiet
     void info(const std::string& text);    ///< shown unless quiet
     void detail(const std::string& text);  ///< shown when verbose
-    bool isVerbose() const { return level == VERBOSE; }
 
     /// Replaces the line that stays below all messages; an empty text takes it away. Only for terminals.
     void setStatusLine(const std::string& text);

@@ -38,8 +38,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// What a task is doing, and how much of that, 0 to 1, is done; a negative number where that is not
-    /// known.
+    /// What a task is doing, and how much of that, 0 to 1, is done; negative where nobody knows.
     void update(std::size_t task, const std::string& stage, double done);
     void finishTask(std::size_t task);
 

@@ -75,8 +75,7 @@ void replace(int signal, void (*handler)(int), int flags) {
     action.sa_handler = handler;
     action.sa_flags = flags;
     sigfillset(&action.sa_mask);
-    // Taken over only from the default: an ignored signal stays ignored (nohup), another handler stays in
-    // place.
+    // Taken over only from the default: an ignored signal stays ignored (nohup), another handler stays.
     replaced[signal] = sigaction(signal, nullptr, &previous[signal]) == 0 &&
                        previous[signal].sa_handler == SIG_DFL && sigaction(signal, &action, nullptr) == 0;
 }

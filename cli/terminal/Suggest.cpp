@@ -1,4 +1,4 @@
-#include "terminal/Suggest.h"
+#include "terminal/Messages.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -34,8 +34,7 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
     std::size_t bestCost = std::max<std::size_t>(2, word.size() / 3) + 1;
     for (const std::string& candidate : known) {
         const bool isStart = word.size() >= 4 && candidate.compare(0, word.size(), word) == 0;
-        // Two edits turn any two letters into any other two: of a short option at least one letter must be
-        // right.
+        // Two edits turn any two letters into any other two: one letter of a short option has to be right.
         const std::size_t cost = isStart ? 1 : editDistance(word, candidate);
         if (cost < bestCost && cost < std::max(word.size(), candidate.size()) - 1) {
             best = candidate;

@@ -15,6 +15,12 @@ std::size_t widthOf(const std::string& text) {
 
 } // namespace
 
+void Table::removeColumn(const std::string& heading) {
+    const auto column = std::find(rows.front().begin(), rows.front().end(), heading) - rows.front().begin();
+    for (auto& row : rows)
+        row.erase(row.begin() + column);
+}
+
 void Table::print(std::ostream& out) const {
     std::vector<std::size_t> widths(rows.front().size());
     for (const auto& row : rows) {

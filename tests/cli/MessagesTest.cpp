@@ -1,6 +1,5 @@
 #include <terminal/Messages.h>
 #include <terminal/Progress.h>
-#include <terminal/Suggest.h>
 #include <terminal/Table.h>
 
 #include <gmock/gmock.h>

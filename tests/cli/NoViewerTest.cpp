@@ -4,7 +4,7 @@
 #include "CommandRun.h"
 
 #include <Failure.h>
-#include <page/ViewerPage.h>
+#include <page/HtmlPage.h>
 
 #include <gmock/gmock.h>
 

@@ -30,7 +30,6 @@ struct ExportResult {
     /// The model first, then the files that it names: the buffer of a glTF, the materials of an OBJ.
     std::vector<ExportedFile> files;
     std::vector<Dropped> dropped; ///< what the target cannot hold; once per kind
-    std::vector<std::string> notes;
     std::size_t meshes = 0, triangles = 0, lines = 0, points = 0, vertices = 0;
 };
 
