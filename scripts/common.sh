@@ -18,3 +18,6 @@ build_jobs() {
 if [ -z "${CCACHE_DIR:-}" ] && ! mkdir -p "${XDG_CACHE_HOME:-${HOME:-/nonexistent}/.cache}/ccache" 2>/dev/null; then
     export CCACHE_DIR="$PWD/.cache/ccache"
 fi
+
+# What two build folders compile alike is compiled once: paths below this one count from the build folder.
+export CCACHE_BASEDIR="${CCACHE_BASEDIR:-$PWD}"

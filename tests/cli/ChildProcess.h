@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <poll.h>
 #include <pty.h>
@@ -50,13 +51,14 @@ private:
     bool collected = false;
 };
 
-/// Replaces this process by the command; only in a child.
+/// Replaces this process by the command, which lies beside the test program; only in a child.
 inline int execCommand(const std::vector<std::string>& args) {
-    std::vector<char*> pointers{const_cast<char*>(KELSRC_COMMAND)};
+    std::string command = std::filesystem::read_symlink("/proc/self/exe").replace_filename("kelsrc").string();
+    std::vector<char*> pointers{command.data()};
     for (const auto& arg : args)
         pointers.push_back(const_cast<char*>(arg.c_str()));
     pointers.push_back(nullptr);
-    ::execv(KELSRC_COMMAND, pointers.data());
+    ::execv(command.c_str(), pointers.data());
     return 127;
 }
 

@@ -275,7 +275,7 @@ std::uint64_t peakOf(const std::function<void()>& work) {
 }
 
 /// Sanitizers keep freed memory and put room around each block.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KELSRC_SANITIZED)
 constexpr std::uint64_t OVERHEAD = 4;
 #else
 constexpr std::uint64_t OVERHEAD = 1;
