@@ -20,12 +20,32 @@ namespace {
 using namespace kel::convert;
 
 constexpr std::size_t NAMES_SHOWN = 10;
+constexpr std::size_t DIFFERENCES_SHOWN = 20;
 
 struct DiffArguments {
     std::string a, b;
-    std::optional<double> maxError;
+    CompareLimits limits;
+    std::vector<std::string> ignored;
     bool meshes = false, json = false;
 };
+
+/// Limits by their options.
+struct LimitOption {
+    const char* name;
+    std::optional<double> CompareLimits::*limit;
+    const char* help;
+    const char* unit;
+};
+constexpr LimitOption LIMIT_OPTIONS[] = {
+    {"--max-error", &CompareLimits::position, "Distance that positions may be apart", "DISTANCE"},
+    {"--max-normal", &CompareLimits::normalDegrees, "Angle that normals may be apart", "DEGREES"},
+    {"--max-color", &CompareLimits::color, "Difference that a component of a colour may have", "NUMBER"},
+    {"--max-texcoord", &CompareLimits::texcoord, "Difference that a texture coordinate may have", "NUMBER"},
+};
+
+const char* comparedText(ComparedBy by) {
+    return by == ComparedBy::ORDER ? "order" : by == ComparedBy::MATCH ? "match" : "surface";
+}
 
 // ---- For people -----------------------------------------------------------------------------------------
 
@@ -71,6 +91,8 @@ void print(std::ostream& out, const CompareReport& report, bool listMeshes) {
     row("lines", report.a.counts.lines, report.b.counts.lines, false);
     row("points", report.a.counts.points, report.b.counts.points, false);
     row("vertices", report.a.counts.vertices, report.b.counts.vertices, true);
+    row("boundary edges", report.a.topology.boundaryEdges, report.b.topology.boundaryEdges, true);
+    row("components", report.a.topology.components, report.b.topology.components, true);
     table.print(out);
     for (const auto* side : {&report.a, &report.b}) {
         if (side->bounds.isEmpty()) continue;
@@ -85,11 +107,14 @@ void print(std::ostream& out, const CompareReport& report, bool listMeshes) {
             out << "; the largest is " << shortNumber(report.maxDistance / diagonal, 3)
                 << " of the diagonal, in mesh " << nameText(report.pairs[report.worst].name);
         out << "\nnormals: largest angle " << shortNumber(report.maxAngle, 3) << " degrees\n";
-        const auto nearest = std::count_if(report.pairs.begin(), report.pairs.end(),
-                                           [](const ComparedPair& pair) { return !pair.byOrder; });
-        if (nearest != 0)
-            out << "compared by nearest vertices, not in order: " << nearest << " of " << report.pairs.size()
-                << '\n';
+        if (report.maxColor > 0)
+            out << "colours: largest difference " << shortNumber(report.maxColor) << '\n';
+        if (report.maxTexcoord > 0)
+            out << "texture coordinates: largest difference " << shortNumber(report.maxTexcoord) << '\n';
+        const auto bySurface = std::count_if(report.pairs.begin(), report.pairs.end(),
+                                             [](const auto& pair) { return pair.by == ComparedBy::SURFACE; });
+        if (bySurface != 0)
+            out << "measured from surface to surface: " << bySurface << " of " << report.pairs.size() << '\n';
     }
     printNames(out, "meshes only in A", report.missing);
     printNames(out, "meshes only in B", report.added);
@@ -103,10 +128,21 @@ void print(std::ostream& out, const CompareReport& report, bool listMeshes) {
     Table meshes({"mesh", "of A", "of B", "compared", "largest", "RMS", "degrees"});
     for (const auto& pair : report.pairs)
         meshes.add({pair.name.empty() ? "(no name)" : printable(pair.name), std::to_string(pair.meshesA),
-                    std::to_string(pair.meshesB), pair.byOrder ? "in order" : "nearest",
-                    shortNumber(pair.maxDistance), shortNumber(pair.rmsDistance),
-                    shortNumber(pair.maxAngle, 3)});
+                    std::to_string(pair.meshesB), comparedText(pair.by), shortNumber(pair.maxDistance),
+                    shortNumber(pair.rmsDistance), shortNumber(pair.maxAngle, 3)});
     meshes.print(out);
+}
+
+void printDifferences(std::ostream& out, const CompareReport& report) {
+    if (report.same()) {
+        out << "no differences beyond the limits\n";
+        return;
+    }
+    out << counted(report.differences.size(), "difference", "differences") << " beyond the limits:\n";
+    for (std::size_t i = 0; i < std::min(report.differences.size(), DIFFERENCES_SHOWN); ++i)
+        out << "  " << printable(describe(report.differences[i])) << '\n';
+    if (report.differences.size() > DIFFERENCES_SHOWN)
+        out << "  and " << report.differences.size() - DIFFERENCES_SHOWN << " more, which --json lists\n";
 }
 
 // ---- For programs ---------------------------------------------------------------------------------------
@@ -116,6 +152,8 @@ picojson::value toJson(const ComparedSide& side, const std::string& file) {
     object["file"] = jsonText(file);
     addCounts(object, side.counts);
     object["bounds"] = jsonBounds(side.bounds);
+    object["boundaryEdges"] = jsonCount(side.topology.boundaryEdges);
+    object["components"] = jsonCount(side.topology.components);
     return picojson::value(std::move(object));
 }
 
@@ -134,13 +172,30 @@ picojson::value toJson(const ComparedPair& pair) {
     return picojson::value(picojson::object{{"name", jsonText(pair.name)},
                                             {"meshesA", jsonCount(pair.meshesA)},
                                             {"meshesB", jsonCount(pair.meshesB)},
-                                            {"compared", picojson::value(pair.byOrder ? "order" : "nearest")},
+                                            {"compared", picojson::value(comparedText(pair.by))},
                                             {"maxDistance", jsonNumber(pair.maxDistance)},
                                             {"rmsDistance", jsonNumber(pair.rmsDistance)},
-                                            {"maxNormalDegrees", jsonNumber(pair.maxAngle)}});
+                                            {"maxNormalDegrees", jsonNumber(pair.maxAngle)},
+                                            {"maxColor", jsonNumber(pair.maxColor)},
+                                            {"maxTexcoord", jsonNumber(pair.maxTexcoord)}});
 }
 
-picojson::value toJson(const CompareReport& report, const DiffArguments& arguments, bool within) {
+picojson::value toJson(const Difference& difference) {
+    picojson::object object;
+    object["kind"] = jsonText(kindName(difference.kind));
+    object["mesh"] = jsonText(difference.mesh);
+    object["what"] = jsonText(difference.what);
+    object["amount"] = jsonNumber(difference.amount);
+    object["limit"] = jsonNumber(difference.limit);
+    object["count"] = jsonCount(difference.count);
+    object["place"] = picojson::value();
+    if (difference.place)
+        object["place"] = jsonList(*difference.place, [](double number) { return jsonNumber(number); });
+    object["text"] = jsonText(describe(difference));
+    return picojson::value(std::move(object));
+}
+
+picojson::value toJson(const CompareReport& report, const DiffArguments& arguments) {
     picojson::object object;
     object["a"] = toJson(report.a, arguments.a);
     object["b"] = toJson(report.b, arguments.b);
@@ -148,6 +203,8 @@ picojson::value toJson(const CompareReport& report, const DiffArguments& argumen
     object["maxDistance"] = jsonNumber(report.maxDistance);
     object["rmsDistance"] = jsonNumber(report.rmsDistance);
     object["maxNormalDegrees"] = jsonNumber(report.maxAngle);
+    object["maxColor"] = jsonNumber(report.maxColor);
+    object["maxTexcoord"] = jsonNumber(report.maxTexcoord);
     object["worstMesh"] =
         report.pairs.empty() ? picojson::value() : jsonText(report.pairs[report.worst].name);
     object["onlyA"] = jsonTexts(report.missing);
@@ -155,16 +212,42 @@ picojson::value toJson(const CompareReport& report, const DiffArguments& argumen
     object["attributes"] = toJson(report.attributes, "name");
     object["materials"] = toJson(report.materials, "value");
     object["metadata"] = toJson(report.metadata, "key");
-    object["withinMaxError"] = arguments.maxError ? picojson::value(within) : picojson::value();
+    object["same"] = picojson::value(report.same());
+    object["differences"] =
+        jsonList(report.differences, [](const Difference& difference) { return toJson(difference); });
+    const auto& maxError = arguments.limits.position;
+    object["withinMaxError"] = maxError
+                                   ? picojson::value(report.sameMeshes() && report.maxDistance <= *maxError)
+                                   : picojson::value();
     if (arguments.meshes)
         object["meshes"] = jsonList(report.pairs, [](const ComparedPair& pair) { return toJson(pair); });
     return picojson::value(std::move(object));
 }
 
+CompareLimits limitsOf(const DiffArguments& arguments) {
+    CompareLimits limits = arguments.limits;
+    for (const LimitOption& option : LIMIT_OPTIONS) {
+        const auto& limit = limits.*option.limit;
+        if (limit && !(*limit >= 0.0 && std::isfinite(*limit)))
+            throw Failure(STATUS_USAGE, "", std::string(option.name) + " must be a finite number, 0 or more",
+                          "It is the largest difference that is accepted.");
+    }
+    std::vector<std::string> names;
+    for (const DifferenceKind kind : allDifferenceKinds())
+        names.push_back(kindName(kind));
+    for (const std::string& name : arguments.ignored) {
+        const auto found = std::find(names.begin(), names.end(), name);
+        if (found == names.end())
+            throw Failure(STATUS_USAGE, "",
+                          "--ignore: \"" + printable(name) + "\" is nothing that is compared",
+                          "Choose from " + listed(names, names.size()) + '.');
+        limits.ignored.push_back(allDifferenceKinds()[static_cast<std::size_t>(found - names.begin())]);
+    }
+    return limits;
+}
+
 int runDiff(const DiffArguments& arguments, const Streams& streams) {
-    if (arguments.maxError && !(*arguments.maxError >= 0.0 && std::isfinite(*arguments.maxError)))
-        throw Failure(STATUS_USAGE, "", "--max-error must be a finite number, 0 or more",
-                      "It is a distance in the units of the files.");
+    const CompareLimits limits = limitsOf(arguments);
     Output output(streams);
     std::ostream& out = output.out;
     CompareReport report;
@@ -173,41 +256,40 @@ int runDiff(const DiffArguments& arguments, const Streams& streams) {
         const kel::convert::ProcessHooks hooks = signalHooks();
         const ComparableScene a = openComparable(arguments.a, hooks);
         const ComparableScene b = openComparable(arguments.b, hooks);
-        report = compare(a, b);
+        report = compare(a, b, limits);
     } catch (const std::bad_alloc&) {
         throw Failure(STATUS_INPUT, arguments.a, "comparing needs more memory than there is");
     }
-    const bool within =
-        !arguments.maxError || (report.sameMeshes() && report.maxDistance <= *arguments.maxError);
     if (arguments.json) {
-        out << toJson(report, arguments, within).serialize(true);
+        out << toJson(report, arguments).serialize(true);
     } else {
         print(out, report, arguments.meshes);
-        if (arguments.maxError)
-            out << (within                ? "within --max-error\n"
-                    : report.sameMeshes() ? "more than --max-error apart\n"
-                                          : "not within --max-error: meshes are missing on one side\n");
+        printDifferences(out, report);
     }
-    return within ? STATUS_OK : STATUS_FINDINGS;
+    return report.same() ? STATUS_OK : STATUS_FINDINGS;
 }
 
 } // namespace
 
 Action addDiff(CLI::App& app) {
     const auto arguments = std::make_shared<DiffArguments>();
-    CLI::App* verb = app.add_subcommand("diff", "Compare two files as geometry");
-    verb->add_option("A", arguments->a, "An SRC file, or a model in any format that Assimp reads")
+    CLI::App* verb = app.add_subcommand("diff", "Compare two files");
+    verb->add_option("A", arguments->a, "An SRC file, or a model in any format that convert reads")
         ->required();
     verb->add_option("B", arguments->b, "The same")->required();
-    verb->add_option("--max-error", arguments->maxError,
-                     "Status 1 when positions are farther apart than this, or meshes are missing")
-        ->option_text("DISTANCE");
+    for (const LimitOption& option : LIMIT_OPTIONS)
+        verb->add_option(option.name, arguments->limits.*option.limit, option.help)->option_text(option.unit);
+    verb->add_option("--ignore", arguments->ignored,
+                     "Kinds of differences that do not count, e.g. names,metadata")
+        ->delimiter(',')
+        ->option_text("KIND,...");
     addMeshes(*verb, arguments->meshes);
     addJson(*verb, arguments->json);
     verb->footer(R"(
-Tells what a conversion lost: counts, bounds, distances of positions, angles between normals, meshes, attributes,
-material values and metadata that are not on both sides. Values are decoded, and what was fitted into a preset's
-box is moved back. Without --max-error the status is 0 whatever differs.)");
+Tells what differs: surfaces, the way triangles face, which triangles there are, normals, colours, texture
+coordinates, other attributes, materials, metadata and names. Values are decoded, and what was fitted into a preset's
+box is moved back. A limit that is not given is what the encoding of the two files may lose: nothing for floats, a step
+for codes. The status is 1 when anything differs by more, else 0.)");
     return [arguments](const Streams& streams) { return runDiff(*arguments, streams); };
 }
 

@@ -8,15 +8,23 @@
 
 namespace kel::convert {
 
-double degreesBetween(const float* a, const float* b) {
+double degreesBetween(const std::array<double, 3>& a, const std::array<double, 3>& b) {
     double dot = 0, crossed = 0;
-    const auto at = [](const float* v, std::size_t c) { return static_cast<double>(v[c % 3]); };
     for (std::size_t c = 0; c < 3; ++c) {
-        dot += at(a, c) * at(b, c);
-        const double part = at(a, c + 1) * at(b, c + 2) - at(a, c + 2) * at(b, c + 1);
+        const std::size_t next = (c + 1) % 3, last = (c + 2) % 3;
+        dot += a[c] * b[c];
+        const double part = a[next] * b[last] - a[last] * b[next];
         crossed += part * part;
     }
     return std::atan2(std::sqrt(crossed), dot) * 180.0 / 3.14159265358979323846;
+}
+
+double degreesBetween(const float* a, const float* b) {
+    const auto wide = [](const float* v) {
+        return std::array<double, 3>{static_cast<double>(v[0]), static_cast<double>(v[1]),
+                                     static_cast<double>(v[2])};
+    };
+    return degreesBetween(wide(a), wide(b));
 }
 
 std::vector<std::pair<kel::src::format::MaterialParameterIndex, std::vector<double>>>
@@ -35,6 +43,17 @@ classicValues(const kel::material::Material* material) {
             {SHININESS, number(classic->getShininess())},
             {SPECULAR_COLOR, colour(classic->getSpecular())},
             {TRANSPARENCY, number(classic->getTransparency())}};
+}
+
+std::vector<std::string> textsOf(std::string_view json) {
+    std::vector<std::string> texts;
+    picojson::value list;
+    if (json.empty() || !picojson::parse(list, std::string(json)).empty() || !list.is<picojson::array>())
+        return texts;
+    for (const auto& entry : list.get<picojson::array>()) {
+        if (entry.is<std::string>()) texts.push_back(entry.get<std::string>());
+    }
+    return texts;
 }
 
 bool sameJson(std::string_view a, std::string_view b) {

@@ -5,6 +5,7 @@
 #include <kel/mesh/ForEachPrimitive.h>
 #include <kel/src/format/MaterialParameters.h>
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -30,10 +31,14 @@ constexpr std::uint64_t& primitivesIn(GeometryCounts& counts, kel::mesh::Primiti
 
 /// The angle between two vectors of three floats, in double.
 double degreesBetween(const float* a, const float* b);
+double degreesBetween(const std::array<double, 3>& a, const std::array<double, 3>& b);
 
 /// The parameters that writers give a classic material, and their values; none for another material, or null.
 std::vector<std::pair<kel::src::format::MaterialParameterIndex, std::vector<double>>>
 classicValues(const kel::material::Material* material);
+
+/// The strings of a JSON list; none of another text.
+std::vector<std::string> textsOf(std::string_view json);
 
 /// True for equal texts, and for two that mean the same.
 bool sameJson(std::string_view a, std::string_view b);

@@ -44,6 +44,16 @@ protected:
         return json;
     }
 
+    /// The kinds of the differences, each once, in order.
+    static std::vector<std::string> kinds(const picojson::value& report) {
+        std::vector<std::string> found;
+        for (const auto& difference : report.get("differences").get<picojson::array>()) {
+            const std::string kind = difference.get("kind").get<std::string>();
+            if (found.empty() || found.back() != kind) found.push_back(kind);
+        }
+        return found;
+    }
+
     static double number(const picojson::value& json, const char* key) { return json.get(key).get<double>(); }
 
     static std::vector<std::string> texts(const picojson::value& list) {
@@ -72,7 +82,7 @@ TEST_F(Diff, FileAndItselfAreEqual) {
 }
 
 TEST_F(Diff, MovedVertexIsMeasured) {
-    const auto report = diff(model("a.obj", square(0)), model("b.obj", square(0.03)), {"--meshes"});
+    const auto report = diff(model("a.obj", square(0)), model("b.obj", square(0.03)), {"--meshes"}, 1);
     EXPECT_NEAR(number(report, "maxDistance"), 0.03, 1e-6);
     // Two of six corners moved.
     EXPECT_NEAR(number(report, "rmsDistance"), 0.03 * std::sqrt(2.0 / 6), 1e-6);
@@ -81,9 +91,13 @@ TEST_F(Diff, MovedVertexIsMeasured) {
 
 TEST_F(Diff, MaxErrorDecidesTheStatus) {
     const std::string a = model("a.obj", square(0)), b = model("b.obj", square(0.03));
-    EXPECT_TRUE(diff(a, b, {"--max-error", "0.031"}, 0).get("withinMaxError").get<bool>());
-    EXPECT_FALSE(diff(a, b, {"--max-error", "0.029"}, 1).get("withinMaxError").get<bool>());
-    EXPECT_EQ(runCommand({"diff", a, b}).status, 0);
+    // The normals made for the moved vertex lean by a degree.
+    EXPECT_TRUE(
+        diff(a, b, {"--max-error", "0.031", "--max-normal", "2"}, 0).get("withinMaxError").get<bool>());
+    EXPECT_FALSE(
+        diff(a, b, {"--max-error", "0.029", "--max-normal", "2"}, 1).get("withinMaxError").get<bool>());
+    EXPECT_THAT(kinds(diff(a, b, {"--max-error", "0.031"}, 1)), ElementsAre("normals"));
+    EXPECT_EQ(runCommand({"diff", a, b}).status, 1);
     EXPECT_EQ(runCommand({"diff", a, b, "--max-error", "-1"}).status, 2);
 }
 
@@ -95,29 +109,31 @@ TEST_F(Diff, OtherOrderOfTrianglesAndCornersIsNoDifference) {
     }
 }
 
-TEST_F(Diff, OtherNumberOfTrianglesIsComparedByNearestVertices) {
+TEST_F(Diff, OtherNumberOfTrianglesIsMeasuredBySurfacesAndADifference) {
     // The second has one triangle more on the same corners.
     const auto report = diff(model("a.obj", square(0)),
-                             model("b.obj", square(0, "f 1 2 3\nf 1 3 4\nf 2 3 4\n")), {"--meshes"});
-    EXPECT_EQ(report.get("meshes").get(0).get("compared").get<std::string>(), "nearest");
+                             model("b.obj", square(0, "f 1 2 3\nf 1 3 4\nf 2 3 4\n")), {"--meshes"}, 1);
+    EXPECT_EQ(report.get("meshes").get(0).get("compared").get<std::string>(), "surface");
+    EXPECT_THAT(kinds(report), ElementsAre("topology"));
     EXPECT_EQ(number(report, "maxDistance"), 0);
     EXPECT_EQ(number(report.get("a"), "triangles"), 2);
     EXPECT_EQ(number(report.get("b"), "triangles"), 3);
 }
 
-TEST_F(Diff, VertexThatOneSideLacksIsAsFarAsItsNearestNeighbour) {
-    // Without the second triangle the corner (0, 2) is missing; the nearest ones are 2 units away.
+TEST_F(Diff, VertexThatOneSideLacksIsAsFarAsTheOtherSurface) {
+    // Without the second triangle the corner (0, 2) is missing; the diagonal is the square root of 2 away.
     for (const bool swapped : {false, true}) {
         std::string a = model("a.obj", square(0)), b = model("b.obj", square(0, "f 1 2 3\n"));
         if (swapped) std::swap(a, b);
-        EXPECT_NEAR(number(diff(a, b), "maxDistance"), 2, 1e-6);
+        EXPECT_NEAR(number(diff(a, b, {}, 1), "maxDistance"), std::sqrt(2.0), 1e-6);
     }
 }
 
 TEST_F(Diff, NormalsAreComparedAsAngles) {
     std::string tilted = PLATE_OBJ;
     tilted.replace(tilted.find("vn 0 0 1"), 8, "vn 0 1 1");
-    const auto report = diff(model("a.obj", PLATE_OBJ), model("b.obj", tilted));
+    const auto report = diff(model("a.obj", PLATE_OBJ), model("b.obj", tilted), {}, 1);
+    EXPECT_THAT(kinds(report), ElementsAre("normals"));
     EXPECT_NEAR(number(report, "maxNormalDegrees"), 45, 1e-4);
     EXPECT_EQ(number(report, "maxDistance"), 0);
 }
@@ -136,7 +152,7 @@ TEST_F(Diff, ModelAndItsQuantizedFileAreAStepApart) {
 TEST_F(Diff, MeshesBelongTogetherByName) {
     const std::string a = model("a.gltf", gltf({{"x"}, {"y", false, false, false, 50.0f}}));
     const std::string b = model("b.gltf", gltf({{"y", false, false, false, 50.0f}, {"x"}}));
-    EXPECT_EQ(number(diff(a, b, {"--max-error", "0"}), "maxDistance"), 0);
+    EXPECT_EQ(number(diff(a, b, {"--max-error", "0", "--ignore=metadata"}), "maxDistance"), 0);
 }
 
 TEST_F(Diff, MissingMeshesAreNamed) {
@@ -151,15 +167,18 @@ TEST_F(Diff, MissingMeshesAreNamed) {
 TEST_F(Diff, RenamedMeshesArePairedInOrder) {
     const std::string a = model("a.gltf", gltf({{"x"}, {"y", false, false, false, 50.0f}}));
     const std::string b = model("b.gltf", gltf({{"p"}, {"q", false, false, false, 50.0f}}));
-    const auto report = diff(a, b, {"--max-error", "0"});
+    const auto report = diff(a, b, {"--max-error", "0"}, 1);
     EXPECT_EQ(number(report, "compared"), 2);
+    EXPECT_THAT(kinds(report), ElementsAre("names"));
+    EXPECT_EQ(number(diff(a, b, {"--ignore=names"}), "maxDistance"), 0);
 }
 
 TEST_F(Diff, MeshAndItsPartsAreComparedAsOne) {
     const std::string a = model("a.gltf", gltf({{"x"}, {"x", false, false, false, 50.0f}}));
     const std::string b =
         model("b.obj", "o x\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 50 0 0\nv 51 0 0\nv 50 1 0\nf 1 2 3\nf 4 5 6\n");
-    const auto report = diff(a, b, {"--meshes"});
+    const auto report = diff(a, b, {"--meshes", "--ignore=metadata"}, 1);
+    EXPECT_THAT(kinds(report), ElementsAre("meshes"));
     EXPECT_EQ(number(report, "maxDistance"), 0);
     EXPECT_EQ(number(report.get("meshes").get(0), "meshesA"), 2);
     EXPECT_EQ(number(report.get("meshes").get(0), "meshesB"), 1);
@@ -168,7 +187,7 @@ TEST_F(Diff, MeshAndItsPartsAreComparedAsOne) {
 TEST_F(Diff, AttributesThatOneSideLacksAreCounted) {
     const std::string a = model("a.gltf", gltf({{"x", true}, {"y", true}}));
     const std::string b = model("b.gltf", gltf({{"x"}, {"y"}}));
-    const auto attribute = diff(a, b).get("attributes").get(0);
+    const auto attribute = diff(a, b, {}, 1).get("attributes").get(0);
     EXPECT_EQ(attribute.get("name").get<std::string>(), "texcoord");
     EXPECT_EQ(number(attribute, "onlyA"), 2);
     EXPECT_EQ(number(attribute, "onlyB"), 0);
@@ -183,11 +202,11 @@ TEST_F(Diff, MaterialValuesThatDifferAreMeasured) {
     };
     const std::string a = model("a.gltf", gltf({{"x"}}, red("1")));
     const std::string b = model("b.gltf", gltf({{"x"}}, red("0.75")));
-    const auto materials = diff(a, b).get("materials").get<picojson::array>();
+    const auto materials = diff(a, b, {}, 1).get("materials").get<picojson::array>();
     ASSERT_EQ(materials.size(), 1u);
     EXPECT_EQ(materials[0].get("value").get<std::string>(), "diffuseColor");
     EXPECT_EQ(number(materials[0], "largest"), 0.25);
-    const auto none = diff(a, model("c.gltf", gltf({{"x"}}))).get("materials").get(0);
+    const auto none = diff(a, model("c.gltf", gltf({{"x"}})), {}, 1).get("materials").get(0);
     EXPECT_EQ(none.get("value").get<std::string>(), "");
     EXPECT_EQ(number(none, "onlyA"), 1);
 }
@@ -203,22 +222,52 @@ TEST_F(Diff, MetadataThatDifferAreNamed) {
     EXPECT_THAT(
         diff(a, writeFile(folder / "b.src", text("color", "[1,2]"))).get("metadata").get<picojson::array>(),
         IsEmpty());
-    const auto other = diff(a, writeFile(folder / "c.src", text("color", "3"))).get("metadata").get(0);
+    const auto other = diff(a, writeFile(folder / "c.src", text("color", "3")), {}, 1).get("metadata").get(0);
     EXPECT_EQ(other.get("key").get<std::string>(), "color");
     EXPECT_EQ(number(other, "differ"), 1);
-    EXPECT_EQ(
-        diff(a, writeFile(folder / "d.src", text("size", "3"))).get("metadata").get<picojson::array>().size(),
-        2u);
+    EXPECT_EQ(diff(a, writeFile(folder / "d.src", text("size", "3")), {}, 1)
+                  .get("metadata")
+                  .get<picojson::array>()
+                  .size(),
+              2u);
 }
 
 TEST_F(Diff, BoundsAndCountsOfBothSidesAreShown) {
     const CommandResult result =
         runCommand({"diff", model("a.obj", square(0)), model("b.obj", square(0.5, "f 1 2 3\n"))});
-    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, IsEmpty());
-    EXPECT_THAT(result.out, HasSubstr("triangles  2  1\n"));
+    EXPECT_THAT(result.out, HasSubstr("triangles       2  1\n"));
+    EXPECT_THAT(result.out, HasSubstr("boundary edges  4  3\n"));
+    EXPECT_THAT(result.out, HasSubstr("components      1  1\n"));
     EXPECT_THAT(result.out, HasSubstr("bounds of A: 0, 0, 0 to 2, 2, 0\n"));
     EXPECT_THAT(result.out, HasSubstr("bounds of B: 0, 0, 0 to 2, 2, 0.5\n"));
+}
+
+TEST_F(Diff, ADifferenceNamesMeshKindAmountAndPlace) {
+    const CommandResult result = runCommand({"diff", model("a.obj", square(0)), model("b.obj", square(0.5)),
+                                             "--max-error=0.25", "--max-normal=90"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.out,
+                HasSubstr("1 difference beyond the limits:\n  mesh \"plate\": positions: positions off by "
+                          "0.5, more than 0.25, at 2 places, worst at (2, 2, 0)\n"));
+}
+
+TEST_F(Diff, LimitsDecideByKind) {
+    const std::string a = model("a.gltf", gltf({{"x", true, true}}));
+    std::string text = gltf({{"x", true, true, false, 0.125f}});
+    const std::string b = model("b.gltf", text);
+    // Positions and texture coordinates are moved by an eighth.
+    EXPECT_THAT(kinds(diff(a, b, {}, 1)), ElementsAre("positions", "texcoords"));
+    EXPECT_THAT(kinds(diff(a, b, {"--max-error=0.125"}, 1)), ElementsAre("texcoords"));
+    EXPECT_THAT(kinds(diff(a, b, {"--max-error=0.125", "--max-texcoord=0.125"}, 0)), IsEmpty());
+    EXPECT_THAT(kinds(diff(a, b, {"--ignore=positions,texcoords"}, 0)), IsEmpty());
+}
+
+TEST_F(Diff, LimitsThatMakeNoSenseAreRefused) {
+    const std::string a = model("a.obj", square(0));
+    for (const char* option : {"--max-normal=-1", "--max-color=nan", "--max-texcoord=inf", "--ignore=colour"})
+        EXPECT_EQ(runCommand({"diff", a, a, option}).status, 2) << option;
 }
 
 TEST_F(Diff, FileThatCannotBeReadIsStatus3) {
