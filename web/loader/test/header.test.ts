@@ -61,6 +61,7 @@ function said(header: SrcHeader) {
   });
   return {
     metadata: header.metadata,
+    origin: header.origin,
     dataOffset: header.dataOffset,
     dataBytes: header.dataBytes,
     totalBytes: header.totalBytes,
@@ -90,6 +91,7 @@ function said(header: SrcHeader) {
       material: mesh.material?.id ?? null,
       attributes: mesh.attributes.map((a) => ({ name: a.name, fit: a.fit, view: view(a.view) })),
       bounds: mesh.bounds,
+      origin: mesh.origin,
       metadata: mesh.metadata,
     })),
   };
@@ -228,6 +230,13 @@ describe('written in other ways, a header is read alike:', () => {
     ['a fit', 'read', meta({ fit: { position: { offset: [1, 2, 3], scale: [4, 5, 6] } } })],
     ['a fit of too few numbers', 'read', meta({ fit: { position: { offset: [1, 2], scale: [4, 5] } } })],
     ['a fit that is none', 'read', meta({ fit: [] })],
+    ['an origin', 'read', meta({ origin: [500123.25, 5400321.5, -0.5] })],
+    ['an origin after another', 'read', meta({ origin: [1, 2, 3] }).replace('"origin":', '"origin":[4,5,6],"origin":')],
+    ['an origin, and then none', 'read', meta({ origin: 7 }).replace('"origin":', '"origin":[4,5,6],"origin":')],
+    ['an origin with escapes in its key', 'read', meta({ origin: [1, 2, 3] }).replace('"origin"', '"or\\u0069gin"')],
+    ['an origin that is no finite number', 'read', meta({ origin: [1, 2, 3] }).replace('[1,2,3]', '[1,2,1e999]')],
+    ['an origin of two numbers', 'read', meta({ origin: [1, 2] })],
+    ['an origin that is none', 'read', meta({ origin: { 0: 1, 1: 2, 2: 3, length: 3 } })],
     ['a material that does not exist', 'read', text((h) => (h.meshes.m.material = 'nobody'))],
     ['no indices', 'read', text((h) => (h.meshes.m.indices = ''))],
     ['a view of no chunks', 'refused', text((h) => (h.bufferViews.indices.chunks = []))],

@@ -95,6 +95,14 @@ test("the README's stream works", async () => {
   expect(shown).toEqual([5, ['mesh0', 'mesh1', 'mesh2', 'mesh3', 'mesh4']]);
 });
 
+test("the README's world of its own works", async () => {
+  const place = await runServed(`
+    import { betweenOrigins, SRCLoader } from 'kelsrc-loader';
+    ${snippet('Large coordinates')}
+    console.log(JSON.stringify(model.scene.position.toArray()));`);
+  expect(place).toEqual([-500000, -5400000, 0]); // of a file without an origin
+});
+
 test('the types are found by a strict compiler', () => {
   writeFileSync(join(folder, 'package.json'), '{ "type": "module" }');
   writeFileSync(

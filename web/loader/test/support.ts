@@ -1,7 +1,14 @@
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { PROJECT } from '../../support/paths.js';
-import { SrcAssembler, SrcError, type JsonObject, type MeshArrays, type SrcHeader } from '../src/core/index.js';
+import {
+  SrcAssembler,
+  SrcError,
+  type JsonObject,
+  type JsonValue,
+  type MeshArrays,
+  type SrcHeader,
+} from '../src/core/index.js';
 
 /** The files that write_web_fixtures writes; web/test.sh says where. */
 const FIXTURES = process.env.KELSRC_WEB_FIXTURES ?? join(PROJECT, 'build/web/fixtures');
@@ -30,6 +37,16 @@ export function srcOf(header: unknown, data: Uint8Array | number[] = []): Uint8A
   bytes.set(text, 12);
   bytes.set(data, 12 + text.length);
   return bytes;
+}
+
+/** The same file, whose meshes' metadata says these origins; `originOf` is given their IDs. */
+export function withOrigins(bytes: Uint8Array, originOf: (id: string) => unknown): Uint8Array<ArrayBuffer> {
+  const length = new DataView(bytes.buffer, bytes.byteOffset).getUint32(8, true);
+  const header = JSON.parse(new TextDecoder().decode(bytes.subarray(12, 12 + length)));
+  for (const [id, mesh] of Object.entries<JsonObject>(header.meshes)) {
+    mesh.meta = { ...(mesh.meta as JsonObject), origin: originOf(id) as JsonValue };
+  }
+  return srcOf(header, bytes.subarray(12 + length));
 }
 
 /** A triangle of three 16-bit positions and three 16-bit indices: 18 + 6 bytes of data. */

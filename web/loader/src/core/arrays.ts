@@ -35,7 +35,8 @@ export interface SrcBytes {
 
 /**
  * One attribute as it stands in the file: component c of element i is array[i * stride + c]. What the numbers mean
- * is said by `view` and `fit`; decodeAttribute applies both.
+ * is said by `view` and `fit`; decodeAttribute applies both. Positions are then about the mesh's origin, which floats
+ * have too few digits for.
  */
 export interface AttributeArray {
   name: string;

@@ -74,7 +74,7 @@ export function* compact(table: HeaderTable): Generator<void, void> {
       if (lists[row]! > 0) lists[row] = pieces.copyOnce(lists[row]!, pieces.upTo(lists[row]!, CLOSE_LIST));
     }
   }
-  const { metadataAt, metadataEnd, titleAt, titleEnd, fitAt, fitEnd, valuesAt, valuesEnd } = table;
+  const { metadataAt, metadataEnd, titleAt, titleEnd, fitAt, fitEnd } = table;
   for (let row = 0; row < metadataAt.length; ++row) {
     if (row % ROWS_PER_STEP === ROWS_PER_STEP - 1) yield;
     const from = metadataAt[row]!;
@@ -88,10 +88,16 @@ export function* compact(table: HeaderTable): Generator<void, void> {
     if (fitAt[row]! > 0) fitAt[row]! += shift;
     fitEnd[row]! += shift;
   }
-  for (let place = 0; place < valuesAt.length; ++place) {
-    const at = pieces.copy(valuesAt[place]!, valuesEnd[place]!);
-    valuesEnd[place]! += at - valuesAt[place]!;
-    valuesAt[place] = at;
+  for (const [starts, ends] of [
+    [table.valuesAt, table.valuesEnd],
+    [table.originsAt, table.originsEnd],
+  ] as const) {
+    for (let place = 0; place < starts.length; ++place) {
+      if (place % ROWS_PER_STEP === ROWS_PER_STEP - 1) yield;
+      const at = pieces.copy(starts[place]!, ends[place]!);
+      ends[place]! += at - starts[place]!;
+      starts[place] = at;
+    }
   }
   for (const range of [table.metadata, table.techniques]) {
     if (range[0] === 0) continue;

@@ -1,5 +1,6 @@
 import type { HeaderTable } from './table.js';
 import { fitOf } from './headerTree.js';
+import { commonOrigin, originFrom } from './origin.js';
 import {
   componentSize,
   isCombined,
@@ -15,6 +16,7 @@ import {
   type SrcIndexView,
   type SrcMaterial,
   type SrcMesh,
+  type SrcOrigin,
   type SrcTechnique,
 } from './model.js';
 
@@ -231,6 +233,9 @@ export class TableMesh implements SrcMesh {
       size: text.numbers(sizeAt[this.row]!) as [number, number, number],
     };
   }
+  get origin(): SrcOrigin | null {
+    return this.header.originAt(this.header.table.meshOrigin[this.row]!);
+  }
   get metadata(): JsonValue {
     if (this.ownMetadata !== undefined) return this.ownMetadata;
     const { text, metadataAt, metadataEnd } = this.header.table;
@@ -288,6 +293,8 @@ export class TableHeader implements SrcHeader {
   private readonly attributeViews: SrcAttributeView[] = [];
   private readonly materialsByRow: SrcMaterial[] = [];
   private readonly values: JsonObject[] = [];
+  private readonly origins: (SrcOrigin | null)[] = [];
+  private ownOrigin: SrcOrigin | null | undefined = undefined;
   private allMaterials: Map<string, SrcMaterial> | null = null;
   private allTechniques: Map<string, SrcTechnique> | null = null;
   private ownMetadata: JsonValue | undefined = undefined;
@@ -310,6 +317,10 @@ export class TableHeader implements SrcHeader {
   get metadata(): JsonValue {
     const [from, to] = this.table.metadata;
     return (this.ownMetadata ??= from === 0 ? null : this.table.text.value<JsonValue>(from, to));
+  }
+  get origin(): SrcOrigin | null {
+    if (this.ownOrigin === undefined) this.ownOrigin = commonOrigin(this.meshes);
+    return this.ownOrigin;
   }
   get chunks(): SrcChunk[] {
     return (this.allChunks ??= Array.from(this.table.chunkId, (_, row) => new TableChunk(this.table, row)));
@@ -349,6 +360,14 @@ export class TableHeader implements SrcHeader {
   }
   materialAt(row: number): SrcMaterial {
     return (this.materialsByRow[row] ??= new TableMaterial(this, row));
+  }
+  /** Origins that are written alike are one object. */
+  originAt(place: number): SrcOrigin | null {
+    if (place < 0) return null;
+    const { text, originsAt, originsEnd } = this.table;
+    let origin = this.origins[place];
+    if (origin === undefined) origin = originFrom(text.value(originsAt[place]!, originsEnd[place]!));
+    return (this.origins[place] = origin);
   }
   /** The values of materials that are written alike are one object. */
   valuesOf(place: number): JsonObject {

@@ -27,6 +27,7 @@ import {
   type SrcMesh,
   type SrcTechnique,
 } from './model.js';
+import { commonOrigin, originFrom } from './origin.js';
 import { SrcError } from './SrcError.js';
 
 type Path = readonly string[];
@@ -331,6 +332,7 @@ export function readTree(text: Uint8Array, textOffset: number, limits: ReadLimit
       material: null,
       attributes: [],
       bounds,
+      origin: originFrom(isObject(metadata) ? metadata.origin : undefined),
       metadata,
     };
     return { mesh, attributes, indices, material };
@@ -436,6 +438,7 @@ export function readTree(text: Uint8Array, textOffset: number, limits: ReadLimit
   return {
     metadata,
     meshes: ordered,
+    origin: commonOrigin(ordered),
     materials,
     techniques,
     chunks: allChunks,

@@ -3,6 +3,7 @@ export { SrcError, type SrcErrorPlace } from './SrcError.js';
 export { DEFAULT_LIMITS, type ReadLimits } from './limits.js';
 export * from './model.js';
 export { boundsOf } from './bounds.js';
+export { betweenOrigins } from './origin.js';
 export {
   decodeAttribute,
   decodeCombinedNormals,

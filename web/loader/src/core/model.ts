@@ -110,6 +110,9 @@ export interface SrcBounds {
   size: [number, number, number];
 }
 
+/** Where the zero of positions lies in the model: true position = value + origin, in doubles. */
+export type SrcOrigin = readonly [x: number, y: number, z: number];
+
 export interface SrcMesh {
   id: string;
   /** Place in SrcHeader.meshes. */
@@ -128,8 +131,10 @@ export interface SrcMesh {
    * mesh's view for an attribute that it lacks: those are left out.
    */
   attributes: SrcAttribute[];
-  /** Of the decoded positions, before "fit" is undone. */
+  /** Of the decoded positions, before "fit" is undone and the origin added; boundsOf does both. */
   bounds: SrcBounds | null;
+  /** What is added to positions last, when they are decoded and "fit" is undone; null for nothing. */
+  origin: SrcOrigin | null;
   /** Verbatim; an object in good files, null when there is none. */
   metadata: JsonValue;
 }
@@ -139,6 +144,8 @@ export interface SrcHeader {
   metadata: JsonValue;
   /** In the order in which they were written when IDs are numbered, else in the order of the header. */
   meshes: SrcMesh[];
+  /** The origin that meshes share as a rule: of the first one that has any; null when none has. */
+  origin: SrcOrigin | null;
   materials: Map<string, SrcMaterial>;
   techniques: Map<string, SrcTechnique>;
   chunks: SrcChunk[];

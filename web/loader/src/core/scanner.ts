@@ -111,6 +111,10 @@ export class Scanner {
     return this.next() === QUOTE;
   }
 
+  get atList(): boolean {
+    return this.next() === OPEN_LIST;
+  }
+
   get atNumber(): boolean {
     const c = this.next();
     return c === MINUS || (c >= 0x30 && c <= 0x39);

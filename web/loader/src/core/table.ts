@@ -48,6 +48,10 @@ export interface HeaderTable {
   titleEnd: Int32Array;
   fitAt: Int32Array;
   fitEnd: Int32Array;
+  /** Of the metadata's "origin", when it is a list: a place in originsAt, the same for equal texts; else -1. */
+  meshOrigin: Int32Array;
+  originsAt: Int32Array;
+  originsEnd: Int32Array;
   /**
    * The own attributes of the mesh with index i, from ownFirst[i] to ownFirst[i + 1]: places in
    * semanticNames, and view rows. */

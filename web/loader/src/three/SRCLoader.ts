@@ -12,6 +12,7 @@ import type { MeshArrays } from '../core/arrays.js';
 import { arrivals, fetchMeshes, type FetchOptions } from '../core/fetch.js';
 import type { ReadLimits } from '../core/limits.js';
 import { POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
+import { betweenOrigins } from '../core/origin.js';
 import { Slices } from '../core/slices.js';
 import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
@@ -20,9 +21,19 @@ import { geometryOf, isTriangles } from './geometry.js';
 import { DEFAULT_MATERIAL_OPTIONS, MaterialTable, type MaterialOptions } from './materials.js';
 import { objectOf } from './objects.js';
 
+export interface ModelOptions extends MaterialOptions {
+  /** Draw all triangle meshes of one material at once. */
+  batch: boolean;
+  /** Whether the scene stands at the file's origin; true if not said. */
+  applyOrigin?: boolean;
+}
+
 /** A loaded file. */
 export class SRCModel {
-  /** All objects; its userData.metadata are the document's. */
+  /**
+   * All objects; its userData.metadata are the document's. It stands at the file's origin, userData.origin, so that
+   * matrices, which JavaScript keeps in doubles, hold what is large, and what is drawn in floats stays small.
+   */
   readonly scene = new Group();
   /** The objects of meshes by their IDs. Meshes that are drawn in a batch are not among them. */
   readonly objects = new Map<string, Object3D>();
@@ -33,11 +44,13 @@ export class SRCModel {
 
   constructor(
     readonly header: SrcHeader,
-    options: MaterialOptions & { batch: boolean },
+    options: ModelOptions,
   ) {
     this.materials = new MaterialTable(options);
     this.batcher = options.batch ? new Batcher(this.materials, this.constants) : null;
-    this.scene.userData = { metadata: header.metadata };
+    const { origin } = header;
+    this.scene.userData = { metadata: header.metadata, ...(origin && { origin }) };
+    if (origin && options.applyOrigin !== false) this.scene.position.fromArray(origin);
   }
 
   /** Makes a mesh's object, or keeps it for its batch, which gives null. */
@@ -45,15 +58,16 @@ export class SRCModel {
     const { mesh } = arrays;
     const source = geometryOf(arrays, this.constants);
     const triangles = isTriangles(mesh);
+    const shift = betweenOrigins(this.header.origin, mesh.origin);
     if (this.batcher && source && triangles) {
-      this.batcher.add(mesh, source);
+      this.batcher.add(mesh, source, shift);
       return null;
     }
     const draw = triangles ? 'triangles' : mesh.drawnAs === POINTS ? 'points' : 'lines';
     const material =
       source &&
       this.materials.for(mesh, draw, source.kind, source.hasColors, triangles && !source.hasNormals);
-    const object = objectOf(mesh, source, material);
+    const object = objectOf(mesh, source, material, shift);
     this.objects.set(mesh.id, object);
     this.scene.add(object);
     return object;
@@ -145,6 +159,8 @@ export class SRCLoader extends Loader<SRCModel> {
   batch = false;
   side: Side = DEFAULT_MATERIAL_OPTIONS.side;
   colorSpace: string = DEFAULT_MATERIAL_OPTIONS.colorSpace;
+  /** Whether models stand at their files' origins; if not, where they stand is up to the caller. */
+  applyOrigin = true;
   /** What a file may ask for. */
   limits: Partial<ReadLimits> = {};
 
@@ -156,6 +172,11 @@ export class SRCLoader extends Loader<SRCModel> {
 
   setBatch(batch: boolean): this {
     this.batch = batch;
+    return this;
+  }
+
+  setApplyOrigin(applyOrigin: boolean): this {
+    this.applyOrigin = applyOrigin;
     return this;
   }
 
@@ -301,7 +322,8 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   private modelOf(header: SrcHeader): SRCModel {
-    return new SRCModel(header, { side: this.side, colorSpace: this.colorSpace, batch: this.batch });
+    const { side, colorSpace, batch, applyOrigin } = this;
+    return new SRCModel(header, { side, colorSpace, batch, applyOrigin });
   }
 
   /** What can end a load: the caller, abort(), and the manager's abort() where three.js has it. */

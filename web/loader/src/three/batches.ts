@@ -44,6 +44,8 @@ interface Column {
 
 /** Meshes that agree in all that cannot differ within a batch. */
 interface Group {
+  /** From the file's origin to the meshes' own. */
+  shift: readonly [number, number, number];
   entries: Entry[];
   vertices: number;
   columns: Column[];
@@ -98,12 +100,13 @@ export class Batcher {
     private readonly constants: DecodeConstants,
   ) {}
 
-  add(mesh: SrcMesh, source: SrcGeometry): void {
+  /** `shift` leads from the file's origin to the mesh's own. The GPU keeps matrices in floats, so a batch has one. */
+  add(mesh: SrcMesh, source: SrcGeometry, shift: readonly [number, number, number]): void {
     const { geometry, decoding } = source;
     const { index } = geometry;
     const names: string[] = [];
     for (const name in geometry.attributes) if (!name.startsWith('src')) names.push(name);
-    let key = `${this.materials.numberOf(mesh)} ${index !== null} ${source.kind}`;
+    let key = `${this.materials.numberOf(mesh)} ${index !== null} ${source.kind} ${shift.join(' ')}`;
     if (decoding.normal) key += ` ${decoding.normal.scale} ${decoding.normal.offset}`;
     if (decoding.color) key += ` ${decoding.color.scale} ${decoding.color.offset}`;
     for (const name of names.sort()) key += ` ${name} ${signature(geometry, name)}`;
@@ -111,6 +114,7 @@ export class Batcher {
     let group = this.groups.get(key);
     if (!group) {
       group = {
+        shift,
         entries: [],
         vertices: 0,
         columns: names.map((name) => columnFor(geometry, name)),
@@ -195,6 +199,7 @@ export class Batcher {
     batch.computeBoundingBox();
     yield null;
     batch.computeBoundingSphere();
+    batch.position.fromArray(group.shift);
     batch.name = material.name;
     const data: BatchData = { meshes: entries.map((entry) => entry.mesh) };
     batch.userData = { material: first.material?.id ?? '', batch: data };

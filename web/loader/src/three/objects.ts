@@ -16,7 +16,7 @@ import {
   type Raycaster,
 } from 'three';
 import { titleOf } from '../core/handles.js';
-import type { JsonValue, SrcMesh } from '../core/model.js';
+import type { JsonValue, SrcMesh, SrcOrigin } from '../core/model.js';
 import { LINE_LOOP, LINE_STRIP, LINES, POINTS } from '../core/model.js';
 import type { SrcGeometry } from './geometry.js';
 
@@ -165,8 +165,16 @@ function raycastLines(this: Line, raycaster: Raycaster, intersects: Intersection
   if (this instanceof LineLoop && end - start > 1) test(end - 1, start);
 }
 
-/** What a mesh is in three.js. Without a geometry it is an object that shows nothing. */
-export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Material | null): Object3D {
+/**
+ * What a mesh is in three.js. Without a geometry it is an object that shows nothing. `shift` leads from the file's
+ * origin to the mesh's own.
+ */
+export function objectOf(
+  mesh: SrcMesh,
+  source: SrcGeometry | null,
+  material: Material | null,
+  shift: readonly [number, number, number],
+): Object3D {
   let object: Object3D;
   if (!source || !material) {
     object = new Object3D();
@@ -188,7 +196,7 @@ export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Ma
       default: {
         const made = new SRCMesh(geometry, material);
         made.decodeScale = source.scale;
-        made.position.copy(source.offset);
+        made.position.fromArray(shift).add(source.offset);
         made.scale.copy(source.scale);
         made.describedBy(mesh);
         return made;
@@ -196,7 +204,7 @@ export function objectOf(mesh: SrcMesh, source: SrcGeometry | null, material: Ma
     }
     if (object instanceof Points) object.raycast = raycastPoints;
     if (object instanceof Line) object.raycast = raycastLines;
-    object.position.copy(source.offset);
+    object.position.fromArray(shift).add(source.offset);
     object.scale.copy(source.scale);
   }
   describe(object, mesh);
@@ -208,9 +216,10 @@ function nameOf(mesh: SrcMesh): string {
   return titleOf(mesh) || mesh.id;
 }
 
-/** ID and metadata, verbatim. */
-function dataOf(mesh: SrcMesh): { id: string; metadata: JsonValue; material: string } {
-  return { id: mesh.id, metadata: mesh.metadata, material: mesh.material?.id ?? '' };
+/** ID and metadata, verbatim, and the origin if there is one. */
+function dataOf(mesh: SrcMesh): { id: string; metadata: JsonValue; material: string; origin?: SrcOrigin } {
+  const { id, metadata, origin } = mesh;
+  return { id, metadata, material: mesh.material?.id ?? '', ...(origin && { origin }) };
 }
 
 function describe(object: Object3D, mesh: SrcMesh): void {

@@ -50,8 +50,16 @@ function stage(content: THREE.Object3D, look: Look) {
   return { scene, camera };
 }
 
-function draw(content: THREE.Object3D, look: Look): Uint8Array {
+/** Draws content that stands at a place, with camera and lights moved there. */
+function draw(content: THREE.Object3D, look: Look, at = new THREE.Vector3()): Uint8Array {
   const { scene, camera } = stage(content, look);
+  for (const object of [camera, ...scene.children]) {
+    // The position of a sky's light is a direction.
+    if (object !== content && !(object instanceof THREE.HemisphereLight)) object.position.add(at);
+    if (!(object instanceof THREE.DirectionalLight)) continue;
+    object.target.position.add(at);
+    object.target.updateMatrixWorld();
+  }
   renderer.render(scene, camera);
   const pixels = new Uint8Array(WIDTH * HEIGHT * 4);
   const gl = renderer.getContext();
@@ -210,6 +218,17 @@ async function batched(src: string) {
   return result;
 }
 
+/** A file about an origin, and the same without one. */
+async function compareOrigin(src: string, plain: string, batch: boolean) {
+  const [far, near] = [await new SRCLoader().setBatch(batch).loadAsync(src), await new SRCLoader().loadAsync(plain)];
+  const ours = draw(far.scene, 'lit', far.scene.position);
+  const picture = renderer.domElement.toDataURL();
+  const result = { ...difference(ours, draw(near.scene, 'lit')), picture, position: far.scene.position.toArray() };
+  far.dispose();
+  near.dispose();
+  return result;
+}
+
 /** Renders and disposes again and again, and tells what the renderer holds after each time. */
 async function cycles(src: string, count: number, batch: boolean) {
   const held: string[] = [];
@@ -305,6 +324,6 @@ async function objects(src: string) {
   return result;
 }
 
-const api = { compare, picture, pick, aim, batched, cycles, textured, stream, failure, abort, objects };
+const api = { compare, compareOrigin, picture, pick, aim, batched, cycles, textured, stream, failure, abort, objects };
 export type PageApi = typeof api;
 Object.assign(window, { kel: api });

@@ -8,7 +8,7 @@ import type { IndexViews } from './IndexViews.js';
 import type { Materials } from './Materials.js';
 
 const MESH = new Keys('attributes', 'bboxCenter', 'bboxSize', 'indices', 'material', 'meta', 'primitive');
-const METADATA = new Keys('fit', 'name', 'numOriginalLines', 'numOriginalPoints', 'numOriginalTriangles');
+const METADATA = new Keys('fit', 'name', 'numOriginalLines', 'numOriginalPoints', 'numOriginalTriangles', 'origin');
 
 /** Attributes of one mesh: each is compared with all before it. */
 const MAX_ATTRIBUTES = 64;
@@ -27,6 +27,7 @@ class Entry {
   titleEnd = 0;
   fit = 0;
   fitEnd = 0;
+  origin = -1;
   hasTriangles = false;
   hasPoints = false;
   hasLines = false;
@@ -49,6 +50,9 @@ export class Meshes {
   readonly titleEnd = new Integers();
   readonly fitAt = new Integers();
   readonly fitEnd = new Integers();
+  /** Of the different texts of "origin"; -1 for none. */
+  readonly origin = new Integers();
+  readonly originTexts: Names;
 
   /** The attributes of the mesh in row i are those from first[i] to first[i + 1]. */
   readonly first = new Integers();
@@ -66,6 +70,7 @@ export class Meshes {
   ) {
     this.ids = new Ids(scanner.text);
     this.semantics = new Names(scanner.text);
+    this.originTexts = new Names(scanner.text);
     this.first.push(0);
   }
 
@@ -143,7 +148,8 @@ export class Meshes {
     scanner.open();
     for (let nth = 0, key = -1; (key = scanner.key(METADATA, key + 1, nth)) !== END; ++nth) {
       const isNumber = scanner.atNumber,
-        isText = scanner.atText;
+        isText = scanner.atText,
+        isList = scanner.atList;
       const from = scanner.at;
       scanner.skip(4);
       if (key === 0) {
@@ -158,6 +164,8 @@ export class Meshes {
         entry.hasPoints = isNumber;
       } else if (key === 4) {
         entry.hasTriangles = true;
+      } else if (key === 5) {
+        entry.origin = isList ? this.originTexts.other(from, scanner.at) : -1;
       }
     }
   }
@@ -181,6 +189,7 @@ export class Meshes {
     this.titleEnd.push(entry.titleEnd);
     this.fitAt.push(entry.fit);
     this.fitEnd.push(entry.fitEnd);
+    this.origin.push(entry.origin);
     this.first.push(this.semantic.length);
   }
 }
