@@ -37,6 +37,7 @@ export interface FileState {
 
 export type StandardView = 'front' | 'back' | 'left' | 'right' | 'top' | 'bottom' | 'iso';
 
+/** In true coordinates, to which files' origins are added; of files in a row in those of the first. */
 export interface CameraState {
   position: [number, number, number];
   target: [number, number, number];
@@ -68,7 +69,7 @@ export const DEFAULT_DISPLAY: Display = {
   up: 'y',
 };
 
-/** In the coordinates of the files, not those of a row. */
+/** In true coordinates, whatever the arrangement of files. */
 export interface Measurement {
   from: [number, number, number];
   /** Null while only the first point has been chosen. */

@@ -13,6 +13,7 @@ import {
   type Material,
 } from 'three';
 import {
+  betweenOrigins,
   DEFAULT_MATERIAL_OPTIONS,
   LINES,
   MaterialTable,
@@ -24,6 +25,7 @@ import {
   type SrcHeader,
   type SrcMaterial,
   type SrcMesh,
+  type SrcOrigin,
 } from 'kelsrc-loader';
 import { Batch, type Amounts } from './batches.js';
 import { colorsFor, hasNormals, indicesFor, isColor, normalsFor, positionIn, positionsFor } from './batchData.js';
@@ -71,6 +73,11 @@ function boxOf(positions: ArrayLike<number>): Box3 {
   return box;
 }
 
+/** True for a mesh with this origin. */
+export function isAbout(mesh: SrcMesh, origin: SrcOrigin | null): boolean {
+  return betweenOrigins(origin, mesh.origin).every((difference) => difference === 0);
+}
+
 const point = new Vector3();
 const matrix = new Matrix4();
 const NO_ROTATION = new Quaternion();
@@ -96,6 +103,7 @@ export class Batcher {
       const kind = KINDS.get(mesh.drawnAs);
       const position = positionIn(mesh.attributes);
       if (!kind || !position || position.view.count === 0 || position.view.count > SMALL_MESH_VERTICES) continue;
+      if (!isAbout(mesh, header.origin)) continue;
       const indices = mesh.indices?.count ?? position.view.count;
       if (indices === 0 || indices > 6 * SMALL_MESH_VERTICES) continue;
       const colors = mesh.attributes.some(isColor);

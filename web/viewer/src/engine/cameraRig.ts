@@ -83,6 +83,16 @@ export class CameraRig {
     this.camera.updateMatrixWorld();
   }
 
+  /** Everything has another place in the scene, by so much, and looks as it did. */
+  moveWith(by: Vector3): void {
+    if (by.lengthSq() === 0) return;
+    const { camera, controls, seenPosition, seenTarget, animation } = this;
+    const places = [camera.position, controls.target, seenPosition, seenTarget];
+    if (animation) places.push(animation.from.target, animation.to.target);
+    for (const place of places) place.add(by);
+    camera.updateMatrixWorld();
+  }
+
   resize(width: number, height: number): void {
     this.camera.aspect = width / height;
     this.camera.updateProjectionMatrix();

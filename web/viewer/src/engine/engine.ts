@@ -168,10 +168,12 @@ export class ViewerEngine implements Engine {
 
   get camera(): CameraState {
     const { camera, target } = this.rig;
-    return { position: camera.position.toArray(), target: target.toArray(), up: camera.up.toArray() };
+    const told = (place: Vector3) => place.clone().add(this.world.origin).toArray();
+    return { position: told(camera.position), target: told(target), up: camera.up.toArray() };
   }
   setCamera({ position, target }: CameraState, animate = true): void {
-    this.rig.place(new Vector3(...position), new Vector3(...target), animate);
+    const inScene = (place: [number, number, number]) => new Vector3(...place).sub(this.world.origin);
+    this.rig.place(inScene(position), inScene(target), animate);
   }
   fit(meshes?: Iterable<MeshRef>): void {
     this.rig.placed = meshes !== undefined;
@@ -238,7 +240,9 @@ export class ViewerEngine implements Engine {
 
   private rearrange(): void {
     const { world, rig } = this;
+    const before = world.origin.clone();
     world.arrange(this.current.arrangement);
+    rig.moveWith(before.sub(world.origin));
     rig.setContent(world.bounds);
     if (!rig.placed) rig.fit(world.boundsOf(), this.wasEmpty ? 'iso' : null, false);
     this.wasEmpty = world.bounds.isEmpty();
@@ -276,17 +280,17 @@ export class ViewerEngine implements Engine {
   }
 
   private clicked(x: number, y: number): void {
-    const { canvas, rig, world, stage } = this;
+    const { canvas, rig, stage } = this;
     const target = aim(canvas, rig.camera, this.loads.list, stage.clip, x, y);
     if (!this.isMeasuring) {
       const mesh = target && { file: target.file.id, mesh: target.entry.mesh.index };
       this.select(mesh);
       this.events.emit('pick', mesh);
     } else if (target) {
-      const file = target.file.id;
+      const { shift, origin } = target.file.scene!;
       const apart = (a: Vector3, b: Vector3) =>
-        pixelsBetween(world.toScene(a, file), world.toScene(b, file), rig.camera, canvas);
-      this.ruler.add({ point: snapped(target, apart, SNAP), file });
+        pixelsBetween(a.clone().add(shift), b.clone().add(shift), rig.camera, canvas);
+      this.ruler.add({ point: snapped(target, apart, SNAP).add(origin), file: target.file.id });
       this.measured();
     }
   }

@@ -13,9 +13,9 @@ import {
   type ShaderMaterial,
 } from 'three';
 import { boundsOf, DEFAULT_MATERIAL_OPTIONS, SRCModel } from 'kelsrc-loader';
-import type { MeshArrays, SrcHeader, SrcMesh } from 'kelsrc-loader/core';
+import type { MeshArrays, SrcHeader, SrcMesh, SrcOrigin } from 'kelsrc-loader/core';
 import type { Batch } from './batches.js';
-import { Batcher } from './batcher.js';
+import { Batcher, isAbout } from './batcher.js';
 import { Boxes } from './boxes.js';
 import { TRIANGLE_LAYER } from './layers.js';
 import type { Draws, Looks, SurfaceLook } from './looks.js';
@@ -39,12 +39,14 @@ export interface Entry {
 /** Where floats this many times their mesh's size away from the origin have too few digits for the GPU. */
 const FAR = 256;
 
-/** What is drawn of a file, in its own coordinates less those of `center`. */
+/** What is drawn of a file. Its own coordinates are counted from its origin, so floats have digits enough for them. */
 export class FileScene {
   readonly group = new Group();
+  /** In true coordinates. */
+  readonly origin: Vector3;
   readonly entries: Entry[];
   readonly bounds = new Box3();
-  /** From file coordinates to those of the arrangement. */
+  /** From file coordinates to those of the scene. */
   readonly shift = new Vector3();
   loaded = 0;
   hidden = 0;
@@ -62,14 +64,20 @@ export class FileScene {
     private readonly looks: Looks,
     boxMaterial: ShaderMaterial,
   ) {
+    const { origin } = header;
+    this.origin = origin ? new Vector3(...origin) : new Vector3();
+    const near = new Box3();
     this.entries = header.meshes.map((mesh) => {
-      const box = boxOf(mesh);
+      const box = boxOf(mesh, origin);
       if (box) this.bounds.union(box);
+      if (box && isAbout(mesh, origin)) near.union(box);
       const nothing = { object: null, batch: null, instance: 0, surface: null };
       return { mesh, box, visible: true, loaded: false, ...nothing };
     });
-    const center = this.bounds.isEmpty() ? new Vector3() : this.bounds.getCenter(new Vector3());
-    this.model = new SRCModel(header, { ...DEFAULT_MATERIAL_OPTIONS, side: DoubleSide, batch: false });
+    // Meshes with another origin may lie anywhere.
+    const center = near.isEmpty() ? new Vector3() : near.getCenter(new Vector3());
+    const options = { ...DEFAULT_MATERIAL_OPTIONS, side: DoubleSide, batch: false, applyOrigin: false };
+    this.model = new SRCModel(header, options);
     this.group.add(this.model.scene);
     this.batcher = new Batcher(header, center, this.group, looks);
     this.boxes = new Boxes(header.meshes.length, center, boxMaterial, this.group);
@@ -180,9 +188,9 @@ function isFlat(material: Material): boolean {
   return (material as MeshPhongMaterial).flatShading === true;
 }
 
-/** The header's box of a mesh; null when it has none that makes sense. */
-function boxOf(mesh: SrcMesh): Box3 | null {
-  const bounds = boundsOf(mesh);
+/** The header's box of a mesh, in file coordinates; null when it has none that makes sense. */
+function boxOf(mesh: SrcMesh, origin: SrcOrigin | null): Box3 | null {
+  const bounds = boundsOf(mesh, origin);
   if (!bounds) return null;
   const box = new Box3(new Vector3(...bounds.min), new Vector3(...bounds.max));
   const { min, max } = box;
@@ -194,14 +202,14 @@ function moveNear(object: Mesh | Line | Points, box: Box3 | null): void {
   const { geometry } = object;
   const position = geometry.getAttribute('position');
   if (!box || !(position instanceof BufferAttribute) || position.itemSize !== 3) return;
-  if (!(position.array instanceof Float32Array) || object.position.lengthSq() > 0) return;
+  if (!(position.array instanceof Float32Array)) return;
   if (object.scale.x !== 1 || object.scale.y !== 1 || object.scale.z !== 1) return;
-  const center = box.getCenter(new Vector3());
+  const center = box.getCenter(new Vector3()).sub(object.position);
   const size = box.getSize(new Vector3()).length();
   if (center.length() < FAR * size) return;
   const from = center.toArray();
   geometry.setAttribute('position', new BufferAttribute(position.array.map((x, i) => x - from[i % 3]!), 3));
   geometry.boundingBox?.translate(center.clone().negate());
   geometry.boundingSphere?.translate(center.clone().negate());
-  object.position.copy(center);
+  object.position.add(center);
 }

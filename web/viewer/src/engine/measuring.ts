@@ -18,7 +18,7 @@ import type { World } from './world.js';
 
 /** An end of a measurement. */
 interface End {
-  /** In file coordinates. */
+  /** In true coordinates. */
   point: Vector3;
   /** The file that it lies on; null when nobody knows. */
   file: number | null;

@@ -6,10 +6,18 @@ import type { Entry, FileScene } from './fileScene.js';
 /** Between files in a row, of their longest side. */
 const GAP = 0.15;
 
-/** Where files stand: a file's coordinates and its shift give those of the scene. */
+/**
+ * Where files stand. Their true coordinates may be large, a map's for example; those of the scene are counted from the
+ * first file's origin, so that cameras, planes and what is drawn have digits to spare. A file's own, which are counted
+ * from its origin, and its shift give those of the scene.
+ */
 export class World {
+  /** Where the scene's zero lies in true coordinates. It stays where it is while any file is shown. */
+  readonly origin = new Vector3();
   /** Of all files, in the scene. */
   readonly bounds = new Box3();
+
+  private isUsed = false;
 
   constructor(
     private readonly files: Files,
@@ -31,8 +39,14 @@ export class World {
   /** Puts all files where they belong. */
   arrange(arrangement: Display['arrangement']): void {
     const { scenes, bounds: all } = this;
+    const [first] = scenes;
+    if (first && !this.isUsed) this.origin.copy(first.origin);
+    this.isUsed = first !== undefined;
+    for (const { shift, origin } of scenes) {
+      shift.copy(origin).sub(this.origin);
+      if (!Number.isFinite(shift.x + shift.y + shift.z)) shift.set(0, 0, 0); // farther apart than numbers reach
+    }
     if (arrangement === 'row') setInRow(scenes.filter(({ bounds }) => !bounds.isEmpty()));
-    else for (const { shift } of scenes) shift.set(0, 0, 0);
     all.makeEmpty();
     for (const { bounds, shift, group } of scenes) {
       if (!bounds.isEmpty()) all.union(bounds.clone().translate(shift));
@@ -58,10 +72,10 @@ export class World {
     return box.isEmpty() ? box.copy(this.bounds) : box;
   }
 
-  /** A point of a file, in the scene; of a file that nobody knows, the first one. */
+  /** A point of a file, in true coordinates, in the scene; of a file that nobody knows, the first one. */
   toScene(point: Vector3, file: number | null): Vector3 {
     const scene = (file === null ? null : this.sceneOf(file)) ?? this.scenes[0];
-    return scene ? point.clone().add(scene.shift) : point.clone();
+    return scene ? point.clone().sub(scene.origin).add(scene.shift) : point.clone().sub(this.origin);
   }
 
   /** Changes which meshes are visible. True when any has changed. */
@@ -84,9 +98,8 @@ function setInRow(files: FileScene[]): void {
   const [first, ...others] = files;
   if (!first) return;
   const longest = Math.max(...files.map(({ bounds }) => Math.max(...bounds.getSize(new Vector3()).toArray())));
-  const center = first.bounds.getCenter(new Vector3());
-  first.shift.set(0, 0, 0);
-  let end = first.bounds.max.x;
+  const center = first.bounds.getCenter(new Vector3()).add(first.shift);
+  let end = first.bounds.max.x + first.shift.x;
   for (const { bounds, shift } of others) {
     shift.copy(center).sub(bounds.getCenter(new Vector3()));
     shift.x = end + longest * GAP - bounds.min.x;

@@ -1,4 +1,4 @@
-import { LINE_LOOP, LINE_STRIP, LINES, POINTS, type SrcMaterial, type SrcMesh } from 'kelsrc-loader/core';
+import { boundsOf, LINE_LOOP, LINE_STRIP, LINES, POINTS, type SrcMaterial, type SrcMesh } from 'kelsrc-loader/core';
 import * as actions from './actions.js';
 import { Button } from './controls.js';
 import { useStore } from './context.js';
@@ -88,6 +88,8 @@ export function PartPanel() {
           <>
             <dt>Size</dt>
             <dd>{sizeOf(mesh)}</dd>
+            <dt>Bounds</dt>
+            <dd>{boundsText(mesh)}</dd>
           </>
         )}
       </dl>
@@ -119,6 +121,13 @@ export function PartPanel() {
 function sizeOf(mesh: SrcMesh): string {
   const fit = mesh.attributes.find(({ name, fit }) => fit && name === 'position')?.fit;
   return point(mesh.bounds!.size.map((side, axis) => Math.abs(side * (fit?.scale[axis] ?? 1))));
+}
+
+/** In true coordinates. */
+function boundsText(mesh: SrcMesh): string {
+  const { min, max } = boundsOf(mesh)!;
+  const diagonal = Math.hypot(...min.map((low, axis) => max[axis]! - low));
+  return `${point(min, diagonal)} → ${point(max, diagonal)}`;
 }
 
 function Material({ material }: { material: SrcMaterial }) {

@@ -121,7 +121,7 @@ export function MeasureControls() {
           <>
             <strong class="distance">{actions.measurementText(found)}</strong>
             <span class="quiet line">
-              {point(found.from)} → {point(found.to!)}
+              {point(found.from, found.distance)} → {point(found.to!, found.distance)}
             </span>
           </>
         )}

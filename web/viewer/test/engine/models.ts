@@ -11,6 +11,8 @@ export interface TestMesh {
   material?: string;
   /** Stores positions as 16-bit codes: value = (code + offset) / scale. */
   codes?: { offset: number[]; scale: number[] };
+  /** The metadata's; positions are about it. */
+  origin?: unknown;
 }
 
 type Values = Record<string, number | number[]>;
@@ -57,7 +59,7 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
     };
     return id;
   };
-  meshes.forEach(({ id = '', positions, indices, primitive = 4, normals, material = '', codes }, number) => {
+  meshes.forEach(({ id = '', positions, indices, primitive = 4, normals, material = '', codes, origin }, number) => {
     const indexView = `i${number}`;
     if (indices) {
       const view = { bufferView: store(new Uint16Array(indices)), byteOffset: 0 };
@@ -81,6 +83,7 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
       primitive,
       bboxCenter: low.map((x, i) => (x + high[i]!) / 2),
       bboxSize: low.map((x, i) => high[i]! - x),
+      ...(origin !== undefined && { meta: { origin } }),
     };
   });
   const data = new Uint8Array(size);

@@ -1,7 +1,7 @@
 import { parseSrc, type SrcMesh } from 'kelsrc-loader/core';
 import { expect, test } from 'vitest';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from '../../../loader/test/support.js';
-import { bytes, bytesOf, measure, plural, share } from '../../src/page/model/format.js';
+import { bytes, bytesOf, measure, plural, point, share } from '../../src/page/model/format.js';
 import { cssColour, LIMIT, metadataRows, nameOf, parametersOf } from '../../src/page/model/metadata.js';
 import { encodingOf, modeOf, precisionOf } from '../../src/page/model/precision.js';
 import { trianglesIn } from '../../src/page/model/triangles.js';
@@ -40,6 +40,14 @@ test.each([
   [4.99e-5, '4.99e-5'],
   [2e12, '2e12'],
 ])('measures %d as %s', (n, text) => expect(measure(n)).toBe(text));
+
+test.each([
+  [[0.5, -2, 0], Infinity, '0.5, -2, 0'],
+  [[5400321.5, 12.25, 0], 5, '5,400,321.5, 12.25, 0'],
+  [[5400321.123456789, 0, 0], 10, '5,400,321.12346, 0, 0'],
+  [[5400321.123456789, 0, 0], 0, '5,400,321.12345679, 0, 0'],
+  [[Infinity, 0, 0], Infinity, 'Infinity, 0, 0'],
+])('tells the place %j of something %d long as %s', (place, size, text) => expect(point(place, size)).toBe(text));
 
 test('counts one and many', () =>
   expect([plural(1, 'mesh', 'meshes'), plural(2000, 'mesh', 'meshes')]).toEqual(['1 mesh', '2,000 meshes']));

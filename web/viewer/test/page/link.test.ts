@@ -59,6 +59,28 @@ test('writes a view so that people can read it', () =>
 
 test('reads back what it wrote', () => expect(decodeView(`#${encodeView(VIEW)}`)).toEqual(VIEW));
 
+test('keeps a place on a map as exactly as one near zero', () => {
+  const near: View = {
+    camera: { position: [0.1234567, 2.5, 10], target: [0.5, 0, 0], up: [0, 0, 1] },
+    measurement: { from: [0.25, 0.001, 0], to: [2.125, 0.75, 0] },
+  };
+  const onMap = (place: [number, number, number]) =>
+    [place[0] + 500123.25, place[1] + 5400321.5, place[2]] as [number, number, number];
+  const { camera, measurement } = near;
+  const far: View = {
+    camera: { ...camera!, position: onMap(camera!.position), target: onMap(camera!.target) },
+    measurement: { from: onMap(measurement!.from), to: onMap(measurement!.to) },
+  };
+  const found = decodeView(`#${encodeView(far)}`)!;
+  const distances = [
+    [found.camera!.position, far.camera!.position],
+    [found.camera!.target, far.camera!.target],
+    [found.measurement!.from, far.measurement!.from],
+    [found.measurement!.to, far.measurement!.to],
+  ].map(([a, b]) => Math.hypot(...a!.map((x, i) => x - b![i]!)));
+  expect(Math.max(...distances)).toBeLessThan(1e-6);
+});
+
 test('reads nothing in nothing', () => expect(decodeView('')).toBeNull());
 
 test.each([

@@ -184,6 +184,14 @@ test('shows what is known of a part', async () => {
   expect(await swatch.evaluate((element) => getComputedStyle(element).backgroundColor)).toBe('rgb(255, 0, 0)');
 });
 
+test('tells where a part lies on the map', async () => {
+  await browser.open({ 'part.src': squares([{ meta: { name: 'Field', origin: [500123.25, 5400321.5, 12] } }]) });
+  await row('Field').click();
+  expect(await details().innerText()).toContain(
+    'Bounds\n500,123.25, 5,400,321.5, 12 → 500,124.25, 5,400,322.5, 12',
+  );
+});
+
 test('hides, isolates and shows with keys after a click in the list', async () => {
   await openBolts();
   const { page } = browser;

@@ -56,4 +56,16 @@ export function measure(n: number, digits = 6): string {
   return fine.format(Number(n.toPrecision(digits)));
 }
 
-export const point = (xyz: readonly number[]): string => xyz.map((x) => measure(x)).join(', ');
+/** How many digits a coordinate needs to have so many that count in something of this size, far from zero too. */
+export function digitsWithin(size: number, coordinate: number, digits: number): number {
+  if (!(size > 0)) return MOST_DIGITS;
+  const more = Math.ceil(Math.log10(Math.abs(coordinate) / size));
+  return more > 0 ? Math.min(MOST_DIGITS, digits + more) : digits;
+}
+
+/** Those that every double keeps. */
+const MOST_DIGITS = 15;
+
+/** A place; `size` is that of what it belongs to. */
+export const point = (xyz: readonly number[], size = Infinity): string =>
+  xyz.map((x) => measure(x, digitsWithin(size, x, 6))).join(', ');

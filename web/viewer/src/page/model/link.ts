@@ -1,4 +1,5 @@
 import type { CameraState, Display } from '../../engine/api.js';
+import { digitsWithin } from './format.js';
 import { decodeSet, encodeSet } from './sets.js';
 
 /**
@@ -16,8 +17,10 @@ export interface View {
 
 type Vector = [number, number, number];
 
-const number = (n: number) => String(Number(n.toPrecision(7)));
-const numbers = (list: readonly number[]) => list.map(number).join(',');
+const number = (n: number, digits = 7) => String(Number(n.toPrecision(digits)));
+/** Numbers that are parts of something of this size. */
+const numbers = (list: readonly number[], size: number) =>
+  list.map((n) => number(n, digitsWithin(size, n, 7))).join(',');
 
 function readNumbers(text: string | null, length: number): number[] | null {
   if (!text) return null;
@@ -33,7 +36,10 @@ const distance = (a: Vector, b: Vector) => Math.hypot(a[0] - b[0], a[1] - b[1], 
 export function encodeView(view: View): string {
   const parts: string[] = [];
   const put = (key: string, value: string) => parts.push(`${key}=${value}`);
-  if (view.camera) put('camera', numbers([...view.camera.position, ...view.camera.target, ...view.camera.up]));
+  if (view.camera) {
+    const { position, target, up } = view.camera;
+    put('camera', `${numbers([...position, ...target], distance(position, target))},${numbers(up, 1)}`);
+  }
   const { surface, wireframe, bounds, clip, arrangement, up } = view.display ?? {};
   if (surface && surface !== 'materials') put('surface', surface);
   if (wireframe) put('wireframe', '1');
@@ -45,7 +51,10 @@ export function encodeView(view: View): string {
   for (const [file, { meshes, except }] of view.hidden ?? []) {
     if (meshes.length > 0 || except) put(except ? 'show' : 'hide', `${file}.${encodeSet(meshes)}`);
   }
-  if (view.measurement) put('measure', numbers([...view.measurement.from, ...view.measurement.to]));
+  if (view.measurement) {
+    const { from, to } = view.measurement;
+    put('measure', numbers([...from, ...to], distance(from, to)));
+  }
   return parts.join('&');
 }
 
