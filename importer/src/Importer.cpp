@@ -1,5 +1,7 @@
 #include <kel/importer/detail/ImportScene.h>
 
+#include "assimp/AssimpReader.h"
+#include "checks/Checks.h"
 #include "conversion/Conversion.h"
 
 #include <cerrno>
@@ -23,8 +25,9 @@ detail::ImportedScene import(detail::ModelSource source, const ImportOptions& op
             if (!source.guess.empty()) source.path += "." + source.guess;
         }
         detail::Findings findings = checkBeforeReading(source, progress);
-        detail::AssimpScene read = readWithAssimp(source, findings, options.onBadGeometry, progress);
-        return convertScene(std::move(read), findings, source, progress);
+        std::unique_ptr<detail::Model> model = readWithAssimp(source, options, progress);
+        model->dropped.insert(model->dropped.begin(), findings.dropped.begin(), findings.dropped.end());
+        return convertModel(*model, source, options, progress);
     } catch (const std::bad_alloc&) {
         source.refuse(ImportCode::OUT_OF_MEMORY, "the model does not fit into memory");
     }

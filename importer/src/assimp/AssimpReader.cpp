@@ -1,5 +1,7 @@
 #include "AssimpReader.h"
 
+#include "AssimpModel.h"
+
 #include <assimp/Importer.hpp>
 #include <assimp/ProgressHandler.hpp>
 #include <assimp/importerdesc.h>
@@ -86,12 +88,11 @@ std::string formatName(std::string name) {
 
 } // namespace
 
-AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeometry onBadGeometry,
-                           ProgressReporter& progress) {
-    AssimpScene result;
+std::unique_ptr<Model> readWithAssimp(const ModelSource& source, const ImportOptions& options,
+                                      ProgressReporter& progress) {
+    std::set<std::string> missing;
     Assimp::Importer importer;
-    importer.SetIOHandler(
-        newAssimpFiles(source, findings, progress, result.missingFiles)); // which takes it over
+    importer.SetIOHandler(newAssimpFiles(source, progress, missing)); // which takes it over
     importer.SetProgressHandler(new ProgressHandler(progress));
 
     progress.report(READING, 0.0);
@@ -100,29 +101,32 @@ AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeo
         const LeaksAreNotOurs scope;
         read = importer.ReadFile(source.path, 0);
     }
-    std::string().swap(findings.front);
-    if (!read) refuseFailure(source, importer, progress, result.missingFiles);
+    if (!read) refuseFailure(source, importer, progress, missing);
     // The scene is the importer's until it is handed over, but ours to change.
     auto& scene = const_cast<aiScene&>(*read);
     repairTree(scene);
     bool polygons = checkIndices(source, scene);
-    if (onBadGeometry == BadGeometry::FAIL) {
+    std::size_t brokenPolygons = 0;
+    if (options.onBadGeometry == BadGeometry::FAIL) {
         refuseNotFinite(source, scene);
-        result.positionsAreFinite = true;
     } else {
-        result.brokenPolygons = removeBrokenPolygons(scene, polygons);
+        brokenPolygons = removeBrokenPolygons(scene, polygons);
     }
     if (polygons && !importer.ApplyPostProcessing(aiProcess_Triangulate)) {
-        refuseFailure(source, importer, progress, result.missingFiles);
+        refuseFailure(source, importer, progress, missing);
     }
     if (progress.cancelled()) progress.refuseCancelled();
 
+    std::string format;
     if (const aiImporterDesc* info = importer.GetImporterInfo(
             static_cast<std::size_t>(std::max(0, importer.GetPropertyInteger("importerIndex", -1))))) {
-        result.format = formatName(info->mName);
+        format = formatName(info->mName);
     }
-    result.scene.reset(importer.GetOrphanedScene());
-    return result;
+    std::unique_ptr<Model> model = modelOf(std::unique_ptr<aiScene>(importer.GetOrphanedScene()), format);
+    if (brokenPolygons > 0) model->dropped.push_back({NOT_FINITE_PRIMITIVES, brokenPolygons, ""});
+    for (const std::string& file : missing)
+        model->notes.push_back("The model names a file that could not be opened: " + file);
+    return model;
 }
 
 } // namespace detail

@@ -1,15 +1,14 @@
 #pragma once
 
-#include "../checks/Checks.h"
+#include "../ModelSource.h"
+#include "../model/Model.h"
 
 #include <assimp/scene.h>
 
-#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace Assimp {
 class IOSystem;
@@ -17,26 +16,11 @@ class IOSystem;
 
 namespace kel::importer::detail {
 
-struct AssimpScene {
-    std::unique_ptr<aiScene> scene;
-    std::string format;                 ///< for people
-    std::set<std::string> missingFiles; ///< beside the model, which names them; they could not be opened
-    /// Whether every position is finite that a primitive of a mesh in use has.
-    bool positionsAreFinite = false;
-    /// Polygons of more than three corners that were left out since a position is not finite.
-    std::size_t brokenPolygons = 0;
-};
-
-/// Reads the scene with polygons triangulated and otherwise as it is in the file.
+/// Reads a model with polygons triangulated and otherwise as it is in the file.
 ///
-/// Every index of the scene is valid on return: faces to vertices, nodes to meshes, meshes to materials.
-///
-/// findings       what the reader gets in place of the model is freed as soon as it has been read
-/// onBadGeometry  FAIL refuses positions that are not finite; DROP leaves those of points, lines and
-///                triangles to the caller
-/// throws         ImportError
-AssimpScene readWithAssimp(const ModelSource& source, Findings& findings, BadGeometry onBadGeometry,
-                           ProgressReporter& progress);
+/// throws  ImportError
+std::unique_ptr<Model> readWithAssimp(const ModelSource& source, const ImportOptions& options,
+                                      ProgressReporter& progress);
 
 // ---- Its parts ------------------------------------------------------------------------------------------
 
@@ -47,28 +31,10 @@ constexpr const char* READING = "reading";
 ///
 /// missing  gets the names of files that could not be opened
 /// returns  with new; Assimp takes it over. It refers to its arguments.
-Assimp::IOSystem* newAssimpFiles(const ModelSource& source, const Findings& findings,
-                                 ProgressReporter& progress, std::set<std::string>& missing);
+Assimp::IOSystem* newAssimpFiles(const ModelSource& source, ProgressReporter& progress,
+                                 std::set<std::string>& missing);
 
 // ---- What a scene must keep before anybody looks into its meshes ----------------------------------------
-
-/// Calls `visit` for the root and every node below it, children in no order that means anything.
-template<typename Visit>
-void forEachNode(const aiScene& scene, const Visit& visit) {
-    // Not recursive: how deep the nodes are nested is the file's choice.
-    std::vector<const aiNode*> waiting;
-    if (scene.mRootNode) waiting.push_back(scene.mRootNode);
-    while (!waiting.empty()) {
-        const aiNode* node = waiting.back();
-        waiting.pop_back();
-        visit(*node);
-        waiting.insert(waiting.end(), node->mChildren, node->mChildren + node->mNumChildren);
-    }
-}
-
-inline bool isFinite(const aiVector3D& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
 
 /// Puts meshes that no node reaches any more where the reader of RAW files lost them.
 void repairTree(aiScene& scene);

@@ -1,35 +1,12 @@
 #include "AssimpReader.h"
 
-#include "../VertexJoiner.h"
+#include "../model/NotFinitePositions.h"
+#include "AssimpModel.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace kel::importer::detail {
-
-namespace {
-
-/// How many vertices that primitives use are not finite. Where every corner has a vertex of its own, as most
-/// text formats arrive, equal ones count once.
-std::size_t countNotFinite(const aiMesh& mesh) {
-    std::vector<char> used(mesh.mNumVertices, mesh.mNumFaces == 0 ? 1 : 0);
-    std::size_t corners = 0;
-    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-        const aiFace& face = mesh.mFaces[f];
-        corners += face.mNumIndices;
-        for (unsigned i = 0; i < face.mNumIndices; ++i)
-            used[face.mIndices[i]] = 1;
-    }
-    VertexJoiner joiner({3});
-    std::size_t count = 0;
-    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        if (!used[v] || isFinite(mesh.mVertices[v])) continue;
-        ++count;
-        joiner.add(&mesh.mVertices[v].x);
-    }
-    return corners == mesh.mNumVertices ? joiner.size() : count;
-}
-
-} // namespace
 
 bool checkIndices(const ModelSource& source, const aiScene& scene) {
     bool polygons = false;
@@ -46,8 +23,7 @@ bool checkIndices(const ModelSource& source, const aiScene& scene) {
             source.refuse(ImportCode::INDEX_OUT_OF_RANGE,
                           std::to_string(bad) + " primitives use vertices beyond the mesh's " +
                               std::to_string(mesh.mNumVertices),
-                          "mesh " + std::to_string(m) + " \"" + mesh.mName.C_Str() + "\"",
-                          "export the model again, its index list is damaged");
+                          placeOfMesh(scene, m), "export the model again, its index list is damaged");
         }
     }
     forEachNode(scene, [&](const aiNode& node) {
@@ -84,31 +60,28 @@ void repairTree(aiScene& scene) {
 }
 
 void refuseNotFinite(const ModelSource& source, const aiScene& scene) {
-    std::vector<char> used(scene.mNumMeshes, 0);
+    std::vector<char> placed(scene.mNumMeshes, 0);
     forEachNode(scene, [&](const aiNode& node) {
         for (unsigned m = 0; m < node.mNumMeshes; ++m)
-            used[node.mMeshes[m]] = 1;
+            placed[node.mMeshes[m]] = 1;
     });
-    std::size_t bad = 0;
-    std::size_t meshes = 0;
-    std::string first;
+    NotFinitePositions found;
     for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
         const aiMesh& mesh = *scene.mMeshes[m];
-        if (!used[m] || std::all_of(mesh.mVertices, mesh.mVertices + mesh.mNumVertices,
-                                    [](const aiVector3D& v) { return isFinite(v); }))
+        if (!placed[m] || std::all_of(mesh.mVertices, mesh.mVertices + mesh.mNumVertices,
+                                      [](const aiVector3D& v) { return isFinite(v); }))
             continue;
-        const std::size_t here = countNotFinite(mesh);
-        if (here > 0 && meshes++ == 0) {
-            first = "mesh " + std::to_string(m);
-            if (mesh.mName.length > 0) first += std::string(" \"") + mesh.mName.C_Str() + "\"";
+        std::vector<char> used(mesh.mNumVertices, mesh.mNumFaces == 0 ? 1 : 0);
+        std::size_t corners = 0;
+        for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+            const aiFace& face = mesh.mFaces[f];
+            corners += face.mNumIndices;
+            for (unsigned i = 0; i < face.mNumIndices; ++i)
+                used[face.mIndices[i]] = 1;
         }
-        bad += here;
+        found.add(&mesh.mVertices->x, used, corners, placeOfMesh(scene, m));
     }
-    if (bad == 0) return;
-    source.refuse(ImportCode::NON_FINITE_POSITIONS,
-                  std::to_string(bad) + (bad == 1 ? " vertex position is" : " vertex positions are") +
-                      " not finite, in " + std::to_string(meshes) + (meshes == 1 ? " mesh" : " meshes"),
-                  "first in " + first);
+    if (found.any()) found.refuse(source);
 }
 
 /// Takes out polygons with a position that is not finite: no part of them is worth keeping, and looking for

@@ -32,7 +32,7 @@ glm::dmat3 normalMatrix(const glm::dmat4& world, bool& mirrors) {
 
 } // namespace
 
-std::size_t bakeTransform(const glm::dmat4& world, MeshPart& part) {
+std::size_t bakeTransform(const glm::dmat4& world, ModelPart& part) {
     if (world != glm::dmat4(1.0)) {
         std::vector<float>& positions = part.attributes[0].values;
         for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
@@ -44,7 +44,7 @@ std::size_t bakeTransform(const glm::dmat4& world, MeshPart& part) {
     bool mirrors = false;
     const glm::dmat3 cofactors = normalMatrix(world, mirrors);
     std::size_t undefined = 0;
-    if (PartAttribute* attribute = part.normals()) {
+    if (ModelAttribute* attribute = part.normals()) {
         std::vector<float>& normals = attribute->values;
         for (std::size_t i = 0; i + 2 < normals.size(); i += 3) {
             glm::dvec3 n = cofactors * glm::dvec3(normals[i], normals[i + 1], normals[i + 2]);
@@ -66,7 +66,7 @@ std::size_t bakeTransform(const glm::dmat4& world, MeshPart& part) {
     return undefined;
 }
 
-const char* ModelExtent::add(const MeshPart& part) {
+const char* ModelExtent::add(const ModelPart& part) {
     const std::vector<float>& positions = part.attributes[0].values;
     for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
         for (int axis = 0; axis < 3; ++axis) {

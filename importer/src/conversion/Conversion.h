@@ -1,133 +1,125 @@
 #pragma once
 
-#include "../assimp/AssimpReader.h"
-#include "../gltf/GltfDocument.h"
+#include "../ModelSource.h"
+#include "../model/Model.h"
 
 #include <kel/importer/detail/ImportScene.h>
 #include <kel/material/MaterialClassic.h>
-#include <kel/mesh/PrimitiveType.h>
-#include <kel/scene/Scene.h>
 
 #include <glm/mat4x4.hpp>
 #include <glm/vec3.hpp>
 
+#include <cmath>
+#include <cstdint>
 #include <limits>
 #include <map>
-#include <unordered_map>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace kel::importer::detail {
 
-/// Turns the scene into meshes and frees each part of it after its last use.
+/// Turns a model into a scene. Knows no format: what a file says is the reader's to find out.
 ///
 /// throws  ImportError
-ImportedScene convertScene(AssimpScene read, const Findings& findings, const ModelSource& source,
+ImportedScene convertModel(Model& model, const ModelSource& source, const ImportOptions& options,
                            ProgressReporter& progress);
 
-// ---- Numbers and names that export takes the other way --------------------------------------------------
-
-/// What the attributes of sets are called: that of set 0 as here, the others with their number behind.
-constexpr const char* TEXCOORD_NAME = "texcoord";
-constexpr const char* COLOR_NAME = "color";
-
-/// The Phong exponent of a shininess of 1.
+/// The Phong exponent of a shininess of 1; export takes it the other way.
 constexpr float LARGEST_PHONG_EXPONENT = 128.0f;
 
 // ---- Nodes ----------------------------------------------------------------------------------------------
 
-/// One use of a mesh by a node.
-struct Instance {
-    const aiNode* node;
-    unsigned slot; ///< which of the node's meshes
+/// One mesh where a node places it.
+struct Use {
+    std::size_t node;
+    std::size_t mesh;
     glm::dmat4 world;
-
-    unsigned mesh() const { return node->mMeshes[slot]; }
 };
 
-/// Every use, in the order of a walk through the nodes from the root, parents first.
+/// Every use, in the order of the nodes.
 ///
 /// throws  ImportError when a node stands where no number can say
-std::vector<Instance> collectInstances(const ModelSource& source, const aiScene& scene);
-
-/// Which node of a glTF's document each node of the scene is. Of other formats there is no document, and no
-/// node is found.
-class GltfNodes {
-public:
-    /// document  null for other formats
-    GltfNodes(const GltfDocument* document, const aiScene& scene);
-
-    const GltfDocument* document() const { return gltf; }
-    /// The node's place in the document.
-    std::optional<std::size_t> find(const aiNode& node) const {
-        const auto found = places.find(&node);
-        return found == places.end() ? std::nullopt : std::optional(found->second);
-    }
-    /// How many meshes of the document no node uses.
-    std::size_t unusedMeshes() const;
-
-private:
-    const GltfDocument* gltf;
-    std::unordered_map<const aiNode*, std::size_t> places;
-};
+std::vector<Use> collectUses(const ModelSource& source, const Model& model);
 
 // ---- Geometry -------------------------------------------------------------------------------------------
-
-struct PartAttribute {
-    std::string name;
-    std::size_t width; ///< floats per vertex
-    std::vector<float> values;
-};
-
-/// The primitives of one type of a mesh, in the mesh's own space, with joined vertices.
-struct MeshPart {
-    kel::mesh::PrimitiveType type; ///< POINTS, LINES or TRIANGLES
-    std::vector<std::uint32_t> indices;
-    std::vector<PartAttribute> attributes; ///< "position" is the first; "normal", if there, the second
-
-    std::size_t vertices() const { return attributes[0].values.size() / attributes[0].width; }
-    /// The normals, or null.
-    PartAttribute* normals();
-};
 
 /// What was left out or replaced on the way, over any number of meshes.
 struct PartLosses {
     std::size_t notFinite = 0;        ///< primitives with positions that are not finite
-    std::size_t notTriangulated = 0;  ///< faces of more than three corners
-    std::size_t unusedVertices = 0;   ///< of meshes that lost no primitive
+    std::size_t unusedVertices = 0;   ///< of parts that lost no primitive
     std::size_t undefinedNormals = 0; ///< normals where no triangle has an area
     std::size_t replacedNormals = 0;  ///< normals that were zero or not finite
     std::size_t replacedNumbers = 0;  ///< other numbers that were not finite
 };
 
-/// Takes a mesh apart by type of primitive and joins equal vertices.
+bool hasFinitePositions(const ModelPart& part);
+/// For each vertex, whether a primitive uses it.
+std::vector<char> usedVertices(const ModelPart& part);
+
+/// Makes a part what a mesh is made of: every number finite and none of them -0, no vertex that no primitive
+/// uses, triangles with normals, and vertices joined unless the source shares them by an index.
 ///
-/// mesh               its faces are freed as soon as they have been read
-/// positionsAreFinite whether those are known to be that any primitive uses
-std::vector<MeshPart> takeParts(aiMesh& mesh, bool positionsAreFinite, PartLosses& losses);
+/// returns  false when no primitive is left
+bool preparePart(ModelPart& part, PartLosses& losses);
+
+/// Three coordinates each, as the source states them.
+class Positions {
+public:
+    explicit Positions(const ModelAttribute& attribute)
+        : floats(attribute.values.data()),
+          doubles(attribute.doubles.empty() ? nullptr : attribute.doubles.data()) {}
+
+    glm::dvec3 operator[](std::size_t vertex) const {
+        if (doubles) return {doubles[3 * vertex], doubles[3 * vertex + 1], doubles[3 * vertex + 2]};
+        return {floats[3 * vertex], floats[3 * vertex + 1], floats[3 * vertex + 2]};
+    }
+
+private:
+    const float* floats;
+    const double* doubles;
+};
+
+inline bool isFinite(const glm::dvec3& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
 
 struct CornerNormals {
     std::vector<std::uint32_t> ofCorner; ///< which normal each corner takes
-    std::vector<float> normals;          ///< three floats each, unit length
+    std::vector<float> normals;          ///< three floats each, none of them -0
     /// Corners at places where no triangle has an area; they take (0, 0, 1).
     std::size_t undefined = 0;
 };
 
-/// Normals of a triangle list. Corners at one position share a normal, weighted by area, with those
+/// Normals of a triangle list, unit length. Corners at one position share a normal, weighted by area, with those
 /// neighbours that lean less than 60 degrees.
 ///
-/// corners  three indices into `positions` per triangle; the positions are finite
-CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::uint32_t>& corners);
+/// positions  finite, none of them -0
+/// corners    three vertices per triangle
+CornerNormals makeNormals(const ModelAttribute& positions, const std::vector<std::uint32_t>& corners);
+
+/// Gives equal corners one vertex: those whose attributes have equal bits.
+///
+/// normals  of the corners, in place of the part's second attribute; null for none
+void joinVertices(ModelPart& part, const CornerNormals* normals);
+
+/// Numbers the places: corners at one position get one number.
+///
+/// corners  from vertices to places
+/// returns  how many places there are
+std::size_t joinPlaces(const ModelAttribute& positions, std::vector<std::uint32_t>& corners);
 
 /// Puts the node's transform into positions and normals, in double precision. A mirroring one swaps two
 /// corners of each triangle.
 ///
 /// returns  how many normals have no direction any more and point along z
-std::size_t bakeTransform(const glm::dmat4& world, MeshPart& part);
+std::size_t bakeTransform(const glm::dmat4& world, ModelPart& part);
 
 /// What the model takes up, over all meshes added.
 class ModelExtent {
 public:
     /// returns  what does not fit a 32-bit float, position or extent so far; null when both do
-    const char* add(const MeshPart& part);
+    const char* add(const ModelPart& part);
 
     bool isOnePlace() const { return low == high; }
     /// Whether any triangle has an area.
@@ -141,30 +133,19 @@ private:
 
 // ---- What becomes of the rest ---------------------------------------------------------------------------
 
-/// What had to be changed to make texts JSON.
-struct TextRepairs {
-    std::size_t notUtf8 = 0;   ///< texts with bytes that are not UTF-8
-    std::size_t notFinite = 0; ///< numbers that JSON cannot hold
-    std::size_t tooDeep = 0;   ///< values nested deeper than the limit
-    std::size_t cut = 0;       ///< names as long as the reader can hold, so probably longer in the file
-};
-
 /// Collects what the source has and the result does not, and what is worth knowing.
 class LossReport {
 public:
     PartLosses parts;
-    TextRepairs texts;
+    std::size_t notUtf8 = 0; ///< texts with bytes that are not UTF-8
 
     /// Counts up what is left out under that name; the first detail stays.
     void drop(const std::string& kind, std::size_t count, const std::string& detail = "");
-    /// What a scene has that no mesh takes along.
-    void addScene(const AssimpScene& read, const std::vector<Instance>& instances, const GltfNodes& gltfNodes,
-                  const Findings& findings);
-    /// What a mesh has that no part takes along.
-    void addMesh(const aiMesh& mesh);
+    /// What the nodes have that no mesh takes along.
+    void addNodes(const Model& model, const std::vector<Use>& uses);
 
-    /// The lists of the report, in the end.
-    void write(const AssimpScene& read, const Findings& findings, ImportReport& report);
+    /// The lists of the report, in the end: those of the model with our own.
+    void write(const Model& model, ImportReport& report);
 
 private:
     std::map<std::string, Dropped> dropped;
@@ -172,18 +153,15 @@ private:
 
 /// The material by the rules that kel/importer/Importer.h states. Numbers that are not finite count as not
 /// stated.
-std::shared_ptr<kel::material::MaterialClassic> makeClassicMaterial(const aiMaterial& source,
-                                                                    std::uint32_t identifier);
+std::shared_ptr<kel::material::MaterialClassic> makeClassicMaterial(const ModelMaterial& source);
 
 /// The JSON object "source" of every mesh's metadata, as kel/importer/Importer.h states it.
 ///
-/// format   of the source, for people
-/// repairs  counts what had to be changed
-std::string sourceEntry(const std::string& fileName, const std::string& format, const aiScene& scene,
-                        TextRepairs& repairs);
+/// notUtf8  counts texts that had to be changed
+std::string sourceEntry(const std::string& fileName, const Model& model, std::size_t& notUtf8);
 
 /// Adds the other entries.
-void describeMesh(const Instance& instance, const aiScene& scene, const GltfNodes& gltfNodes,
-                  TextRepairs& repairs, kel::scene::MetaData& metadata);
+void describeMesh(const Model& model, const Use& use, const ModelPart& part, std::size_t& notUtf8,
+                  kel::scene::MetaData& metadata);
 
 } // namespace kel::importer::detail

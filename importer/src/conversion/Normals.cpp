@@ -1,10 +1,6 @@
 #include "Conversion.h"
 
-#include "../VertexJoiner.h"
-
 #include <glm/geometric.hpp>
-
-#include <algorithm>
 
 namespace kel::importer::detail {
 
@@ -24,35 +20,16 @@ struct Group {
 
 } // namespace
 
-CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::uint32_t>& corners) {
+CornerNormals makeNormals(const ModelAttribute& positions, const std::vector<std::uint32_t>& corners) {
     CornerNormals result;
     result.ofCorner.resize(corners.size(), NONE);
 
-    std::vector<std::uint32_t> placeOfCorner(corners.size());
-    std::size_t places = 0;
-    {
-        VertexJoiner joiner({3});
-        constexpr std::size_t BLOCK = 128;
-        float keys[3 * BLOCK];
-        for (std::size_t first = 0; first < corners.size(); first += BLOCK) {
-            const std::size_t here = std::min(BLOCK, corners.size() - first);
-            for (std::size_t i = 0; i < here; ++i) {
-                const aiVector3D& p = positions[corners[first + i]];
-                keys[3 * i] = p.x + 0.0f;
-                keys[3 * i + 1] = p.y + 0.0f;
-                keys[3 * i + 2] = p.z + 0.0f;
-            }
-            joiner.add(keys, here, &placeOfCorner[first]);
-        }
-        places = joiner.size();
-    }
-
+    std::vector<std::uint32_t> placeOfCorner = corners;
+    const std::size_t places = joinPlaces(positions, placeOfCorner);
     std::vector<Group> groups;
     std::vector<std::uint32_t> firstGroup(places, NONE);
-    const auto at = [&](std::size_t corner) {
-        const aiVector3D& p = positions[corners[corner]];
-        return glm::dvec3(p.x, p.y, p.z);
-    };
+    const Positions positionOf(positions);
+    const auto at = [&](std::size_t corner) { return positionOf[corners[corner]]; };
     for (std::size_t t = 0; t + 2 < corners.size(); t += 3) {
         const glm::dvec3 a = at(t);
         const glm::dvec3 area = glm::cross(at(t + 1) - a, at(t + 2) - a);
@@ -90,7 +67,7 @@ CornerNormals makeNormals(const aiVector3D* positions, const std::vector<std::ui
         // Every member lies within 60 degrees of the first, so the sum is never zero.
         const glm::dvec3 normal = group.sum / glm::length(group.sum);
         for (int axis = 0; axis < 3; ++axis)
-            result.normals.push_back(static_cast<float>(normal[axis]));
+            result.normals.push_back(static_cast<float>(normal[axis]) + 0.0f);
     }
     return result;
 }

@@ -19,6 +19,17 @@
 /// meshes that are read one at a time, so that no two copies of a model are held.
 namespace kel::importer::detail {
 
+/// What the attributes of sets are called: that of set 0 as here, the others with their number behind.
+constexpr const char* TEXCOORD_NAME = "texcoord";
+constexpr const char* COLOR_NAME = "color";
+inline std::string nameOfSet(const char* name, std::size_t set) {
+    return set == 0 ? name : name + std::to_string(set);
+}
+
+/// Kinds of Dropped that readers and conversion count up together.
+constexpr const char* NOT_FINITE_PRIMITIVES = "primitives with positions that are not finite";
+constexpr const char* UNUSED_VERTICES = "vertices that no primitive uses";
+
 /// One attribute of all vertices of a mesh.
 struct ModelAttribute {
     /// As the mesh gets it: "position", "normal", "texcoord", "texcoord1", "color", "color1", or an own name of
@@ -28,6 +39,8 @@ struct ModelAttribute {
     std::vector<float> values;
     /// In place of `values`, for "position" of a source that states more than a float holds.
     std::vector<double> doubles;
+
+    std::size_t vertices() const { return (doubles.empty() ? values.size() : doubles.size()) / width; }
 };
 
 /// Primitives of one type with one material.
@@ -42,6 +55,10 @@ struct ModelPart {
     /// Whether the source shares vertices by an index of its own. They are taken as they are then, and not joined.
     bool isIndexed = false;
     std::optional<std::size_t> material; ///< which of the model's
+
+    std::size_t vertices() const { return attributes[0].vertices(); }
+    /// The normals, or null.
+    ModelAttribute* normals();
 };
 
 /// One mesh of the source. Its parts become a mesh each.
@@ -51,7 +68,7 @@ struct ModelMesh {
     kel::scene::MetaData metaData; ///< for every use, such as "meshExtras"
 };
 
-/// A step of the tree. Parents stand before their children.
+/// A step of the tree. Parents stand before their children; meshes of the result are in the order of their nodes.
 struct ModelNode {
     std::string name; ///< any bytes; may be empty
     std::optional<std::size_t> parent;
@@ -98,7 +115,7 @@ public:
     std::vector<ModelMesh> meshes;
     std::vector<ModelMaterial> materials;
     kel::scene::MetaData metaData; ///< for every mesh, such as "sceneExtras"
-    /// What no mesh takes along, as far as the reader knows it before the meshes are read.
+    /// What no mesh takes along. A kind may come several times; both lists may grow with every mesh that is taken.
     std::vector<Dropped> dropped;
     std::vector<std::string> notes;
 
