@@ -94,6 +94,19 @@ TEST(ReadSource, MembersOfAnotherShapeCountAsMissing) {
     EXPECT_FALSE(readSource("a.glb"));
 }
 
+TEST(OriginText, HasNoMoreDigitsThanReadBackToTheSameDoubles) {
+    EXPECT_EQ(originText({500000.0, 5400321.1, 0.0}), "[500000,5400321.1,0]");
+    const Origin origin{0.1 + 0.2, -1e-300, 1e300};
+    EXPECT_EQ(readOrigin(originText(origin)), origin);
+}
+
+TEST(ReadOrigin, NeedsThreeFiniteNumbers) {
+    EXPECT_EQ(readOrigin("[1, -2.5, 3e6]"), (Origin{1.0, -2.5, 3e6}));
+    for (const char* text : {"", "7", "null", "{}", "[]", "[1,2]", "[1,2,3,4]", "[1,2,\"3\"]", "[1,2,null]",
+                             "[1,2,1e999]", "[1,2,[3]]", "[1,2,3", "[1,2,3] x"})
+        EXPECT_FALSE(readOrigin(text)) << text;
+}
+
 TEST(NamesText, IsAListOfStrings) {
     EXPECT_EQ(namesText({"color", "a\"b", "\xc3\xa4"}), "[\"color\",\"a\\\"b\",\"\xc3\xa4\"]");
     EXPECT_EQ(namesText({}), "[]");

@@ -4,6 +4,7 @@
 #include <kel/importer/ImportCodes.h>
 #include <kel/src/SrcWriterInput.h>
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -20,6 +21,10 @@
 /// whose attributes are equal to the last bit are joined (-0 becomes 0 before). Every mesh has an index
 /// buffer: 2 bytes per index up to 65,535 vertices, else 4. Coordinates keep the unit and the axes that
 /// "source" states.
+///
+/// **Precision.** Transforms, and sources that state more than a float holds, are in doubles up to the last
+/// step: a position delivered is the float nearest to its place in the model less the origin, which
+/// ImportOptions::origin chooses. Far from zero an origin nearby keeps what floats would lose there.
 ///
 /// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
 /// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and
@@ -51,6 +56,8 @@
 ///     "source"  an object: "file" (name without folder), "format", and "unit" (metres per unit, a number)
 ///               and "upAxis" ("X", "Y", "Z", or with a minus) where the format or the file states them, both
 ///               as they hold for the positions delivered.
+///     "origin"  a list of three numbers, where the origin is not zero: the place of a position in the model is
+///               position + origin, in double precision. The same for all meshes.
 ///     "extras"  what the file attaches to the mesh's node, mostly an object; left out when there is nothing.
 ///     "meshExtras", "materialExtras", "sceneExtras"  of a glTF, likewise.
 namespace kel::importer {
@@ -65,8 +72,22 @@ enum class BadGeometry {
 /// which ends the import with the code CANCELLED. Called on the thread of the import.
 using Progress = std::function<bool(const char* stage, double done)>;
 
+/// Where the zero of the positions delivered lies, in the model's coordinates.
+struct Origin {
+    enum Choice {
+        /// Where it is, unless the float nearest to a position may be off by more than a millionth of the diagonal of
+        /// the scene's box; then at a round place near the middle of that box.
+        AUTO,
+        KEEP, ///< where it is
+        GIVEN ///< at `at`
+    };
+    Choice choice = KEEP;
+    std::array<double, 3> at{}; ///< finite
+};
+
 struct ImportOptions {
     BadGeometry onBadGeometry = BadGeometry::FAIL;
+    Origin origin;
     Progress progress;
 };
 
@@ -85,6 +106,16 @@ struct ImportReport {
     std::size_t meshes = 0, triangles = 0, lines = 0, points = 0, vertices = 0;
     /// Of the source, for people.
     std::string format;
+    /// Where the zero of the positions lies in the model.
+    std::array<double, 3> origin{};
+    /// The largest distance, in units of the model, between a position delivered plus the origin and its place in the
+    /// model, both in double precision: where the source says that it is, its node's transform applied. 0 when all
+    /// are exact.
+    double positionError = 0.0;
+    /// Normals that are not to the last bit what the source states, or, where a transform turns them, what it makes
+    /// of them in double precision: rounded when they were stored as floats or made unit length. Normals that the
+    /// source does not state do not count.
+    std::size_t roundedNormals = 0;
 };
 
 struct ImportResult {

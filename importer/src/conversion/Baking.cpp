@@ -3,10 +3,8 @@
 #include <glm/common.hpp>
 #include <glm/geometric.hpp>
 #include <glm/mat3x3.hpp>
-#include <glm/vec4.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 namespace kel::importer::detail {
@@ -30,35 +28,84 @@ glm::dmat3 normalMatrix(const glm::dmat4& world, bool& mirrors) {
     return mirrors ? -cofactors : cofactors;
 }
 
+/// One axis of world * p, of which `row` are the coefficients. The order of the sums is part of the result.
+double transformed(const double* row, double x, double y, double z) {
+    return (row[0] * x + row[1] * y) + (row[2] * z + row[3]);
+}
+
+/// Stores world * p - origin, rounded once.
+///
+/// returns  the largest square of a distance between what is stored, plus the origin, and world * p
+template<typename Number>
+double place(const glm::dmat4& world, const glm::dvec3& origin, const Number* source, std::size_t vertices,
+             float* stored) {
+    double rows[3][4];
+    for (int axis = 0; axis < 3; ++axis) {
+        for (int column = 0; column < 4; ++column)
+            rows[axis][column] = world[column][axis];
+    }
+    double largest = 0.0;
+    for (std::size_t v = 0; v < vertices; ++v, source += 3, stored += 3) {
+        const double x = source[0], y = source[1], z = source[2];
+        double square = 0.0;
+        for (int axis = 0; axis < 3; ++axis) {
+            const double exact = transformed(rows[axis], x, y, z);
+            stored[axis] = static_cast<float>(exact - origin[axis]) + 0.0f;
+            const double error = (static_cast<double>(stored[axis]) + origin[axis]) - exact;
+            square += error * error;
+        }
+        largest = square > largest ? square : largest;
+    }
+    return largest;
+}
+
+void bakePositions(const Placement& placement, ModelAttribute& positions, Rounding& rounding) {
+    const std::size_t vertices = positions.vertices();
+    double square = 0.0;
+    if (!positions.doubles.empty()) {
+        positions.values.resize(3 * vertices);
+        square = place(placement.world, placement.origin, positions.doubles.data(), vertices,
+                       positions.values.data());
+        std::vector<double>().swap(positions.doubles);
+    } else if (placement.world != glm::dmat4(1.0) || placement.origin != glm::dvec3(0.0)) {
+        square = place(placement.world, placement.origin, positions.values.data(), vertices,
+                       positions.values.data());
+    }
+    // Of positions that no float holds there is an error to tell, not a distance.
+    if (std::isfinite(square)) rounding.position = std::max(rounding.position, std::sqrt(square));
+}
+
+/// returns  how many normals have no direction any more and point along z
+std::size_t bakeNormals(const glm::dmat3& matrix, ModelPart& part, Rounding& rounding) {
+    const bool turned = matrix != glm::dmat3(1.0);
+    const bool given = !part.hasMadeNormals;
+    std::size_t undefined = 0;
+    std::vector<float>& normals = part.normals()->values;
+    for (std::size_t i = 0; i + 2 < normals.size(); i += 3) {
+        float* stored = &normals[i];
+        const glm::dvec3 source(stored[0], stored[1], stored[2]);
+        glm::dvec3 n = turned ? matrix * source : source;
+        const double length = glm::length(n);
+        if (length > 0.0 && std::isfinite(length)) {
+            n /= length;
+        } else {
+            n = {0.0, 0.0, 1.0};
+            ++undefined;
+        }
+        for (int axis = 0; axis < 3; ++axis)
+            stored[axis] = static_cast<float>(n[axis]) + 0.0f;
+        rounding.normals += given && glm::dvec3(stored[0], stored[1], stored[2]) != (turned ? n : source);
+    }
+    return undefined;
+}
+
 } // namespace
 
-std::size_t bakeTransform(const glm::dmat4& world, ModelPart& part) {
-    if (world != glm::dmat4(1.0)) {
-        std::vector<float>& positions = part.attributes[0].values;
-        for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
-            const glm::dvec4 p = world * glm::dvec4(positions[i], positions[i + 1], positions[i + 2], 1.0);
-            for (int axis = 0; axis < 3; ++axis)
-                positions[i + axis] = static_cast<float>(p[axis]) + 0.0f;
-        }
-    }
+std::size_t bake(const Placement& placement, ModelPart& part, Rounding& rounding) {
+    bakePositions(placement, part.attributes[0], rounding);
     bool mirrors = false;
-    const glm::dmat3 cofactors = normalMatrix(world, mirrors);
-    std::size_t undefined = 0;
-    if (ModelAttribute* attribute = part.normals()) {
-        std::vector<float>& normals = attribute->values;
-        for (std::size_t i = 0; i + 2 < normals.size(); i += 3) {
-            glm::dvec3 n = cofactors * glm::dvec3(normals[i], normals[i + 1], normals[i + 2]);
-            const double length = glm::length(n);
-            if (length > 0.0 && std::isfinite(length)) {
-                n /= length;
-            } else {
-                n = {0.0, 0.0, 1.0};
-                ++undefined;
-            }
-            for (int axis = 0; axis < 3; ++axis)
-                normals[i + axis] = static_cast<float>(n[axis]) + 0.0f;
-        }
-    }
+    const glm::dmat3 matrix = normalMatrix(placement.world, mirrors);
+    const std::size_t undefined = part.normals() ? bakeNormals(matrix, part, rounding) : 0;
     if (mirrors && part.type == kel::mesh::TRIANGLES) {
         for (std::size_t i = 0; i + 2 < part.indices.size(); i += 3)
             std::swap(part.indices[i + 1], part.indices[i + 2]);
@@ -82,12 +129,11 @@ const char* ModelExtent::add(const ModelPart& part) {
         return "the extent of the model does not fit a 32-bit float";
 
     if (part.type == kel::mesh::TRIANGLES) {
-        const auto at = [&](std::size_t corner) {
-            const float* p = &positions[3 * std::size_t{part.indices[corner]}];
-            return glm::dvec3(p[0], p[1], p[2]);
-        };
-        for (std::size_t i = 0; i + 2 < part.indices.size() && !area; i += 3)
-            area = glm::cross(at(i + 1) - at(i), at(i + 2) - at(i)) != glm::dvec3(0.0);
+        const Positions at(part.attributes[0]);
+        for (std::size_t i = 0; i + 2 < part.indices.size() && !area; i += 3) {
+            const glm::dvec3 a = at[part.indices[i]];
+            area = glm::cross(at[part.indices[i + 1]] - a, at[part.indices[i + 2]] - a) != glm::dvec3(0.0);
+        }
     }
     return nullptr;
 }

@@ -42,6 +42,9 @@ struct Use {
 /// throws  ImportError when a node stands where no number can say
 std::vector<Use> collectUses(const ModelSource& source, const Model& model);
 
+/// Where the zero of the positions shall lie. To be asked before a mesh is taken.
+glm::dvec3 chooseOrigin(Model& model, const std::vector<Use>& uses, const Origin& origin);
+
 // ---- Geometry -------------------------------------------------------------------------------------------
 
 /// What was left out or replaced on the way, over any number of meshes.
@@ -109,13 +112,25 @@ void joinVertices(ModelPart& part, const CornerNormals* normals);
 /// returns  how many places there are
 std::size_t joinPlaces(const ModelAttribute& positions, std::vector<std::uint32_t>& corners);
 
-/// Puts the node's transform into positions and normals, in double precision. A mirroring one swaps two
-/// corners of each triangle.
+/// Where a mesh goes.
+struct Placement {
+    glm::dmat4 world{1.0};
+    glm::dvec3 origin{0.0}; ///< of the positions delivered
+};
+
+/// What storing numbers as floats changed, over any number of meshes.
+struct Rounding {
+    double position = 0.0;   ///< the largest distance, see ImportReport::positionError
+    std::size_t normals = 0; ///< see ImportReport::roundedNormals
+};
+
+/// Puts the node's transform into positions and normals, in double precision; positions become floats about the
+/// origin. A mirroring transform swaps two corners of each triangle.
 ///
 /// returns  how many normals have no direction any more and point along z
-std::size_t bakeTransform(const glm::dmat4& world, ModelPart& part);
+std::size_t bake(const Placement& placement, ModelPart& part, Rounding& rounding);
 
-/// What the model takes up, over all meshes added.
+/// What the positions delivered take up, over all meshes added.
 class ModelExtent {
 public:
     /// returns  what does not fit a 32-bit float, position or extent so far; null when both do

@@ -117,6 +117,7 @@ void fillNormals(ModelPart& part, PartLosses& losses) {
         made.normals.insert(made.normals.end(), given->values.begin(), given->values.end());
     } else {
         part.attributes.insert(part.attributes.begin() + 1, {kel::mesh::DEFAULT_NORMALS_NAME, 3, {}, {}});
+        part.hasMadeNormals = true;
     }
     joinVertices(part, &made);
 }

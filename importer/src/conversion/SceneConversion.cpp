@@ -36,7 +36,11 @@ public:
               ProgressReporter& progress)
         : model(model), source(source), options(options), progress(progress),
           uses(collectUses(source, model)), materials(model.materials.size()),
-          sourceText(sourceEntry(source.name, model, sourceNotUtf8)) {}
+          sourceText(sourceEntry(source.name, model, sourceNotUtf8)),
+          origin(chooseOrigin(model, uses, options.origin)) {
+        result.scene.origin = {origin.x, origin.y, origin.z};
+        if (origin != glm::dvec3(0.0)) originText = kel::src::format::originText(result.scene.origin);
+    }
 
     ImportedScene run() {
         result.report.format = model.format;
@@ -45,6 +49,9 @@ public:
         convertMeshes();
         checkResult();
         losses.write(model, result.report);
+        result.report.origin = result.scene.origin;
+        result.report.positionError = rounding.position;
+        result.report.roundedNormals = rounding.normals;
         progress.report(CONVERTING, 1.0);
         return std::move(result);
     }
@@ -61,6 +68,9 @@ private:
     std::vector<std::shared_ptr<kel::material::MaterialClassic>> materials; // empty until they are used
     std::size_t sourceNotUtf8 = 0;
     std::string sourceText; // the same for all meshes
+    glm::dvec3 origin;
+    std::string originText; // empty where it is zero
+    Rounding rounding;
     ModelExtent extent;
     ImportedScene result;
 
@@ -108,7 +118,7 @@ private:
     }
 
     void add(const Use& use, ModelPart part) {
-        losses.parts.undefinedNormals += bakeTransform(use.world, part);
+        losses.parts.undefinedNormals += bake({use.world, origin}, part, rounding);
         if (const char* problem = extent.add(part))
             source.refuse(ImportCode::EXTENT_OVERFLOW, problem, model.meshes[use.mesh].place);
 
@@ -123,6 +133,7 @@ private:
         kel::scene::SceneMesh entry;
         entry.setMetaData(kel::src::format::metadata::SOURCE, sourceText);
         losses.notUtf8 += sourceNotUtf8;
+        if (!originText.empty()) entry.setMetaData(kel::src::format::metadata::ORIGIN, originText);
         describeMesh(model, use, part, losses.notUtf8, entry.editMetaData());
         if (part.material) {
             entry.material = materialOf(*part.material);

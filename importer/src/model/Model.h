@@ -54,6 +54,8 @@ struct ModelPart {
     std::vector<ModelAttribute> attributes;
     /// Whether the source shares vertices by an index of its own. They are taken as they are then, and not joined.
     bool isIndexed = false;
+    /// Whether the normals are the source's own no longer: conversion says so of those that it makes.
+    bool hasMadeNormals = false;
     std::optional<std::size_t> material; ///< which of the model's
 
     std::size_t vertices() const { return attributes[0].vertices(); }

@@ -7,6 +7,7 @@
 #include <kel/src/text/JsonWriter.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <utility>
 
@@ -119,6 +120,29 @@ std::optional<Source> readSource(std::string_view json) {
     if (source.unit && !(*source.unit > 0.0)) source.unit.reset();
     if (!isUpAxis(source.upAxis)) source.upAxis.clear();
     return source;
+}
+
+std::string originText(const Origin& origin) {
+    std::string json;
+    text::appendSeparated(json, "[]", origin, [&](double number) {
+        // The shortest form of 500000 would be 5e+05.
+        const double size = std::abs(number);
+        const bool plain = size == 0.0 || (size >= 1e-6 && size < 1e21);
+        std::array<char, 40> digits;
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number,
+                                       plain ? std::chars_format::fixed : std::chars_format::scientific);
+        json.append(digits.data(), end.ptr);
+    });
+    return json;
+}
+
+std::optional<Origin> readOrigin(std::string_view json) {
+    std::vector<double> numbers;
+    if (!text::checkJson(json) || !jsonNumbers(json, numbers)) return std::nullopt;
+    Origin origin{};
+    if (numbers.size() != origin.size()) return std::nullopt;
+    std::copy(numbers.begin(), numbers.end(), origin.begin());
+    return origin;
 }
 
 std::string namesText(const std::vector<std::string>& names) {

@@ -11,7 +11,7 @@
 
 /// The entries of a mesh's metadata that our tools give a meaning: names and JSON shapes, and the one place
 /// that writes and reads them. Reading takes any JSON text and believes nothing: what is not of the shape is
-/// no entry. A value is decoded first, then `fit` is undone.
+/// no entry. A value is decoded first, then `fit` is undone, then `origin` is added to positions.
 namespace kel::src::format {
 
 namespace metadata {
@@ -29,6 +29,7 @@ constexpr std::string_view EXTRAS = "extras";
 constexpr std::string_view MESH_EXTRAS = "meshExtras";
 constexpr std::string_view MATERIAL_EXTRAS = "materialExtras";
 constexpr std::string_view SCENE_EXTRAS = "sceneExtras";
+constexpr std::string_view ORIGIN = "origin"; ///< a list of three numbers, see readOrigin()
 // What preparation did.
 constexpr std::string_view FIT = "fit";             ///< an object, see Fit
 constexpr std::string_view TRANSFORM = "transform"; ///< an object, see Transform
@@ -70,6 +71,14 @@ struct Source {
 /// unitText  the unit as a JSON number, where it is not to be written in the header's form; else empty
 KELSRC_EXPORT std::string sourceText(const Source& source, std::string_view unitText = {});
 KELSRC_EXPORT std::optional<Source> readSource(std::string_view json);
+
+/// Where the zero of a mesh's positions lies: position in the model = position + origin, in double precision.
+using Origin = std::array<double, 3>;
+
+/// `[500000,5400000,0]`: no more digits than it takes to give the same doubles back.
+KELSRC_EXPORT std::string originText(const Origin& origin);
+/// Empty for all but a list of three finite numbers.
+KELSRC_EXPORT std::optional<Origin> readOrigin(std::string_view json);
 
 /// A list of names, `["color","normal"]`.
 KELSRC_EXPORT std::string namesText(const std::vector<std::string>& names);

@@ -2,6 +2,7 @@
 
 #include <kel/src/SrcWriterInput.h>
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <set>
@@ -47,6 +48,8 @@ struct Scene {
     std::vector<SceneMesh> meshes;
     /// Every material that the public writer writes, used or not.
     std::set<std::shared_ptr<kel::material::Material>> materials;
+    /// Where the zero of all positions lies in the model: what the metadata's "origin" says of each mesh.
+    std::array<double, 3> origin{};
     bool useCompressedPreset = false;
     /// Whether several entries may have the same mesh; they have the same material and metadata then. Only a
     /// caller's own input lists meshes twice.
