@@ -101,7 +101,8 @@ struct CornerNormals {
 /// corners    three vertices per triangle
 CornerNormals makeNormals(const ModelAttribute& positions, const std::vector<std::uint32_t>& corners);
 
-/// Gives equal corners one vertex: those whose attributes have equal bits.
+/// Gives equal corners one vertex: those whose attributes have equal bits, or, where the source shares vertices by an
+/// index, those of one vertex with one normal.
 ///
 /// normals  of the corners, in place of the part's second attribute; null for none
 void joinVertices(ModelPart& part, const CornerNormals* normals);

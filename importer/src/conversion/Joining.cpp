@@ -3,7 +3,6 @@
 #include "../VertexJoiner.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <utility>
 
@@ -30,32 +29,77 @@ struct Bits {
     }
 };
 
-/// Joins rows by the block, for which the joiner asks for memory ahead. Calls read(i, row) and then store(i, index)
-/// for i = 0 .. count - 1, each in turn.
-template<typename Read, typename Store>
-void joinRows(VertexJoiner& joiner, std::size_t width, std::size_t count, const Read& read,
-              const Store& store) {
-    std::vector<float> rows(BLOCK * width);
-    std::array<std::uint32_t, BLOCK> indices;
-    for (std::size_t first = 0; first < count; first += BLOCK) {
-        const std::size_t here = std::min(BLOCK, count - first);
-        for (std::size_t i = 0; i < here; ++i)
-            read(first + i, &rows[i * width]);
-        joiner.add(rows.data(), here, indices.data());
-        for (std::size_t i = 0; i < here; ++i)
-            store(first + i, indices[i]);
+/// What corners name by number, in the order of the first corners that do.
+struct Elements {
+    std::vector<std::uint32_t> vertices;
+    std::vector<std::uint32_t>
+        normals; ///< of a vertex with that normal; empty where corners have none of their own
+
+    std::size_t size() const { return vertices.size(); }
+};
+
+/// Numbers the different vertices that corners name, or, with `normalOf`, vertex and normal together.
+///
+/// corners   from vertices to elements
+/// normalOf  for each corner; null for none
+Elements takeElements(std::vector<std::uint32_t>& corners, std::size_t vertices,
+                      const std::uint32_t* normalOf) {
+    Elements elements;
+    elements.vertices.reserve(std::min(corners.size(), vertices));
+    std::vector<std::uint32_t> firstOf(vertices, NONE); // element of a vertex, then
+    std::vector<std::uint32_t> next;                    // the next one of that vertex
+    for (std::size_t c = 0; c < corners.size(); ++c) {
+        const std::uint32_t vertex = corners[c];
+        std::uint32_t* link = &firstOf[vertex];
+        while (normalOf && *link != NONE && elements.normals[*link] != normalOf[c])
+            link = &next[*link];
+        if (*link == NONE) {
+            *link = static_cast<std::uint32_t>(elements.size());
+            elements.vertices.push_back(vertex);
+            if (normalOf) {
+                elements.normals.push_back(normalOf[c]);
+                corners[c] = *link;
+                next.push_back(NONE); // may move what `link` points to
+                continue;
+            }
+        }
+        corners[c] = *link;
     }
+    return elements;
 }
 
-/// The vertices that corners use, in the order of their first corners. `known` becomes 0 for those.
-std::vector<std::uint32_t> verticesInUse(const std::vector<std::uint32_t>& corners,
-                                         std::vector<std::uint32_t>& known) {
-    std::vector<std::uint32_t> order;
-    order.reserve(std::min(corners.size(), known.size()));
-    for (const std::uint32_t vertex : corners) {
-        if (std::exchange(known[vertex], 0) == NONE) order.push_back(vertex);
+/// Joins equal elements and numbers what is left in the same order.
+///
+/// read(e, row)  copies the bits of an element
+template<typename Read>
+void join(VertexJoiner& joiner, std::size_t width, std::size_t elements, const Read& read,
+          std::vector<std::uint32_t>& corners) {
+    // By the block, for which the joiner asks for memory ahead.
+    std::vector<float> rows(BLOCK * width);
+    std::vector<std::uint32_t> index(elements);
+    for (std::size_t first = 0; first < elements; first += BLOCK) {
+        const std::size_t here = std::min(BLOCK, elements - first);
+        for (std::size_t i = 0; i < here; ++i)
+            read(first + i, &rows[i * width]);
+        joiner.add(rows.data(), here, &index[first]);
     }
-    return order;
+    for (std::uint32_t& corner : corners)
+        corner = index[corner];
+}
+
+/// How many different ones to expect, where corners tell; else 0. Where they share vertices, somebody has joined
+/// equal ones already.
+std::size_t expected(std::size_t elements, std::size_t corners) {
+    return 2 * elements <= corners ? elements : 0;
+}
+
+template<typename Number>
+std::vector<Number> gather(const std::vector<Number>& numbers, std::size_t width,
+                           const std::vector<std::uint32_t>& elements) {
+    std::vector<Number> result(width * elements.size());
+    for (std::size_t e = 0; e < elements.size(); ++e)
+        std::copy_n(&numbers[width * elements[e]], width, &result[width * e]);
+    return result;
 }
 
 void take(ModelAttribute& attribute, std::vector<float>& joined) {
@@ -73,14 +117,31 @@ void take(ModelAttribute& attribute, std::vector<float>& joined) {
 
 std::size_t joinPlaces(const ModelAttribute& positions, std::vector<std::uint32_t>& corners) {
     const Bits bits(positions);
-    VertexJoiner joiner({bits.floats});
-    joinRows(
-        joiner, bits.floats, corners.size(), [&](std::size_t c, float* row) { bits.read(corners[c], row); },
-        [&](std::size_t c, std::uint32_t place) { corners[c] = place; });
+    const Elements elements = takeElements(corners, positions.vertices(), nullptr);
+    VertexJoiner joiner({bits.floats}, expected(elements.size(), corners.size()));
+    join(
+        joiner, bits.floats, elements.size(),
+        [&](std::size_t e, float* row) { bits.read(elements.vertices[e], row); }, corners);
     return joiner.size();
 }
 
 void joinVertices(ModelPart& part, const CornerNormals* normals) {
+    std::vector<std::uint32_t>& corners = part.indices;
+    const Elements elements =
+        takeElements(corners, part.vertices(), normals ? normals->ofCorner.data() : nullptr);
+    if (normals) part.attributes[1].values.clear();
+    if (part.isIndexed) {
+        for (ModelAttribute& attribute : part.attributes) {
+            if (normals && &attribute == &part.attributes[1]) {
+                attribute.values = gather(normals->normals, 3, elements.normals);
+            } else if (attribute.doubles.empty()) {
+                attribute.values = gather(attribute.values, attribute.width, elements.vertices);
+            } else {
+                attribute.doubles = gather(attribute.doubles, attribute.width, elements.vertices);
+            }
+        }
+        return;
+    }
     std::vector<Bits> streams;
     std::vector<std::size_t> widths;
     std::size_t width = 0;
@@ -89,37 +150,19 @@ void joinVertices(ModelPart& part, const CornerNormals* normals) {
         widths.push_back(streams.back().floats);
         width += widths.back();
     }
-    std::vector<std::uint32_t>& corners = part.indices;
-    const auto read = [&](std::uint32_t vertex, std::size_t corner, float* row) {
-        for (std::size_t s = 0; s < streams.size(); row += widths[s++]) {
-            if (s == 1 && normals) {
-                std::copy_n(&normals->normals[3 * std::size_t{normals->ofCorner[corner]}], 3, row);
-            } else {
-                streams[s].read(vertex, row);
+    VertexJoiner joiner(widths, expected(elements.size(), corners.size()));
+    join(
+        joiner, width, elements.size(),
+        [&](std::size_t e, float* row) {
+            for (std::size_t s = 0; s < streams.size(); row += widths[s++]) {
+                if (s == 1 && normals) {
+                    std::copy_n(&normals->normals[3 * std::size_t{elements.normals[e]}], 3, row);
+                } else {
+                    streams[s].read(elements.vertices[e], row);
+                }
             }
-        }
-    };
-    // Without normals of their own all corners of a vertex are alike, so it is looked up once.
-    std::vector<std::uint32_t> known; // for each vertex: first whether it is used, then its index
-    std::vector<std::uint32_t> order;
-    if (!normals) {
-        known.assign(part.vertices(), NONE);
-        order = verticesInUse(corners, known);
-    }
-    // Where corners share vertices, somebody has joined equal ones already.
-    const bool shared = !order.empty() && 2 * order.size() <= corners.size();
-    VertexJoiner joiner(widths, shared ? order.size() : 0);
-    if (normals) {
-        joinRows(
-            joiner, width, corners.size(), [&](std::size_t c, float* row) { read(corners[c], c, row); },
-            [&](std::size_t c, std::uint32_t index) { corners[c] = index; });
-    } else {
-        joinRows(
-            joiner, width, order.size(), [&](std::size_t i, float* row) { read(order[i], 0, row); },
-            [&](std::size_t i, std::uint32_t index) { known[order[i]] = index; });
-        for (std::uint32_t& corner : corners)
-            corner = known[corner];
-    }
+        },
+        corners);
     for (std::size_t s = 0; s < streams.size(); ++s)
         take(part.attributes[s], joiner.stream(s));
 }
