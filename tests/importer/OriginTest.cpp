@@ -148,6 +148,18 @@ TEST(Origin, LetsAModelFitThatIsTooFarForFloats) {
     EXPECT_EQ(static_cast<double>(positions[3]) - static_cast<double>(positions[0]), step);
 }
 
+class OriginOfAFile : public ImporterTest {};
+
+TEST_F(OriginOfAFile, IsChosenByTheVerticesInUse) {
+    const ImportResult result = import("far.obj",
+                                       "v 0 0 0\nv 500123 5400321 0\nv 500133 5400321 0\n"
+                                       "v 500123 5400331 0\nf 2 3 4\n",
+                                       withOrigin(Origin::AUTO));
+    // 10 x 10 without the first vertex: the diagonal is 14.1, the middle (500128, 5400326).
+    EXPECT_EQ(metadataOf(result, 0, "origin"), "[500128,5400326,0]");
+    EXPECT_THAT(numbersOf(*result.input.meshes[0], "position"), ElementsAre(-5, -5, 0, 5, -5, 0, -5, 5, 0));
+}
+
 TEST(PositionError, IsTheLargestDistanceOverAllMeshes) {
     HandMadeModel model;
     // From 2^24 on floats are 2 apart: each of these is off by 1 on each axis.
