@@ -27,6 +27,7 @@ struct ConvertArguments {
     std::optional<double> maxError;
     bool noFit = false, allowClamping = false, onlyTriangles = false, optimize = false;
     std::string onBadGeometry = "fail";
+    std::optional<std::string> scene;
     std::string units, up;
     double scale = 1.0;
     int threads = 1;
@@ -111,6 +112,7 @@ kel::convert::Recipe recipeOf(const ConvertArguments& arguments) {
     recipe.onlyTriangles = arguments.onlyTriangles;
     recipe.optimize = arguments.optimize;
     if (arguments.onBadGeometry == "drop") recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
+    recipe.scene = arguments.scene;
     recipe.scale = arguments.scale;
     if (!(recipe.scale > 0.0 && std::isfinite(recipe.scale)))
         refuse("--scale must be a finite number above 0", "For instance 0.001 makes metres of millimetres.");
@@ -374,6 +376,10 @@ Action addConvert(CLI::App& app) {
            "What to do about positions that are not finite: fail, or drop the primitives that use them")
         ->check(CLI::IsMember({"fail", "drop"}))
         ->capture_default_str();
+    option("--scene", arguments->scene, "NAME|INDEX",
+           "Of a glTF with several scenes: the one to convert, by its name or its number from 0 on (default: "
+           "the "
+           "one that the file shows first)");
     option("--units", arguments->units, "[FROM:]TO",
            "Scale to this unit: mm, cm, dm, m, km, in, ft, yd or mi. FROM overrules what the model says; "
            "without either it is metres");

@@ -57,6 +57,7 @@ kel::scene::Scene importSource(const Source& source, const Recipe& recipe, const
     if (source.input) return kel::scene::fromInput(*source.input);
     kel::importer::ImportOptions importOptions;
     importOptions.onBadGeometry = recipe.onBadGeometry;
+    importOptions.scene = recipe.scene;
     importOptions.progress = options.progress;
     const auto token =
         options.hooks.onImport ? options.hooks.onImport(source.shownName()) : ProcessHooks::Token();

@@ -54,6 +54,7 @@ void forEachMember(AnyRecipe& recipe, Visit&& visit) {
     visit("onlyTriangles", recipe.onlyTriangles);
     visit("optimize", recipe.optimize);
     visit("scale", recipe.scale, Range::ABOVE_ZERO);
+    visit("scene", recipe.scene);
     visit("target", recipe.target, TARGETS);
     visit("toUnit", recipe.toUnit, Range::ABOVE_ZERO);
     visit("toUp", recipe.toUp, AXES);
@@ -69,6 +70,9 @@ struct RecipeWriter {
     void operator()(std::string_view name, bool value) { begin(name) += value ? "true" : "false"; }
     void operator()(std::string_view name, const std::optional<double>& value, Range) {
         if (value) kel::src::text::appendJsonNumber(begin(name), *value);
+    }
+    void operator()(std::string_view name, const std::optional<std::string>& value) {
+        if (value) kel::src::text::appendJsonString(begin(name), *value);
     }
     template<typename Value>
     void operator()(std::string_view name, const Value& value, const std::vector<Named<Value>>& known) {
@@ -94,6 +98,12 @@ struct MemberReader {
         if (!isMeant(name)) return;
         if (json != "true" && json != "false") refuseType("is no boolean");
         value = json == "true";
+    }
+    void operator()(std::string_view name, std::optional<std::string>& value) {
+        std::string text;
+        if (!isMeant(name)) return;
+        if (!kel::src::jsonString(json, text)) refuseType("is no string");
+        value = std::move(text);
     }
     template<typename Number>
     void operator()(std::string_view name, Number& value, Range) {
@@ -133,7 +143,8 @@ struct RangeCheck {
         refuse(ConvertCode::RECIPE_OUT_OF_RANGE, name,
                isAboveZero ? "must be a finite number above 0" : "must be a finite number, 0 or more");
     }
-    void operator()(std::string_view, bool) const {}
+    template<typename Value>
+    void operator()(std::string_view, const Value&) const {}
     template<typename Value>
     void operator()(std::string_view, const Value&, const std::vector<Named<Value>>&) const {}
 };

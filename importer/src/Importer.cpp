@@ -3,6 +3,7 @@
 #include "assimp/AssimpReader.h"
 #include "checks/Checks.h"
 #include "conversion/Conversion.h"
+#include "gltf/GltfReader.h"
 
 #include <cerrno>
 #include <cstring>
@@ -25,7 +26,11 @@ detail::ImportedScene import(detail::ModelSource source, const ImportOptions& op
             if (!source.guess.empty()) source.path += "." + source.guess;
         }
         detail::Findings findings = checkBeforeReading(source, progress);
-        std::unique_ptr<detail::Model> model = readWithAssimp(source, options, progress);
+        std::unique_ptr<detail::Model> model;
+        if (findings.isGltf) model = openGltf(source, options, progress);
+        if (!model && options.scene)
+            source.refuse(ImportCode::NO_SCENE, "files of this format have no scenes to choose from");
+        if (!model) model = readWithAssimp(source, options, progress);
         model->dropped.insert(model->dropped.begin(), findings.dropped.begin(), findings.dropped.end());
         return convertModel(*model, source, options, progress);
     } catch (const std::bad_alloc&) {

@@ -41,6 +41,7 @@ TEST(Recipe, StatesWhatIsSet) {
     recipe.allowClamping = recipe.onlyTriangles = recipe.optimize = true;
     recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
     recipe.scale = 2.5;
+    recipe.scene = "the \"second\"";
     recipe.fromUnit = 0.001;
     recipe.toUnit = 1.0;
     recipe.fromUp = UpAxis::Y;
@@ -48,7 +49,7 @@ TEST(Recipe, StatesWhatIsSet) {
     EXPECT_EQ(toJson(recipe),
               R"({"allowClamping":true,"fit":false,"fromUnit":0.001,"fromUp":"y","maxError":0.25,)"
               R"("onBadGeometry":"drop","onlyTriangles":true,"optimize":true,"scale":2.5,)"
-              R"("target":"CMP1","toUnit":1,"toUp":"z"})");
+              R"("scene":"the \"second\"","target":"CMP1","toUnit":1,"toUp":"z"})");
     EXPECT_TRUE(readRecipe(toJson(recipe)) == recipe);
     EXPECT_TRUE(recipe != Recipe());
 }
@@ -72,6 +73,7 @@ RC_GTEST_PROP(Recipe, ReadsBackAsItWas, ()) {
     recipe.optimize = *rc::gen::arbitrary<bool>();
     if (*rc::gen::arbitrary<bool>()) recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
     recipe.scale = number();
+    if (*rc::gen::arbitrary<bool>()) recipe.scene = std::to_string(*rc::gen::arbitrary<int>());
     if (*rc::gen::arbitrary<bool>()) recipe.fromUnit = number();
     if (*rc::gen::arbitrary<bool>()) recipe.toUnit = number();
     if (*rc::gen::arbitrary<bool>()) recipe.fromUp = static_cast<UpAxis>(*rc::gen::inRange(0, 3));
@@ -81,7 +83,7 @@ RC_GTEST_PROP(Recipe, ReadsBackAsItWas, ()) {
     RC_ASSERT(read.target == recipe.target && read.maxError == recipe.maxError && read.fit == recipe.fit &&
               read.allowClamping == recipe.allowClamping && read.onlyTriangles == recipe.onlyTriangles &&
               read.optimize == recipe.optimize && read.onBadGeometry == recipe.onBadGeometry &&
-              read.scale == recipe.scale && read.fromUnit == recipe.fromUnit &&
+              read.scale == recipe.scale && read.scene == recipe.scene && read.fromUnit == recipe.fromUnit &&
               read.toUnit == recipe.toUnit && read.fromUp == recipe.fromUp && read.toUp == recipe.toUp);
 }
 
@@ -96,7 +98,7 @@ TEST(Recipe, UnknownMemberIsRefusedByItsName) {
 
 TEST(Recipe, WrongTypeIsRefusedByTheMembersName) {
     for (const char* member : {"allowClamping", "fit", "fromUnit", "fromUp", "maxError", "onBadGeometry",
-                               "onlyTriangles", "optimize", "scale", "target", "toUnit", "toUp"})
+                               "onlyTriangles", "optimize", "scale", "scene", "target", "toUnit", "toUp"})
         for (const char* value : {"null", "{}", "[1]", "[true]", "[\"x\"]"})
             expectRefused(std::string("{\"") + member + "\":" + value + '}', ConvertCode::RECIPE_WRONG_TYPE,
                           std::string("\"") + member + '"');

@@ -27,6 +27,8 @@ struct Recipe {
     bool onlyTriangles = false; ///< leave out what is not triangles
     bool optimize = false;      ///< reorder triangles and vertices for GPUs
     kel::importer::BadGeometry onBadGeometry = kel::importer::BadGeometry::FAIL;
+    std::optional<std::string>
+        scene; ///< of a glTF, by name or by number from 0 on; none takes the default one
 
     double scale = 1.0;             ///< factor for positions, after the change of unit; finite, above 0
     std::optional<double> fromUnit; ///< metres per unit; overrules the model. Has no effect without toUnit

@@ -25,7 +25,9 @@ namespace kel::importer {
     X(INVALID_MODEL, "invalid-model", "the content is broken in another way", "export the model again") \
     X(MISSING_FILE, "missing-file", "a file beside the model that it needs is missing", "put that file beside the model") \
     X(UNSUPPORTED_FEATURE, "unsupported-feature", "the geometry is stored in a way that no reader here understands", "export the model without it") \
+    X(UNSUPPORTED_EXTENSION, "unsupported-extension", "the file requires an extension of its format that is not known here", "export the model without it") \
     X(INDEX_OUT_OF_RANGE, "index-out-of-range", "a primitive uses a vertex that does not exist", "export the model again") \
+    X(NO_SCENE, "no-scene", "the scene that was asked for is not in the file", "leave the choice of a scene out") \
     X(NO_MESH, "no-mesh", "nothing to draw", "check that the export includes geometry") \
     X(NO_EXTENT, "no-extent", "every vertex at one place, or nothing but triangles without area", "check the model's scale, or whether the right part was exported") \
     X(NON_FINITE_POSITIONS, "non-finite-positions", "positions are not finite", "correct them, or drop the primitives that use them") \

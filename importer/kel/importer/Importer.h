@@ -8,19 +8,27 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-/// Any model file that Assimp reads, into a SrcWriterInput.
+/// A glTF 2 or GLB, or any other model file that Assimp reads, into a SrcWriterInput.
 ///
 /// **Geometry.** Every use of a mesh by a node becomes one mesh, in the order of a walk through the nodes
 /// from the root, parents first; a mesh that mixes primitives becomes one mesh each of triangles, lines and
 /// points. Node transforms are baked into positions and normals (in double precision; normals by the inverse
 /// transpose; a mirroring transform swaps two corners of each triangle). Polygons are triangulated. Vertices
-/// whose attributes are equal to the last bit are joined (-0 becomes 0 before). Every mesh has an index
-/// buffer: 2 bytes per index up to 65,535 vertices, else 4. Coordinates keep the unit and the axes that
-/// "source" states.
+/// whose attributes are equal to the last bit are joined (-0 becomes 0 before), unless the file shares vertices
+/// by indices of its own, as a glTF with indices does. Every mesh has an index buffer: 2 bytes per index up to
+/// 65,535 vertices, else 4. Coordinates keep the unit and the axes that "source" states.
+///
+/// **glTF 2** is read by this library itself: every type of component, normalized or not, sparse accessors, data
+/// URIs, one scene of several (ImportOptions::scene), and the extensions KHR_mesh_quantization,
+/// EXT_meshopt_compression, KHR_draco_mesh_compression, EXT_mesh_gpu_instancing (each instance is a use of the
+/// mesh), KHR_materials_unlit and KHR_materials_pbrSpecularGlossiness. A file that requires an extension unknown
+/// here is refused; extensions that change looks alone are reported. Skinned meshes stand as their joints stand
+/// in the file, and morph targets count with the weights that it states.
 ///
 /// **Precision.** Transforms, and sources that state more than a float holds, are in doubles up to the last
 /// step: a position delivered is the float nearest to its place in the model less the origin, which
@@ -28,7 +36,7 @@
 ///
 /// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
 /// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and
-/// so on. Triangles without normals get some: corners at one position share a normal, weighted by area, with
+/// so on; of a glTF also its own attributes, whose names begin with "_", as they are. Triangles without normals get some: corners at one position share a normal, weighted by area, with
 /// those neighbours that lean less than 60 degrees; sharper edges stay sharp. Points and lines get none.
 ///
 /// **Materials.** Each material in use becomes one MaterialClassic, shared by its meshes; its identifier is
@@ -88,6 +96,8 @@ struct Origin {
 struct ImportOptions {
     BadGeometry onBadGeometry = BadGeometry::FAIL;
     Origin origin;
+    /// The scene of a glTF to import, by its name or by its number from 0 on; empty: the default one, or the first.
+    std::optional<std::string> scene;
     Progress progress;
 };
 

@@ -1,7 +1,5 @@
 #include "Checks.h"
 
-#include "../gltf/GltfDocument.h"
-
 #include <algorithm>
 #include <cctype>
 #include <initializer_list>
@@ -186,7 +184,7 @@ Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progres
 
     const std::string extension = source.extension();
     if (recognised.kind == Kind::GLB || recognised.kind == Kind::GLTF || extension == "gltf") {
-        findings.gltf = readGltf(source, content, recognised.kind == Kind::GLB, findings);
+        findings.isGltf = true;
     } else if (recognised.kind == Kind::PLY) {
         checkPly(source, content);
     } else if (extension == "obj") {

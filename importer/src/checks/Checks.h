@@ -3,14 +3,13 @@
 #include "../ModelSource.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace kel::importer::detail {
 
-/// The bytes of a model or of a file beside it, read by ranges.
+/// The bytes of a model or of a file beside it: mapped, or where the caller has them.
 class Content {
 public:
     /// throws  ImportError when the file cannot be opened
@@ -18,7 +17,8 @@ public:
     /// A file that need not exist; ask opened().
     explicit Content(const std::string& path);
 
-    bool opened() const { return bytes || file; }
+    bool opened() const { return bytes; }
+    const char* data() const { return bytes; }
     std::uint64_t size() const { return length; }
     /// How many of `count` bytes from `offset` on there are; they are copied to `out`.
     std::size_t read(std::uint64_t offset, void* out, std::size_t count) const;
@@ -29,8 +29,8 @@ private:
     void open(const std::string& path);
 
     const char* bytes = nullptr;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
     std::uint64_t length = 0;
+    std::shared_ptr<const void> owner;
 };
 
 /// Hands out a text file line by line.
@@ -52,23 +52,15 @@ private:
     std::size_t count = 0;
 };
 
-class GltfDocument;
-
 /// What the checks learned on the way that the reader does not tell.
 struct Findings {
     std::vector<Dropped> dropped;
-    std::vector<std::string> notes;
-    /// For glTF 2 only.
-    std::shared_ptr<const GltfDocument> gltf;
-    /// What the reader gets in place of the model, when not empty, followed by these bytes of the model.
-    std::string front;
-    std::uint64_t tailOffset = 0;
-    std::uint64_t tailLength = 0;
+    bool isGltf = false; ///< whose own reader checks what it reads
 };
 
 /// Looks for what Assimp does not survive, reads as something else, or repairs without a word: content of
 /// another kind than the name says, files that end early, counts that the file cannot hold, indices out of
-/// range. Linear in the size of the file, in constant memory (glTF: in that of its JSON).
+/// range. Linear in the size of the file, in constant memory.
 ///
 /// throws  ImportError
 Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progress);

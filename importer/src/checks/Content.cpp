@@ -1,8 +1,12 @@
 #include "Checks.h"
 
+#include <kel/src/reader/FileData_p.h>
+
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <limits>
+#include <system_error>
 
 namespace kel::importer::detail {
 
@@ -12,42 +16,49 @@ Content::Content(const ModelSource& source) {
         length = source.size;
         return;
     }
-    errno = 0;
-    open(source.disk);
-    if (!file)
-        source.refuse(ImportCode::FILE_UNREADABLE, errno ? std::strerror(errno) : "it cannot be opened");
+    try {
+        open(source.disk);
+    } catch (const kel::src::SrcError&) {
+        source.refuse(ImportCode::FILE_UNREADABLE, "it cannot be opened");
+    }
 }
 
 Content::Content(const std::string& path) {
-    open(path);
+    // Models name what they like: pipes wait for ever, and devices never end.
+    std::error_code failure;
+    if (!std::filesystem::is_regular_file(path, failure)) return;
+    try {
+        open(path);
+    } catch (const kel::src::SrcError&) {
+        bytes = nullptr;
+    }
 }
 
 void Content::open(const std::string& path) {
-    file.reset(std::fopen(path.c_str(), "rb"));
-    if (!file) return;
-    if (fseeko(file.get(), 0, SEEK_END) != 0 || ftello(file.get()) < 0) {
-        file.reset();
+    const kel::src::detail::OpenedFile file = kel::src::detail::openFile(path);
+    if (file.mapping) {
+        bytes = reinterpret_cast<const char*>(file.bytes.data);
+        length = file.bytes.size;
+        owner = file.mapping;
         return;
     }
-    length = static_cast<std::uint64_t>(ftello(file.get()));
+    const auto read = std::make_shared<kel::src::detail::GrowingBytes>();
+    read->fill(std::numeric_limits<std::uint64_t>::max(), file.input);
+    bytes = read->size() > 0 ? reinterpret_cast<const char*>(read->data()) : "";
+    length = read->size();
+    owner = read;
 }
 
 std::size_t Content::read(std::uint64_t offset, void* out, std::size_t count) const {
     if (offset >= length) return 0;
     count = static_cast<std::size_t>(std::min<std::uint64_t>(count, length - offset));
-    if (bytes) {
-        std::memcpy(out, bytes + offset, count);
-        return count;
-    }
-    if (fseeko(file.get(), static_cast<off_t>(offset), SEEK_SET) != 0) return 0;
-    return std::fread(out, 1, count, file.get());
+    std::memcpy(out, bytes + offset, count);
+    return count;
 }
 
 std::string Content::text(std::uint64_t offset, std::uint64_t count) const {
     if (offset >= length) return {};
-    std::string result(static_cast<std::size_t>(std::min(count, length - offset)), '\0');
-    result.resize(read(offset, result.data(), result.size()));
-    return result;
+    return std::string(bytes + offset, static_cast<std::size_t>(std::min(count, length - offset)));
 }
 
 bool Lines::get(std::string& line) {

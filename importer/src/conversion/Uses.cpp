@@ -25,10 +25,11 @@ std::vector<Use> collectUses(const ModelSource& source, const Model& model) {
     for (std::size_t n = 0; n < model.nodes.size(); ++n) {
         const ModelNode& node = model.nodes[n];
         worlds[n] = node.parent ? worlds[*node.parent] * node.transform : node.transform;
+        const glm::dmat4& place = node.meshesInScene ? glm::dmat4(1.0) : worlds[n];
         for (const std::size_t mesh : node.meshes) {
-            if (node.instances.empty()) uses.push_back({n, mesh, worlds[n]});
+            if (node.instances.empty()) uses.push_back({n, mesh, place});
             for (const glm::dmat4& instance : node.instances)
-                uses.push_back({n, mesh, worlds[n] * instance});
+                uses.push_back({n, mesh, place * instance});
         }
     }
     for (const Use& use : uses) {

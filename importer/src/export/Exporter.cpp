@@ -1,5 +1,5 @@
 #include "../ModelSource.h"
-#include "../gltf/GltfDocument.h"
+#include "../gltf/GltfContainer.h"
 #include "SceneExport.h"
 
 #include <kel/src/format/FileLayout.h>

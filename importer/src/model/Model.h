@@ -76,6 +76,8 @@ struct ModelNode {
     std::optional<std::size_t> parent;
     glm::dmat4 transform{1.0}; ///< to the parent's space
     std::vector<std::size_t> meshes;
+    /// Whether the meshes are in the scene's own space already, as skinned ones are: no transform moves them.
+    bool meshesInScene = false;
     /// Where the meshes stand below this node, when the source places them more than once; empty: once, as the node.
     std::vector<glm::dmat4> instances;
     std::string extras; ///< JSON, or empty

@@ -23,7 +23,7 @@ public:
 
     /// Reads until `wanted` bytes are there or none come. Takes memory in steps that double, so that a claim
     /// costs nothing that is not kept.
-    void fill(std::uint64_t wanted, const ByteInput& in);
+    KELSRC_EXPORT void fill(std::uint64_t wanted, const ByteInput& in);
 
 private:
     struct Free {
@@ -43,7 +43,7 @@ struct OpenedFile {
 };
 
 /// throws  SrcError when the file cannot be opened, or is a directory; so does reading it, when that fails
-OpenedFile openFile(const std::string& path);
+KELSRC_EXPORT OpenedFile openFile(const std::string& path);
 
 /// What a SrcFile points to.
 struct SrcFileData {
