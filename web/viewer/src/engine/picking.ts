@@ -80,6 +80,9 @@ function isClipped(clip: Plane | null, at: Vector3): boolean {
   return clip !== null && clip.distanceToPoint(at) < 0;
 }
 
+/** Of a triangle: rounding must not let a ray through between two of them. */
+const SEAM = 1e-9;
+
 /** Both sides of all triangles. Nothing but numbers in the loop: it runs a million times for a click. */
 function hitTriangles(surface: Surface, ray: Ray, { clip }: PickOptions, limit: number): SurfaceHit | null {
   const { positions, index, stride, offset, components, start, count, scale, shift } = surface;
@@ -112,12 +115,12 @@ function hitTriangles(surface: Surface, ray: Ray, { clip }: PickOptions, limit: 
     const det = ux * px + uy * py + uz * pz;
     const inverse = 1 / det;
     const u = -(ax * px + ay * py + az * pz) * inverse;
-    if (!(u >= 0 && u <= 1)) continue; // nor NaN, which a triangle without area gives
+    if (!(u >= -SEAM && u <= 1 + SEAM)) continue; // nor NaN, which a triangle without area gives
     const qx = uy * az - uz * ay,
       qy = uz * ax - ux * az,
       qz = ux * ay - uy * ax;
     const v = (dx * qx + dy * qy + dz * qz) * inverse;
-    if (!(v >= 0 && u + v <= 1)) continue;
+    if (!(v >= -SEAM && u + v <= 1 + SEAM)) continue;
     const distance = (vx * qx + vy * qy + vz * qz) * inverse;
     if (!(distance > 0 && distance < best)) continue;
     if (clip && isClipped(clip, ray.at(distance, point))) continue;

@@ -1,4 +1,7 @@
+import { Box3, Ray, Vector3 } from 'three';
 import { afterAll, beforeAll, beforeEach, describe, expect, test } from 'vitest';
+import type { FileScene } from '../../src/engine/fileScene.js';
+import { pick } from '../../src/engine/picking.js';
 import { cube, field, fileOf, square, type TestMesh } from './models.js';
 import { EnginePage } from './stage.js';
 
@@ -82,6 +85,23 @@ describe.each([
     expect(await clickAt(raised(-1.5), 0, 10)).toBe(0);
     expect(await clickAt(0, 0, 10)).toBe(null);
   });
+});
+
+test('no ray slips through between two triangles', () => {
+  const positions = new Float32Array(square(0, 0, 0).positions);
+  const surface = {
+    ...{ kind: 'triangles', positions, stride: 3, offset: 0, components: 3, index: new Uint16Array([0, 1, 2, 0, 2, 3]) },
+    ...{ start: 0, count: 6, step: 1, loop: false, scale: new Vector3(1, 1, 1), shift: new Vector3() },
+  } as const;
+  const box = new Box3(new Vector3(), new Vector3(1, 1, 0));
+  const scene = { entries: [{ visible: true, surface, box }] } as unknown as FileScene;
+  let missed = 0;
+  for (let i = 1; i < 1000; ++i) {
+    const from = new Vector3(0.3, 0.1, 3);
+    const direction = new Vector3(i / 1000, i / 1000, 0).sub(from).normalize();
+    if (!pick(scene, new Ray(from, direction), { clip: null, tolerance: 0 })) ++missed;
+  }
+  expect(missed).toBe(0);
 });
 
 test('a part of a mesh that is clipped away lets what is behind it be picked', async () => {
