@@ -18,6 +18,26 @@ std::string errorText(const ReachedError& error) {
            shortNumber(error.normalDegrees, 3) + " degrees";
 }
 
+std::string verifiedText(const kel::convert::VerifiedError& error) {
+    if (error.isExact) return "verified: every number is that of the model";
+    std::string text = "verified: positions within " + shortNumber(error.position, 3) + " of the model";
+    const auto add = [&](double amount, const char* what, const char* unit) {
+        if (amount > 0) text += std::string(", ") + what + " within " + shortNumber(amount, 3) + unit;
+    };
+    add(error.normalDegrees, "normals", " degrees");
+    add(error.color, "colours", "");
+    add(error.texcoord, "texture coordinates", "");
+    return text;
+}
+
+picojson::value json(const kel::convert::VerifiedError& error) {
+    return picojson::value(picojson::object{{"exact", picojson::value(error.isExact)},
+                                            {"position", jsonNumber(error.position)},
+                                            {"normalDegrees", jsonNumber(error.normalDegrees)},
+                                            {"color", jsonNumber(error.color)},
+                                            {"texcoord", jsonNumber(error.texcoord)}});
+}
+
 picojson::value json(const ReachedError& error) {
     picojson::object object;
     // A mode may be asked for that cannot hold the positions at all: null, then.
@@ -47,6 +67,7 @@ void addReport(picojson::object& object, const FileReport& report, bool withList
     object["bytesOut"] = jsonCount(report.bytesOut);
     if (report.bytesSrc) object["bytesSrc"] = jsonCount(*report.bytesSrc);
     if (report.error) object["errorReached"] = json(*report.error);
+    if (report.verified) object["verified"] = json(*report.verified);
     object["notes"] = jsonTexts(report.notes);
     object["warnings"] = jsonTexts(report.warnings);
     object["dropped"] = jsonList(report.dropped, [](const kel::importer::Dropped& entry) {
@@ -85,6 +106,7 @@ std::string reportText(const Job& job, const FileReport& report) {
     if (report.bytesSrc) text += " with " + counted(*report.bytesSrc, "byte", "bytes") + " of SRC inside";
     if (!report.takenAsIs) text += std::string(" (") + targetName(report.target) + ')';
     if (report.error) text += "\n  " + errorText(*report.error);
+    if (report.verified) text += "\n  " + verifiedText(*report.verified);
     return text + lossesText(report.dropped, report.notes);
 }
 

@@ -103,6 +103,7 @@ private:
 
     void alone(const WholeMesh& mesh, const char* side, std::vector<std::string>& names, Topology& topology) {
         names.push_back(mesh.first().name);
+        report.isExact = false;
         for (const ComparableMesh* part : mesh.parts)
             topology += topologyOf(*part);
         Difference& difference = add(DifferenceKind::MESHES, mesh.first().name);
@@ -160,6 +161,8 @@ private:
         report.a.topology += topologyA;
         report.b.topology += topologyB;
 
+        report.isExact = report.isExact && corners.distances.largest == 0 && matches.flipped == 0 &&
+                         lost.onlyA == 0 && lost.onlyB == 0;
         pair.by = matches.by;
         pair.maxDistance = corners.distances.largest;
         pair.samples = corners.distances.samples;
@@ -184,6 +187,7 @@ private:
         for (const SharedAttribute& attribute : corners.attributes) {
             addTally(attribute.kind, a.name, attribute.name, attribute.tally);
             const double largest = attribute.tally.largest;
+            report.isExact = report.isExact && largest == 0;
             const auto raise = [&](double& so_far) { so_far = std::max(so_far, largest); };
             if (attribute.kind == DifferenceKind::NORMALS) raise(pair.maxAngle);
             if (attribute.kind == DifferenceKind::COLORS) raise(pair.maxColor);

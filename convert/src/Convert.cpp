@@ -1,5 +1,6 @@
 #include <kel/convert/Convert.h>
 
+#include "CompareWithSource.h"
 #include "MeshFacts.h"
 #include "PrepareScene.h"
 
@@ -178,8 +179,15 @@ private:
     /// From the source to what the writer takes; fills the report.
     void prepare() {
         kel::scene::Scene scene = importSource(source, recipe, options, report);
+        if (options.verify) {
+            original = scene;
+            // Steps change copies of these maps.
+            for (auto& entry : scene.meshes)
+                entry.ownsMetaData = false;
+        }
         stage("preparing", -1.0);
-        errors = prepareScene(source.shownName(), recipe, scene, report);
+        prepared = prepareScene(source.shownName(), recipe, scene, report);
+        const std::vector<ReachedError>& errors = prepared.errors;
         report.dropped = oncePerKind(std::move(report.dropped));
         for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
             const kel::mesh::Mesh& source = *scene.meshes[i].mesh;
@@ -218,7 +226,10 @@ private:
         report.bytesOut = file.flush();
         checkPreamble(file.firstBytes(format::PREAMBLE_BYTES));
         if (options.verify)
-            verify([&] { return verifyFile(input, report.target, errors, recipe.allowClamping, temporary); });
+            verify([&](const FurtherCheck& further) {
+                return verifyFile(input, report.target, prepared.errors, recipe.allowClamping, temporary,
+                                  further);
+            });
         if (own) own->commit();
     }
 
@@ -237,18 +248,32 @@ private:
         StringBuffer memory;
         std::ostream out(&memory);
         kel::prepare::write(input, report.target, out);
-        verify([&] { return verifyBytes(input, report.target, errors, recipe.allowClamping, memory.text); });
+        verify([&](const FurtherCheck& further) {
+            return verifyBytes(input, report.target, prepared.errors, recipe.allowClamping, memory.text,
+                               further);
+        });
         report.bytesOut = memory.text.size();
         if (!stream.write(memory.text.data(), static_cast<std::streamsize>(memory.text.size())).flush())
             throw ConvertError(ConvertCode::STREAM_FAILED, destination.shownName());
     }
 
     template<typename FindDifference>
-    void verify(const FindDifference& findDifference) const {
+    void verify(const FindDifference& findDifference) {
         stage("verifying", -1.0);
-        const std::string difference = findDifference();
+        const std::string difference =
+            findDifference([this](const kel::src::SrcFile& file) { return compareWithOriginal(file); });
         if (!difference.empty())
             throw ConvertError(ConvertCode::VERIFY_FAILED, destination.shownName(), difference);
+    }
+
+    /// The first difference; fills the report when there is none.
+    std::string compareWithOriginal(const kel::src::SrcFile& file) {
+        const CompareReport found =
+            compareWithSource(std::move(original), recipe, report.target, prepared.change, file);
+        if (!found.same()) return describe(found.differences.front());
+        report.verified = VerifiedError{found.maxDistance, found.maxAngle, found.maxColor, found.maxTexcoord,
+                                        found.isExact};
+        return "";
     }
 
     const Source& source;
@@ -256,7 +281,8 @@ private:
     const Destination& destination;
     const ConvertOptions& options;
     ConvertReport report;
-    std::vector<ReachedError> errors;
+    kel::scene::Scene original; ///< as it was before any step, where it is to be verified
+    Prepared prepared;
     SrcWriterInput input;
     std::uint64_t payload = 0; ///< bytes of indices and attributes
 };

@@ -44,7 +44,13 @@ inline double distanceBetween(const Point& a, const Point& b) {
     double sum = 0;
     for (std::size_t c = 0; c < 3; ++c)
         sum += (a[c] - b[c]) * (a[c] - b[c]);
-    return sum == 0 ? 0.0 : std::isnan(sum) ? std::numeric_limits<double>::infinity() : std::sqrt(sum);
+    if (sum < std::numeric_limits<double>::infinity()) return sum == 0 ? 0.0 : std::sqrt(sum);
+    // Numbers that are not finite are equal to themselves.
+    for (std::size_t c = 0; c < 3; ++c) {
+        if (a[c] != b[c] && !(std::isnan(a[c]) && std::isnan(b[c])))
+            return std::numeric_limits<double>::infinity();
+    }
+    return 0.0;
 }
 
 /// An attribute that two meshes have, and how far it may differ.

@@ -72,7 +72,7 @@ public:
     Preparation(const std::string& name, const Recipe& recipe, Scene& scene, ConvertReport& report)
         : name(name), recipe(recipe), scene(scene), report(report) {}
 
-    std::vector<ReachedError> run() {
+    Prepared run() {
         report.target = recipe.target.value_or(Target::UNCOMPRESSED);
         const bool isContainer = isContainerTarget(report.target);
         scene.useCompressedPreset = report.target == Target::PRESET_CMP1;
@@ -81,7 +81,6 @@ public:
         if (isContainer || recipe.onlyTriangles) keepTriangles();
         transform();
         optimize();
-        std::vector<ReachedError> errors;
         if (isContainer) {
             keepStoredAttributes();
             keepAttributesApart();
@@ -89,10 +88,10 @@ public:
             if (quantizes(report.target)) fitOrCountClamped();
         } else {
             splitForShortIndices();
-            errors = chooseMode();
+            prepared.errors = chooseMode();
         }
         refuseProblems();
-        return errors;
+        return std::move(prepared);
     }
 
 private:
@@ -175,7 +174,7 @@ private:
     void transform() {
         if (recipe.scale == 1.0 && !recipe.toUnit && !recipe.toUp) return;
         const Source stated = statedSource();
-        kel::prepare::TransformOptions change;
+        kel::prepare::TransformOptions& change = prepared.change;
         change.scale = recipe.scale;
         if (recipe.toUnit) {
             const std::optional<double> from = recipe.fromUnit ? recipe.fromUnit : stated.unit;
@@ -352,12 +351,12 @@ private:
     const Recipe& recipe;
     Scene& scene;
     ConvertReport& report;
+    Prepared prepared;
 };
 
 } // namespace
 
-std::vector<ReachedError> prepareScene(const std::string& name, const Recipe& recipe, Scene& scene,
-                                       ConvertReport& report) {
+Prepared prepareScene(const std::string& name, const Recipe& recipe, Scene& scene, ConvertReport& report) {
     return Preparation(name, recipe, scene, report).run();
 }
 

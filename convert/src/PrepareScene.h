@@ -1,12 +1,19 @@
 #pragma once
 
 #include <kel/convert/Convert.h>
+#include <kel/prepare/Transform.h>
 #include <kel/scene/Scene.h>
 
 #include <string>
 #include <vector>
 
 namespace kel::convert {
+
+/// What later checks need to know of the steps.
+struct Prepared {
+    std::vector<kel::prepare::ReachedError> errors; ///< of the meshes, in a mode of the public writer
+    kel::prepare::TransformOptions change;          ///< how everything was turned and scaled
+};
 
 /// Makes a scene fit its writer, by steps of kel::prepare, and says in the report what that changed or left
 /// out. Sets report.target and report.error.
@@ -18,9 +25,8 @@ namespace kel::convert {
 /// for short indices and choosing a mode (cut). Last, problems are looked for: they are those of the writer.
 ///
 /// name     for messages
-/// returns  the errors of the meshes, in a mode of the public writer
 /// throws   ConvertError when the writer would refuse, lose or spoil something that the recipe does not allow
-std::vector<kel::prepare::ReachedError> prepareScene(const std::string& name, const Recipe& recipe,
-                                                     kel::scene::Scene& scene, ConvertReport& report);
+Prepared prepareScene(const std::string& name, const Recipe& recipe, kel::scene::Scene& scene,
+                      ConvertReport& report);
 
 } // namespace kel::convert

@@ -233,10 +233,13 @@ namespace {
 
 template<typename Bytes, typename Open>
 std::string verify(const SrcWriterInput& input, Target target, const std::vector<ReachedError>& errors,
-                   bool clamped, const Bytes& bytes, const Open& open) {
+                   bool clamped, const Bytes& bytes, const FurtherCheck& further, const Open& open) {
     try {
-        const std::string error = firstError(kel::src::validateSrc(bytes), clamped);
-        return error.empty() ? firstDifference(input, target, errors, open(bytes)) : error;
+        std::string found = firstError(kel::src::validateSrc(bytes), clamped);
+        if (!found.empty()) return found;
+        const SrcFile file = open(bytes);
+        found = firstDifference(input, target, errors, file);
+        return found.empty() && further ? further(file) : found;
     } catch (const kel::src::SrcError& error) {
         return error.what();
     }
@@ -245,14 +248,14 @@ std::string verify(const SrcWriterInput& input, Target target, const std::vector
 } // namespace
 
 std::string verifyFile(const SrcWriterInput& input, Target target, const std::vector<ReachedError>& errors,
-                       bool clamped, const std::string& path) {
-    return verify(input, target, errors, clamped, path,
+                       bool clamped, const std::string& path, const FurtherCheck& further) {
+    return verify(input, target, errors, clamped, path, further,
                   [](const std::string& file) { return kel::src::openSrc(file); });
 }
 
 std::string verifyBytes(const SrcWriterInput& input, Target target, const std::vector<ReachedError>& errors,
-                        bool clamped, std::string_view bytes) {
-    return verify(input, target, errors, clamped, kel::src::ByteView(bytes),
+                        bool clamped, std::string_view bytes, const FurtherCheck& further) {
+    return verify(input, target, errors, clamped, kel::src::ByteView(bytes), further,
                   [](const kel::src::ByteView& view) { return kel::src::readSrc(view); });
 }
 

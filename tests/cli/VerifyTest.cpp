@@ -32,6 +32,17 @@ TEST_F(ConvertVerify, EveryWayOfWritingPasses) {
     EXPECT_THAT(folder.entries(), testing::UnorderedElementsAre("in.gltf", "out.src"));
 }
 
+TEST_F(ConvertVerify, TellsHowFarTheFileIsFromTheModel) {
+    const std::string model = writeFile(folder / "in.gltf", gltf({{"a", true, true, false, 0.3f}}));
+    const auto said = [&](const char* option) {
+        return runCommand({"convert", model, "-o", folder / "out.src", "--verify", option});
+    };
+    EXPECT_THAT(said("--lossless").err, HasSubstr("verified: every number is that of the model\n"));
+    const CommandResult coded = said("--preset=CMP1");
+    EXPECT_THAT(coded.err, HasSubstr("verified: positions within "));
+    EXPECT_THAT(coded.err, HasSubstr("colours within "));
+}
+
 TEST_F(ConvertVerify, StandardOutputGetsTheSameBytes) {
     const std::string model = writeFile(folder / "in.obj", PLATE_OBJ);
     const CommandResult plain = runCommand({"convert", model, "-o", "-"});

@@ -100,7 +100,7 @@ inline Model plate() {
 /// A closed ball of 12 slices, whose triangles at the poles draw nothing.
 inline Model ball() {
     Part part = partOf(*fixture::sphere(12, 8), "ball");
-    part.metadata["node"] = "\"/root/ball\"";
+    part.metadata["node"] = "\"/scene/ball\"";
     return {"ball", {part}};
 }
 

@@ -4,6 +4,7 @@
 
 #include <kel/convert/Compare.h>
 #include <kel/convert/Convert.h>
+#include <kel/convert/Verify.h>
 
 #include <gmock/gmock.h>
 
@@ -378,6 +379,33 @@ TEST_P(SeededFault, IsFoundFromBothSides) {
     }
 }
 
+/// The file that the model becomes.
+std::string fileOf(const Model& model, const Recipe& recipe) {
+    std::ostringstream file;
+    const kel::src::SrcWriterInput input = inputOf(model);
+    convert(Source::ofInput(input, model.name), recipe, Destination::ofStream(file, "file"));
+    return file.str();
+}
+
+TEST_P(SeededFault, IsFoundInAFileThatShouldHoldTheSoundModel) {
+    using kel::prepare::Target;
+    const FaultCase& seeded = GetParam();
+    for (const Target target : {Target::UNCOMPRESSED, Target::POSITION_COMPRESSED, Target::PRESET_CMP1}) {
+        // A preset takes surfaces only, and no attributes of other names than its own.
+        const bool isStored = !isContainerTarget(target) ||
+                              (seeded.sound.name != "drawing" && seeded.fault.kind != Kind::ATTRIBUTES);
+        if (!isStored) continue;
+        Recipe recipe;
+        recipe.target = target;
+        const std::string file = fileOf(seeded.spoilt, recipe);
+        const CompareReport report =
+            compareWithSource(inputOf(seeded.sound), recipe, target, {},
+                              kel::src::readSrc(kel::src::ByteView(std::string_view(file))));
+        EXPECT_TRUE(isFound(report, seeded.fault.kind)) << targetName(target) << " found: " << listOf(report);
+        EXPECT_FALSE(report.isExact && seeded.fault.kind == Kind::POSITIONS);
+    }
+}
+
 /// The name of a case in letters.
 std::string caseName(const testing::TestParamInfo<FaultCase>& info) {
     std::string name;
@@ -399,12 +427,9 @@ TEST(SeededFaults, AreManyInFiveModels) {
 
 // ---- What is no fault -----------------------------------------------------------------------------------
 
-/// The file that the model becomes in memory.
 ComparableScene converted(const Model& model, const Recipe& recipe) {
-    std::stringstream file;
-    const kel::src::SrcWriterInput input = inputOf(model);
-    convert(Source::ofInput(input, model.name), recipe, Destination::ofStream(file, "file"));
-    return comparableScene(kel::src::readSrc(file), "file");
+    const std::string file = fileOf(model, recipe);
+    return comparableScene(kel::src::readSrc(kel::src::ByteView(std::string_view(file))), "file");
 }
 
 /// The surfaces of the model: the container writer takes nothing else.

@@ -1,12 +1,15 @@
 // What verification finds, on files that were written from another input than the one compared with.
 
+#include <kel/convert/Convert.h>
 #include <kel/convert/Verify.h>
 #include <kel/prepare/ChooseMode.h>
 #include <reader/Files.h>
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <functional>
+#include <sstream>
 
 namespace {
 
@@ -122,6 +125,63 @@ TEST(Verify, ClampedBoundsAreAnErrorUnlessTheyWereAskedFor) {
     const auto report = kel::src::validateSrc(kel::src::ByteView(std::string_view(file)));
     EXPECT_THAT(kel::convert::firstError(report, false), StartsWith("BOUNDS_TOO_SMALL"));
     EXPECT_EQ(kel::convert::firstError(report, true), "");
+}
+
+/// What verification says of a conversion; an error ends the test.
+kel::convert::VerifiedError verified(const kel::convert::Recipe& recipe) {
+    const auto input = scene();
+    std::ostringstream file;
+    kel::convert::ConvertOptions options;
+    options.verify = true;
+    const auto report = kel::convert::convert(kel::convert::Source::ofInput(input, "model"), recipe,
+                                              kel::convert::Destination::ofStream(file, "file"), options);
+    return report.verified.value();
+}
+
+TEST(Verify, ExactIsSaidWhereFloatsAreStored) {
+    for (const Target target : {Target::UNCOMPRESSED, Target::PRESET_DEFAULT}) {
+        kel::convert::Recipe recipe;
+        recipe.target = target;
+        EXPECT_TRUE(verified(recipe).isExact);
+        EXPECT_EQ(verified(recipe).position, 0.0);
+    }
+}
+
+TEST(Verify, CodesAreWithinAStep) {
+    for (const Target target : {Target::POSITION_COMPRESSED, Target::PRESET_CMP1}) {
+        kel::convert::Recipe recipe;
+        recipe.target = target;
+        EXPECT_LE(verified(recipe).position, std::sqrt(3.0) * 0.5 / 65535.0 * 1.001);
+    }
+}
+
+TEST(Verify, TurningAndScalingAreDoneToTheModelToo) {
+    using kel::prepare::UpAxis;
+    for (const UpAxis to : {UpAxis::X, UpAxis::Y, UpAxis::Z}) {
+        for (const Target target :
+             {Target::UNCOMPRESSED, Target::POSITION_NORMAL_COMPRESSED, Target::PRESET_CMP1}) {
+            kel::convert::Recipe recipe;
+            recipe.target = target;
+            recipe.fromUp = UpAxis::Y;
+            recipe.toUp = to;
+            recipe.fromUnit = 0.001;
+            recipe.toUnit = 0.3048;
+            EXPECT_LT(verified(recipe).position, 1e-5);
+        }
+    }
+}
+
+TEST(Verify, FileThatWasTurnedTheOtherWayIsFound) {
+    using kel::prepare::UpAxis;
+    const auto model = scene();
+    kel::convert::Recipe recipe;
+    recipe.toUp = UpAxis::Z;
+    kel::prepare::TransformOptions right, wrong;
+    right.toUp = wrong.fromUp = UpAxis::Z;
+    const std::string file = reader_fixture::write(kel::prepare::transform(model, wrong), Mode::UNCOMPRESSED);
+    const auto report = kel::convert::compareWithSource(model, recipe, Target::UNCOMPRESSED, right,
+                                                        reader_fixture::read(file));
+    EXPECT_FALSE(report.same());
 }
 
 TEST(Verify, CutFileIsFound) {

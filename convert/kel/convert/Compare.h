@@ -111,6 +111,7 @@ struct CompareReport {
     std::map<std::string, DifferenceCount>
         materials; ///< parameters that differ; "" stands for a whole material
     std::map<std::string, DifferenceCount> metadata; ///< keys that differ
+    bool isExact = true;                             ///< no position, attribute or primitive differs at all
     /// Beyond the limits, pair by pair. What an encoding has no place for is counted above and is none.
     std::vector<Difference> differences;
 

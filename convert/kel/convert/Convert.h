@@ -94,6 +94,14 @@ struct WrittenMesh {
     std::optional<kel::prepare::ReachedError> error; ///< in a mode of the public writer
 };
 
+/// How far what was written lies from the model, found by decoding it and comparing it with the model itself.
+struct VerifiedError {
+    double position = 0;            ///< in units of the output
+    double normalDegrees = 0;       ///< between normals
+    double color = 0, texcoord = 0; ///< of a component
+    bool isExact = false;           ///< every number that is stored decodes to that of the model
+};
+
 /// What became of one model.
 struct ConvertReport {
     std::string format; ///< of the model, for people; empty for meshes
@@ -102,6 +110,7 @@ struct ConvertReport {
     std::uint64_t bytesIn = 0;  ///< size of the model file, without those beside it; 0 for meshes
     std::uint64_t bytesOut = 0; ///< size of what was written
     std::optional<kel::prepare::ReachedError> error; ///< the largest, in a mode of the public writer
+    std::optional<VerifiedError> verified;           ///< where that was asked for
     std::vector<kel::importer::Dropped> dropped;     ///< once per kind
     std::vector<std::string> notes;                  ///< sentences about what was changed
     std::vector<std::string> warnings;
