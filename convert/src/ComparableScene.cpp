@@ -65,8 +65,7 @@ bool fillCorners(kel::mesh::PrimitiveType type, std::size_t count, const IndexAt
     return inside;
 }
 
-/// What the texts of a mesh say about how to read it. An origin that they state is added here, too, when what
-/// writes it is there.
+/// What the texts of a mesh say about how to read it.
 void readMetadata(ComparableMesh& mesh) {
     const auto text = [&](std::string_view key) -> std::string_view {
         const auto found = mesh.metadata.find(std::string(key));
@@ -79,6 +78,7 @@ void readMetadata(ComparableMesh& mesh) {
         const std::string root = kel::src::text::jsonPointer({source->file}).substr(1) + '/';
         if (mesh.node.compare(0, root.size(), root) == 0) mesh.node.erase(0, root.size());
     }
+    mesh.origin = format::readOrigin(text(format::metadata::ORIGIN)).value_or(format::Origin{});
     for (std::string& name : textsOf(text(format::metadata::FILLED)))
         mesh.filled.insert(std::move(name));
 }
@@ -329,7 +329,10 @@ ComparableScene openComparable(const std::string& path, const ProcessHooks& hook
     try {
         if (looksLikeSrc(path)) return comparableScene(openSrc(path), path);
         const auto token = hooks.onImport ? hooks.onImport(path) : ProcessHooks::Token();
-        auto imported = kel::importer::detail::importScene(std::filesystem::path(path));
+        kel::importer::ImportOptions options;
+        options.origin.choice =
+            kel::importer::Origin::AUTO; // or far from zero floats would have lost too much
+        auto imported = kel::importer::detail::importScene(std::filesystem::path(path), options);
         ComparableScene scene = comparableScene(std::move(imported.scene));
         scene.textures = 0;
         for (const auto& dropped : imported.report.dropped) {

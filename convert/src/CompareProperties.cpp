@@ -22,8 +22,8 @@ constexpr double MATERIAL_ROUNDING = 1e-6;
 /// What writers and preparation put there themselves, and what is compared in another way.
 bool isOwnEntry(std::string_view key) {
     using namespace metadata;
-    for (const std::string_view own :
-         {NUM_POINTS, NUM_LINES, NUM_TRIANGLES, NUM_VERTICES, SURFACE_AREA, NAME, FIT, FILLED, PART, PARTS}) {
+    for (const std::string_view own : {NUM_POINTS, NUM_LINES, NUM_TRIANGLES, NUM_VERTICES, SURFACE_AREA, NAME,
+                                       ORIGIN, FIT, FILLED, PART, PARTS}) {
         if (key == own) return true;
     }
     return false;

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 namespace kel::convert {
@@ -30,17 +29,18 @@ void turn(double* vector, const TransformOptions& change) {
     vector[to] = up;
 }
 
+void transform(Point& place, const TransformOptions& change) {
+    turn(place.data(), change);
+    for (double& coordinate : place)
+        coordinate *= change.scale;
+}
+
 void transform(ComparableMesh& mesh, const TransformOptions& change) {
-    double largest = 0;
-    for (Point& position : mesh.positions) {
-        turn(position.data(), change);
-        for (double& coordinate : position) {
-            coordinate *= change.scale;
-            if (std::isfinite(coordinate)) largest = std::max(largest, std::abs(coordinate));
-        }
-    }
-    if (change.scale != 1.0) // a scaled position is rounded to a float
-        mesh.positionLoss += std::sqrt(3.0) * 0.5 * std::numeric_limits<float>::epsilon() * largest;
+    for (Point& position : mesh.positions)
+        transform(position, change);
+    transform(mesh.origin, change);
+    mesh.positionRounding *= change.scale;
+    if (change.scale != 1.0) mesh.positionLoss += mesh.positionRounding; // they become floats again
     const auto normals = mesh.attributes.find(kel::mesh::DEFAULT_NORMALS_NAME);
     if (normals == mesh.attributes.end() || normals->second.components != 3) return;
     std::vector<float>& values = normals->second.values;

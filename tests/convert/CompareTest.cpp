@@ -62,6 +62,29 @@ TEST(Compare, DistanceIsThatOfTheVertices) {
     EXPECT_EQ(report.pairs[0].name, "part");
 }
 
+/// The square in a plane at z, stored about an origin.
+kel::src::SrcWriterInput about(const std::string& origin, float z) {
+    auto input = square(z);
+    (*input.metaData.begin()->second)["origin"] = origin;
+    return input;
+}
+
+TEST(Compare, PositionsAreThoseAboutTheTrueOrigin) {
+    EXPECT_TRUE(
+        compare(written(about("[500000.25, 5400000, 0]", 0)), written(about("[500000.25, 5400000, -8]", 8)))
+            .same());
+    const CompareReport report = compare(written(square(0)), written(about("[5000000, 0, 0]", 0)));
+    EXPECT_EQ(report.maxDistance, 5e6);
+    ASSERT_FALSE(report.same());
+    EXPECT_EQ(report.differences[0].kind, DifferenceKind::POSITIONS);
+}
+
+TEST(Compare, DoublesDecideFarFromZero) {
+    // A sixteenth is less than a float of this size can tell.
+    const std::string far = "[5400000.0625, 0, 0]", near = "[5400000, 0, 0]";
+    EXPECT_EQ(compare(written(about(far, 0)), written(about(near, 0))).maxDistance, 0.0625);
+}
+
 TEST(Compare, MaterialsMetadataAndMissingMeshesAreCounted) {
     auto other = square(0.0f, 0.5f);
     (*other.metaData.begin()->second)["node"] = "\"/part\"";
