@@ -54,7 +54,7 @@ std::string nameText(const std::string& name) {
 }
 
 std::string vectorText(const std::array<double, 3>& vector) {
-    return shortNumber(vector[0], 6) + ", " + shortNumber(vector[1], 6) + ", " + shortNumber(vector[2], 6);
+    return shortNumber(vector[0], 8) + ", " + shortNumber(vector[1], 8) + ", " + shortNumber(vector[2], 8);
 }
 
 void printNames(std::ostream& out, const char* what, std::vector<std::string> names) {

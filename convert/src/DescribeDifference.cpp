@@ -10,22 +10,6 @@ constexpr const char* KIND_NAMES[] = {"meshes",     "names",     "positions", "o
                                       "topology",   "normals",   "colors",    "texcoords",
                                       "attributes", "materials", "metadata",  "textures"};
 
-/// What the numbers of a kind are called, in the plural; null for kinds that are counted.
-const char* measuredName(DifferenceKind kind) {
-    switch (kind) {
-    case DifferenceKind::POSITIONS:
-        return "positions off by ";
-    case DifferenceKind::NORMALS:
-        return "normals off by ";
-    case DifferenceKind::COLORS:
-        return "colours off by ";
-    case DifferenceKind::TEXCOORDS:
-        return "texture coordinates off by ";
-    default:
-        return "values off by ";
-    }
-}
-
 std::string placeText(const Point& place) {
     return " (" + shortNumber(place[0], 8) + ", " + shortNumber(place[1], 8) + ", " +
            shortNumber(place[2], 8) + ')';
@@ -50,22 +34,18 @@ const std::vector<DifferenceKind>& allDifferenceKinds() {
 std::string describe(const Difference& difference) {
     std::string text = difference.mesh.empty() ? "" : "mesh \"" + difference.mesh + "\": ";
     text += kindName(difference.kind);
-    const bool isMeasured = difference.detail.empty();
     if (!difference.what.empty() && difference.kind != DifferenceKind::NAMES)
         text += " \"" + difference.what + '"';
-    text += ": ";
-    if (!isMeasured) {
-        text += difference.detail;
-        if (difference.place) text += ", first at" + placeText(*difference.place);
-        return text;
+    if (!difference.detail.empty()) {
+        text += ": " + difference.detail;
+        return difference.place ? text + ", first at" + placeText(*difference.place) : text;
     }
-    text += measuredName(difference.kind) + shortNumber(difference.amount);
+    text += " off by " + shortNumber(difference.amount);
     if (difference.kind == DifferenceKind::NORMALS) text += " degrees";
-    text +=
-        difference.limit > 0 ? ", more than " + shortNumber(difference.limit) : ", where nothing may be lost";
+    text += difference.limit > 0 ? ", more than " + shortNumber(difference.limit)
+                                 : std::string(", where nothing may be lost");
     text += ", at " + counted(difference.count, "place", "places");
-    if (difference.place) text += ", worst at" + placeText(*difference.place);
-    return text;
+    return difference.place ? text + ", worst at" + placeText(*difference.place) : text;
 }
 
 } // namespace kel::convert
