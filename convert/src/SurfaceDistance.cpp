@@ -80,10 +80,10 @@ public:
             corners.record(primitive, primitive, turning);
         if (lostA.empty() && lostB.empty()) return lost;
         matches.by = ComparedBy::SURFACE;
-        measure(lostA, true, corners.distances, true);
-        measure(lostB, false, corners.distances, true);
         lost.onlyA = count(corners.a, lostA);
         lost.onlyB = count(corners.b, lostB);
+        measure(lostA, true, corners.distances, true);
+        measure(lostB, false, corners.distances, true);
         return lost;
     }
 
@@ -185,6 +185,12 @@ private:
         return large;
     }
 
+    const SurfaceTree& tree(bool ofA) {
+        std::optional<SurfaceTree>& known = ofA ? treeA : treeB;
+        if (!known) known.emplace(ofA ? corners.a : corners.b);
+        return *known;
+    }
+
     // ---- Points on primitives ---------------------------------------------------------------------------
 
     /// From points on primitives of one side to the surface of the other.
@@ -193,16 +199,17 @@ private:
     void measure(const std::vector<std::uint32_t>& primitives, bool isA, DistanceTally& tally,
                  bool withAttributes) {
         if (primitives.empty()) return;
-        const ComparableMesh &from = isA ? corners.a : corners.b, &to = isA ? corners.b : corners.a;
-        std::optional<SurfaceTree>& tree = isA ? treeB : treeA;
-        if (!tree) tree.emplace(to);
+        const ComparableMesh& from = isA ? corners.a : corners.b;
+        const SurfaceTree& surface = tree(!isA);
+        std::uint32_t last = 0; // points follow each other, so the last one's primitive is mostly near
         const auto take = [&](std::uint32_t primitive, const std::array<double, 3>& weights) {
             Point point{};
             for (std::size_t i = 0; i < corners.size; ++i) {
                 for (std::size_t c = 0; c < 3; ++c)
                     point[c] += weights[i] * from.positions[from.corners[primitive * corners.size + i]][c];
             }
-            SurfacePoint found = tree->nearest(point);
+            SurfacePoint found = surface.nearest(point, last);
+            last = found.primitive;
             double noise = 0;
             for (const double coordinate : point)
                 noise = std::max(noise, 16 * std::numeric_limits<double>::epsilon() * std::abs(coordinate));
@@ -210,11 +217,11 @@ private:
             tally.add(found.distance <= noise ? 0.0 : found.distance, corners.positionLimit, point);
             if (withAttributes && found.distance <= corners.reach + noise)
                 compareAttributes(primitive, weights, isA, point,
-                                  tree->within(point, found.distance + noise, CANDIDATES));
+                                  surface.within(point, found.distance + noise, CANDIDATES));
         };
         std::vector<bool> isDone(from.positions.size());
         const std::size_t mostEffort =
-            tree->effort() + LEAST_EFFORT + EFFORT_PER_PRIMITIVE * primitives.size();
+            surface.effort() + LEAST_EFFORT + EFFORT_PER_PRIMITIVE * primitives.size();
         const auto takeCorners = [&](std::uint32_t primitive) {
             for (std::size_t c = 0; c < corners.size; ++c) {
                 const std::uint32_t vertex = from.corners[primitive * corners.size + c];
@@ -228,7 +235,7 @@ private:
             takeCorners(primitives[i]);
         double total = 0;
         for (const std::uint32_t primitive : primitives) {
-            if (tree->effort() > mostEffort) return;
+            if (surface.effort() > mostEffort) return;
             takeCorners(primitive);
             total += extentOf(from, primitive);
         }
@@ -241,7 +248,7 @@ private:
         std::size_t sample = 0;
         for (const std::uint32_t primitive : primitives) {
             before += extentOf(from, primitive);
-            if (tree->effort() > mostEffort) return;
+            if (surface.effort() > mostEffort) return;
             for (; static_cast<double>(sample) + 0.5 < before / total * static_cast<double>(samples);
                  ++sample) {
                 double u = std::fmod(0.5 + static_cast<double>(sample) * 0.7548776662466927, 1.0);

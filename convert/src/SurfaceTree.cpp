@@ -127,7 +127,7 @@ SurfacePoint SurfaceTree::nearestOn(std::uint32_t primitive, const Point& point)
         for (std::size_t c = 0; c < 3; ++c)
             offset[c] += found.weights[i] * corners[i][c];
     }
-    found.distance = std::sqrt(dot(offset, offset));
+    found.distance = dot(offset, offset);
     return found;
 }
 
@@ -140,7 +140,7 @@ void SurfaceTree::visit(const Point& point, const double& limit, const Visit& vi
     open[count++] = {squaredDistance(point, nodes[0].low, nodes[0].high), 0};
     while (count != 0) {
         const auto [distance, place] = open[--count];
-        if (distance > limit * limit) continue;
+        if (distance > limit) continue;
         const Node& node = nodes[place];
         if (node.right == 0) {
             looked += node.last - node.first;
@@ -152,24 +152,30 @@ void SurfaceTree::visit(const Point& point, const double& limit, const Visit& vi
         for (auto* child : {&near, &far})
             child->first = squaredDistance(point, nodes[child->second].low, nodes[child->second].high);
         if (far.first < near.first) std::swap(near, far);
-        open[count++] = far;
+        if (far.first <= limit) open[count++] = far;
         open[count++] = near;
     }
 }
 
-SurfacePoint SurfaceTree::nearest(const Point& point) const {
+SurfacePoint SurfaceTree::nearest(const Point& point, std::uint32_t guess) const {
     SurfacePoint best;
     best.distance = INFINITE;
-    visit(point, best.distance, [&](const SurfacePoint& found) {
+    const auto take = [&](const SurfacePoint& found) {
         if (found.distance < best.distance) best = found;
-    });
+    };
+    if (guess < mesh.primitives()) take(nearestOn(guess, point));
+    visit(point, best.distance, take);
+    best.distance = std::sqrt(best.distance);
     return best;
 }
 
 std::vector<SurfacePoint> SurfaceTree::within(const Point& point, double distance, std::size_t most) const {
     std::vector<SurfacePoint> all;
-    visit(point, distance, [&](const SurfacePoint& found) {
-        if (found.distance <= distance && all.size() < most) all.push_back(found);
+    const double limit = distance * distance * (1 + 4 * std::numeric_limits<double>::epsilon());
+    visit(point, limit, [&](const SurfacePoint& found) {
+        if (!(found.distance <= limit) || all.size() == most) return;
+        all.push_back(found);
+        all.back().distance = std::sqrt(found.distance);
     });
     return all;
 }

@@ -25,7 +25,9 @@ public:
     /// How many primitives were looked at so far. A point far away from the surface may take many of them.
     std::size_t effort() const { return looked; }
     /// Infinitely far when there is nothing.
-    SurfacePoint nearest(const Point& point) const;
+    ///
+    /// guess  a primitive that may be near; the result is the same whichever it is, but for equally near ones
+    SurfacePoint nearest(const Point& point, std::uint32_t guess = 0) const;
     /// Up to `most` that are no farther than `distance`, in a fixed order.
     std::vector<SurfacePoint> within(const Point& point, double distance, std::size_t most) const;
 
@@ -37,8 +39,9 @@ private:
     };
 
     void build(std::uint32_t first, std::uint32_t last, const std::vector<Point>& middles);
+    /// With the square of the distance.
     SurfacePoint nearestOn(std::uint32_t primitive, const Point& point) const;
-    /// Visits the primitives of boxes that are no farther than `limit`, which the visitor may lower.
+    /// Visits the primitives of boxes that are no farther than the root of `limit`, which the visitor may lower.
     template<typename Visit>
     void visit(const Point& point, const double& limit, const Visit& visitor) const;
 
