@@ -1,17 +1,46 @@
 // fuzz_seeds TARGET FOLDER: writes the seeds of a fuzz target.
 
 #include <fuzz/GoodFiles.h>
+#include <importer/GltfText.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
 
+/// The small ones among Debian's models. Where they are not installed there are fewer seeds.
+void addModels(std::vector<std::string>& seeds) {
+    constexpr std::uintmax_t LARGEST = 65536;
+    std::error_code none;
+    std::vector<std::filesystem::path> paths;
+    for (std::filesystem::recursive_directory_iterator entry("/usr/share/assimp/models/glTF2", none), end;
+         entry != end; ++entry) {
+        const auto extension = entry->path().extension();
+        if ((extension == ".glb" || extension == ".gltf") && entry->file_size() <= LARGEST)
+            paths.push_back(entry->path());
+    }
+    std::sort(paths.begin(), paths.end());
+    for (const auto& path : paths) {
+        std::ifstream in(path, std::ios::binary);
+        seeds.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+}
+
 std::vector<std::string> seedsOf(const std::string& target) {
     if (target == "read") return fuzz::goodFiles();
+    if (target == "gltf") {
+        std::vector<std::string> seeds = {kel::importer::test::oneTriangle().glb(),
+                                          kel::importer::test::oneTriangle().json()};
+        addModels(seeds);
+        return seeds;
+    }
     if (target == "metadata") {
         return {"name\n\"bolt\"\n",
                 "n\n42\nlist\n[1,2.5,{\"a\":null}]\n",

@@ -44,14 +44,6 @@ ImportResult asResult(detail::ImportedScene imported) {
 
 } // namespace
 
-ImportError::ImportError(ImportCode code, std::string file, const std::string& what, std::string place,
-                         std::string remedy)
-    : std::runtime_error(file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy),
-      importCode(code), fileText(std::move(file)), placeText(std::move(place)),
-      remedyText(std::move(remedy)) {}
-
-ImportError::~ImportError() = default;
-
 namespace detail {
 
 ImportedScene importScene(const std::filesystem::path& file, const ImportOptions& options) {

@@ -1,8 +1,19 @@
 #include "ModelSource.h"
 
 #include <algorithm>
+#include <utility>
 
-namespace kel::importer::detail {
+namespace kel::importer {
+
+ImportError::ImportError(ImportCode code, std::string file, const std::string& what, std::string place,
+                         std::string remedy)
+    : std::runtime_error(file + ": " + what + (place.empty() ? "" : " (" + place + ")") + "; " + remedy),
+      importCode(code), fileText(std::move(file)), placeText(std::move(place)),
+      remedyText(std::move(remedy)) {}
+
+ImportError::~ImportError() = default;
+
+namespace detail {
 
 std::string smallLetters(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -39,4 +50,6 @@ void ProgressReporter::refuseCancelled() const {
     source.refuse(ImportCode::CANCELLED, "the import was cancelled");
 }
 
-} // namespace kel::importer::detail
+} // namespace detail
+
+} // namespace kel::importer
