@@ -57,7 +57,6 @@ public:
             alone(*mesh, "only in A", report.missing, report.a.topology);
         for (const WholeMesh* mesh : pairing.onlyB)
             alone(*mesh, "only in B", report.added, report.b.topology);
-        if (a.metadata && b.metadata) compareMetadata(*a.metadata, *b.metadata, "", report);
         if (a.textures && b.textures && a.textures != b.textures) {
             Difference& difference = add(DifferenceKind::TEXTURES, "");
             difference.detail =
@@ -187,14 +186,8 @@ private:
         }
         for (const SharedAttribute& attribute : corners.attributes) {
             addTally(attribute.kind, a.name, attribute.name, attribute.tally);
-            if (attribute.lengths.over != 0 && attribute.tally.over == 0) {
-                addTally(attribute.kind, a.name, attribute.name, attribute.lengths);
-                report.differences.back().detail = "lengths off by " +
-                                                   shortNumber(attribute.lengths.largest) + ", at " +
-                                                   counted(attribute.lengths.over, "place", "places");
-            }
             const double largest = attribute.tally.largest;
-            report.isExact = report.isExact && largest == 0 && attribute.lengths.largest == 0;
+            report.isExact = report.isExact && largest == 0;
             const auto raise = [&](double& so_far) { so_far = std::max(so_far, largest); };
             if (attribute.kind == DifferenceKind::NORMALS) raise(pair.maxAngle);
             if (attribute.kind == DifferenceKind::COLORS) raise(pair.maxColor);

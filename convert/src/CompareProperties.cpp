@@ -49,6 +49,7 @@ public:
     void compare() {
         attributes();
         materials();
+        entries();
     }
 
 private:
@@ -110,6 +111,27 @@ private:
         }
     }
 
+    void entries() {
+        const auto only = [&](const ComparableMesh& mesh, const ComparableMesh& other,
+                              std::size_t DifferenceCount::*count, const char* text) {
+            for (const auto& [key, json] : mesh.metadata) {
+                if (isOwnEntry(key) || other.metadata.count(key) != 0) continue;
+                ++(report.metadata[key].*count);
+                add(DifferenceKind::METADATA, key, text);
+            }
+        };
+        only(a, b, &DifferenceCount::onlyA, "only in A");
+        only(b, a, &DifferenceCount::onlyB, "only in B");
+        for (const auto& [key, json] : a.metadata) {
+            const auto other = b.metadata.find(key);
+            if (isOwnEntry(key) || other == b.metadata.end() || sameJson(json, other->second)) continue;
+            if (key == metadata::NODE && a.node == b.node && !a.node.empty()) continue;
+            if (key == metadata::SOURCE && sameSource(json, other->second)) continue;
+            ++report.metadata[key].differ;
+            add(DifferenceKind::METADATA, key, "differs");
+        }
+    }
+
     const ComparableMesh &a, &b;
     CompareReport& report;
 };
@@ -118,34 +140,6 @@ private:
 
 void compareProperties(const ComparableMesh& a, const ComparableMesh& b, CompareReport& report) {
     Properties(a, b, report).compare();
-    const bool sameNode = !a.node.empty() && a.node == b.node;
-    compareMetadata(a.metadata, b.metadata, a.name.empty() ? b.name : a.name, report, sameNode);
-}
-
-void compareMetadata(const std::map<std::string, std::string>& a, const std::map<std::string, std::string>& b,
-                     const std::string& mesh, CompareReport& report, bool sameNode) {
-    const auto add = [&](const std::string& key, std::size_t DifferenceCount::*count, const char* text) {
-        ++(report.metadata[key].*count);
-        Difference& difference = report.differences.emplace_back();
-        difference.kind = DifferenceKind::METADATA;
-        difference.mesh = mesh;
-        difference.what = key;
-        difference.detail = text;
-        difference.count = 1;
-    };
-    for (const auto& [key, json] : a) {
-        if (isOwnEntry(key)) continue;
-        const auto other = b.find(key);
-        if (other == b.end()) {
-            add(key, &DifferenceCount::onlyA, "only in A");
-        } else if (!sameJson(json, other->second) && !(key == metadata::NODE && sameNode) &&
-                   !(key == metadata::SOURCE && sameSource(json, other->second))) {
-            add(key, &DifferenceCount::differ, "differs");
-        }
-    }
-    for (const auto& [key, json] : b) {
-        if (!isOwnEntry(key) && a.count(key) == 0) add(key, &DifferenceCount::onlyB, "only in B");
-    }
 }
 
 } // namespace kel::convert

@@ -203,6 +203,33 @@ TEST_F(GltfAccessors, TextureCoordinatesHaveTheirOriginAtTheBottom) {
     EXPECT_THAT(numbersOf(*mesh, "texcoord"), ElementsAre(0, 1, 1, 1, 0, 0));
 }
 
+TEST_F(GltfAccessors, TextureCoordinatesOfWholeNumbersMeanWhatTheirTexturesSay) {
+    GltfText gltf = oneTriangle();
+    gltf.add(std::vector<std::uint16_t>{0, 0, 65535, 0, 0, 13107}, 5123, "VEC2", 2);
+    gltf.accessors[1].insert(1, R"("normalized":true,)");
+    gltf.meshes[0] = R"({"primitives":[{"attributes":{"POSITION":0,"TEXCOORD_0":1},"material":0}]})";
+    const std::string use =
+        R"({"index":0,"extensions":{"KHR_texture_transform":{"offset":[0.5,0],"scale":[4,5]}}})";
+    const auto texcoords = [&](const std::string& others) {
+        gltf.more = R"(,"textures":[{}],"materials":[{"pbrMetallicRoughness":{"baseColorTexture":)" + use +
+                    "}" + others + "}]";
+        return numbersOf(*import("uv.gltf", gltf.json()).input.meshes.at(0), "texcoord");
+    };
+    EXPECT_THAT(texcoords(R"(,"normalTexture":)" + use), ElementsAre(0.5f, 1, 4.5f, 1, 0.5f, 0));
+    // Where textures do not agree there is no one meaning.
+    EXPECT_THAT(texcoords(R"(,"normalTexture":{"index":0})"), ElementsAre(0, 1, 1, 1, 0, 0.8f));
+}
+
+TEST_F(GltfAccessors, TextureCoordinatesOfFloatsStay) {
+    GltfText gltf = oneTriangle();
+    gltf.addVec2({0, 0, 1, 0, 0, 1});
+    gltf.meshes[0] = R"({"primitives":[{"attributes":{"POSITION":0,"TEXCOORD_0":1},"material":0}]})";
+    gltf.more = R"(,"textures":[{}],"materials":[{"pbrMetallicRoughness":{"baseColorTexture":{"index":0,)"
+                R"("extensions":{"KHR_texture_transform":{"scale":[4,5]}}}}}])";
+    EXPECT_THAT(numbersOf(*import("uv.gltf", gltf.json()).input.meshes.at(0), "texcoord"),
+                ElementsAre(0, 1, 1, 1, 0, 0));
+}
+
 TEST_F(GltfAccessors, ColoursLoseTheirAlphaAndSaySo) {
     GltfText gltf = oneTriangle();
     gltf.add(std::vector<std::uint8_t>{255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 128}, 5121, "VEC4", 4);

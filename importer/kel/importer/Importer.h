@@ -23,21 +23,23 @@
 /// by indices of its own, as a glTF with indices does. Every mesh has an index buffer: 2 bytes per index up to
 /// 65,535 vertices, else 4. Coordinates keep the unit and the axes that "source" states.
 ///
-/// **glTF 2** is read by this library itself: every type of component, normalized or not, sparse accessors, data
-/// URIs, one scene of several (ImportOptions::scene), and the extensions KHR_mesh_quantization,
-/// EXT_meshopt_compression, KHR_draco_mesh_compression, EXT_mesh_gpu_instancing (each instance is a use of the
-/// mesh), KHR_materials_unlit and KHR_materials_pbrSpecularGlossiness. A file that requires an extension unknown
-/// here is refused; extensions that change looks alone are reported. Skinned meshes stand as their joints stand
-/// in the file, and morph targets count with the weights that it states.
+/// **glTF 2** is read by this library itself: every type of component, normalized or not, sparse accessors,
+/// data URIs, one scene of several (ImportOptions::scene), and the extensions KHR_mesh_quantization,
+/// EXT_meshopt_compression, KHR_draco_mesh_compression, EXT_mesh_gpu_instancing (each instance is a use of
+/// the mesh), KHR_materials_unlit and KHR_materials_pbrSpecularGlossiness. A file that requires an
+/// extension unknown here is refused; extensions that change looks alone are reported;
+/// KHR_texture_transform counts where it gives whole numbers their meaning as texture coordinates. Skinned
+/// meshes stand as their joints stand in the file, and morph targets count with the weights that it states.
 ///
 /// **Precision.** Transforms, and sources that state more than a float holds, are in doubles up to the last
 /// step: a position delivered is the float nearest to its place in the model less the origin, which
 /// ImportOptions::origin chooses. Far from zero an origin nearby keeps what floats would lose there.
 ///
 /// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
-/// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1" and
-/// so on; of a glTF also its own attributes, whose names begin with "_", as they are. Triangles without normals get some: corners at one position share a normal, weighted by area, with
-/// those neighbours that lean less than 60 degrees; sharper edges stay sharp. Points and lines get none.
+/// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1"
+/// and so on; of a glTF also its own attributes, whose names begin with "_", as they are. Triangles without
+/// normals get some: corners at one position share a normal, weighted by area, with those neighbours that
+/// lean less than 60 degrees; sharper edges stay sharp. Points and lines get none.
 ///
 /// **Materials.** Each material in use becomes one MaterialClassic, shared by its meshes; its identifier is
 /// its place in the source. Files that describe none get none. Where a file states classic colours:

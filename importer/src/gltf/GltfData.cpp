@@ -43,6 +43,8 @@ public:
 
     GltfData read() {
         document.forEachObject("buffers", [&](const GltfObject& buffer) { addBuffer(buffer); });
+        data.views.reserve(document.sizeOf("bufferViews"));
+        data.accessors.reserve(document.sizeOf("accessors"));
         document.forEachObject("bufferViews", [&](const GltfObject& view) { addView(view); });
         document.forEachObject("accessors", [&](const GltfObject& accessor) { addAccessor(accessor); });
         return std::move(data);

@@ -53,14 +53,57 @@ ModelMaterial readMaterial(const GltfObject& object, std::size_t identifier) {
     return material;
 }
 
+/// Calls visit(texture) for every use of a texture in a material and its extensions: their names end alike.
+template<typename Visit>
+void forEachTexture(const GltfObject& object, const Visit& visit) {
+    constexpr std::string_view END = "Texture";
+    object.forEachMember([&](std::string_view name, simdjson::dom::element value) {
+        const GltfPlace place(object.place(), name);
+        const GltfObject child(object.model(), value, &place);
+        if (name == "extras" || !child) return;
+        if (name.size() > END.size() && name.substr(name.size() - END.size()) == END) {
+            visit(child);
+        } else {
+            forEachTexture(child, visit);
+        }
+    });
+}
+
+std::map<std::size_t, GltfTextureTransform> readTransforms(const GltfObject& material) {
+    std::map<std::size_t, GltfTextureTransform> agreed;
+    std::map<std::size_t, bool> disagreed;
+    forEachTexture(material, [&](const GltfObject& texture) {
+        const GltfPlace extensions(texture.place(), "extensions");
+        const GltfPlace place(&extensions, "KHR_texture_transform");
+        const GltfObject object =
+            texture.child("extensions", extensions).child("KHR_texture_transform", place);
+        GltfTextureTransform transform;
+        object.numbers("offset", transform.offset, 2);
+        object.numbers("scale", transform.scale, 2);
+        transform.rotation = object.number("rotation", 0.0);
+        const auto set = static_cast<std::size_t>(object.whole("texCoord", texture.whole("texCoord", 0)));
+        const auto first = agreed.emplace(set, transform);
+        if (!(first.first->second == transform)) disagreed[set] = true;
+    });
+    for (const auto& entry : disagreed)
+        agreed.erase(entry.first);
+    return agreed;
+}
+
 } // namespace
 
-std::vector<ModelMaterial> readMaterials(const GltfObject& document) {
-    std::vector<ModelMaterial> materials;
+bool GltfTextureTransform::operator==(const GltfTextureTransform& other) const {
+    return offset[0] == other.offset[0] && offset[1] == other.offset[1] && rotation == other.rotation &&
+           scale[0] == other.scale[0] && scale[1] == other.scale[1];
+}
+
+GltfMaterials readMaterials(const GltfObject& document) {
+    GltfMaterials result;
     document.forEachObject("materials", [&](const GltfObject& material) {
-        materials.push_back(readMaterial(material, materials.size()));
+        result.materials.push_back(readMaterial(material, result.materials.size()));
+        result.transforms.push_back(readTransforms(material));
     });
-    return materials;
+    return result;
 }
 
 } // namespace kel::importer::detail

@@ -31,10 +31,11 @@ glm::dmat4 placed(const double* translation, const double* rotation, const doubl
 class NodeReader {
 public:
     NodeReader(const GltfObject& document, const GltfData& data, std::size_t meshes)
-        : document(document), data(data), meshes(meshes) {}
+        : document(document), data(data), meshes(meshes), count(document.sizeOf("nodes")) {}
 
     GltfNodes read(const std::optional<std::string>& scene) {
         document.forEachObject("skins", [&](const GltfObject& skin) { addSkin(skin); });
+        result.nodes.reserve(count);
         document.forEachObject("nodes", [&](const GltfObject& node) { addNode(node); });
         checkTree();
         chooseScene(scene);
@@ -45,11 +46,11 @@ private:
     const GltfObject& document;
     const GltfData& data;
     std::size_t meshes;
+    std::size_t count; // of nodes
     GltfNodes result;
 
     std::vector<std::size_t> nodesIn(const GltfObject& object, std::string_view list) const {
         std::vector<std::size_t> nodes;
-        const std::size_t count = document.sizeOf("nodes");
         object.forEach(list, [&](simdjson::dom::element value, const GltfPlace& place) {
             const auto index = wholeNumber(value);
             if (!index || *index >= count) {

@@ -7,6 +7,7 @@
 #include <kel/mesh/ForEachPrimitive.h>
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <utility>
 
@@ -18,10 +19,10 @@ namespace {
 class PartReader {
 public:
     PartReader(const ModelSource& source, const GltfData& data, const GltfPrimitive& primitive,
-               const GltfPlace& place, const GltfPose& pose, std::vector<Dropped>& dropped,
-               std::vector<std::string>& notes)
-        : source(source), data(data), primitive(primitive), place(place), pose(pose), dropped(dropped),
-          notes(notes),
+               const GltfPlace& place, const std::map<std::size_t, GltfTextureTransform>& transforms,
+               const GltfPose& pose, std::vector<Dropped>& dropped, std::vector<std::string>& notes)
+        : source(source), data(data), primitive(primitive), place(place), transforms(transforms), pose(pose),
+          dropped(dropped), notes(notes),
           vertices(static_cast<std::size_t>(data.accessors[primitive.attributes[0].second].count)) {}
 
     ModelPart read() {
@@ -36,9 +37,12 @@ public:
                 addPositions(attribute);
             } else if (name == "NORMAL") {
                 add(kel::mesh::DEFAULT_NORMALS_NAME, attribute, 3);
-            } else if (setOf(name, "TEXCOORD_")) {
+            } else if (const auto set = setOf(name, "TEXCOORD_")) {
                 add(nameOfSet(TEXCOORD_NAME, texcoords++), attribute, 2);
                 std::vector<float>& values = part.attributes.back().values;
+                const auto found = transforms.find(*set);
+                if (found != transforms.end() && data.accessors[attribute.second].type != kel::mesh::FLOAT)
+                    transform(found->second, values);
                 for (std::size_t i = 1; i < values.size(); i += 2)
                     values[i] = 1.0f - values[i]; // glTF has the origin of v at the top
             } else if (setOf(name, "COLOR_")) {
@@ -66,6 +70,7 @@ private:
     const GltfData& data;
     const GltfPrimitive& primitive;
     const GltfPlace& place;
+    const std::map<std::size_t, GltfTextureTransform>& transforms;
     const GltfPose& pose;
     std::vector<Dropped>& dropped;
     std::vector<std::string>& notes;
@@ -170,6 +175,16 @@ private:
         part.attributes.push_back({kel::mesh::DEFAULT_POSITIONS_NAME, 3, {}, numbers<double>(attribute, 3)});
     }
 
+    static void transform(const GltfTextureTransform& transform, std::vector<float>& values) {
+        const double cosine = std::cos(transform.rotation), sine = std::sin(transform.rotation);
+        for (std::size_t i = 0; i + 1 < values.size(); i += 2) {
+            const double u = transform.scale[0] * static_cast<double>(values[i]);
+            const double v = transform.scale[1] * static_cast<double>(values[i + 1]);
+            values[i] = static_cast<float>(transform.offset[0] + (cosine * u + sine * v));
+            values[i + 1] = static_cast<float>(transform.offset[1] + (cosine * v - sine * u));
+        }
+    }
+
     void addOwn(const GltfAttribute& attribute) {
         const std::size_t width = widthOf(attribute);
         if (data.accessors[attribute.second].type == kel::mesh::UNSIGNED_INT) {
@@ -196,9 +211,9 @@ private:
 } // namespace
 
 ModelPart readPart(const ModelSource& source, const GltfData& data, const GltfPrimitive& primitive,
-                   const GltfPlace& place, const GltfPose& pose, std::vector<Dropped>& dropped,
-                   std::vector<std::string>& notes) {
-    return PartReader(source, data, primitive, place, pose, dropped, notes).read();
+                   const GltfPlace& place, const std::map<std::size_t, GltfTextureTransform>& transforms,
+                   const GltfPose& pose, std::vector<Dropped>& dropped, std::vector<std::string>& notes) {
+    return PartReader(source, data, primitive, place, transforms, pose, dropped, notes).read();
 }
 
 } // namespace kel::importer::detail

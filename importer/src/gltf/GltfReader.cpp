@@ -29,7 +29,9 @@ public:
         upAxis = "Y";
         checkExtensions(document, *this);
         data = readGltfData(document, content, pieces.binary);
-        materials = readMaterials(document);
+        GltfMaterials read = readMaterials(document);
+        materials = std::move(read.materials);
+        transforms = std::move(read.transforms);
         GltfMeshLosses losses;
         gltfMeshes = readMeshes(document, data, materials.size(), losses, notes);
         tree = readNodes(document, data, gltfMeshes.size(), options.scene);
@@ -63,6 +65,8 @@ public:
 private:
     const ModelSource& source;
     GltfData data;
+    std::vector<std::map<std::size_t, GltfTextureTransform>>
+        transforms; // of texture coordinates, by material
     std::vector<GltfMesh> gltfMeshes;
     GltfNodes tree;
     /// Which mesh of the document each of the model's is, and the node that bends it, if one does.
@@ -111,8 +115,10 @@ private:
         std::vector<ModelPart> parts;
         parts.reserve(primitives.size());
         for (std::size_t p = 0; p < primitives.size(); ++p) {
-            parts.push_back(readPart(source, data, primitives[p], GltfPlace("primitives", p, &place), pose,
-                                     dropped, notes));
+            static const std::map<std::size_t, GltfTextureTransform> NONE;
+            parts.push_back(readPart(source, data, primitives[p], GltfPlace("primitives", p, &place),
+                                     primitives[p].material ? transforms[*primitives[p].material] : NONE,
+                                     pose, dropped, notes));
         }
         return parts;
     }
@@ -127,6 +133,8 @@ private:
     }
 
     void addMeshes() {
+        meshes.reserve(gltfMeshes.size());
+        variants.reserve(gltfMeshes.size());
         for (std::size_t m = 0; m < gltfMeshes.size(); ++m) {
             meshes.push_back(meshFor(m));
             variants.push_back({m, std::nullopt});
