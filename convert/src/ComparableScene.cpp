@@ -315,6 +315,9 @@ GeometryCounts ComparableMesh::counts() const {
 
 ComparableScene comparableScene(const SrcFile& file, const std::string& name) {
     ComparableScene scene;
+    scene.metadata.emplace();
+    for (auto& member : kel::src::jsonMembers(file.metadata()))
+        scene.metadata->emplace(std::move(member.key), member.json);
     const FileMeshes meshes(file, name);
     for (const auto& source : file.meshes())
         scene.meshes.push_back(meshes.take(source));

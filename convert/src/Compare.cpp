@@ -57,6 +57,7 @@ public:
             alone(*mesh, "only in A", report.missing, report.a.topology);
         for (const WholeMesh* mesh : pairing.onlyB)
             alone(*mesh, "only in B", report.added, report.b.topology);
+        if (a.metadata && b.metadata) compareMetadata(*a.metadata, *b.metadata, "", report);
         if (a.textures && b.textures && a.textures != b.textures) {
             Difference& difference = add(DifferenceKind::TEXTURES, "");
             difference.detail =
@@ -106,7 +107,7 @@ private:
         report.isExact = false;
         for (const ComparableMesh* part : mesh.parts)
             topology += topologyOf(*part);
-        Difference& difference = add(DifferenceKind::MESHES, mesh.first().name);
+        Difference& difference = add(DifferenceKind::MESHES, mesh.label());
         difference.detail = std::string(side) + ", with " + std::to_string(mesh.primitives) + ' ' +
                             primitiveName(mesh.first().cornersPerPrimitive, mesh.primitives);
         difference.amount = static_cast<double>(mesh.primitives);
@@ -121,11 +122,12 @@ private:
         compared.name = name;
         compared.meshesA = pair.a.size();
         compared.meshesB = pair.b.size();
+        label = pair.a.front()->label();
         compareGeometry(a.get(), b.get(), compared);
         report.pairs.push_back(std::move(compared));
 
         if (pair.a.size() != pair.b.size()) {
-            Difference& difference = add(DifferenceKind::MESHES, name);
+            Difference& difference = add(DifferenceKind::MESHES, label);
             difference.detail = counted(pair.a.size(), "mesh", "meshes") + " in A, " +
                                 std::to_string(pair.b.size()) + " in B";
             difference.amount =
@@ -133,7 +135,7 @@ private:
         }
         const std::string& other = pair.b.front()->first().name;
         if (name != other) {
-            Difference& difference = add(DifferenceKind::NAMES, name);
+            Difference& difference = add(DifferenceKind::NAMES, label);
             difference.what = other;
             difference.detail = other.empty() ? "has no name in B" : "is called \"" + other + "\" in B";
         }
@@ -149,7 +151,7 @@ private:
         const std::size_t count = std::max(a.parts.size(), b.parts.size());
         for (std::size_t i = 0; i < count; ++i)
             compareProperties(*a.parts[std::min(i, a.parts.size() - 1)],
-                              *b.parts[std::min(i, b.parts.size() - 1)], report);
+                              *b.parts[std::min(i, b.parts.size() - 1)], label, report);
     }
 
     void compareGeometry(const ComparableMesh& a, const ComparableMesh& b, ComparedPair& pair) {
@@ -168,9 +170,9 @@ private:
         pair.samples = corners.distances.samples;
         if (pair.samples != 0)
             pair.rmsDistance = std::sqrt(corners.distances.sum / static_cast<double>(pair.samples));
-        addTally(DifferenceKind::POSITIONS, a.name, "", corners.distances);
+        addTally(DifferenceKind::POSITIONS, label, "", corners.distances);
         if (matches.flipped != 0) {
-            Difference& difference = add(DifferenceKind::ORIENTATION, a.name);
+            Difference& difference = add(DifferenceKind::ORIENTATION, label);
             difference.amount = static_cast<double>(matches.flipped);
             difference.count = matches.flipped;
             difference.detail = std::to_string(matches.flipped) + " of " +
@@ -178,16 +180,22 @@ private:
             difference.place = matches.firstFlipped;
         }
         if (lost.onlyA != 0 || lost.onlyB != 0) {
-            Difference& difference = add(DifferenceKind::TOPOLOGY, a.name);
+            Difference& difference = add(DifferenceKind::TOPOLOGY, label);
             difference.count = lost.onlyA + lost.onlyB;
             difference.amount = static_cast<double>(difference.count);
             difference.place = lost.first;
             difference.detail = topologyText(a.cornersPerPrimitive, lost, topologyA, topologyB);
         }
         for (const SharedAttribute& attribute : corners.attributes) {
-            addTally(attribute.kind, a.name, attribute.name, attribute.tally);
+            addTally(attribute.kind, label, attribute.name, attribute.tally);
+            if (attribute.lengths.over != 0 && attribute.tally.over == 0) {
+                addTally(attribute.kind, label, attribute.name, attribute.lengths);
+                report.differences.back().detail = "lengths off by " +
+                                                   shortNumber(attribute.lengths.largest) + ", at " +
+                                                   counted(attribute.lengths.over, "place", "places");
+            }
             const double largest = attribute.tally.largest;
-            report.isExact = report.isExact && largest == 0;
+            report.isExact = report.isExact && largest == 0 && attribute.lengths.largest == 0;
             const auto raise = [&](double& so_far) { so_far = std::max(so_far, largest); };
             if (attribute.kind == DifferenceKind::NORMALS) raise(pair.maxAngle);
             if (attribute.kind == DifferenceKind::COLORS) raise(pair.maxColor);
@@ -229,6 +237,7 @@ private:
 
     const CompareLimits& limits;
     CompareReport report;
+    std::string label; ///< of the pair at hand
 };
 
 } // namespace

@@ -43,13 +43,13 @@ bool sameSource(const std::string& a, const std::string& b) {
 
 class Properties {
 public:
-    Properties(const ComparableMesh& a, const ComparableMesh& b, CompareReport& report)
-        : a(a), b(b), report(report) {}
+    Properties(const ComparableMesh& a, const ComparableMesh& b, const std::string& mesh,
+               CompareReport& report)
+        : a(a), b(b), mesh(mesh), report(report) {}
 
     void compare() {
         attributes();
         materials();
-        entries();
     }
 
 private:
@@ -57,7 +57,7 @@ private:
              double limit = 0) {
         Difference difference;
         difference.kind = kind;
-        difference.mesh = a.name.empty() ? b.name : a.name;
+        difference.mesh = mesh;
         difference.what = what;
         difference.detail = std::move(detail);
         difference.amount = amount;
@@ -67,10 +67,10 @@ private:
     }
 
     void attributes() {
-        const auto only = [&](const ComparableMesh& mesh, const ComparableMesh& other,
+        const auto only = [&](const ComparableMesh& one, const ComparableMesh& other,
                               std::size_t DifferenceCount::*count, const char* text) {
-            for (const auto& [name, attribute] : mesh.attributes) {
-                if (other.attributes.count(name) != 0 || mesh.filled.count(name) != 0) continue;
+            for (const auto& [name, attribute] : one.attributes) {
+                if (other.attributes.count(name) != 0 || one.filled.count(name) != 0) continue;
                 ++(report.attributes[name].*count);
                 if (other.canStore(name, attribute.components)) add(DifferenceKind::ATTRIBUTES, name, text);
             }
@@ -111,35 +111,43 @@ private:
         }
     }
 
-    void entries() {
-        const auto only = [&](const ComparableMesh& mesh, const ComparableMesh& other,
-                              std::size_t DifferenceCount::*count, const char* text) {
-            for (const auto& [key, json] : mesh.metadata) {
-                if (isOwnEntry(key) || other.metadata.count(key) != 0) continue;
-                ++(report.metadata[key].*count);
-                add(DifferenceKind::METADATA, key, text);
-            }
-        };
-        only(a, b, &DifferenceCount::onlyA, "only in A");
-        only(b, a, &DifferenceCount::onlyB, "only in B");
-        for (const auto& [key, json] : a.metadata) {
-            const auto other = b.metadata.find(key);
-            if (isOwnEntry(key) || other == b.metadata.end() || sameJson(json, other->second)) continue;
-            if (key == metadata::NODE && a.node == b.node && !a.node.empty()) continue;
-            if (key == metadata::SOURCE && sameSource(json, other->second)) continue;
-            ++report.metadata[key].differ;
-            add(DifferenceKind::METADATA, key, "differs");
-        }
-    }
-
     const ComparableMesh &a, &b;
+    const std::string& mesh;
     CompareReport& report;
 };
 
 } // namespace
 
-void compareProperties(const ComparableMesh& a, const ComparableMesh& b, CompareReport& report) {
-    Properties(a, b, report).compare();
+void compareProperties(const ComparableMesh& a, const ComparableMesh& b, const std::string& mesh,
+                       CompareReport& report) {
+    Properties(a, b, mesh, report).compare();
+    compareMetadata(a.metadata, b.metadata, mesh, report, !a.node.empty() && a.node == b.node);
+}
+
+void compareMetadata(const std::map<std::string, std::string>& a, const std::map<std::string, std::string>& b,
+                     const std::string& mesh, CompareReport& report, bool sameNode) {
+    const auto add = [&](const std::string& key, std::size_t DifferenceCount::*count, const char* text) {
+        ++(report.metadata[key].*count);
+        Difference& difference = report.differences.emplace_back();
+        difference.kind = DifferenceKind::METADATA;
+        difference.mesh = mesh;
+        difference.what = key;
+        difference.detail = text;
+        difference.count = 1;
+    };
+    for (const auto& [key, json] : a) {
+        if (isOwnEntry(key)) continue;
+        const auto other = b.find(key);
+        if (other == b.end()) {
+            add(key, &DifferenceCount::onlyA, "only in A");
+        } else if (!sameJson(json, other->second) && !(key == metadata::NODE && sameNode) &&
+                   !(key == metadata::SOURCE && sameSource(json, other->second))) {
+            add(key, &DifferenceCount::differ, "differs");
+        }
+    }
+    for (const auto& [key, json] : b) {
+        if (!isOwnEntry(key) && a.count(key) == 0) add(key, &DifferenceCount::onlyB, "only in B");
+    }
 }
 
 } // namespace kel::convert

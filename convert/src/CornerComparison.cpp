@@ -50,6 +50,7 @@ SharedAttribute::SharedAttribute(std::string name, const ComparableAttribute& a,
         reach = loss;
     }
     isGiven = given.has_value();
+    comparesLengths = isDirection && !isGiven && a.lossDegrees + b.lossDegrees == 0.0;
     limit = given.value_or(reach);
     reach = std::max(reach, limit);
 }
@@ -62,6 +63,13 @@ double SharedAttribute::limitOf(std::size_t vertexA, bool asReach) const {
     if (length >= 1.0) return plain;
     const double sine = length > 0 ? std::min(1.0, std::sqrt(3.0) * loss / length) : 1.0;
     return std::max(plain, a->lossDegrees + b->lossDegrees + std::asin(sine) * DEGREES + ANGLE_ROUNDING);
+}
+
+double SharedAttribute::lengthDifference(std::size_t vertexA, std::size_t vertexB) const {
+    const float *valueA = &a->values[vertexA * 3], *valueB = &b->values[vertexB * 3];
+    if (std::memcmp(valueA, valueB, 3 * sizeof(float)) == 0) return 0.0;
+    const double off = std::abs(lengthOf(valueA) - lengthOf(valueB));
+    return std::isfinite(off) ? off : 0.0; // not a direction on one side, which the angle tells
 }
 
 double SharedAttribute::difference(const float* valueA, const float* valueB) const {
@@ -132,7 +140,7 @@ void CornerComparison::record(std::size_t primitiveA, std::size_t primitiveB, Tu
         const Point& at = a.positions[vertexA];
         distances.add(distanceBetween(at, b.positions[vertexB]), positionLimit, at);
         for (SharedAttribute& attribute : attributes)
-            attribute.record(attribute.difference(vertexA, vertexB), vertexA, at);
+            attribute.record(vertexA, vertexB, at);
     }
 }
 

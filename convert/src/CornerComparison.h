@@ -3,6 +3,7 @@
 #include <kel/convert/Compare.h>
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -62,6 +63,7 @@ public:
     const std::string name;
     DifferenceKind kind = DifferenceKind::ATTRIBUTES;
     Tally tally;
+    Tally lengths; ///< of directions, where both sides store some: an angle does not show them
 
     const ComparableAttribute& ofA() const { return *a; }
     const ComparableAttribute& ofB() const { return *b; }
@@ -74,17 +76,20 @@ public:
     bool isWithinReach(double amount, std::size_t vertexA) const {
         return amount <= reach || (amount <= 180.0 && amount <= limitOf(vertexA, true));
     }
-    void record(double amount, std::size_t vertexA, const Point& at) {
+    void record(std::size_t vertexA, std::size_t vertexB, const Point& at) {
+        const double amount = difference(vertexA, vertexB);
         tally.add(amount, amount <= limit ? limit : limitOf(vertexA, false), at);
+        if (comparesLengths) lengths.add(lengthDifference(vertexA, vertexB), std::sqrt(3.0) * loss, at);
     }
     /// For values between vertices.
     void record(double amount, const Point& at) { tally.add(amount, limit, at); }
 
 private:
     double limitOf(std::size_t vertexA, bool asReach) const;
+    double lengthDifference(std::size_t vertexA, std::size_t vertexB) const;
 
     const ComparableAttribute *a, *b;
-    bool isDirection = false, isGiven = false;
+    bool isDirection = false, isGiven = false, comparesLengths = false;
     double loss = 0; ///< of both encodings together
     double limit = 0, reach = 0;
 };

@@ -151,6 +151,7 @@ std::vector<WholeMesh> wholeMeshes(const ComparableScene& scene) {
     std::vector<WholeMesh> meshes;
     for (std::size_t first = 0; first < scene.meshes.size();) {
         WholeMesh& mesh = meshes.emplace_back();
+        mesh.position = first;
         const std::size_t end = first + partsFrom(scene.meshes, first);
         for (; first < end; ++first) {
             const ComparableMesh& part = scene.meshes[first];

@@ -12,8 +12,15 @@ struct WholeMesh {
     std::vector<const ComparableMesh*> parts;
     std::size_t primitives = 0;
     Bounds box;
+    std::size_t position = 0; ///< of the first part in the scene
 
     const ComparableMesh& first() const { return *parts.front(); }
+    /// For messages: its name, or else its node, or else its position.
+    std::string label() const {
+        return !first().name.empty()   ? first().name
+               : !first().node.empty() ? first().node
+                                       : '#' + std::to_string(position);
+    }
 };
 
 /// The meshes of a scene with the parts that preparation cut them into joined again: neighbours of one name

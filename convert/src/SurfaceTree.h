@@ -41,7 +41,8 @@ private:
     void build(std::uint32_t first, std::uint32_t last, const std::vector<Point>& middles);
     /// With the square of the distance.
     SurfacePoint nearestOn(std::uint32_t primitive, const Point& point) const;
-    /// Visits the primitives of boxes that are no farther than the root of `limit`, which the visitor may lower.
+    /// Visits the primitives of boxes that are no farther than the root of `limit`, which the visitor may
+    /// lower.
     template<typename Visit>
     void visit(const Point& point, const double& limit, const Visit& visitor) const;
 

@@ -62,6 +62,22 @@ TEST(Compare, DistanceIsThatOfTheVertices) {
     EXPECT_EQ(report.pairs[0].name, "part");
 }
 
+TEST(Compare, MeshWithoutANameIsCalledByNodeOrPosition) {
+    auto plain = square(0.0f), moved = square(0.25f);
+    const auto labels = [&] {
+        std::vector<std::string> found;
+        for (const Difference& difference : compare(written(plain), written(moved)).differences)
+            found.push_back(difference.mesh);
+        return found;
+    };
+    for (auto* input : {&plain, &moved})
+        input->metaData.begin()->second->erase("name");
+    EXPECT_THAT(labels(), ElementsAre("#0"));
+    for (auto* input : {&plain, &moved})
+        (*input->metaData.begin()->second)["node"] = "\"house/roof\"";
+    EXPECT_THAT(labels(), ElementsAre("house/roof"));
+}
+
 /// The square in a plane at z, stored about an origin.
 kel::src::SrcWriterInput about(const std::string& origin, float z) {
     auto input = square(z);

@@ -219,6 +219,11 @@ std::vector<Fault> attributeFaults() {
                         for (std::size_t i = 0; i < values.size(); i += 3)
                             turn(&values[i], 2.0);
                     }),
+        inAttribute("normals are twice as long", Kind::NORMALS, "normal",
+                    [](auto& values) {
+                        for (float& value : values)
+                            value *= 2.0f;
+                    }),
         inAttribute("normals are all the same", Kind::NORMALS, "normal",
                     [](auto& values) {
                         for (std::size_t i = 0; i < values.size(); ++i)

@@ -60,6 +60,8 @@ struct KEL_CONVERT_EXPORT ComparableMesh {
 
 struct ComparableScene {
     std::vector<ComparableMesh> meshes;
+    /// JSON texts of the file as a whole; none for what is no SRC file.
+    std::optional<std::map<std::string, std::string>> metadata;
     /// How many textures the model names. No SRC file holds one, so an SRC file says nothing of them.
     std::optional<std::size_t> textures;
 };

@@ -46,7 +46,9 @@ struct CompareLimits {
 /// One thing that differs by more than its limit.
 struct Difference {
     DifferenceKind kind = DifferenceKind::MESHES;
-    std::string mesh;      ///< its name in A, or in B where A lacks it; empty for the whole scene
+    /// Its name in A, or in B where A lacks it; where it has none its node, or "#" and its position from 0.
+    /// Empty for the file as a whole.
+    std::string mesh;
     std::string what;      ///< the attribute, material parameter or key of metadata; else empty
     std::string detail;    ///< what was found, for people, without the mesh
     double amount = 0;     ///< the largest: a distance, an angle in degrees, a difference of numbers, a count
