@@ -28,7 +28,7 @@ struct ConvertArguments {
     bool noFit = false, allowClamping = false, onlyTriangles = false, optimize = false;
     std::string onBadGeometry = "fail";
     std::optional<std::string> scene;
-    std::string units, up;
+    std::string units, up, origin = "auto";
     double scale = 1.0;
     int threads = 1;
     bool failFast = false;
@@ -96,6 +96,18 @@ kel::prepare::UpAxis axisOf(const std::string& name) {
     refuse("--up: unknown axis \"" + name + "\"", "Known are x, y and z.");
 }
 
+kel::importer::Origin originOf(const std::string& text) {
+    using kel::importer::Origin;
+    if (text == "auto") return {Origin::AUTO, {}};
+    if (text == "keep") return {Origin::KEEP, {}};
+    try {
+        return kel::convert::readRecipe("{\"origin\":[" + text + "]}").origin;
+    } catch (const kel::convert::ConvertError&) {
+        refuse("--origin: \"" + text + "\" is neither auto nor keep nor three numbers",
+               "For instance --origin=500000,5400000,0.");
+    }
+}
+
 bool wantsPage(const ConvertArguments& arguments) {
     const auto extension = std::filesystem::path(arguments.output).extension();
     return arguments.html || extension == ".html" || extension == ".htm";
@@ -113,6 +125,7 @@ kel::convert::Recipe recipeOf(const ConvertArguments& arguments) {
     recipe.optimize = arguments.optimize;
     if (arguments.onBadGeometry == "drop") recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
     recipe.scene = arguments.scene;
+    recipe.origin = originOf(arguments.origin);
     recipe.scale = arguments.scale;
     if (!(recipe.scale > 0.0 && std::isfinite(recipe.scale)))
         refuse("--scale must be a finite number above 0", "For instance 0.001 makes metres of millimetres.");
@@ -386,6 +399,11 @@ Action addConvert(CLI::App& app) {
     option("--up", arguments->up, "[FROM:]TO",
            "Turn the model so that this axis points up: x, y or z. FROM overrules what the model says; "
            "without either it is y");
+    option("--origin", arguments->origin, "auto|keep|X,Y,Z",
+           "Store positions about this point of the model, before --units and --up; viewers and tools add it "
+           "again. auto: "
+           "zero, or a round point nearby where floats would lose more than a millionth of the model's size")
+        ->capture_default_str();
     option("--scale", arguments->scale, "FACTOR", "Multiply all positions, after --units");
 
     group = "Many models";

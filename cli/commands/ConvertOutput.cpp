@@ -12,10 +12,15 @@ namespace {
 using kel::convert::WrittenMesh;
 using kel::prepare::ReachedError;
 
-std::string errorText(const ReachedError& error) {
-    if (error.position == 0.0 && error.normalDegrees == 0.0) return "positions and normals are exact";
-    return "largest error: positions " + shortNumber(error.position, 3) + ", normals " +
-           shortNumber(error.normalDegrees, 3) + " degrees";
+/// What the encoding costs, and what was rounded before: the sum is a bound.
+std::string errorText(const FileReport& report) {
+    const double position = report.error->position + report.sourceError;
+    if (report.error->position != 0.0 || report.error->normalDegrees != 0.0)
+        return "largest error: positions " + shortNumber(position, 3) + ", normals " +
+               shortNumber(report.error->normalDegrees, 3) + " degrees";
+    if (position != 0.0) return "stored as the nearest floats: positions within " + shortNumber(position, 3);
+    return report.roundedNormals == 0 ? "positions and normals are exact"
+                                      : "positions are exact, normals are the nearest floats";
 }
 
 std::string verifiedText(const kel::convert::VerifiedError& error) {
@@ -68,6 +73,9 @@ void addReport(picojson::object& object, const FileReport& report, bool withList
     if (report.bytesSrc) object["bytesSrc"] = jsonCount(*report.bytesSrc);
     if (report.error) object["errorReached"] = json(*report.error);
     if (report.verified) object["verified"] = json(*report.verified);
+    object["sourceError"] = jsonNumber(report.sourceError);
+    object["roundedNormals"] = jsonCount(report.roundedNormals);
+    object["origin"] = jsonVector(report.origin);
     object["notes"] = jsonTexts(report.notes);
     object["warnings"] = jsonTexts(report.warnings);
     object["dropped"] = jsonList(report.dropped, [](const kel::importer::Dropped& entry) {
@@ -105,8 +113,10 @@ std::string reportText(const Job& job, const FileReport& report) {
                        counted(report.bytesOut, "byte", "bytes");
     if (report.bytesSrc) text += " with " + counted(*report.bytesSrc, "byte", "bytes") + " of SRC inside";
     if (!report.takenAsIs) text += std::string(" (") + targetName(report.target) + ')';
-    if (report.error) text += "\n  " + errorText(*report.error);
+    if (report.error) text += "\n  " + errorText(report);
     if (report.verified) text += "\n  " + verifiedText(*report.verified);
+    if (report.origin != std::array<double, 3>{})
+        text += "\n  positions are stored about the origin " + jsonVector(report.origin).serialize();
     return text + lossesText(report.dropped, report.notes);
 }
 

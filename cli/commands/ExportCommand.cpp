@@ -68,6 +68,10 @@ void print(Messages& messages, const std::string& output, const ExportResult& re
     for (std::size_t i = 1; i < result.files.size(); ++i)
         text += (i == 1 ? ", with " : ", ") + printable(result.files[i].name);
     messages.info(text + lossesText(result.dropped));
+    if (result.positionError != 0.0)
+        messages.warning(printable(output) + ": positions so far from zero are off by up to " +
+                         shortNumber(result.positionError, 3) +
+                         ", because this format is written in floats; .glb and .gltf keep them exact");
 }
 
 int runExport(const ExportArguments& arguments, const Streams& streams) {

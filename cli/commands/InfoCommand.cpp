@@ -31,19 +31,32 @@ constexpr const char* PURPOSES[] = {"header", "indices", "attribute", "other"};
 
 // ---- For people -----------------------------------------------------------------------------------------
 
-std::string vectorText(const std::array<double, 3>& vector, const char* separator) {
+constexpr int DIGITS = 6;
+
+std::string vectorText(const std::array<double, 3>& vector, const char* separator, int digits = DIGITS) {
     std::string text;
     for (const double component : vector)
-        text += (text.empty() ? "" : separator) + shortNumber(component, 6);
+        text += (text.empty() ? "" : separator) + shortNumber(component, digits);
     return text;
 }
 
+/// As many digits as tell the box's corners apart when it is far from zero.
+int digitsOf(const Bounds& bounds) {
+    double largest = 0.0;
+    for (std::size_t c = 0; c < 3; ++c)
+        largest = std::max({largest, std::abs(bounds.min[c]), std::abs(bounds.max[c])});
+    const double times = largest / bounds.diagonal();
+    return times > 1.0 && std::isfinite(times) ? std::min(15, DIGITS + int(std::ceil(std::log10(times))))
+                                               : DIGITS;
+}
+
 /// A vector that belongs to the box: writers widen flat boxes by next to nothing, which reads as 0 here.
-std::string vectorText(std::array<double, 3> vector, const Bounds& bounds, const char* separator) {
+std::string vectorText(std::array<double, 3> vector, const Bounds& bounds, const char* separator,
+                       int digits = DIGITS) {
     for (double& component : vector) {
         if (std::abs(component) < bounds.diagonal() * 1e-7) component = 0.0;
     }
-    return vectorText(vector, separator);
+    return vectorText(vector, separator, digits);
 }
 
 /// The table, with a bar behind each row but the first.
@@ -120,9 +133,11 @@ void print(std::ostream& out, const std::string& name, const FileInfo& info, boo
     out << printable(name) << ": " << countsText(info.counts) << ", " << counted(info.bytes, "byte", "bytes")
         << '\n';
     if (!info.bounds.isEmpty())
-        out << "bounds: " << vectorText(info.bounds.min, info.bounds, ", ") << " to "
-            << vectorText(info.bounds.max, info.bounds, ", ") << " (size "
+        out << "bounds: " << vectorText(info.bounds.min, info.bounds, ", ", digitsOf(info.bounds)) << " to "
+            << vectorText(info.bounds.max, info.bounds, ", ", digitsOf(info.bounds)) << " (size "
             << vectorText(info.bounds.size(), info.bounds, " x ") << ")\n";
+    if (info.origin)
+        out << "origin: " << jsonVector(*info.origin).serialize() << ", added to the positions stored\n";
     printSections(out, info);
     printMaterials(out, info);
     printKeys(out, info);
@@ -168,6 +183,7 @@ picojson::value toJson(const std::string& name, const FileInfo& info, bool listM
     object["bytes"] = jsonCount(info.bytes);
     addCounts(object, info.counts);
     object["bounds"] = jsonBounds(info.bounds);
+    object["origin"] = info.origin ? jsonVector(*info.origin) : picojson::value();
     const auto entryJson = [](const auto& entry) { return toJson(entry); };
     object["sections"] = jsonList(info.sections, entryJson);
     object["materials"] = jsonList(info.materials, entryJson);

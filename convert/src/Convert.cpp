@@ -59,6 +59,7 @@ kel::scene::Scene importSource(const Source& source, const Recipe& recipe, const
     kel::importer::ImportOptions importOptions;
     importOptions.onBadGeometry = recipe.onBadGeometry;
     importOptions.scene = recipe.scene;
+    importOptions.origin = recipe.origin;
     importOptions.progress = options.progress;
     const auto token =
         options.hooks.onImport ? options.hooks.onImport(source.shownName()) : ProcessHooks::Token();
@@ -67,6 +68,8 @@ kel::scene::Scene importSource(const Source& source, const Recipe& recipe, const
         report.format = std::move(imported.report.format);
         report.dropped = std::move(imported.report.dropped);
         report.notes = std::move(imported.report.notes);
+        report.sourceError = imported.report.positionError;
+        report.roundedNormals = imported.report.roundedNormals;
         return std::move(imported.scene);
     } catch (const kel::importer::ImportError& error) {
         using kel::importer::ImportCode;

@@ -79,6 +79,7 @@ public:
         for (auto& member : kel::src::jsonMembers(file.metadata()))
             info.documentKeys.push_back(std::move(member.key));
         addSections();
+        if (originsAgree && sharedOrigin != std::array<double, 3>{}) info.origin = sharedOrigin;
         return std::move(info);
     }
 
@@ -112,18 +113,24 @@ private:
 
         if (mesh.indexView != SRC_NONE) entry.bytes += addIndices(mesh.indexView);
         std::vector<SrcFit> fits;
+        std::array<double, 3> origin{};
         for (auto& member : kel::src::jsonMembers(mesh.metadata)) {
             if (member.key == format::metadata::FIT) fits = kel::src::fitOf(mesh);
+            if (member.key == format::metadata::ORIGIN) origin = kel::src::originOf(mesh);
             if (listMeshes && member.key == format::metadata::NAME)
                 kel::src::jsonString(member.json, entry.name);
             ++info.metadataKeys[std::move(member.key)];
         }
-        if (mesh.hasBounds) entry.bounds = boundsOf(mesh, fits);
+        Bounds stored;
+        if (mesh.hasBounds) stored = boundsOf(mesh, fits);
+        entry.bounds = stored.movedBy(origin);
         info.bounds.add(entry.bounds);
+        if (!sharedOrigin) sharedOrigin = origin;
+        originsAgree = originsAgree && *sharedOrigin == origin;
         const auto self = static_cast<std::uint32_t>(&mesh - file.meshes().begin());
         for (const SrcAttribute& attribute : file.attributes(mesh)) {
             if (file.attributeViews()[attribute.view].owner == self)
-                entry.bytes += addAttribute(attribute, fits, entry.bounds);
+                entry.bytes += addAttribute(attribute, fits, stored);
         }
         if (mesh.material != SRC_NONE) {
             ++info.materials[mesh.material].meshes;
@@ -218,6 +225,8 @@ private:
     const SrcFile& file;
     const bool listMeshes;
     FileInfo info;
+    std::optional<std::array<double, 3>> sharedOrigin; ///< of the first mesh
+    bool originsAgree = true;
     std::vector<std::uint32_t> users; ///< views per buffer view
     std::vector<bool> indexSeen, attributeSeen;
     Section indices;

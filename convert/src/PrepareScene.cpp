@@ -91,6 +91,9 @@ public:
             prepared.errors = chooseMode();
         }
         refuseProblems();
+        if (const std::string* origin =
+                scene.meshes.empty() ? nullptr : scene.meshes[0].find(metadata::ORIGIN))
+            report.origin = kel::src::format::readOrigin(*origin).value_or(report.origin);
         return std::move(prepared);
     }
 
@@ -195,7 +198,9 @@ private:
             change.toUp = *recipe.toUp;
         }
         try {
-            steps::transform(scene, change);
+            double rounding = 0.0;
+            steps::transform(scene, change, &rounding);
+            report.sourceError = report.sourceError * change.scale + rounding;
         } catch (const std::invalid_argument& error) {
             refuse(ConvertCode::STEP_REFUSED, error.what());
         }

@@ -2,6 +2,7 @@
 
 #include <kel/convert/ConvertError.h>
 #include <kel/src/SrcJson.h>
+#include <kel/src/format/MetadataKeys.h>
 #include <kel/src/text/JsonScanner.h>
 #include <kel/src/text/JsonValues.h>
 #include <kel/src/text/JsonWriter.h>
@@ -16,6 +17,7 @@ namespace kel::convert {
 namespace {
 
 using kel::importer::BadGeometry;
+using kel::importer::Origin;
 using kel::prepare::Target;
 using kel::prepare::UpAxis;
 
@@ -34,6 +36,7 @@ const std::vector<Named<AnyAxis>> AXES = {
     {axisName(UpAxis::X), UpAxis::X}, {axisName(UpAxis::Y), UpAxis::Y}, {axisName(UpAxis::Z), UpAxis::Z}};
 const std::vector<Named<BadGeometry>> BAD_GEOMETRY = {{"fail", BadGeometry::FAIL},
                                                       {"drop", BadGeometry::DROP}};
+const std::vector<Named<Origin::Choice>> ORIGINS = {{"auto", Origin::AUTO}, {"keep", Origin::KEEP}};
 const std::vector<Named<AnyTarget>> TARGETS = [] {
     std::vector<Named<AnyTarget>> targets{{"auto", std::nullopt}};
     for (const auto& row : kel::prepare::TARGETS)
@@ -53,6 +56,7 @@ void forEachMember(AnyRecipe& recipe, Visit&& visit) {
     visit("onBadGeometry", recipe.onBadGeometry, BAD_GEOMETRY);
     visit("onlyTriangles", recipe.onlyTriangles);
     visit("optimize", recipe.optimize);
+    visit("origin", recipe.origin);
     visit("scale", recipe.scale, Range::ABOVE_ZERO);
     visit("scene", recipe.scene);
     visit("target", recipe.target, TARGETS);
@@ -73,6 +77,13 @@ struct RecipeWriter {
     }
     void operator()(std::string_view name, const std::optional<std::string>& value) {
         if (value) kel::src::text::appendJsonString(begin(name), *value);
+    }
+    void operator()(std::string_view name, const Origin& origin) {
+        if (origin.choice == Origin::GIVEN) {
+            begin(name) += kel::src::format::originText(origin.at);
+        } else {
+            (*this)(name, origin.choice, ORIGINS);
+        }
     }
     template<typename Value>
     void operator()(std::string_view name, const Value& value, const std::vector<Named<Value>>& known) {
@@ -112,6 +123,16 @@ struct MemberReader {
         if (!kel::src::text::parseJsonNumber(json, number)) refuseType("is no number");
         value = number;
     }
+    void operator()(std::string_view name, Origin& origin) {
+        if (name == member && !json.empty() && json[0] == '[') {
+            found = true;
+            const auto at = kel::src::format::readOrigin(json);
+            if (!at) refuseType("is no list of three numbers");
+            origin = {Origin::GIVEN, *at};
+        } else {
+            (*this)(name, origin.choice, ORIGINS);
+        }
+    }
     template<typename Value>
     void operator()(std::string_view name, Value& value, const std::vector<Named<Value>>& known) {
         if (!isMeant(name)) return;
@@ -145,6 +166,11 @@ struct RangeCheck {
     }
     template<typename Value>
     void operator()(std::string_view, const Value&) const {}
+    void operator()(std::string_view name, const Origin& origin) const {
+        if (origin.choice == Origin::GIVEN &&
+            !std::all_of(origin.at.begin(), origin.at.end(), [](double c) { return std::isfinite(c); }))
+            refuse(ConvertCode::RECIPE_OUT_OF_RANGE, name, "must be three finite numbers");
+    }
     template<typename Value>
     void operator()(std::string_view, const Value&, const std::vector<Named<Value>>&) const {}
 };

@@ -38,7 +38,7 @@ SrcWriterInput toInputWithOwnMetaData(Scene scene) {
 } // namespace
 
 SrcWriterInput transform(const SrcWriterInput& input, const TransformOptions& options) {
-    return toInputWithOwnMetaData(sceneAfter(input, steps::transform, options));
+    return toInputWithOwnMetaData(sceneAfter(input, steps::transform, options, nullptr));
 }
 
 SrcWriterInput optimizeForGpu(const SrcWriterInput& input, OptimizeReport* report) {

@@ -72,16 +72,23 @@ void requireTransformable(const Scene& scene, bool turns) {
     }
 }
 
-AttributePtr transformed(const AttributePtr& buffer, const Turn& turn, double scale) {
+/// squaredRounding  becomes the largest square of a distance that rounding to floats adds
+AttributePtr transformed(const AttributePtr& buffer, const Turn& turn, double scale,
+                         double& squaredRounding) {
     const detail::PackedFloats values(*buffer);
     detail::Bytes bytes(values.size() * sizeof(float));
     auto* out = reinterpret_cast<float*>(bytes.data());
     // Not by a matrix, whose sum of three products would turn an infinity into NaN.
     for (std::size_t i = 0; i < values.size(); i += 3) {
+        double squared = 0.0;
         for (std::size_t axis = 0; axis < 3; ++axis) {
-            const double value = static_cast<double>(values.data()[i + turn.source[axis]]);
-            out[i + axis] = static_cast<float>(value * (turn.sign[axis] * scale) + 0.0); // + 0 makes -0 a 0
+            const double value =
+                static_cast<double>(values.data()[i + turn.source[axis]]) * (turn.sign[axis] * scale);
+            out[i + axis] = static_cast<float>(value + 0.0); // + 0 makes -0 a 0
+            const double off = static_cast<double>(out[i + axis]) - value;
+            squared += off * off;
         }
+        squaredRounding = std::max(squaredRounding, squared); // which NaN leaves as it is
     }
     return detail::makeAttribute(kel::mesh::FLOAT, 3, std::move(bytes), buffer->getAttributeName());
 }
@@ -100,6 +107,20 @@ format::Transform combined(const Scene& scene, std::size_t position, const forma
     throw std::invalid_argument(placeOfMesh(scene, position) +
                                 ": its metadata tell of a transform that, combined with this one, is too "
                                 "large for a number; remove their entry \"transform\".");
+}
+
+/// The mesh's origin is a place of the model, which is transformed as its positions are.
+void transformOrigin(Scene& scene, std::size_t position, const Turn& turn, double scale) {
+    const std::string* text = scene.meshes[position].find(format::metadata::ORIGIN);
+    const auto old = text ? format::readOrigin(*text) : std::nullopt;
+    if (!old) return;
+    format::Origin origin{};
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        origin[axis] = (*old)[turn.source[axis]] * (turn.sign[axis] * scale) + 0.0;
+    if (!std::all_of(origin.begin(), origin.end(), [](double number) { return std::isfinite(number); }))
+        throw std::invalid_argument(placeOfMesh(scene, position) +
+                                    ": its origin, scaled, is too large for a number.");
+    scene.meshes[position].setMetaData(format::metadata::ORIGIN, format::originText(origin));
 }
 
 } // namespace
@@ -121,7 +142,7 @@ std::optional<double> metresPer(std::string_view unit) {
     return std::nullopt;
 }
 
-void steps::transform(Scene& scene, const TransformOptions& options) {
+void steps::transform(Scene& scene, const TransformOptions& options, double* rounding) {
     if (!std::isfinite(options.scale) || !(options.scale > 0.0))
         throw std::invalid_argument("The scale must be a finite number greater than 0.");
     const bool turns = options.fromUp != options.toUp;
@@ -137,19 +158,23 @@ void steps::transform(Scene& scene, const TransformOptions& options) {
     for (std::size_t axis = 0; axis < 3; ++axis)
         record.matrix[3 * axis + turn.source[axis]] = turn.sign[axis] * options.scale;
 
+    double positions = 0.0, normals = 0.0; // squares of the largest roundings
     detail::SharedBuffers<AttributePtr> shared;
     detail::changeAttributes(scene, [&](std::size_t m, std::vector<AttributePtr>& attributes) {
         for (AttributePtr& buffer : attributes) {
             if (!buffer || !isChanged(buffer->getAttributeName(), turns)) continue;
             const bool scales = buffer->getAttributeName() == kel::mesh::DEFAULT_POSITIONS_NAME;
             const double scale = scales ? options.scale : 1.0;
-            buffer =
-                shared.of(buffer, [&](const AttributePtr& old) { return transformed(old, turn, scale); });
+            buffer = shared.of(buffer, [&](const AttributePtr& old) {
+                return transformed(old, turn, scale, scales ? positions : normals);
+            });
         }
+        transformOrigin(scene, m, turn, options.scale);
         scene.meshes[m].setMetaData(format::metadata::TRANSFORM,
                                     format::transformText(combined(scene, m, record)));
         return true;
     });
+    if (rounding) *rounding = std::sqrt(positions);
 }
 
 } // namespace kel::prepare

@@ -29,8 +29,9 @@ void expectRefused(const std::string& json, ConvertCode code, const std::string&
 }
 
 TEST(Recipe, StatesItsDefaults) {
-    EXPECT_EQ(toJson(Recipe()), R"({"allowClamping":false,"fit":true,"onBadGeometry":"fail",)"
-                                R"("onlyTriangles":false,"optimize":false,"scale":1,"target":"auto"})");
+    EXPECT_EQ(toJson(Recipe()),
+              R"({"allowClamping":false,"fit":true,"onBadGeometry":"fail",)"
+              R"("onlyTriangles":false,"optimize":false,"origin":"auto","scale":1,"target":"auto"})");
 }
 
 TEST(Recipe, StatesWhatIsSet) {
@@ -40,6 +41,7 @@ TEST(Recipe, StatesWhatIsSet) {
     recipe.fit = false;
     recipe.allowClamping = recipe.onlyTriangles = recipe.optimize = true;
     recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
+    recipe.origin = {kel::importer::Origin::GIVEN, {500000, 5400000.5, -1}};
     recipe.scale = 2.5;
     recipe.scene = "the \"second\"";
     recipe.fromUnit = 0.001;
@@ -48,10 +50,23 @@ TEST(Recipe, StatesWhatIsSet) {
     recipe.toUp = UpAxis::Z;
     EXPECT_EQ(toJson(recipe),
               R"({"allowClamping":true,"fit":false,"fromUnit":0.001,"fromUp":"y","maxError":0.25,)"
-              R"("onBadGeometry":"drop","onlyTriangles":true,"optimize":true,"scale":2.5,)"
+              R"("onBadGeometry":"drop","onlyTriangles":true,"optimize":true,)"
+              R"("origin":[500000,5400000.5,-1],"scale":2.5,)"
               R"("scene":"the \"second\"","target":"CMP1","toUnit":1,"toUp":"z"})");
     EXPECT_TRUE(readRecipe(toJson(recipe)) == recipe);
     EXPECT_TRUE(recipe != Recipe());
+}
+
+TEST(Recipe, KnowsTheOriginsThatAreNoPlace) {
+    EXPECT_EQ(readRecipe(R"({"origin":"keep"})").origin.choice, kel::importer::Origin::KEEP);
+    EXPECT_EQ(readRecipe(R"({"origin":"auto"})").origin.choice, kel::importer::Origin::AUTO);
+}
+
+TEST(Recipe, RefusesOriginsOfOtherShapes) {
+    expectRefused(R"({"origin":[1,2]})", ConvertCode::RECIPE_WRONG_TYPE,
+                  "\"origin\" is no list of three numbers");
+    expectRefused(R"({"origin":"far"})", ConvertCode::RECIPE_OUT_OF_RANGE, "\"origin\" is \"far\"");
+    expectRefused(R"({"origin":7})", ConvertCode::RECIPE_WRONG_TYPE, "\"origin\" is no string");
 }
 
 TEST(Recipe, MembersThatAreNotThereHaveTheirDefaults) {

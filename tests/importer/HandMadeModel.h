@@ -35,6 +35,7 @@ public:
     detail::ModelBox boxOf(std::size_t mesh) override {
         detail::ModelBox box;
         const detail::Positions position(parts[mesh].attributes[0]);
+        box.hasDoubles = !parts[mesh].attributes[0].doubles.empty();
         for (const std::uint32_t vertex : parts[mesh].indices) {
             box.low = glm::min(box.low, position[vertex]);
             box.high = glm::max(box.high, position[vertex]);

@@ -1,5 +1,6 @@
 // Models far from zero: where their origin is put, and what is lost.
 
+#include "GltfText.h"
 #include "HandMadeModel.h"
 
 #include <cmath>
@@ -68,10 +69,18 @@ TEST(Origin, ThatIsKeptCostsHalfTheStepOfFloatsThere) {
     EXPECT_EQ(numbersOf(*result.input.meshes[0], "position")[1], 5400321.0f);
 }
 
-TEST(Origin, ThatIsKeptIsTheDefault) {
+TEST(Origin, IsChosenByDefault) {
     HandMadeModel model;
     model.addNode(model.addMesh(terrain()));
-    EXPECT_THAT(convert(model).report.origin, ElementsAre(0, 0, 0));
+    EXPECT_THAT(convert(model).report.origin, ElementsAre(500163, 5400331, 10));
+}
+
+TEST(Origin, OfFloatsThatStayWhereTheyAreIsKept) {
+    HandMadeModel model;
+    model.addNode(model.addMesh(trianglesAt({5400321.5f, 0, 0, 5400322, 0, 0, 5400321.5f, 1, 0}, {0, 1, 2})));
+    const ImportResult result = convert(model);
+    EXPECT_THAT(result.report.origin, ElementsAre(0, 0, 0));
+    EXPECT_EQ(result.report.positionError, 0.0);
 }
 
 TEST(Origin, IsTakenAsGiven) {
@@ -90,7 +99,7 @@ TEST(Origin, IsOneForAllMeshes) {
     model.addMesh(smallTriangle());
     const ImportResult result = convert(model, withOrigin(Origin::AUTO));
     EXPECT_EQ(metadataOf(result, 0, "origin"), metadataOf(result, 1, "origin"));
-    // 1 x 9: the diagonal is 9.06 and a tenth of 1 is the step.
+    // 1 x 9: the diagonal is 9.06, and 1 is the smallest step for models of this size.
     EXPECT_EQ(metadataOf(result, 0, "origin"), "[1000000,4,0]");
 }
 
@@ -115,11 +124,13 @@ TEST(Origin, OfTranslationsThatCancelIsZero) {
     EXPECT_EQ(result.report.positionError, 0.0);
 }
 
-TEST(Origin, OfASmallModelIsADecimalFraction) {
+TEST(Origin, OfASmallModelIsABinaryFraction) {
     HandMadeModel model;
     model.addNode(model.addMesh(trianglesAt({0, 0, 0, 0.001f, 0, 0, 0, 0.001f, 0}, {0, 1, 2})), {0.3, 0, 0});
-    // The diagonal is 0.00141: steps of 0.0001. 0.3005 and 0.0005 are the middle.
-    EXPECT_EQ(metadataOf(convert(model, withOrigin(Origin::AUTO)), 0, "origin"), "[0.3005,0.0005,0]");
+    // The diagonal is 0.00141, between 2^-10 and 2^-9: steps of 2^-12. 1231 and 2 of them are nearest to the middle,
+    // (0.3005, 0.0005).
+    EXPECT_EQ(metadataOf(convert(model, withOrigin(Origin::AUTO)), 0, "origin"),
+              "[0.300537109375,0.00048828125,0]");
 }
 
 TEST(Origin, MattersFromAMillionthOfTheDiagonalOn) {
@@ -132,7 +143,7 @@ TEST(Origin, MattersFromAMillionthOfTheDiagonalOn) {
     };
     EXPECT_EQ(originAt(63.0), 0.0);
     EXPECT_EQ(originAt(127.0), 0.0);
-    EXPECT_EQ(originAt(129.0), 127.5);
+    EXPECT_EQ(originAt(129.0), 128.0); // the middle is 127.5
 }
 
 TEST(Origin, LetsAModelFitThatIsTooFarForFloats) {
@@ -151,10 +162,12 @@ TEST(Origin, LetsAModelFitThatIsTooFarForFloats) {
 class OriginOfAFile : public ImporterTest {};
 
 TEST_F(OriginOfAFile, IsChosenByTheVerticesInUse) {
-    const ImportResult result = import("far.obj",
-                                       "v 0 0 0\nv 500123 5400321 0\nv 500133 5400321 0\n"
-                                       "v 500123 5400331 0\nf 2 3 4\n",
-                                       withOrigin(Origin::AUTO));
+    GltfText gltf;
+    const auto position = gltf.addVec3({-500000, -5400000, 0, 0, 0, 0, 10, 0, 0, 0, 10, 0});
+    const auto index = gltf.addIndices({1, 2, 3});
+    gltf.addMesh("\"POSITION\":" + std::to_string(position), ",\"indices\":" + std::to_string(index));
+    gltf.nodes.push_back(R"({"mesh":0,"translation":[500123,5400321,0]})");
+    const ImportResult result = import("far.gltf", gltf.json());
     // 10 x 10 without the first vertex: the diagonal is 14.1, the middle (500128, 5400326).
     EXPECT_EQ(metadataOf(result, 0, "origin"), "[500128,5400326,0]");
     EXPECT_THAT(numbersOf(*result.input.meshes[0], "position"), ElementsAre(-5, -5, 0, 5, -5, 0, -5, 5, 0));
@@ -165,14 +178,14 @@ TEST(PositionError, IsTheLargestDistanceOverAllMeshes) {
     // From 2^24 on floats are 2 apart: each of these is off by 1 on each axis.
     model.addNode(model.addMesh(pointsAt({16777217, 16777217, 0, 0, 0, 0})));
     model.addNode(model.addMesh(pointsAt({0, 0, 16777219})));
-    EXPECT_DOUBLE_EQ(convert(model).report.positionError, std::sqrt(2.0));
+    EXPECT_DOUBLE_EQ(convert(model, withOrigin(Origin::KEEP)).report.positionError, std::sqrt(2.0));
 }
 
 TEST(PositionError, IsMeasuredBehindTheTransform) {
     HandMadeModel model;
     model.addNode(model.addMesh(smallTriangle()), {8388608, 0, 0});
     // From 2^23 on floats are 1 apart, below it 0.5: 8388608.5 is the only number between two floats.
-    EXPECT_EQ(convert(model).report.positionError, 0.5);
+    EXPECT_EQ(convert(model, withOrigin(Origin::KEEP)).report.positionError, 0.5);
 }
 
 TEST(RoundedNormals, AreNoneWhereTheyStayAsTheyAre) {

@@ -1,5 +1,6 @@
 #include <kel/prepare/FitToRange.h>
 #include <kel/prepare/Transform.h>
+#include <kel/prepare/detail/Steps.h>
 
 #include <support/Meshes.h>
 
@@ -153,6 +154,29 @@ TEST(Transform, KeepsMaterialsAndListing) {
     EXPECT_EQ(result.meshes[3], nullptr);
     EXPECT_EQ(result.meshMaterials.at(result.meshes[1]), input.meshMaterials.at(input.meshes[1]));
     EXPECT_EQ(result.meshMaterials.size(), 2u);
+}
+
+TEST(Transform, MovesTheOriginAsItMovesPositions) {
+    auto input = oneVertex();
+    auto metadata = std::make_shared<kel::src::MetaDataPtr::element_type>();
+    (*metadata)["origin"] = "[500000,5400000,7]";
+    input.metaData[input.meshes[0]] = metadata;
+    const auto result = transform(input, {2.0, UpAxis::Y, UpAxis::Z});
+    EXPECT_EQ(result.metaData.at(result.meshes[0])->at("origin"), "[1000000,-14,10800000]");
+}
+
+TEST(Transform, TellsWhatRoundingCosts) {
+    const auto roundingOf = [](float x, double scale) {
+        auto mesh = std::make_shared<kel::mesh::DefaultMesh>(kel::mesh::POINTS);
+        mesh->addAttribute("position", 3, std::vector<float>{x, 0, 0});
+        auto scene = kel::scene::fromInput(fixture::inputOf({mesh}));
+        double rounding = -1.0;
+        steps::transform(scene, {scale}, &rounding);
+        return rounding;
+    };
+    EXPECT_EQ(roundingOf(3, 0.5), 0.0);
+    // 16777215 and a half lies between two floats, which are 1 apart here.
+    EXPECT_EQ(roundingOf(11184810, 1.5 + std::ldexp(1.0, -25)), std::ldexp(11184810.0, -25));
 }
 
 TEST(Transform, LeavesInfinitiesInfinite) {

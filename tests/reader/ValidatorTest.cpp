@@ -206,6 +206,7 @@ const std::map<SrcCode, Change>& changes() {
              const std::size_t begin = file.header.find("\"meta\":{\"name\"") + 7;
              file.header.replace(begin, file.header.find('}', begin) + 1 - begin, "\"{name: bolt}\"");
          }},
+        {SrcCode::ORIGIN_MALFORMED, replaced("\"meta\":{\"name\"", "\"meta\":{\"origin\":[1,2],\"name\"")},
         {SrcCode::FIT_MALFORMED,
          replaced("\"meta\":{\"name\"", "\"meta\":{\"fit\":{\"position\":{\"offset\":[0]}},\"name\"")},
         {SrcCode::MISSING_POSITION,

@@ -26,6 +26,14 @@ struct Bounds {
         add(other.min);
         add(other.max);
     }
+    Bounds movedBy(const std::array<double, 3>& offset) const {
+        Bounds moved = *this;
+        for (std::size_t c = 0; c < 3; ++c) {
+            moved.min[c] += offset[c];
+            moved.max[c] += offset[c];
+        }
+        return moved;
+    }
     /// 0, 0, 0 when empty.
     std::array<double, 3> size() const {
         if (isEmpty()) return {0, 0, 0};

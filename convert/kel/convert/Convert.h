@@ -10,6 +10,7 @@
 #include <kel/prepare/Target.h>
 #include <kel/src/SrcWriterInput.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -111,8 +112,14 @@ struct ConvertReport {
     std::uint64_t bytesOut = 0; ///< size of what was written
     std::optional<kel::prepare::ReachedError> error; ///< the largest, in a mode of the public writer
     std::optional<VerifiedError> verified;           ///< where that was asked for
-    std::vector<kel::importer::Dropped> dropped;     ///< once per kind
-    std::vector<std::string> notes;                  ///< sentences about what was changed
+    /// What was rounded before the writer got it, in units of the output: the largest distance between a position and
+    /// its place in the model, in double precision, with units, axes and scale changed. 0: all are exact.
+    double sourceError = 0.0;
+    std::size_t roundedNormals = 0; ///< that are not to the last bit what the model says
+    /// The zero of the positions, in the output's units and axes: what is to be added to them.
+    std::array<double, 3> origin{};
+    std::vector<kel::importer::Dropped> dropped; ///< once per kind
+    std::vector<std::string> notes;              ///< sentences about what was changed
     std::vector<std::string> warnings;
     std::vector<WrittenMesh> written;
 };

@@ -4,6 +4,7 @@
 #include <kel/convert/Export.h>
 #include <kel/src/SrcReader.h>
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -45,7 +46,9 @@ struct FileInfo {
     std::uint64_t bytes = 0;
     GeometryCounts counts;
     std::vector<SectionInfo> sections;
-    Bounds bounds; ///< in units of the model; empty when no mesh has any
+    Bounds bounds; ///< in the model's coordinates; empty when no mesh has any
+    /// What is to be added to decoded positions, when it is the same for all meshes and not zero.
+    std::optional<std::array<double, 3>> origin;
     std::vector<MaterialInfo> materials;
     std::map<std::string, std::uint64_t> metadataKeys; ///< how many meshes have them
     std::vector<std::string> documentKeys;

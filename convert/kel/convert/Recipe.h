@@ -30,6 +30,9 @@ struct Recipe {
     std::optional<std::string>
         scene; ///< of a glTF, by name or by number from 0 on; none takes the default one
 
+    /// Where the zero of the positions lies, in the model's coordinates: before units, axes and scale are changed.
+    kel::importer::Origin origin;
+
     double scale = 1.0;             ///< factor for positions, after the change of unit; finite, above 0
     std::optional<double> fromUnit; ///< metres per unit; overrules the model. Has no effect without toUnit
     std::optional<double> toUnit;   ///< metres per unit of the output; finite, above 0, as fromUnit
@@ -47,9 +50,10 @@ inline bool operator!=(const Recipe& a, const Recipe& b) {
 /// Numbers read back as the same doubles.
 ///
 ///     {"allowClamping":false,"fit":true,"onBadGeometry":"fail","onlyTriangles":false,"optimize":false,
-///      "scale":1,"target":"auto","toUp":"z"}
+///      "origin":"auto","scale":1,"target":"auto","toUp":"z"}
 ///
-/// "target" is "auto" or the name of a mode or preset, an axis is "x", "y" or "z".
+/// "target" is "auto" or the name of a mode or preset, "origin" is "auto", "keep" or a list of three numbers, an axis
+/// is "x", "y" or "z".
 ///
 /// throws  std::overflow_error when a number is not finite
 KEL_CONVERT_EXPORT std::string toJson(const Recipe& recipe);

@@ -30,6 +30,9 @@ struct ExportResult {
     /// The model first, then the files that it names: the buffer of a glTF, the materials of an OBJ.
     std::vector<ExportedFile> files;
     std::vector<Dropped> dropped; ///< what the target cannot hold; once per kind
+    /// Of formats other than glTF: the largest distance by which a position, its origin added, was rounded to floats, in
+    /// units of the model. A glTF has the origin in its nodes.
+    double positionError = 0.0;
     std::size_t meshes = 0, triangles = 0, lines = 0, points = 0, vertices = 0;
 };
 
@@ -44,7 +47,8 @@ public:
 ///
 /// fileName  of the model, without folder; its extension is one of exportExtensions()
 ///
-/// Values are those of the model: decoded, and with a recorded "fit" undone; that entry is left out. Strips,
+/// Values are those of the model: decoded, with a recorded "fit" undone and an "origin" added, as the translation of a
+/// glTF's nodes and to the positions themselves elsewhere; these entries are left out. Strips,
 /// fans and loops become single primitives. A material counts as opaque unless its own values say otherwise.
 ///
 /// throws  ExportError; kel::src::SrcError; std::bad_alloc

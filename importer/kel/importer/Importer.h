@@ -86,12 +86,13 @@ using Progress = std::function<bool(const char* stage, double done)>;
 struct Origin {
     enum Choice {
         /// Where it is, unless the float nearest to a position may be off by more than a millionth of the diagonal of
-        /// the scene's box; then at a round place near the middle of that box.
+        /// the scene's box; then at a round place near the middle of that box. Positions that are floats in the source
+        /// and are not moved by a node lose nothing and keep it.
         AUTO,
         KEEP, ///< where it is
         GIVEN ///< at `at`
     };
-    Choice choice = KEEP;
+    Choice choice = AUTO;
     std::array<double, 3> at{}; ///< finite
 };
 

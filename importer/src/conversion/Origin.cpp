@@ -21,11 +21,15 @@ void add(ModelBox& box, const glm::dvec3& point) {
 }
 
 /// Of all meshes where they stand. A turned mesh counts with the corners of its own box.
-ModelBox boxOfScene(Model& model, const std::vector<Use>& uses) {
+///
+/// returns  nothing when every position is a float that stays where it is: floats hold them, however far away
+std::optional<ModelBox> boxOfRounded(Model& model, const std::vector<Use>& uses) {
     std::vector<std::optional<ModelBox>> boxes(model.meshes.size());
     ModelBox scene;
+    bool rounds = false;
     for (const Use& use : uses) {
         if (!boxes[use.mesh]) boxes[use.mesh] = model.boxOf(use.mesh);
+        rounds = rounds || boxes[use.mesh]->hasDoubles || use.world != glm::dmat4(1.0);
         const std::array<glm::dvec3, 2> ends{boxes[use.mesh]->low, boxes[use.mesh]->high};
         if (!(ends[0].x <= ends[1].x)) continue;
         for (unsigned corner = 0; corner < 8; ++corner) {
@@ -33,7 +37,7 @@ ModelBox boxOfScene(Model& model, const std::vector<Use>& uses) {
             add(scene, glm::dvec3(use.world * p));
         }
     }
-    return scene;
+    return rounds ? std::optional(scene) : std::nullopt;
 }
 
 /// The farthest that the nearest float can be from a number up to this large.
@@ -41,12 +45,11 @@ double largestRounding(double number) {
     return number > 0.0 ? std::ldexp(1.0, std::ilogb(number) - FLOAT_DIGITS) : 0.0;
 }
 
-/// The multiple of 10^exponent nearest to the number, as the double nearest to its decimal text.
-double rounded(double number, int exponent) {
-    const double power = std::pow(10.0, std::abs(exponent));
-    const double result =
-        exponent < 0 ? std::round(number * power) / power : std::round(number / power) * power;
-    return result + 0.0; // not -0
+/// What an origin is a multiple of, well below the diagonal: a whole power of ten, which people can read, and for small
+/// models a power of two. Both have few bits, so that subtracting them from a coordinate mostly rounds nothing.
+double originStep(double diagonal) {
+    if (diagonal < 1.0) return std::ldexp(1.0, std::ilogb(diagonal) - 2);
+    return std::pow(10.0, std::max(0.0, std::floor(std::log10(diagonal)) - 1.0));
 }
 
 } // namespace
@@ -55,19 +58,18 @@ glm::dvec3 chooseOrigin(Model& model, const std::vector<Use>& uses, const Origin
     if (origin.choice == Origin::KEEP) return glm::dvec3(0.0);
     if (origin.choice == Origin::GIVEN) return {origin.at[0], origin.at[1], origin.at[2]};
 
-    const ModelBox box = boxOfScene(model, uses);
-    const glm::dvec3 farthest = glm::max(glm::abs(box.low), glm::abs(box.high));
-    const double diagonal = glm::length(box.high - box.low);
+    const std::optional<ModelBox> box = boxOfRounded(model, uses);
+    if (!box) return glm::dvec3(0.0);
+    const glm::dvec3 farthest = glm::max(glm::abs(box->low), glm::abs(box->high));
+    const double diagonal = glm::length(box->high - box->low);
     if (!isFinite(farthest) || !(diagonal > 0.0) || !std::isfinite(diagonal)) return glm::dvec3(0.0);
     const double loss = glm::length(
         glm::dvec3(largestRounding(farthest.x), largestRounding(farthest.y), largestRounding(farthest.z)));
     if (loss <= LARGEST_LOSS * diagonal) return glm::dvec3(0.0);
 
-    // Between a hundredth and a tenth of the diagonal: round for people, and near enough to the middle.
-    const int exponent = static_cast<int>(std::floor(std::log10(diagonal))) - 1;
-    const glm::dvec3 middle = box.low + 0.5 * (box.high - box.low);
-    const glm::dvec3 chosen(rounded(middle.x, exponent), rounded(middle.y, exponent),
-                            rounded(middle.z, exponent));
+    const double step = originStep(diagonal);
+    const glm::dvec3 middle = box->low + 0.5 * (box->high - box->low);
+    const glm::dvec3 chosen = glm::round(middle / step) * step + 0.0; // not -0
     return isFinite(chosen) ? chosen : glm::dvec3(0.0);
 }
 

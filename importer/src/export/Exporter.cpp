@@ -35,12 +35,12 @@ const ExportFormat& exportFormatOf(const std::string& fileName) {
     throw ExportError("there is no exporter for the extension \"" + extension + '"');
 }
 
-/// Puts metadata into a glTF's JSON, as "extras" of the nodes that the scene's first node holds: Assimp's
-/// exporter leaves them out.
+/// Puts members into the nodes of a glTF's JSON that the scene's first node holds: Assimp's exporter leaves metadata out,
+/// and has floats for a translation.
 ///
-/// extras  one entry per node, in their order; empty ones are left out
-/// throws  ExportError
-std::string withExtras(const char* begin, const char* end, const std::vector<picojson::object>& extras) {
+/// members  one entry per node, in their order
+/// throws   ExportError
+std::string withMembers(const char* begin, const char* end, const std::vector<picojson::object>& members) {
     picojson::value json;
     std::string error;
     picojson::parse(json, begin, end, &error);
@@ -52,21 +52,22 @@ std::string withExtras(const char* begin, const char* end, const std::vector<pic
     const picojson::array children = nodes.at(number(json.get("scenes").get(0).get("nodes").get(0)))
                                          .get("children")
                                          .get<picojson::array>();
-    for (std::size_t i = 0; i < extras.size(); ++i) {
-        if (extras[i].empty()) continue;
-        nodes.at(number(children.at(i))).get<picojson::object>()["extras"] = picojson::value(extras[i]);
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        auto& node = nodes.at(number(children.at(i))).get<picojson::object>();
+        for (const auto& [key, value] : members[i])
+            node[key] = value;
     }
     return json.serialize();
 }
 
-std::string withExtrasInGlb(const std::string& bytes, const std::vector<picojson::object>& extras) {
+std::string withMembersInGlb(const std::string& bytes, const std::vector<picojson::object>& members) {
     namespace glb = detail::glb;
     constexpr std::size_t CONTENT = glb::PREAMBLE_BYTES + glb::CHUNK_HEAD_BYTES;
     if (bytes.size() < CONTENT) throw ExportError("the exporter wrote no whole GLB");
     const std::size_t length = kel::src::format::readUint32(bytes.data() + glb::PREAMBLE_BYTES);
     if (length > bytes.size() - CONTENT) throw ExportError("the exporter wrote no whole GLB");
     const char* json = bytes.data() + CONTENT;
-    std::string text = withExtras(json, json + length, extras);
+    std::string text = withMembers(json, json + length, members);
     const std::size_t rest = CONTENT + length;
     const std::size_t size = CONTENT + (text.size() + 3) / 4 * 4 + (bytes.size() - rest);
     if (size > 0xffffffffu) throw ExportError("the GLB would be larger than 4 GiB");
@@ -108,8 +109,8 @@ ExportResult exportModel(const kel::src::SrcFile& file, const std::string& fileN
     if (format.metadata) {
         std::string& bytes = result.files.front().bytes;
         bytes = format.extension == std::string("glb")
-                    ? withExtrasInGlb(bytes, made.nodeExtras)
-                    : withExtras(bytes.data(), bytes.data() + bytes.size(), made.nodeExtras);
+                    ? withMembersInGlb(bytes, made.nodeMembers)
+                    : withMembers(bytes.data(), bytes.data() + bytes.size(), made.nodeMembers);
     }
     return result;
 }

@@ -182,6 +182,12 @@ private:
         mesh->mNumVertices = static_cast<unsigned>(count);
         for (const DecodedAttribute& attribute : decoded.attributes)
             addAttribute(attribute, count, *mesh);
+        picojson::object members;
+        if (format.metadata) {
+            translate(originOf(source), members);
+        } else {
+            moveBy(originOf(source), *mesh);
+        }
         for (std::size_t v = 0; v < count; ++v) {
             const aiVector3D& p = mesh->mVertices[v];
             if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
@@ -196,7 +202,7 @@ private:
 
         auto node = std::make_unique<aiNode>();
         std::string name;
-        addMetadata(source, name);
+        addMetadata(source, name, std::move(members));
         if (!name.empty()) ++named;
         // Exporters tell nodes apart by their names.
         node->mName = assimpString(name.empty() ? "mesh" + std::string(source.id) : name);
@@ -278,13 +284,37 @@ private:
         }
     }
 
-    void addMetadata(const SrcMesh& source, std::string& name) {
+    /// A node's translation is in double precision, so that nothing of the positions is lost.
+    static void translate(const kel::src::format::Origin& origin, picojson::object& members) {
+        if (origin == kel::src::format::Origin{}) return;
+        picojson::array numbers;
+        for (const double number : origin)
+            numbers.emplace_back(number);
+        members["translation"] = picojson::value(std::move(numbers));
+    }
+
+    /// Where there are no nodes the positions themselves move, as floats.
+    void moveBy(const kel::src::format::Origin& origin, aiMesh& mesh) {
+        if (origin == kel::src::format::Origin{}) return;
+        for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+            double squared = 0.0;
+            for (unsigned c = 0; c < 3; ++c) {
+                const double place = static_cast<double>(mesh.mVertices[v][c]) + origin[c];
+                mesh.mVertices[v][c] = static_cast<float>(place);
+                const double off = static_cast<double>(mesh.mVertices[v][c]) - place;
+                squared += off * off;
+            }
+            made.result.positionError = std::max(made.result.positionError, std::sqrt(squared));
+        }
+    }
+
+    void addMetadata(const SrcMesh& source, std::string& name, picojson::object nodeMembers) {
         picojson::object extras;
         const auto members = kel::src::jsonMembers(source.metadata);
         bool any = false;
         for (const auto& member : members) {
             if (member.key == metadata::NAME && kel::src::jsonString(member.json, name)) continue;
-            if (member.key == metadata::FIT) continue;
+            if (member.key == metadata::FIT || member.key == metadata::ORIGIN) continue;
             any = true;
             if (!format.metadata) continue;
             picojson::value value;
@@ -294,7 +324,8 @@ private:
             if (error.empty()) extras[member.key] = std::move(value);
         }
         if (any) ++withMetadata;
-        made.nodeExtras.push_back(std::move(extras));
+        if (!extras.empty()) nodeMembers["extras"] = picojson::value(std::move(extras));
+        made.nodeMembers.push_back(std::move(nodeMembers));
     }
 
     // ---- Materials --------------------------------------------------------------------------------------

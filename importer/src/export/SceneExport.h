@@ -24,7 +24,8 @@ struct ExportFormat {
 /// An SRC file as a scene that Assimp's exporters take.
 struct ExportScene {
     std::unique_ptr<aiScene> scene;
-    std::vector<picojson::object> nodeExtras; ///< metadata of the meshes that became nodes
+    /// What the nodes of meshes get in the JSON of a glTF: their metadata as "extras", their origin as "translation".
+    std::vector<picojson::object> nodeMembers;
     bool hasColours = false;
     ExportResult result; ///< all but the files
 };

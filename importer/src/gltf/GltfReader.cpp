@@ -48,6 +48,7 @@ public:
         ModelBox box;
         for (const ModelPart& part : *ready[mesh]) {
             const ModelAttribute& positions = part.attributes[0];
+            box.hasDoubles = box.hasDoubles || !positions.doubles.empty();
             if (positions.doubles.empty()) {
                 extend(box, part.indices, positions.values);
             } else {

@@ -105,6 +105,7 @@ struct ModelMaterial {
 struct ModelBox {
     glm::dvec3 low{std::numeric_limits<double>::infinity()};
     glm::dvec3 high{-std::numeric_limits<double>::infinity()};
+    bool hasDoubles = false; ///< whether a position in it may state more than a float holds
 };
 
 /// A model that has been opened. Meshes are read when they are asked for.

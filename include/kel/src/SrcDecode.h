@@ -4,6 +4,7 @@
 #include <kel/src/SrcFile.h>
 #include <kel/src/SrcFit.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -63,5 +64,10 @@ KELSRC_EXPORT DecodedMesh decodeMesh(const SrcFile& file, const SrcMesh& mesh,
 /// The entry "fit" of a mesh's metadata, in the order of the attributes' names. Attributes whose entry is not
 /// two lists of the same length, of 1 to 4 finite numbers, are left out.
 KELSRC_EXPORT std::vector<SrcFit> fitOf(const SrcMesh& mesh);
+
+/// The entry "origin" of a mesh's metadata: where the zero of its decoded positions lies in the model, whose
+/// coordinates are position + origin in double precision. 0, 0, 0 without one, or when it is not three finite
+/// numbers. decodeMesh leaves it out, because floats far from zero would lose what it keeps.
+KELSRC_EXPORT std::array<double, 3> originOf(const SrcMesh& mesh);
 
 } // namespace kel::src

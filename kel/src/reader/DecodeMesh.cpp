@@ -32,6 +32,13 @@ std::vector<SrcFit> fitOf(const SrcMesh& mesh) {
     return {};
 }
 
+std::array<double, 3> originOf(const SrcMesh& mesh) {
+    for (const SrcMember& member : jsonMembers(mesh.metadata))
+        if (member.key == format::metadata::ORIGIN)
+            return format::readOrigin(member.json).value_or(format::Origin{});
+    return {};
+}
+
 const DecodedAttribute* DecodedMesh::find(std::string_view name) const {
     const auto found =
         std::find_if(attributes.begin(), attributes.end(),

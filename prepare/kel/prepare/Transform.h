@@ -36,6 +36,8 @@ struct TransformOptions {
 ///
 ///     new position = matrix * old position        row by row; scale is already in the matrix
 ///
+/// An "origin" among the metadata, which is to be added to positions, is scaled and turned as they are.
+///
 /// A mesh that has such a record already gets the two combined. Options that change nothing leave everything
 /// as it is and record nothing.
 ///

@@ -26,7 +26,9 @@ using kel::scene::Scene;
 /// The order of the steps: transform; optimizeForGpu; for the container writer keepStoredAttributes,
 /// keepAttributesApart and, for its preset "CMP1", fitToRange; for the public writer splitForShortIndices and
 /// chooseMode; findProblems last.
-KEL_PREPARE_EXPORT void transform(Scene& scene, const TransformOptions& options);
+///
+/// rounding  gets the largest distance, in units of the result, that rounding positions to floats adds
+KEL_PREPARE_EXPORT void transform(Scene& scene, const TransformOptions& options, double* rounding = nullptr);
 KEL_PREPARE_EXPORT void optimizeForGpu(Scene& scene, OptimizeReport* report = nullptr);
 KEL_PREPARE_EXPORT void splitForShortIndices(Scene& scene, const SplitOptions& options = {},
                                              SplitReport* report = nullptr);
