@@ -1,12 +1,11 @@
 #pragma once
 
-// Runs the command for tests, in this process or as a process of its own, in a folder that is removed
-// afterwards.
+// Runs the command for tests, in this process or as a process of its own.
 
 #include <Cli.h>
 
-#include <cstdlib>
-#include <filesystem>
+#include <support/TempFolder.h>
+
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -30,36 +29,6 @@ inline CommandResult runCommand(const std::vector<std::string>& args) {
     result.err = err.str();
     return result;
 }
-
-/// A new, empty folder.
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kelsrc-test-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
-        folder = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    const std::filesystem::path& path() const { return folder; }
-    std::string operator/(const std::string& name) const { return (folder / name).string(); }
-
-    /// Names of what lies in the folder, also hidden files.
-    std::vector<std::string> entries() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-            names.push_back(entry.path().filename().string());
-        return names;
-    }
-
-private:
-    std::filesystem::path folder;
-};
 
 inline std::string contentOf(const std::string& file) {
     std::ifstream in(file, std::ios::binary);

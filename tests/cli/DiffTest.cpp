@@ -248,9 +248,8 @@ TEST_F(Diff, ADifferenceNamesMeshKindAmountAndPlace) {
     const CommandResult result = runCommand({"diff", model("a.obj", square(0)), model("b.obj", square(0.5)),
                                              "--max-error=0.25", "--max-normal=90"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.out,
-                HasSubstr("1 difference beyond the limits:\n  mesh \"plate\": positions off by "
-                          "0.5, more than 0.25, at 2 places, worst at (2, 2, 0)\n"));
+    EXPECT_THAT(result.out, HasSubstr("1 difference beyond the limits:\n  mesh \"plate\": positions off by "
+                                      "0.5, more than 0.25, at 2 places, worst at (2, 2, 0)\n"));
 }
 
 TEST_F(Diff, LimitsDecideByKind) {

@@ -2,6 +2,7 @@
 
 #include <support/SrcText.h>
 #include <support/Streams.h>
+#include <support/TempFolder.h>
 
 #include <gtest/gtest.h>
 
@@ -145,7 +146,8 @@ TEST(Container, MetaDataCanBeChangedInPlace) {
 
 TEST(Container, WriteToFileSaysWhereAndWritesTheStreamsBytes) {
     ShapeResourceContainer container;
-    const std::string path = testing::TempDir() + "container_write_to_file.src";
+    const kel::tests::TempFolder folder;
+    const std::string path = folder / "written.src";
     std::string out, err;
     {
         CapturedStreams streams;
@@ -157,12 +159,12 @@ TEST(Container, WriteToFileSaysWhereAndWritesTheStreamsBytes) {
     EXPECT_EQ(err, "");
     std::ifstream file(path, std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), bytesOf(container));
-    std::remove(path.c_str());
 }
 
 TEST(Container, WriteToFileInAMissingFolderReportsAndCreatesNothing) {
     ShapeResourceContainer container;
-    const std::string path = testing::TempDir() + "no_such_folder/file.src";
+    const kel::tests::TempFolder folder;
+    const std::string path = folder / "no_such_folder/file.src";
     std::string out, err;
     {
         CapturedStreams streams;

@@ -3,13 +3,13 @@
 #include <kel/convert/AtomicFile.h>
 #include <kel/convert/Convert.h>
 #include <reader/Files.h>
+#include <support/TempFolder.h>
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 
 namespace {
 
@@ -44,18 +44,14 @@ ConvertCode codeOf(const Work& work, std::string* subject = nullptr) {
 
 class ConvertFiles : public testing::Test {
 protected:
-    ConvertFiles() {
-        char name[] = "/tmp/kelsrc-convert-XXXXXX";
-        folder = ::mkdtemp(name);
-    }
-    ~ConvertFiles() override { std::filesystem::remove_all(folder); }
     std::string content(const char* name) const {
         std::ifstream in(folder / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
     }
     void write(const char* name, const std::string& text) const { std::ofstream(folder / name) << text; }
 
-    std::filesystem::path folder;
+    const kel::tests::TempFolder temporary;
+    const std::filesystem::path folder = temporary.path();
 };
 
 TEST(Convert, BytesInMemoryBecomeAFileInAStream) {

@@ -2,10 +2,10 @@
 
 #include <kel/importer/Importer.h>
 
+#include <support/TempFolder.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <array>
 #include <cstring>
@@ -28,13 +28,6 @@ namespace kel::importer::test {
 /// A folder of its own for each test, removed with it.
 class ImporterTest : public testing::Test {
 protected:
-    ImporterTest() {
-        std::string name = (std::filesystem::temp_directory_path() / "kelsrc-importer-XXXXXX").string();
-        if (!mkdtemp(name.data())) throw std::runtime_error("no folder for the test");
-        folder = name;
-    }
-    ~ImporterTest() override { std::filesystem::remove_all(folder); }
-
     std::filesystem::path file(const std::string& name, const std::string& content) const {
         std::ofstream(folder / name, std::ios::binary) << content;
         return folder / name;
@@ -44,7 +37,8 @@ protected:
         return importModel(file(name, content), options);
     }
 
-    std::filesystem::path folder;
+    const kel::tests::TempFolder temporary;
+    const std::filesystem::path folder = temporary.path();
 };
 
 inline std::vector<std::size_t> indicesOf(const kel::mesh::Mesh& mesh) {

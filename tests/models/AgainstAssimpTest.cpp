@@ -6,6 +6,7 @@
 #include <kel/src/SrcWriter.h>
 
 #include <support/SrcFile.h>
+#include <support/TempFolder.h>
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -173,8 +174,8 @@ class LargeAgainstAssimp : public testing::TestWithParam<SrcWriter::Compression>
 
 TEST_P(LargeAgainstAssimp, MeshesBeyondShortIndicesAgree) {
     constexpr int SIDE = 262; // 68,644 vertices
-    const auto path = std::filesystem::path(testing::TempDir()) /
-                      ("kelsrc_large_" + std::to_string(static_cast<int>(GetParam())) + ".obj");
+    const kel::tests::TempFolder folder;
+    const std::string path = folder / "sheet.obj";
     {
         std::ofstream file(path);
         file << "o sheet\n";
@@ -190,13 +191,12 @@ TEST_P(LargeAgainstAssimp, MeshesBeyondShortIndicesAgree) {
             }
         }
     }
-    expectAgreement(path.string(), GetParam());
-    const SrcFile converted(convert(path.string(), GetParam()));
+    expectAgreement(path, GetParam());
+    const SrcFile converted(convert(path, GetParam()));
     for (const std::string& id : converted.meshIds()) {
         const auto indices = converted.indices(id);
         EXPECT_LT(*std::max_element(indices.begin(), indices.end()), 65535u) << "mesh " << id;
     }
-    std::filesystem::remove(path);
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, LargeAgainstAssimp, ALL_MODES);

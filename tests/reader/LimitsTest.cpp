@@ -6,9 +6,9 @@
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcValidator.h>
 
-#include <gtest/gtest.h>
+#include <support/TempFolder.h>
 
-#include <unistd.h>
+#include <gtest/gtest.h>
 
 #include <fstream>
 #include <functional>
@@ -47,15 +47,10 @@ std::optional<Refusal> refusalIn(const ValidationReport& report) {
 /// A file on disk, for as long as it lives.
 class TemporaryFile {
 public:
-    explicit TemporaryFile(const std::string& text) {
-        const int descriptor = ::mkstemp(path.data());
-        EXPECT_GE(descriptor, 0);
-        ::close(descriptor);
-        std::ofstream(path, std::ios::binary) << text;
-    }
-    ~TemporaryFile() { ::unlink(path.c_str()); }
+    explicit TemporaryFile(const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 
-    std::string path = testing::TempDir() + "kelsrc_limits_XXXXXX";
+    const kel::tests::TempFolder folder;
+    const std::string path = folder / "limits.src";
 };
 
 /// Compares reader and validator with one another.

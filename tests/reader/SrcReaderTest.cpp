@@ -2,6 +2,8 @@
 
 #include <kel/src/SrcReader.h>
 
+#include <support/TempFolder.h>
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -165,16 +167,7 @@ TEST(ReadSrc, AViewMayBeLongerThanItsChunksAsLongAsNoViewReadsThere) {
 
 class OpenSrc : public testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/kelsrc_reader_XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        folder = pattern;
-    }
-    void TearDown() override {
-        ::unlink(path().c_str());
-        ::rmdir(folder.c_str());
-    }
-    std::string path() const { return folder + "/file.src"; }
+    std::string path() const { return folder / "file.src"; }
     void store(const std::string& text) const { std::ofstream(path(), std::ios::binary) << text; }
     static SrcCode refusalOf(const std::string& path) {
         try {
@@ -186,7 +179,7 @@ protected:
         return SrcCode::HEADER_EMPTY;
     }
 
-    std::string folder;
+    const kel::tests::TempFolder folder;
 };
 
 TEST_F(OpenSrc, MapsAFile) {
@@ -205,8 +198,8 @@ TEST_F(OpenSrc, ReadsAPipe) {
 }
 
 TEST_F(OpenSrc, RefusesWhatIsNoFile) {
-    EXPECT_EQ(refusalOf(folder), SrcCode::NOT_A_FILE);
-    EXPECT_EQ(refusalOf(folder + "/none"), SrcCode::UNREADABLE);
+    EXPECT_EQ(refusalOf(folder.path()), SrcCode::NOT_A_FILE);
+    EXPECT_EQ(refusalOf(folder / "none"), SrcCode::UNREADABLE);
     EXPECT_EQ(refusalOf("/dev/zero"), SrcCode::WRONG_SIGNATURE);
     EXPECT_EQ(refusalOf("/dev/null"), SrcCode::EMPTY_FILE);
     store("");
