@@ -71,6 +71,24 @@ void clamp(ComparableMesh& mesh, Target target) {
     }
 }
 
+/// The limits of a file whose codes were rounded: without that knowledge a whole step is allowed.
+void tighten(ComparableScene& scene, Target target, const std::vector<kel::prepare::ReachedError>& reached) {
+    constexpr double HALF = 0.5 + 0.005; // with the roundings of what was moved into a preset's box
+    constexpr double ROUNDING = 1.0 + 1e-9;
+    for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
+        ComparableMesh& mesh = scene.meshes[m];
+        if (!isContainerTarget(target)) {
+            if (m < reached.size())
+                mesh.positionLoss = std::min(mesh.positionLoss,
+                                             reached[m].position * ROUNDING + 1e-8 * mesh.positionRounding);
+            continue;
+        }
+        mesh.positionLoss *= HALF;
+        for (auto& [name, attribute] : mesh.attributes)
+            attribute.loss *= HALF;
+    }
+}
+
 /// The container writer takes what is not of floats as floats, bit by bit.
 bool hasOnlyFloats(const SceneMesh& entry) {
     for (std::size_t i = 0; entry.mesh && i < entry.mesh->getNumAttributeBuffers(); ++i) {
@@ -83,7 +101,8 @@ bool hasOnlyFloats(const SceneMesh& entry) {
 } // namespace
 
 CompareReport compareWithSource(kel::scene::Scene source, const Recipe& recipe, Target target,
-                                const TransformOptions& change, const kel::src::SrcFile& file) {
+                                const TransformOptions& change, const kel::src::SrcFile& file,
+                                const std::vector<kel::prepare::ReachedError>* reached) {
     CompareLimits limits;
     const bool isContainer = isContainerTarget(target);
     auto& entries = source.meshes;
@@ -109,12 +128,13 @@ CompareReport compareWithSource(kel::scene::Scene source, const Recipe& recipe, 
             if (isChanged) mesh.metadata.erase(std::string(metadata::SOURCE));
         }
     }
+    if (reached) tighten(found, target, *reached);
     return compare(expected, found, limits);
 }
 
 CompareReport compareWithSource(const kel::src::SrcWriterInput& source, const Recipe& recipe, Target target,
                                 const TransformOptions& change, const kel::src::SrcFile& file) {
-    return compareWithSource(kel::scene::fromInput(source), recipe, target, change, file);
+    return compareWithSource(kel::scene::fromInput(source), recipe, target, change, file, nullptr);
 }
 
 } // namespace kel::convert

@@ -230,7 +230,7 @@ private:
         checkPreamble(file.firstBytes(format::PREAMBLE_BYTES));
         if (options.verify)
             verify([&](const FurtherCheck& further) {
-                return verifyFile(input, report.target, prepared.errors, recipe.allowClamping, temporary,
+                return verifyFile(input, report.target, errorsOfInput(), recipe.allowClamping, temporary,
                                   further);
             });
         if (own) own->commit();
@@ -252,12 +252,18 @@ private:
         std::ostream out(&memory);
         kel::prepare::write(input, report.target, out);
         verify([&](const FurtherCheck& further) {
-            return verifyBytes(input, report.target, prepared.errors, recipe.allowClamping, memory.text,
+            return verifyBytes(input, report.target, errorsOfInput(), recipe.allowClamping, memory.text,
                                further);
         });
         report.bytesOut = memory.text.size();
         if (!stream.write(memory.text.data(), static_cast<std::streamsize>(memory.text.size())).flush())
             throw ConvertError(ConvertCode::STREAM_FAILED, destination.shownName());
+    }
+
+    /// Of what the writer was given, which lies in the middles of the bins and not where the model has it.
+    std::vector<ReachedError> errorsOfInput() const {
+        if (isContainerTarget(report.target)) return {};
+        return kel::prepare::measureErrors(input, report.target);
     }
 
     template<typename FindDifference>
@@ -271,8 +277,8 @@ private:
 
     /// The first difference; fills the report when there is none.
     std::string compareWithOriginal(const kel::src::SrcFile& file) {
-        const CompareReport found =
-            compareWithSource(std::move(original), recipe, report.target, prepared.change, file);
+        const CompareReport found = compareWithSource(std::move(original), recipe, report.target,
+                                                      prepared.change, file, &prepared.errors);
         if (!found.same()) return describe(found.differences.front());
         report.verified = VerifiedError{found.maxDistance, found.maxAngle, found.maxColor, found.maxTexcoord,
                                         found.isExact};

@@ -24,6 +24,7 @@ namespace {
 
 namespace metadata = kel::src::format::metadata;
 namespace steps = kel::prepare::steps;
+using kel::prepare::Codes;
 using kel::prepare::ProblemCode;
 using kel::prepare::ReachedError;
 using kel::prepare::Target;
@@ -85,10 +86,14 @@ public:
             keepStoredAttributes();
             keepAttributesApart();
             reportTransparency();
-            if (quantizes(report.target)) fitOrCountClamped();
+            if (quantizes(report.target)) {
+                fitOrCountClamped();
+                steps::roundToCodes(scene, report.target);
+            }
         } else {
             splitForShortIndices();
             prepared.errors = chooseMode();
+            steps::roundToCodes(scene, report.target);
         }
         refuseProblems();
         if (const std::string* origin =
@@ -306,7 +311,7 @@ private:
 
     std::vector<ReachedError> chooseMode() {
         if (recipe.target) {
-            std::vector<ReachedError> errors = steps::measureErrors(scene, report.target);
+            std::vector<ReachedError> errors = steps::measureErrors(scene, report.target, Codes::ROUNDED);
             report.error.emplace();
             for (const auto& error : errors) {
                 report.error->position = std::max(report.error->position, error.position);
@@ -316,7 +321,8 @@ private:
         }
         kel::prepare::MaxError accepted;
         accepted.position = recipe.maxError ? *recipe.maxError : diagonalOf(scene) * DEFAULT_MAX_ERROR;
-        kel::prepare::ModeChoice choice = steps::chooseMode(scene, accepted);
+        kel::prepare::ModeChoice choice =
+            steps::chooseMode(scene, accepted, steps::positionErrors(scene, Codes::ROUNDED));
         report.target = choice.mode;
         report.error = choice.largest;
         if (!choice.whyNotSmaller.empty()) note(choice.whyNotSmaller);

@@ -1,9 +1,9 @@
 #include <kel/prepare/detail/Steps.h>
 
 #include "MeshBuffers.h"
+#include "PositionCodes.h"
 
 #include <kel/mesh/AttributeNames.h>
-#include <kel/mesh/QuantizeVec3.h>
 #include <kel/mesh/Transforms.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/kernels/Kernels.h>
@@ -27,44 +27,25 @@ namespace {
 /// The position error of what cannot be quantized.
 constexpr double UNBOUNDED = std::numeric_limits<double>::infinity();
 
-using Code = std::uint16_t; // of one component of a position
-constexpr float LARGEST_CODE = std::numeric_limits<Code>::max();
-
-/// Quantizes and decodes one axis of positions.
-class Axis {
-public:
-    Axis(float center, float size)
-        : min(center - size * 0.5f), max(center + size * 0.5f),
-          scale(static_cast<double>(LARGEST_CODE / size)), offset(static_cast<double>(min) * scale) {}
-
-    double error(float value) const {
-        const auto code = kel::mesh::quantizeComponent<float, Code>(value, min, max);
-        const auto decoded = static_cast<float>((static_cast<double>(code) + offset) / scale);
-        return static_cast<double>(decoded) - static_cast<double>(value);
-    }
-
-private:
-    float min;
-    float max;
-    double scale;
-    double offset;
-};
-
-double positionErrorOf(const AttributePtr& positions) {
-    if (!kel::src::detail::isAttributeVec3f(positions)) return UNBOUNDED;
-    if (positions->getElementCount() == 0) return 0.0;
-    glm::vec3 center, size;
-    kel::src::detail::computeBoundingBoxCenterSize(positions, center, size);
-    const Axis x(center.x, size.x), y(center.y, size.y), z(center.z, size.z);
+/// The largest distance, as each axis finds it of a value.
+template<typename Axis>
+double largestError(const std::array<Axis, 3>& axes, const PackedFloats& values) {
     double largest = 0.0;
-    const PackedFloats values(*positions);
     for (const float* p = values.begin(); p != values.end(); p += 3) {
-        const glm::dvec3 error(x.error(p[0]), y.error(p[1]), z.error(p[2]));
+        const glm::dvec3 error(axes[0].error(p[0]), axes[1].error(p[1]), axes[2].error(p[2]));
         const double square = glm::dot(error, error);
         if (!(square <= std::numeric_limits<double>::max())) return UNBOUNDED; // NaN too
         largest = std::max(largest, square);
     }
     return std::sqrt(largest);
+}
+
+double positionErrorOf(const AttributePtr& positions, Codes codes) {
+    if (!kel::src::detail::isAttributeVec3f(positions)) return UNBOUNDED;
+    if (positions->getElementCount() == 0) return 0.0;
+    const PackedFloats values(*positions);
+    return codes == Codes::ROUNDED ? largestError(detail::roundedAxesOf(positions), values)
+                                   : largestError(detail::codeAxesOf(positions), values);
 }
 
 /// The largest angle in degrees of the first `count` normals.
@@ -132,7 +113,16 @@ std::string whyPositionsStay(const kel::mesh::Mesh& mesh, double error, double a
 
 } // namespace
 
-std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) {
+std::vector<double> steps::positionErrors(const Scene& scene, Codes codes) {
+    std::vector<double> errors(scene.meshes.size());
+    for (std::size_t m = 0; m < errors.size(); ++m) {
+        if (const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh)
+            errors[m] = positionErrorOf(positionsOf(*mesh), codes);
+    }
+    return errors;
+}
+
+std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode, Codes codes) {
     if (isContainerTarget(mode))
         throw std::invalid_argument("Errors are measured for the public writer's modes, not for a preset.");
     std::vector<ReachedError> errors(scene.meshes.size());
@@ -140,7 +130,7 @@ std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) 
         const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
         if (!mesh) continue;
         const AttributePtr positions = positionsOf(*mesh);
-        errors[m].position = positionErrorOf(positions);
+        errors[m].position = positionErrorOf(positions, codes);
         if (mode != Target::POSITION_NORMAL_COMPRESSED || !positions) continue;
         if (const AttributePtr normals = packedNormalsOf(mesh))
             errors[m].normalDegrees =
@@ -149,7 +139,8 @@ std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode) 
     return errors;
 }
 
-ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
+ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted,
+                             const std::vector<double>& positionErrors) {
     const std::size_t count = scene.meshes.size();
     const auto because = [&](ModeChoice choice, std::size_t mesh, const std::string& reason) {
         choice.whyNotSmaller = placeOfMesh(scene, mesh) + reason;
@@ -163,7 +154,7 @@ ModeChoice steps::chooseMode(const Scene& scene, const MaxError& accepted) {
     for (std::size_t m = 0; m < count; ++m) {
         const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
         if (!mesh) continue;
-        const double error = positionErrorOf(positionsOf(*mesh));
+        const double error = positionErrors.at(m);
         if (!(error <= accepted.position) || error == UNBOUNDED)
             return because(std::move(uncompressed), m, whyPositionsStay(*mesh, error, accepted.position));
         position.meshes[m].position = error;

@@ -157,10 +157,15 @@ public:
         return fits(buffer.getComponentCountPerElement()) && hasWidthOfFloats(buffer) &&
                knows(buffer.getAttributeName());
     }
+    /// 32 for floats; 0 for an attribute that it does not know.
+    unsigned int bitsOf(const std::string& attribute) const {
+        const auto found = config.precision.find(attribute);
+        return found == config.precision.end() ? 0 : found->second;
+    }
     /// Whether it stores codes instead of floats.
     bool quantizes(const std::string& attribute) const {
-        const auto found = config.precision.find(attribute);
-        return found != config.precision.end() && found->second != 32;
+        const unsigned int bits = bitsOf(attribute);
+        return bits != 0 && bits != 32;
     }
     /// The same for a buffer: whether the codes are those of its floats.
     bool quantizesFloats(const kel::mesh::AttributeBuffer& buffer) const {

@@ -66,12 +66,17 @@ std::vector<ClampCount> countClamped(const SrcWriterInput& input, const FitOptio
     return steps::countClamped(fromInput(input), options);
 }
 
-std::vector<ReachedError> measureErrors(const SrcWriterInput& input, Target mode) {
-    return steps::measureErrors(fromInput(input), mode);
+SrcWriterInput roundToCodes(const SrcWriterInput& input, Target target, RoundReport* report) {
+    return toInputWithOwnMetaData(sceneAfter(input, steps::roundToCodes, target, report));
 }
 
-ModeChoice chooseMode(const SrcWriterInput& input, const MaxError& accepted) {
-    return steps::chooseMode(fromInput(input), accepted);
+std::vector<ReachedError> measureErrors(const SrcWriterInput& input, Target mode, Codes codes) {
+    return steps::measureErrors(fromInput(input), mode, codes);
+}
+
+ModeChoice chooseMode(const SrcWriterInput& input, const MaxError& accepted, Codes codes) {
+    const Scene scene = fromInput(input);
+    return steps::chooseMode(scene, accepted, steps::positionErrors(scene, codes));
 }
 
 Problems findProblems(const SrcWriterInput& input, Target target, const ProblemOptions& options) {

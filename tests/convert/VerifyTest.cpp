@@ -128,8 +128,8 @@ TEST(Verify, ClampedBoundsAreAnErrorUnlessTheyWereAskedFor) {
 }
 
 /// What verification says of a conversion; an error ends the test.
-kel::convert::VerifiedError verified(const kel::convert::Recipe& recipe) {
-    const auto input = scene();
+kel::convert::VerifiedError verified(const kel::convert::Recipe& recipe,
+                                     const kel::src::SrcWriterInput& input = scene()) {
     std::ostringstream file;
     kel::convert::ConvertOptions options;
     options.verify = true;
@@ -147,11 +147,14 @@ TEST(Verify, ExactIsSaidWhereFloatsAreStored) {
     }
 }
 
-TEST(Verify, CodesAreWithinAStep) {
+TEST(Verify, CodesAreWithinHalfAStep) {
+    const double step = 2.0 / 65535.0; // of a sphere of radius 1
     for (const Target target : {Target::POSITION_COMPRESSED, Target::PRESET_CMP1}) {
         kel::convert::Recipe recipe;
         recipe.target = target;
-        EXPECT_LE(verified(recipe).position, std::sqrt(3.0) * 0.5 / 65535.0 * 1.001);
+        const double found = verified(recipe, fixture::inputOf({fixture::sphere(50, 30)})).position;
+        EXPECT_LE(found, std::sqrt(3.0) * 0.5 * step * 1.005);
+        EXPECT_GE(found, 0.5 * step);
     }
 }
 

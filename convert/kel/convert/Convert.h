@@ -26,7 +26,8 @@
 /// The steps, in the one order in which they are done: import; leave out what is not triangles; turn and
 /// scale; reorder for GPUs; then for the container writer leave out attributes that the preset has no place
 /// for, order the meshes by their attributes, and fit them or count what would be clamped; for the public
-/// writer cut meshes for short indices and choose the mode. Last, what the writer would refuse or spoil is
+/// writer cut meshes for short indices and choose the mode; move what is quantized so that it gets the nearest
+/// code. Last, what the writer would refuse or spoil is
 /// looked for, the file is written, and read back where that is asked for.
 ///
 /// The meshes walk down as one scene. A step replaces what it changes, and what it replaced is freed at once.

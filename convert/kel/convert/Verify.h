@@ -19,8 +19,8 @@ namespace kel::convert {
 
 /// Compares a file with what was given to its writer: meshes in their order, indices, every attribute that
 /// the target stores, metadata and materials. Values that the target quantizes may be off by one step of a
-/// preset, or by the error that was measured for a mode; a preset clamps to its box. All others are equal to
-/// the last bit.
+/// preset, or by the error that measureErrors finds of the input for a mode; a preset clamps to its box. All
+/// others are equal to the last bit.
 ///
 /// errors   of the meshes, in a mode of the public writer
 /// returns  the first difference as a sentence for people; empty when there is none

@@ -15,6 +15,12 @@ struct ReachedError {
     double normalDegrees = 0.0; ///< largest angle between a decoded normal and the original
 };
 
+/// How positions are written in a mode that quantizes them.
+enum class Codes {
+    TRUNCATED, ///< as they are, so that the writer truncates their codes
+    ROUNDED    ///< after roundToCodes
+};
+
 /// The errors of one mode of the public writer, mesh by mesh.
 ///
 /// They are those of really quantizing and decoding each vertex as writer and readers do, not a bound. A
@@ -23,8 +29,8 @@ struct ReachedError {
 /// Linear in the number of vertices.
 ///
 /// throws  std::invalid_argument for a preset of the container writer
-KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const kel::src::SrcWriterInput& input,
-                                                           Target mode);
+KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const kel::src::SrcWriterInput& input, Target mode,
+                                                           Codes codes = Codes::TRUNCATED);
 
 /// The error that a caller accepts.
 struct MaxError {
@@ -48,6 +54,7 @@ struct ModeChoice {
 /// position. Position and position-normal need three-float positions in every mesh.
 ///
 /// Linear in the number of vertices. Empty mesh pointers have no error.
-KEL_PREPARE_EXPORT ModeChoice chooseMode(const kel::src::SrcWriterInput& input, const MaxError& accepted);
+KEL_PREPARE_EXPORT ModeChoice chooseMode(const kel::src::SrcWriterInput& input, const MaxError& accepted,
+                                         Codes codes = Codes::TRUNCATED);
 
 } // namespace kel::prepare

@@ -73,8 +73,8 @@ struct FitReport {
 /// Error: in the fitted mesh at most 2^-26 of the range, from rounding to float. In a file, codes are
 /// truncated to b bits, so a decoded value lies below the true one by less than one step, range / (2^b - 1):
 /// 1/65535 of the mesh's extent for positions and texture coordinates, 2/255 for normals, 1/255 for colours.
-/// A position that two meshes share is decoded by two different grids, so the two results may differ by up to
-/// one step of the coarser one.
+/// After roundToCodes it lies within half a step, above or below. A position that two meshes share is decoded
+/// by two different grids, so the two results may differ by up to one step of the coarser one.
 ///
 /// throws  std::invalid_argument for a box that is not one
 KEL_PREPARE_EXPORT kel::src::SrcWriterInput fitToRange(const kel::src::SrcWriterInput& input,

@@ -5,6 +5,7 @@
 #include <kel/prepare/FitToRange.h>
 #include <kel/prepare/KeepAttributes.h>
 #include <kel/prepare/OptimizeForGpu.h>
+#include <kel/prepare/RoundToCodes.h>
 #include <kel/prepare/SplitForShortIndices.h>
 #include <kel/prepare/Transform.h>
 #include <kel/scene/Scene.h>
@@ -25,7 +26,7 @@ using kel::scene::Scene;
 
 /// The order of the steps: transform; optimizeForGpu; for the container writer keepStoredAttributes,
 /// keepAttributesApart and, for its preset "CMP1", fitToRange; for the public writer splitForShortIndices and
-/// chooseMode; findProblems last.
+/// chooseMode; for what quantizes roundToCodes, after which nothing moves a value; findProblems last.
 ///
 /// rounding  gets the largest distance, in units of the result, that rounding positions to floats adds
 KEL_PREPARE_EXPORT void transform(Scene& scene, const TransformOptions& options, double* rounding = nullptr);
@@ -35,10 +36,15 @@ KEL_PREPARE_EXPORT void splitForShortIndices(Scene& scene, const SplitOptions& o
 KEL_PREPARE_EXPORT void keepStoredAttributes(Scene& scene, std::vector<UnstoredAttribute>* removed = nullptr);
 KEL_PREPARE_EXPORT void keepAttributesApart(Scene& scene, ApartReport* report = nullptr);
 KEL_PREPARE_EXPORT void fitToRange(Scene& scene, FitReport* report = nullptr, const FitOptions& options = {});
+KEL_PREPARE_EXPORT void roundToCodes(Scene& scene, Target target, RoundReport* report = nullptr);
 
 KEL_PREPARE_EXPORT std::vector<ClampCount> countClamped(const Scene& scene, const FitOptions& options = {});
-KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const Scene& scene, Target mode);
-KEL_PREPARE_EXPORT ModeChoice chooseMode(const Scene& scene, const MaxError& accepted);
+KEL_PREPARE_EXPORT std::vector<ReachedError> measureErrors(const Scene& scene, Target mode,
+                                                           Codes codes = Codes::TRUNCATED);
+/// Of each mesh in the modes that quantize positions; see measureErrors.
+KEL_PREPARE_EXPORT std::vector<double> positionErrors(const Scene& scene, Codes codes);
+KEL_PREPARE_EXPORT ModeChoice chooseMode(const Scene& scene, const MaxError& accepted,
+                                         const std::vector<double>& positionErrors);
 KEL_PREPARE_EXPORT Problems findProblems(const Scene& scene, Target target,
                                          const ProblemOptions& options = {});
 
