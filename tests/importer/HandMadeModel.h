@@ -3,6 +3,7 @@
 #include "ImporterTest.h"
 
 #include <conversion/Conversion.h>
+#include <model/ListedModel.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -11,15 +12,15 @@
 namespace kel::importer::test {
 
 /// A model that no file states.
-class HandMadeModel : public detail::Model {
+class HandMadeModel : public detail::ListedModel {
 public:
     HandMadeModel() { format = "by hand"; }
 
     /// returns  its place among the meshes
     std::size_t addMesh(detail::ModelPart part) {
-        meshes.push_back({"", "mesh " + std::to_string(meshes.size()), {}});
+        std::vector<detail::ModelPart> parts;
         parts.push_back(std::move(part));
-        return meshes.size() - 1;
+        return ListedModel::addMesh({"", "mesh " + std::to_string(meshes.size()), {}}, std::move(parts));
     }
     detail::ModelNode& addNode(std::size_t mesh, const glm::dvec3& translation = glm::dvec3(0.0)) {
         detail::ModelNode& node = addNode(translation);
@@ -31,24 +32,6 @@ public:
         node.transform[3] = glm::dvec4(translation, 1.0);
         return node;
     }
-
-    detail::ModelBox boxOf(std::size_t mesh) override {
-        detail::ModelBox box;
-        const detail::Positions position(parts[mesh].attributes[0]);
-        box.hasDoubles = !parts[mesh].attributes[0].doubles.empty();
-        for (const std::uint32_t vertex : parts[mesh].indices) {
-            box.low = glm::min(box.low, position[vertex]);
-            box.high = glm::max(box.high, position[vertex]);
-        }
-        return box;
-    }
-    std::vector<detail::ModelPart> takeMesh(std::size_t mesh) override {
-        std::vector<detail::ModelPart> taken;
-        taken.push_back(std::move(parts[mesh]));
-        return taken;
-    }
-
-    std::vector<detail::ModelPart> parts; ///< one per mesh
 };
 
 inline detail::ModelPart trianglesAt(std::vector<float> positions, std::vector<std::uint32_t> indices) {

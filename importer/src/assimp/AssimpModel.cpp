@@ -66,18 +66,6 @@ void addTextures(const aiMaterial& material, std::set<std::string>& names) {
     }
 }
 
-/// The first few.
-std::string listed(const std::set<std::string>& names) {
-    std::string text;
-    std::size_t shown = 0;
-    for (const std::string& name : names) {
-        if (name.empty()) continue;
-        if (shown == 3) return text + ", ...";
-        text += (shown++ == 0 ? "" : ", ") + name;
-    }
-    return text;
-}
-
 /// The corners of one type of primitive, and the vertices that they need.
 struct Corners {
     kel::mesh::PrimitiveType type;
@@ -124,9 +112,7 @@ public:
         if (!source.mVertices) return box;
         const auto add = [&](unsigned vertex) {
             const aiVector3D& v = source.mVertices[vertex];
-            if (!isFinite(v)) return;
-            box.low = glm::min(box.low, glm::dvec3(v.x, v.y, v.z));
-            box.high = glm::max(box.high, glm::dvec3(v.x, v.y, v.z));
+            box.add({v.x, v.y, v.z});
         };
         for (unsigned f = 0; f < source.mNumFaces; ++f) {
             const aiFace& face = source.mFaces[f];

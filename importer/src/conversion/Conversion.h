@@ -66,27 +66,6 @@ std::vector<char> usedVertices(const ModelPart& part);
 /// returns  false when no primitive is left
 bool preparePart(ModelPart& part, PartLosses& losses);
 
-/// Three coordinates each, as the source states them.
-class Positions {
-public:
-    explicit Positions(const ModelAttribute& attribute)
-        : floats(attribute.values.data()),
-          doubles(attribute.doubles.empty() ? nullptr : attribute.doubles.data()) {}
-
-    glm::dvec3 operator[](std::size_t vertex) const {
-        if (doubles) return {doubles[3 * vertex], doubles[3 * vertex + 1], doubles[3 * vertex + 2]};
-        return {floats[3 * vertex], floats[3 * vertex + 1], floats[3 * vertex + 2]};
-    }
-
-private:
-    const float* floats;
-    const double* doubles;
-};
-
-inline bool isFinite(const glm::dvec3& v) {
-    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 struct CornerNormals {
     std::vector<std::uint32_t> ofCorner; ///< which normal each corner takes
     std::vector<float> normals;          ///< three floats each, none of them -0

@@ -1,6 +1,7 @@
 #include "Conversion.h"
 
 #include "../VertexJoiner.h"
+#include "../model/ListedModel.h"
 
 #include <algorithm>
 #include <cstring>
@@ -91,15 +92,6 @@ void join(VertexJoiner& joiner, std::size_t width, std::size_t elements, const R
 /// equal ones already.
 std::size_t expected(std::size_t elements, std::size_t corners) {
     return 2 * elements <= corners ? elements : 0;
-}
-
-template<typename Number>
-std::vector<Number> gather(const std::vector<Number>& numbers, std::size_t width,
-                           const std::vector<std::uint32_t>& elements) {
-    std::vector<Number> result(width * elements.size());
-    for (std::size_t e = 0; e < elements.size(); ++e)
-        std::copy_n(&numbers[width * elements[e]], width, &result[width * e]);
-    return result;
 }
 
 void take(ModelAttribute& attribute, std::vector<float>& joined) {

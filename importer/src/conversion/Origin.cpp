@@ -11,15 +11,6 @@ namespace kel::importer::detail {
 
 namespace {
 
-/// How much of the scene's diagonal rounding a position to a float may cost.
-constexpr double LARGEST_LOSS = 1e-6;
-constexpr int FLOAT_DIGITS = std::numeric_limits<float>::digits;
-
-void add(ModelBox& box, const glm::dvec3& point) {
-    box.low = glm::min(box.low, point);
-    box.high = glm::max(box.high, point);
-}
-
 /// Of all meshes where they stand. A turned mesh counts with the corners of its own box.
 ///
 /// returns  nothing when every position is a float that stays where it is: floats hold them, however far away
@@ -34,15 +25,10 @@ std::optional<ModelBox> boxOfRounded(Model& model, const std::vector<Use>& uses)
         if (!(ends[0].x <= ends[1].x)) continue;
         for (unsigned corner = 0; corner < 8; ++corner) {
             const glm::dvec4 p(ends[corner & 1].x, ends[corner >> 1 & 1].y, ends[corner >> 2].z, 1.0);
-            add(scene, glm::dvec3(use.world * p));
+            scene.add(glm::dvec3(use.world * p));
         }
     }
     return rounds ? std::optional(scene) : std::nullopt;
-}
-
-/// The farthest that the nearest float can be from a number up to this large.
-double largestRounding(double number) {
-    return number > 0.0 ? std::ldexp(1.0, std::ilogb(number) - FLOAT_DIGITS) : 0.0;
 }
 
 /// What an origin is a multiple of, well below the diagonal: a whole power of ten, which people can read, and for small
@@ -59,15 +45,9 @@ glm::dvec3 chooseOrigin(Model& model, const std::vector<Use>& uses, const Origin
     if (origin.choice == Origin::GIVEN) return {origin.at[0], origin.at[1], origin.at[2]};
 
     const std::optional<ModelBox> box = boxOfRounded(model, uses);
-    if (!box) return glm::dvec3(0.0);
-    const glm::dvec3 farthest = glm::max(glm::abs(box->low), glm::abs(box->high));
-    const double diagonal = glm::length(box->high - box->low);
-    if (!isFinite(farthest) || !(diagonal > 0.0) || !std::isfinite(diagonal)) return glm::dvec3(0.0);
-    const double loss = glm::length(
-        glm::dvec3(largestRounding(farthest.x), largestRounding(farthest.y), largestRounding(farthest.z)));
-    if (loss <= LARGEST_LOSS * diagonal) return glm::dvec3(0.0);
+    if (!box || !isTooFarForFloats(*box)) return glm::dvec3(0.0);
 
-    const double step = originStep(diagonal);
+    const double step = originStep(glm::length(box->high - box->low));
     const glm::dvec3 middle = box->low + 0.5 * (box->high - box->low);
     const glm::dvec3 chosen = glm::round(middle / step) * step + 0.0; // not -0
     return isFinite(chosen) ? chosen : glm::dvec3(0.0);

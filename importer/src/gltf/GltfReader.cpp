@@ -246,11 +246,7 @@ private:
             names.insert(name.empty() ? "image " + std::to_string(count) : std::string(name));
             ++count;
         });
-        std::string detail;
-        std::size_t shown = 0;
-        for (auto name = names.begin(); name != names.end() && shown < 3; ++name)
-            detail += (shown++ == 0 ? "" : ", ") + *name;
-        drop("textures", count, detail + (names.size() > shown ? ", ..." : ""));
+        drop("textures", count, listed(names));
     }
 };
 

@@ -8,6 +8,7 @@
 #include <glm/vec3.hpp>
 #include <glm/vec4.hpp>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -106,7 +107,43 @@ struct ModelBox {
     glm::dvec3 low{std::numeric_limits<double>::infinity()};
     glm::dvec3 high{-std::numeric_limits<double>::infinity()};
     bool hasDoubles = false; ///< whether a position in it may state more than a float holds
+
+    /// A point that is not finite does not count.
+    void add(const glm::dvec3& point);
 };
+
+/// Whether the floats nearest to positions in the box may be off by more than a millionth of its diagonal.
+bool isTooFarForFloats(const ModelBox& box);
+
+inline bool isFinite(const glm::dvec3& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+/// Three coordinates each, as the source states them.
+class Positions {
+public:
+    explicit Positions(const ModelAttribute& attribute)
+        : floats(attribute.values.data()),
+          doubles(attribute.doubles.empty() ? nullptr : attribute.doubles.data()) {}
+
+    glm::dvec3 operator[](std::size_t vertex) const {
+        if (doubles) return {doubles[3 * vertex], doubles[3 * vertex + 1], doubles[3 * vertex + 2]};
+        return {floats[3 * vertex], floats[3 * vertex + 1], floats[3 * vertex + 2]};
+    }
+
+private:
+    const float* floats;
+    const double* doubles;
+};
+
+/// Positions as a source states them: floats where no number loses by it, else doubles.
+ModelAttribute makePositions(std::vector<double> numbers);
+/// Those of a text, which states decimals, of which most are no float: the nearest floats do, unless those of
+/// used positions are too far off or positions are wanted about a given origin.
+///
+/// isUsed  for each position, whether a primitive uses it
+ModelAttribute makePositionsOfText(std::vector<double> numbers, const std::vector<bool>& isUsed,
+                                   const Origin& origin);
 
 /// A model that has been opened. Meshes are read when they are asked for.
 class Model {
@@ -133,5 +170,18 @@ public:
     /// throws  ImportError
     virtual std::vector<ModelPart> takeMesh(std::size_t mesh) = 0;
 };
+
+/// The first few of the names.
+template<typename Names>
+std::string listed(const Names& names) {
+    std::string text;
+    std::size_t shown = 0;
+    for (const std::string& name : names) {
+        if (name.empty()) continue;
+        if (shown == 3) return text + ", ...";
+        text += (shown++ == 0 ? "" : ", ") + name;
+    }
+    return text;
+}
 
 } // namespace kel::importer::detail
