@@ -4,6 +4,8 @@
 #include "checks/Checks.h"
 #include "conversion/Conversion.h"
 #include "gltf/GltfReader.h"
+#include "obj/ObjReader.h"
+#include "ply/PlyReader.h"
 
 #include <cerrno>
 #include <cstring>
@@ -30,6 +32,8 @@ detail::ImportedScene import(detail::ModelSource source, const ImportOptions& op
         if (findings.isGltf) model = openGltf(source, options, progress);
         if (!model && options.scene)
             source.refuse(ImportCode::NO_SCENE, "files of this format have no scenes to choose from");
+        if (findings.isPly) model = readPly(source, options, progress);
+        if (findings.isObj) model = readObj(source, options, progress);
         if (!model) model = readWithAssimp(source, options, progress);
         model->dropped.insert(model->dropped.begin(), findings.dropped.begin(), findings.dropped.end());
         return convertModel(*model, source, options, progress);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/importer/Importer.h>
+#include <kel/material/MaterialClassic.h>
 
 #include <support/TempFolder.h>
 
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -78,6 +80,14 @@ inline std::string metadataOf(const ImportResult& result, std::size_t mesh, cons
     const auto& map = *result.input.metaData.at(result.input.meshes.at(mesh));
     const auto found = map.find(key);
     return found == map.end() ? "" : found->second;
+}
+
+/// The material of a mesh, or null.
+inline std::shared_ptr<kel::material::MaterialClassic> materialOf(const ImportResult& result,
+                                                                  std::size_t mesh) {
+    const auto found = result.input.meshMaterials.find(result.input.meshes.at(mesh));
+    if (found == result.input.meshMaterials.end()) return nullptr;
+    return std::dynamic_pointer_cast<kel::material::MaterialClassic>(found->second);
 }
 
 inline std::size_t droppedOf(const ImportResult& result, const std::string& kind) {

@@ -1,10 +1,6 @@
 #include "GltfText.h"
 #include "ImporterTest.h"
 
-#include <kel/material/MaterialClassic.h>
-
-#include <memory>
-
 namespace kel::importer::test {
 
 using kel::material::MaterialClassic;
@@ -13,11 +9,6 @@ using testing::SizeIs;
 
 class Materials : public ImporterTest {
 protected:
-    static std::shared_ptr<MaterialClassic> materialOf(const ImportResult& result, std::size_t mesh) {
-        const auto found = result.input.meshMaterials.find(result.input.meshes.at(mesh));
-        if (found == result.input.meshMaterials.end()) return nullptr;
-        return std::dynamic_pointer_cast<MaterialClassic>(found->second);
-    }
     static void expectColor(const glm::vec3& color, float r, float g, float b) {
         EXPECT_NEAR(color.r, r, 1e-6f);
         EXPECT_NEAR(color.g, g, 1e-6f);

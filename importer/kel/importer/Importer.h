@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-/// A glTF 2 or GLB, or any other model file that Assimp reads, into a SrcWriterInput.
+/// A glTF 2 or GLB, a PLY, a Wavefront OBJ, or any other model file that Assimp reads, into a SrcWriterInput.
 ///
 /// **Geometry.** Every use of a mesh by a node becomes one mesh, in the order of a walk through the nodes
 /// from the root, parents first; a mesh that mixes primitives becomes one mesh each of triangles, lines and
@@ -31,9 +31,22 @@
 /// KHR_texture_transform counts where it gives whole numbers their meaning as texture coordinates. Skinned
 /// meshes stand as their joints stand in the file, and morph targets count with the weights that it states.
 ///
+/// **PLY** is read by this library itself, in text and binary of either byte order, with elements and
+/// properties in any order and of any type: faces of any size, with texture coordinates of their own or of
+/// the vertices, triangle strips, edges as lines, and vertices alone as points. Colours in integers are over
+/// 255, in ushort over 65535.
+///
+/// **OBJ**, likewise, with the material files that it names. Every "o" and every "g" of another name is a
+/// node below one that is named after the file, and a mesh; another "usemtl" among its faces begins a mesh
+/// named after the material. Vertices may have a colour behind their coordinates. Text in UTF-16 is read,
+/// too.
+///
 /// **Precision.** Transforms, and sources that state more than a float holds, are in doubles up to the last
 /// step: a position delivered is the float nearest to its place in the model less the origin, which
-/// ImportOptions::origin chooses. Far from zero an origin nearby keeps what floats would lose there.
+/// ImportOptions::origin chooses. Far from zero an origin nearby keeps what floats would lose there. The
+/// decimals of a text count as the floats nearest to them, unless these may be off by more than a millionth
+/// of the diagonal of the model's box, or an origin is given; then as the doubles nearest to them. Assimp
+/// knows floats only.
 ///
 /// **Attributes**, all of floats: "position" (3), "normal" (3, unit length), "texcoord" (2, the origin of v
 /// at the bottom), then "texcoord1", "texcoord2" and so on, "color" (3, red, green, blue), then "color1"

@@ -185,10 +185,10 @@ Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progres
     const std::string extension = source.extension();
     if (recognised.kind == Kind::GLB || recognised.kind == Kind::GLTF || extension == "gltf") {
         findings.isGltf = true;
-    } else if (recognised.kind == Kind::PLY) {
-        checkPly(source, content);
+    } else if (recognised.kind == Kind::PLY || extension == "ply") {
+        findings.isPly = true;
     } else if (extension == "obj") {
-        checkWavefront(source, content, progress, findings);
+        findings.isObj = true;
     } else if (extension == "stl") {
         checkStl(source, content);
     } else if (extension == "off" || recognised.kind == Kind::OFF) {

@@ -55,7 +55,8 @@ private:
 /// What the checks learned on the way that the reader does not tell.
 struct Findings {
     std::vector<Dropped> dropped;
-    bool isGltf = false; ///< whose own reader checks what it reads
+    /// Formats with readers of our own, which check what they read.
+    bool isGltf = false, isPly = false, isObj = false;
 };
 
 /// Looks for what Assimp does not survive, reads as something else, or repairs without a word: content of
@@ -66,9 +67,6 @@ struct Findings {
 Findings checkBeforeReading(const ModelSource& source, ProgressReporter& progress);
 
 /// The checks of single formats; called for content of that kind only.
-void checkWavefront(const ModelSource& source, const Content& content, ProgressReporter& progress,
-                    Findings& findings);
-void checkPly(const ModelSource& source, const Content& content);
 /// Whether its size is that of the triangles which a binary STL announces.
 bool isWholeBinaryStl(const Content& content);
 void checkStl(const ModelSource& source, const Content& content);
