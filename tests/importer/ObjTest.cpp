@@ -42,6 +42,11 @@ TEST_F(Obj, GroupsAndObjectsAreNodesWithAMeshEach) {
     EXPECT_THAT(indicesOf(*result.input.meshes[1]).size(), 6u) << "a group that is named again goes on";
 }
 
+TEST_F(Obj, AnObjectThatIsNamedAgainGoesOn) {
+    EXPECT_THAT(namesOf(read(CORNERS + "o a\nf 1 2 3\no a\nf 2 3 4\no b\nf 1 2 4\n")),
+                ElementsAre("\"a\"", "\"b\""));
+}
+
 TEST_F(Obj, FacesBelowNoName) {
     EXPECT_THAT(namesOf(read(CORNERS + "f 1 2 3\n")), ElementsAre("\"defaultobject\""));
 }

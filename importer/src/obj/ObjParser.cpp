@@ -73,7 +73,7 @@ private:
             group = name;
         } else if (keyword == "o") {
             const std::string name(cursor.restOfLine());
-            if (!name.empty()) addObject(name);
+            if (!name.empty() && !(object && file.objects[*object] == name)) addObject(name);
         } else if (keyword == "usemtl") {
             useMaterial(std::string(cursor.restOfLine()));
         } else if (keyword == "mtllib") {
