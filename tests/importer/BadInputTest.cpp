@@ -56,7 +56,8 @@ TEST(ImportCodes, HaveStableTexts) {
                                      "invalid-json", "invalid-model", "missing-file", "unsupported-feature",
                                      "unsupported-extension", "index-out-of-range", "no-scene", "no-mesh",
                                      "no-extent", "non-finite-positions", "non-finite-transform",
-                                     "extent-overflow", "too-deep", "out-of-memory", "cancelled"));
+                                     "extent-overflow", "too-deep", "too-many-copies", "out-of-memory",
+                                     "cancelled"));
 }
 
 TEST_F(BadInput, AFileThatIsNotThere) {

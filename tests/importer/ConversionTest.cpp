@@ -163,4 +163,75 @@ TEST(Conversion, KindsThatTheModelDropsSeveralTimesAreCountedUp) {
     EXPECT_EQ(result.report.notes, model.notes);
 }
 
+// ---- Several uses of a mesh -------------------------------------------------------------------------------
+
+class SharedUses : public testing::Test {
+protected:
+    HandMadeModel model;
+    std::size_t mesh = 0;
+
+    void SetUp() override {
+        detail::ModelPart part = facingZ(trianglesAt(SQUARE, {0, 1, 2, 0, 2, 3}));
+        part.attributes.push_back({"texcoord", 2, std::vector<float>(8, 0.5f), {}});
+        mesh = model.addMesh(std::move(part));
+        model.addNode(mesh);
+    }
+    void addTurned(const glm::dvec3& first, const glm::dvec3& second, const glm::dvec3& third) {
+        glm::dmat4& transform = model.addNode(mesh).transform;
+        transform[0] = glm::dvec4(first, 0.0);
+        transform[1] = glm::dvec4(second, 0.0);
+        transform[2] = glm::dvec4(third, 0.0);
+    }
+};
+
+TEST_F(SharedUses, MovingAMeshLeavesAllButPositionsShared) {
+    model.addNode(mesh, {5, 0, 0});
+    const auto meshes = convert(model).input.meshes;
+    EXPECT_EQ(numbersOf(*meshes[1], "position")[0], 5.0f);
+    EXPECT_NE(meshes[0]->getAttributeBuffer("position"), meshes[1]->getAttributeBuffer("position"));
+    EXPECT_EQ(meshes[0]->getAttributeBuffer("normal"), meshes[1]->getAttributeBuffer("normal"));
+    EXPECT_EQ(meshes[0]->getAttributeBuffer("texcoord"), meshes[1]->getAttributeBuffer("texcoord"));
+    EXPECT_EQ(meshes[0]->getIndexBuffer(), meshes[1]->getIndexBuffer());
+}
+
+TEST_F(SharedUses, ATurnedMeshHasNormalsOfItsOwn) {
+    addTurned({1, 0, 0}, {0, 0, 1}, {0, -1, 0}); // a quarter about x: z becomes -y
+    model.addNode(mesh);
+    const auto meshes = convert(model).input.meshes;
+    EXPECT_THAT(numbersOf(*meshes[1], "normal"), ElementsAre(0, -1, 0, 0, -1, 0, 0, -1, 0, 0, -1, 0));
+    EXPECT_THAT(numbersOf(*meshes[2], "normal"), ElementsAre(0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1));
+}
+
+TEST_F(SharedUses, AMirroredMeshHasIndicesOfItsOwn) {
+    addTurned({-1, 0, 0}, {0, 1, 0}, {0, 0, 1});
+    model.addNode(mesh);
+    const auto meshes = convert(model).input.meshes;
+    EXPECT_THAT(indicesOf(*meshes[0]), ElementsAre(0, 1, 2, 0, 2, 3));
+    EXPECT_THAT(indicesOf(*meshes[1]), ElementsAre(0, 2, 1, 0, 3, 2));
+    EXPECT_EQ(meshes[0]->getIndexBuffer(), meshes[2]->getIndexBuffer());
+}
+
+TEST_F(SharedUses, RoundedNormalsCountForEachUse) {
+    detail::ModelPart part = facingZ(trianglesAt(SQUARE, {0, 1, 2, 0, 2, 3}));
+    part.attributes[1].values[2] = 0.5f; // becomes 1
+    const std::size_t uneven = model.addMesh(std::move(part));
+    model.addNode(uneven);
+    model.addNode(uneven);
+    EXPECT_EQ(convert(model).report.roundedNormals, 2u);
+}
+
+TEST_F(SharedUses, TooManyAreRefusedBeforeTheyAreMade) {
+    for (int i = 0; i < 100; ++i)
+        model.addNode(mesh);
+    ImportOptions options;
+    options.maxCopiedBytes = 100 * 1024; // 100 copies of 24 + 128 + 1,024 bytes need more
+    try {
+        convert(model, options);
+        FAIL() << "converted";
+    } catch (const ImportError& error) {
+        EXPECT_EQ(error.code(), ImportCode::TOO_MANY_COPIES);
+        EXPECT_EQ(error.place(), "mesh 0");
+    }
+}
+
 } // namespace kel::importer::test

@@ -351,4 +351,49 @@ TEST_F(GltfFile, AMemberOfTheWrongTypeIsPlaced) {
     EXPECT_THAT(error.what(), HasSubstr("\"translation\""));
 }
 
+// ---- Copies -----------------------------------------------------------------------------------------------
+
+class GltfCopies : public ImporterTest {
+protected:
+    /// `nodes` nodes, each of which places the mesh of one triangle `instances` times, all by the same accessor.
+    static std::string json(std::size_t nodes, std::size_t instances) {
+        GltfText gltf = oneTriangle();
+        const std::size_t places = gltf.addVec3(std::vector<float>(3 * instances, 1.0f));
+        gltf.nodes.assign(
+            nodes, R"({"mesh":0,"extensions":{"EXT_mesh_gpu_instancing":{"attributes":{"TRANSLATION":)" +
+                       std::to_string(places) + "}}}}");
+        gltf.roots.clear();
+        for (std::size_t n = 0; n < nodes; ++n)
+            gltf.roots += (n == 0 ? "" : ",") + std::to_string(n);
+        return gltf.json();
+    }
+};
+
+TEST_F(GltfCopies, MillionsOfInstancesInASmallFileAreRefused) {
+    const auto error = errorOf([&] { import("many.gltf", json(10000, 10000)); });
+    EXPECT_EQ(error.code(), ImportCode::TOO_MANY_COPIES);
+    EXPECT_THAT(error.what(), HasSubstr("it is placed 100000000 times"));
+    EXPECT_THAT(error.what(), HasSubstr("copies may take 4295 MB (mesh 0)"));
+}
+
+TEST_F(GltfCopies, TheLimitIsTheCallers) {
+    ImportOptions options;
+    options.maxCopiedBytes = 100 * 1024;
+    EXPECT_EQ(import("some.gltf", json(10, 9), options).report.meshes, 90u);
+    EXPECT_EQ(errorOf([&] { import("some.gltf", json(10, 12), options); }).code(),
+              ImportCode::TOO_MANY_COPIES);
+}
+
+TEST_F(GltfCopies, PrimitivesThatShareNumbersAreCopies) {
+    GltfText gltf;
+    gltf.addVec3(std::vector<float>(3 * 10000, 1.0f));
+    gltf.meshes = {R"({"primitives":[)" +
+                   joined(std::vector<std::string>(100, R"({"attributes":{"POSITION":0}})")) + "]}"};
+    gltf.nodes = {R"({"mesh":0})"};
+    ImportOptions options;
+    options.maxCopiedBytes = 10 * 1000 * 1000;
+    EXPECT_EQ(errorOf([&] { import("shared.gltf", gltf.json(), options); }).code(),
+              ImportCode::TOO_MANY_COPIES);
+}
+
 } // namespace kel::importer::test

@@ -34,6 +34,7 @@ namespace kel::importer {
     X(NON_FINITE_TRANSFORM, "non-finite-transform", "the transform of a node is not finite", "correct the node's position, rotation and scale") \
     X(EXTENT_OVERFLOW, "extent-overflow", "positions or their extent do not fit a 32-bit float", "scale the model down") \
     X(TOO_DEEP, "too-deep", "nodes or values are nested deeper than any real model", "flatten the hierarchy") \
+    X(TOO_MANY_COPIES, "too-many-copies", "meshes are placed so often that their copies take more memory than is allowed", "place fewer copies, export the scene in parts, or allow more (ImportOptions::maxCopiedBytes)") \
     X(OUT_OF_MEMORY, "out-of-memory", "the model does not fit into memory", "free some memory or split the model") \
     X(CANCELLED, "cancelled", "the caller's progress function asked to stop", "start it again to finish it")
 // clang-format on

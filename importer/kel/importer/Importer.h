@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -20,7 +21,8 @@
 /// points. Node transforms are baked into positions and normals (in double precision; normals by the inverse
 /// transpose; a mirroring transform swaps two corners of each triangle). Polygons are triangulated. Vertices
 /// whose attributes are equal to the last bit are joined (-0 becomes 0 before), unless the file shares vertices
-/// by indices of its own, as a glTF with indices does. Every mesh has an index buffer: 2 bytes per index up to
+/// by indices of its own, as a glTF with indices does. Uses of one mesh share the buffers that their transforms leave
+/// alike: indices, normals, other attributes. Every mesh has an index buffer: 2 bytes per index up to
 /// 65,535 vertices, else 4. Coordinates keep the unit and the axes that "source" states.
 ///
 /// **glTF 2** is read by this library itself: every type of component, normalized or not, sparse accessors,
@@ -114,6 +116,10 @@ struct ImportOptions {
     Origin origin;
     /// The scene of a glTF to import, by its name or by its number from 0 on; empty: the default one, or the first.
     std::optional<std::string> scene;
+    /// Memory that meshes may take beyond the first copy of their numbers. Every use of a mesh by a node or an instance is
+    /// a copy of at least 1,024 bytes, and primitives that share numbers of a file get a copy each: a small file can ask
+    /// for millions. More is refused before it is taken.
+    std::uint64_t maxCopiedBytes = std::uint64_t{1} << 32;
     Progress progress;
 };
 

@@ -1,5 +1,7 @@
 #include "Conversion.h"
 
+#include <kel/src/format/ElementTypes.h>
+
 #include <glm/common.hpp>
 #include <glm/geometric.hpp>
 #include <glm/mat3x3.hpp>
@@ -59,28 +61,34 @@ double place(const glm::dmat4& world, const glm::dvec3& origin, const Number* so
     return largest;
 }
 
-void bakePositions(const Placement& placement, ModelAttribute& positions, Rounding& rounding) {
+/// Puts positions of the source where they go.
+///
+/// isLast  nobody needs the source's own again
+std::vector<float> bakePositions(const Placement& placement, ModelAttribute& positions, bool isLast,
+                                 Rounding& rounding) {
     const std::size_t vertices = positions.vertices();
+    std::vector<float> stored;
     double square = 0.0;
     if (!positions.doubles.empty()) {
-        positions.values.resize(3 * vertices);
-        square = place(placement.world, placement.origin, positions.doubles.data(), vertices,
-                       positions.values.data());
-        std::vector<double>().swap(positions.doubles);
-    } else if (placement.world != glm::dmat4(1.0) || placement.origin != glm::dvec3(0.0)) {
-        square = place(placement.world, placement.origin, positions.values.data(), vertices,
-                       positions.values.data());
+        stored.resize(3 * vertices);
+        square = place(placement.world, placement.origin, positions.doubles.data(), vertices, stored.data());
+    } else {
+        stored = isLast ? std::move(positions.values) : positions.values;
+        if (placement.world != glm::dmat4(1.0) || placement.origin != glm::dvec3(0.0))
+            square = place(placement.world, placement.origin, stored.data(), vertices, stored.data());
     }
     // Of positions that no float holds there is an error to tell, not a distance.
     if (std::isfinite(square)) rounding.position = std::max(rounding.position, std::sqrt(square));
+    return stored;
 }
 
-/// returns  how many normals have no direction any more and point along z
-std::size_t bakeNormals(const glm::dmat3& matrix, ModelPart& part, Rounding& rounding) {
+/// Turns normals and makes them unit length.
+///
+/// undefined  counts those that have no direction any more and point along z
+/// rounded    counts those that are not what the source makes of them
+void bakeNormals(const glm::dmat3& matrix, std::vector<float>& normals, std::size_t& undefined,
+                 std::size_t& rounded) {
     const bool turned = matrix != glm::dmat3(1.0);
-    const bool given = !part.hasMadeNormals;
-    std::size_t undefined = 0;
-    std::vector<float>& normals = part.normals()->values;
     for (std::size_t i = 0; i + 2 < normals.size(); i += 3) {
         float* stored = &normals[i];
         const glm::dvec3 source(stored[0], stored[1], stored[2]);
@@ -94,27 +102,73 @@ std::size_t bakeNormals(const glm::dmat3& matrix, ModelPart& part, Rounding& rou
         }
         for (int axis = 0; axis < 3; ++axis)
             stored[axis] = static_cast<float>(n[axis]) + 0.0f;
-        rounding.normals += given && glm::dvec3(stored[0], stored[1], stored[2]) != (turned ? n : source);
+        rounded += glm::dvec3(stored[0], stored[1], stored[2]) != (turned ? n : source);
     }
-    return undefined;
 }
 
 } // namespace
 
-std::size_t bake(const Placement& placement, ModelPart& part, Rounding& rounding) {
-    bakePositions(placement, part.attributes[0], rounding);
+UsedPart::UsedPart(ModelPart part) : source(std::move(part)), count(source.vertices()) {}
+
+UsedPart::Placed UsedPart::place(const Placement& placement, bool isLast, Rounding& rounding,
+                                 ModelExtent& extent) {
+    Placed placed;
+    placed.mesh = std::make_shared<kel::mesh::DefaultMesh>(source.type);
+    ModelAttribute& positions = source.attributes[0];
+    std::vector<float> stored = bakePositions(placement, positions, isLast, rounding);
+    placed.problem = extent.add(source, stored);
+    placed.mesh->addAttribute(positions.name, 3, std::move(stored));
+
     bool mirrors = false;
     const glm::dmat3 matrix = normalMatrix(placement.world, mirrors);
-    const std::size_t undefined = part.normals() ? bakeNormals(matrix, part, rounding) : 0;
-    if (mirrors && part.type == kel::mesh::TRIANGLES) {
-        for (std::size_t i = 0; i + 2 < part.indices.size(); i += 3)
-            std::swap(part.indices[i + 1], part.indices[i + 2]);
+    if (source.normals()) {
+        addNormals(matrix, isLast, *placed.mesh);
+        placed.undefined = normals.undefined;
+        if (!source.hasMadeNormals) rounding.normals += normals.rounded;
     }
-    return undefined;
+    addOthers(*placed.mesh);
+    setIndices(mirrors && source.type == kel::mesh::TRIANGLES, isLast, *placed.mesh);
+    return placed;
 }
 
-const char* ModelExtent::add(const ModelPart& part) {
-    const std::vector<float>& positions = part.attributes[0].values;
+void UsedPart::addNormals(const glm::dmat3& matrix, bool isLast, kel::mesh::DefaultMesh& mesh) {
+    if (normals.buffer && normals.matrix == matrix) return mesh.addAttribute(normals.buffer);
+    normals = {matrix, nullptr, 0, 0};
+    ModelAttribute& given = *source.normals();
+    std::vector<float> turned = isLast ? std::move(given.values) : given.values;
+    bakeNormals(matrix, turned, normals.undefined, normals.rounded);
+    mesh.addAttribute(given.name, 3, std::move(turned));
+    normals.buffer = mesh.getAttributeBuffer(1);
+}
+
+void UsedPart::addOthers(kel::mesh::DefaultMesh& mesh) {
+    const std::size_t first = source.normals() ? 2 : 1;
+    for (std::size_t i = first; i < source.attributes.size(); ++i) {
+        ModelAttribute& attribute = source.attributes[i];
+        if (i - first < others.size()) {
+            mesh.addAttribute(others[i - first]);
+        } else {
+            mesh.addAttribute(attribute.name, attribute.width, std::move(attribute.values));
+            others.push_back(mesh.getAttributeBuffer(i));
+        }
+    }
+}
+
+void UsedPart::setIndices(bool mirrors, bool isLast, kel::mesh::DefaultMesh& mesh) {
+    auto& known = mirrors ? mirrored : indices;
+    if (known) return mesh.setIndexBuffer(known);
+    std::vector<std::uint32_t> corners = isLast ? std::move(source.indices) : source.indices;
+    for (std::size_t i = 0; mirrors && i + 2 < corners.size(); i += 3)
+        std::swap(corners[i + 1], corners[i + 2]);
+    if (count <= kel::src::format::MAX_SHORT_INDEX_VERTICES) {
+        mesh.setIndices(std::vector<std::uint16_t>(corners.begin(), corners.end()));
+    } else {
+        mesh.setIndices(std::move(corners));
+    }
+    known = mesh.getIndexBuffer();
+}
+
+const char* ModelExtent::add(const ModelPart& part, const std::vector<float>& positions) {
     for (std::size_t i = 0; i + 2 < positions.size(); i += 3) {
         for (int axis = 0; axis < 3; ++axis) {
             const double value = static_cast<double>(positions[i + axis]);
@@ -129,11 +183,12 @@ const char* ModelExtent::add(const ModelPart& part) {
         return "the extent of the model does not fit a 32-bit float";
 
     if (part.type == kel::mesh::TRIANGLES) {
-        const Positions at(part.attributes[0]);
-        for (std::size_t i = 0; i + 2 < part.indices.size() && !area; i += 3) {
-            const glm::dvec3 a = at[part.indices[i]];
-            area = glm::cross(at[part.indices[i + 1]] - a, at[part.indices[i + 2]] - a) != glm::dvec3(0.0);
-        }
+        const auto at = [&](std::size_t corner) {
+            const float* const p = &positions[3 * std::size_t{part.indices[corner]}];
+            return glm::dvec3(p[0], p[1], p[2]);
+        };
+        for (std::size_t i = 0; i + 2 < part.indices.size() && !area; i += 3)
+            area = glm::cross(at(i + 1) - at(i), at(i + 2) - at(i)) != glm::dvec3(0.0);
     }
     return nullptr;
 }

@@ -5,7 +5,9 @@
 
 #include <kel/importer/detail/ImportScene.h>
 #include <kel/material/MaterialClassic.h>
+#include <kel/mesh/DefaultMesh.h>
 
+#include <glm/mat3x3.hpp>
 #include <glm/mat4x4.hpp>
 #include <glm/vec3.hpp>
 
@@ -104,17 +106,12 @@ struct Rounding {
     std::size_t normals = 0; ///< see ImportReport::roundedNormals
 };
 
-/// Puts the node's transform into positions and normals, in double precision; positions become floats about the
-/// origin. A mirroring transform swaps two corners of each triangle.
-///
-/// returns  how many normals have no direction any more and point along z
-std::size_t bake(const Placement& placement, ModelPart& part, Rounding& rounding);
-
 /// What the positions delivered take up, over all meshes added.
 class ModelExtent {
 public:
-    /// returns  what does not fit a 32-bit float, position or extent so far; null when both do
-    const char* add(const ModelPart& part);
+    /// positions  of the part, as delivered
+    /// returns    what does not fit a 32-bit float, position or extent so far; null when both do
+    const char* add(const ModelPart& part, const std::vector<float>& positions);
 
     bool isOnePlace() const { return low == high; }
     /// Whether any triangle has an area.
@@ -124,6 +121,44 @@ private:
     glm::dvec3 low{std::numeric_limits<double>::infinity()};
     glm::dvec3 high{-std::numeric_limits<double>::infinity()};
     bool area = false;
+};
+
+/// A part of a mesh, made ready, of which each use makes a mesh: the node's transform is put into positions and
+/// normals, in double precision, and positions become floats about the origin. A mirroring transform swaps two corners
+/// of each triangle. What the transforms of several uses leave alike they share.
+class UsedPart {
+public:
+    explicit UsedPart(ModelPart part);
+
+    struct Placed {
+        std::shared_ptr<kel::mesh::DefaultMesh> mesh;
+        std::size_t undefined = 0;     ///< normals that have no direction any more and point along z
+        const char* problem = nullptr; ///< as ModelExtent::add() says
+    };
+    /// isLast  nothing is asked of this part again
+    Placed place(const Placement& placement, bool isLast, Rounding& rounding, ModelExtent& extent);
+
+    /// Its numbers may have gone to meshes.
+    const ModelPart& part() const { return source; }
+    std::size_t vertices() const { return count; }
+
+private:
+    struct TurnedNormals {
+        glm::dmat3 matrix{0.0};
+        std::shared_ptr<kel::mesh::AttributeBuffer> buffer;
+        std::size_t undefined = 0, rounded = 0;
+    };
+
+    ModelPart source;
+    std::size_t count;
+    // Of the uses so far:
+    std::shared_ptr<kel::mesh::IndexBuffer> indices, mirrored;
+    TurnedNormals normals;
+    std::vector<std::shared_ptr<kel::mesh::AttributeBuffer>> others; ///< behind positions and normals
+
+    void addNormals(const glm::dmat3& matrix, bool isLast, kel::mesh::DefaultMesh& mesh);
+    void addOthers(kel::mesh::DefaultMesh& mesh);
+    void setIndices(bool mirrors, bool isLast, kel::mesh::DefaultMesh& mesh);
 };
 
 // ---- What becomes of the rest ---------------------------------------------------------------------------

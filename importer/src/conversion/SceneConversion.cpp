@@ -1,10 +1,9 @@
 #include "Conversion.h"
 
+#include "../model/CopyLimit.h"
 #include "../model/NotFinitePositions.h"
 
-#include <kel/mesh/DefaultMesh.h>
 #include <kel/mesh/ForEachPrimitive.h>
-#include <kel/src/format/ElementTypes.h>
 #include <kel/src/format/MetadataKeys.h>
 
 #include <algorithm>
@@ -14,20 +13,17 @@ namespace kel::importer::detail {
 
 namespace {
 
-using kel::mesh::DefaultMesh;
-
 const char* const CONVERTING = "converting";
 
-std::shared_ptr<DefaultMesh> makeMesh(ModelPart part) {
-    auto mesh = std::make_shared<DefaultMesh>(part.type);
-    if (part.vertices() <= kel::src::format::MAX_SHORT_INDEX_VERTICES) {
-        mesh->setIndices(std::vector<std::uint16_t>(part.indices.begin(), part.indices.end()));
-    } else {
-        mesh->setIndices(std::move(part.indices));
+double bytesOf(const std::vector<UsedPart>& parts) {
+    double bytes = 0.0;
+    for (const UsedPart& used : parts) {
+        const ModelPart& part = used.part();
+        bytes += static_cast<double>(sizeof(std::uint32_t) * part.indices.size());
+        for (const ModelAttribute& attribute : part.attributes)
+            bytes += static_cast<double>(sizeof(float) * attribute.width * attribute.vertices());
     }
-    for (ModelAttribute& attribute : part.attributes)
-        mesh->addAttribute(std::move(attribute.name), attribute.width, std::move(attribute.values));
-    return mesh;
+    return bytes;
 }
 
 class Converter {
@@ -79,14 +75,20 @@ private:
         for (const Use& use : uses)
             ++left[use.mesh];
         result.scene.meshes.reserve(uses.size());
-        std::map<std::size_t, std::vector<ModelPart>> kept; // parts of meshes with uses to come
+        std::map<std::size_t, std::vector<UsedPart>> kept; // parts of meshes with uses to come
         std::size_t done = 0;
+        CopyLimit copies(source, options);
         for (const Use& use : uses) {
             auto found = kept.find(use.mesh);
-            if (found == kept.end()) found = kept.emplace(use.mesh, takeParts(use.mesh)).first;
+            if (found == kept.end()) {
+                found = kept.emplace(use.mesh, takeParts(use.mesh)).first;
+                if (const std::size_t further = left[use.mesh] - 1; further > 0)
+                    copies.add(static_cast<double>(further), bytesOf(found->second),
+                               model.meshes[use.mesh].place);
+            }
             const bool last = --left[use.mesh] == 0;
-            for (ModelPart& part : found->second)
-                add(use, last ? std::move(part) : part);
+            for (UsedPart& part : found->second)
+                add(use, part, last);
             if (last) kept.erase(found);
             progress.report(CONVERTING, static_cast<double>(++done) / static_cast<double>(uses.size()));
         }
@@ -94,16 +96,19 @@ private:
     }
 
     /// Ready for use. Once positions have been found that are refused, the others are only counted.
-    std::vector<ModelPart> takeParts(std::size_t mesh) {
+    std::vector<UsedPart> takeParts(std::size_t mesh) {
         std::vector<ModelPart> parts = model.takeMesh(mesh);
         if (options.onBadGeometry == BadGeometry::FAIL) {
             for (const ModelPart& part : parts)
                 countNotFinite(part, model.meshes[mesh].place);
             if (notFinite.any()) return {};
         }
-        const auto isEmpty = [&](ModelPart& part) { return !preparePart(part, losses.parts); };
-        parts.erase(std::remove_if(parts.begin(), parts.end(), isEmpty), parts.end());
-        return parts;
+        std::vector<UsedPart> ready;
+        ready.reserve(parts.size());
+        for (ModelPart& part : parts) {
+            if (preparePart(part, losses.parts)) ready.emplace_back(std::move(part));
+        }
+        return ready;
     }
 
     void countNotFinite(const ModelPart& part, const std::string& place) {
@@ -117,18 +122,19 @@ private:
         }
     }
 
-    void add(const Use& use, ModelPart part) {
-        losses.parts.undefinedNormals += bake({use.world, origin}, part, rounding);
-        if (const char* problem = extent.add(part))
-            source.refuse(ImportCode::EXTENT_OVERFLOW, problem, model.meshes[use.mesh].place);
+    void add(const Use& use, UsedPart& used, bool isLast) {
+        UsedPart::Placed placed = used.place({use.world, origin}, isLast, rounding, extent);
+        losses.parts.undefinedNormals += placed.undefined;
+        if (placed.problem)
+            source.refuse(ImportCode::EXTENT_OVERFLOW, placed.problem, model.meshes[use.mesh].place);
 
+        const ModelPart& part = used.part();
         ImportReport& report = result.report;
         ++report.meshes;
-        report.vertices += part.vertices();
-        const std::size_t primitives = part.indices.size() / kel::mesh::cornersPerPrimitive(part.type);
+        report.vertices += used.vertices();
         (part.type == kel::mesh::TRIANGLES ? report.triangles
          : part.type == kel::mesh::LINES   ? report.lines
-                                           : report.points) += primitives;
+                                           : report.points) += placed.mesh->getNumPrimitives();
 
         kel::scene::SceneMesh entry;
         entry.setMetaData(kel::src::format::metadata::SOURCE, sourceText);
@@ -139,7 +145,7 @@ private:
             entry.material = materialOf(*part.material);
             result.scene.materials.insert(entry.material);
         }
-        entry.mesh = makeMesh(std::move(part));
+        entry.mesh = std::move(placed.mesh);
         result.scene.meshes.push_back(std::move(entry));
     }
 

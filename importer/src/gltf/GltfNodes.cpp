@@ -220,6 +220,11 @@ GltfNodes readNodes(const GltfObject& document, const GltfData& data, std::size_
     return NodeReader(document, data, meshes).read(scene);
 }
 
+double countOfInstances(const GltfData& data, const GltfNode& node) {
+    const auto& given = node.translations ? node.translations : node.rotations ? node.rotations : node.scales;
+    return static_cast<double>(data.accessors[*given].count);
+}
+
 std::vector<glm::dmat4> readInstances(const ModelSource& source, const GltfData& data, const GltfNode& node) {
     std::size_t count = 0;
     const auto read = [&](const std::optional<std::size_t>& accessor, std::size_t width) {

@@ -52,6 +52,8 @@ struct GltfNodes {
 GltfNodes readNodes(const GltfObject& document, const GltfData& data, std::size_t meshes,
                     const std::optional<std::string>& scene);
 
+/// How often an instanced node places its mesh.
+double countOfInstances(const GltfData& data, const GltfNode& node);
 /// Where an instanced node places its mesh.
 std::vector<glm::dmat4> readInstances(const ModelSource& source, const GltfData& data, const GltfNode& node);
 

@@ -1,5 +1,6 @@
 #include "GltfReader.h"
 
+#include "../model/CopyLimit.h"
 #include "GltfExtensions.h"
 #include "GltfMaterials.h"
 #include "GltfParts.h"
@@ -37,7 +38,7 @@ public:
         tree = readNodes(document, data, gltfMeshes.size(), options.scene);
         ready.resize(gltfMeshes.size());
         addMeshes();
-        addNodes();
+        addNodes(options);
         if (!tree.scene.extras.empty())
             metaData.emplace(metadata_key::SCENE_EXTRAS, std::move(tree.scene.extras));
         reportLosses(document, losses);
@@ -152,8 +153,34 @@ private:
         });
     }
 
+    double bytesOf(const GltfMesh& mesh) const {
+        constexpr double BYTES = sizeof(float); // and as many for an index
+        double bytes = 0.0;
+        for (const GltfPrimitive& primitive : mesh.primitives) {
+            for (const GltfAttribute& attribute : primitive.attributes)
+                bytes += BYTES * numbersIn(data.accessors[attribute.second]);
+            if (primitive.indices) bytes += BYTES * numbersIn(data.accessors[*primitive.indices]);
+        }
+        return bytes;
+    }
+    static double numbersIn(const GltfAccessor& accessor) {
+        return static_cast<double>(accessor.count) * accessor.width;
+    }
+
+    /// Nodes may share instances, as primitives may share accessors: little of a file can ask for much memory.
+    void checkCopies(const ImportOptions& options, const std::vector<double>& uses) const {
+        constexpr double MOST_PACKED = 64.0; // how many bytes one of the file's may stand for
+        double own = 0.0;
+        for (const GltfAccessor& accessor : data.accessors)
+            own += sizeof(float) * numbersIn(accessor);
+        CopyLimit copies(source, options, std::min(own, MOST_PACKED * static_cast<double>(data.fileBytes)));
+        for (std::size_t m = 0; m < uses.size(); ++m) {
+            if (uses[m] > 0.0) copies.add(uses[m], bytesOf(gltfMeshes[m]), meshes[m].place);
+        }
+    }
+
     /// In the order of a walk from the roots, parents first.
-    void addNodes() {
+    void addNodes(const ImportOptions& options) {
         std::vector<std::size_t> plain(gltfMeshes.size(),
                                        gltfMeshes.size()); // the model's mesh that is not bent
         std::vector<char> claimed(gltfMeshes.size(), 0);
@@ -181,6 +208,8 @@ private:
         };
         push(tree.scene.roots, std::nullopt);
         nodes.reserve(tree.nodes.size());
+        std::vector<double> uses(gltfMeshes.size(), 0.0);
+        std::vector<std::pair<std::size_t, std::size_t>> instanced; // of the model, and of the document
         while (!waiting.empty()) {
             const auto [index, parent] = waiting.back();
             waiting.pop_back();
@@ -193,10 +222,15 @@ private:
             if (from.mesh) {
                 node.meshes.push_back(meshOf(index, from));
                 node.meshesInScene = isSkinned(from);
-                if (from.isInstanced()) node.instances = readInstances(source, data, from);
-                if (from.isInstanced() && node.instances.empty()) node.meshes.clear();
+                if (from.isInstanced()) instanced.emplace_back(nodes.size() - 1, index);
+                uses[*from.mesh] += from.isInstanced() ? countOfInstances(data, from) : 1.0;
             }
             push(from.children, nodes.size() - 1);
+        }
+        checkCopies(options, uses);
+        for (const auto& [to, from] : instanced) {
+            nodes[to].instances = readInstances(source, data, tree.nodes[from]);
+            if (nodes[to].instances.empty()) nodes[to].meshes.clear();
         }
     }
 
