@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <optional>
 #include <set>
 
@@ -35,7 +36,10 @@ using Code = ProblemCode;
 
 template<typename Numbers>
 bool areFinite(const Numbers& numbers) {
-    return std::all_of(numbers.begin(), numbers.end(), [](float number) { return std::isfinite(number); });
+    bool finite = true; // no early end: the loop is made of wide instructions then
+    for (const float number : numbers)
+        finite &= std::abs(number) <= std::numeric_limits<float>::max();
+    return finite;
 }
 
 bool isFinite(const glm::vec3& v) {
@@ -266,6 +270,7 @@ private:
         const PackedFloats values(buffer);
         const std::size_t components = std::max<std::size_t>(1, buffer.getComponentCountPerElement());
         const bool isClamped = preset && preset->quantizes(name);
+        if (!isClamped && areFinite(values)) return;
         const FitOptions box;
         Faults notFinite, clamped;
         std::size_t lastFault = NOWHERE;
