@@ -29,7 +29,7 @@ namespace kel::bench {
 
 namespace {
 
-tinygltf::Model toGltf(const Scene& s) {
+tinygltf::Model toGltf(const Scene& s, std::size_t nodesPerMesh) {
     tinygltf::Model model;
     model.asset.version = "2.0";
     model.buffers.resize(1);
@@ -82,10 +82,13 @@ tinygltf::Model toGltf(const Scene& s) {
         mesh.name = std::to_string(i);
         mesh.primitives.push_back(primitive);
         model.meshes.push_back(mesh);
-        tinygltf::Node node;
-        node.mesh = static_cast<int>(i);
-        model.nodes.push_back(node);
-        root.nodes.push_back(static_cast<int>(i));
+        for (std::size_t n = 0; n < nodesPerMesh; ++n) {
+            tinygltf::Node node;
+            node.mesh = static_cast<int>(i);
+            if (n > 0) node.translation = {static_cast<double>(n), 0.0, 0.0};
+            root.nodes.push_back(static_cast<int>(model.nodes.size()));
+            model.nodes.push_back(node);
+        }
     }
     model.scenes.push_back(root);
     model.defaultScene = 0;
@@ -94,8 +97,8 @@ tinygltf::Model toGltf(const Scene& s) {
 
 } // namespace
 
-void writeTinygltf(const Scene& scene, std::ostream& out) {
-    tinygltf::Model model = toGltf(scene);
+void writeTinygltf(const Scene& scene, std::ostream& out, std::size_t nodesPerMesh) {
+    tinygltf::Model model = toGltf(scene, nodesPerMesh);
     tinygltf::TinyGLTF writer;
     if (!writer.WriteGltfSceneToStream(&model, out, false, true)) throw std::runtime_error("tinygltf fails");
 }

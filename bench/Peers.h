@@ -10,7 +10,8 @@ namespace kel::bench {
 
 /// One buffer, a view and an accessor per attribute, a mesh and a node per mesh, as exporters use tinygltf.
 /// Its model is what it writes from, so making that is part of the work.
-void writeTinygltf(const Scene& scene, std::ostream& out);
+/// With several nodes per mesh they stand in a row.
+void writeTinygltf(const Scene& scene, std::ostream& out, std::size_t nodesPerMesh = 1);
 
 /// A scene in Assimp's own structures, exported as glb2.
 class AssimpInput {

@@ -1,7 +1,8 @@
 // kelsrc_scenes FOLDER
+// kelsrc_scenes --models FOLDER
 //
 // The scenes of the comparisons as files, in every mode and as plain GLB: a-uncompressed.src, a-plain.glb and
-// so on. The spheres lie in a grid here, since these files are drawn.
+// so on; or the GLB files that bench/import.py measures. The spheres lie in a grid here, since these files are drawn.
 
 #include "Peers.h"
 #include "Scenes.h"
@@ -54,18 +55,40 @@ void writeScene(const std::filesystem::path& folder, char name) {
     };
     writeContainer("container", false);
     writeContainer("container-cmp1", true);
-    write(path("plain.glb"), name, writeTinygltf);
+    write(path("plain.glb"), name, [](const Scene& scene, std::ostream& out) { writeTinygltf(scene, out); });
+}
+
+/// What is imported: as many triangles, in one mesh or many, and one mesh that many nodes place.
+void writeModels(const std::filesystem::path& folder) {
+    struct Model {
+        const char* name;
+        std::size_t meshes, triangles, nodes;
+    };
+    constexpr Model MODELS[] = {{"1x1000000", 1, 1000000, 1},      {"1x3000000", 1, 3000000, 1},
+                                {"1000x1000", 1000, 1000, 1},      {"20000x50", 20000, 50, 1},
+                                {"10000-of-1000", 1, 1000, 10000}, {"10000-of-100", 1, 100, 10000}};
+    for (const Model& model : MODELS) {
+        const Scene scene = makeScene(model.meshes, model.triangles, Places::GRID);
+        std::ofstream out(folder / (std::string(model.name) + ".glb"), std::ios::binary);
+        writeTinygltf(scene, out, model.nodes);
+        if (!out.flush()) throw std::runtime_error(std::string("cannot write ") + model.name);
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "usage: kelsrc_scenes FOLDER\n";
+    const bool models = argc == 3 && std::string(argv[1]) == "--models";
+    if (argc != 2 && !models) {
+        std::cerr << "usage: kelsrc_scenes [--models] FOLDER\n";
         return 2;
     }
     try {
-        std::filesystem::create_directories(argv[1]);
+        std::filesystem::create_directories(argv[argc - 1]);
+        if (models) {
+            writeModels(argv[2]);
+            return 0;
+        }
         for (const char name : {'a', 'b', 'c'})
             writeScene(argv[1], name);
         return 0;
