@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <tuple>
 #include <utility>
 
 namespace kel::convert {
@@ -82,6 +83,7 @@ public:
             }
             byPlace();
             byNode();
+            bySize();
         }
         std::size_t next = 0;
         for (std::size_t i = 0; i < a.size(); ++i) {
@@ -136,6 +138,32 @@ private:
             if (partner[i] != NONE || found == places.end() || found->second.empty()) continue;
             take(i, found->second.back());
             found->second.pop_back();
+        }
+    }
+
+    /// Meshes of as many primitives, those at the least coordinates first: where a file has others in its order, and
+    /// is off by more than its encoding says, as one that was quantized before.
+    void bySize() {
+        const auto left = [](const Group& group, const auto& isPaired) {
+            std::vector<std::size_t> rest;
+            for (std::size_t i = 0; i < group.size(); ++i) {
+                if (!isPaired(i)) rest.push_back(i);
+            }
+            const auto key = [&](std::size_t i) {
+                const WholeMesh& mesh = *group[i];
+                return std::tie(mesh.primitives, mesh.box.min[0], mesh.box.min[1], mesh.box.min[2]);
+            };
+            std::stable_sort(rest.begin(), rest.end(),
+                             [&](std::size_t x, std::size_t y) { return key(x) < key(y); });
+            return rest;
+        };
+        const std::vector<std::size_t> restA = left(a, [&](std::size_t i) { return partner[i] != NONE; });
+        const std::vector<std::size_t> restB = left(b, [&](std::size_t j) { return isTaken[j]; });
+        for (std::size_t i = 0, j = 0; i < restA.size() && j < restB.size();) {
+            const std::size_t inA = a[restA[i]]->primitives, inB = b[restB[j]]->primitives;
+            if (inA == inB) take(restA[i], restB[j]);
+            i += inA <= inB;
+            j += inB <= inA;
         }
     }
 

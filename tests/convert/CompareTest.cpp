@@ -85,6 +85,13 @@ kel::src::SrcWriterInput about(const std::string& origin, float z) {
     return input;
 }
 
+TEST(Compare, MeshesInAnotherOrderThatAreALittleOffBelongTogether) {
+    ComparableScene a = written(square(0.0f)), b = written(square(10.125f));
+    a.meshes.push_back(written(square(10.0f)).meshes.front());
+    b.meshes.push_back(written(square(0.125f)).meshes.front());
+    EXPECT_EQ(compare(a, b).maxDistance, 0.125);
+}
+
 TEST(Compare, PositionsAreThoseAboutTheTrueOrigin) {
     EXPECT_TRUE(
         compare(written(about("[500000.25, 5400000, 0]", 0)), written(about("[500000.25, 5400000, -8]", 8)))

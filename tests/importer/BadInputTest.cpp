@@ -50,14 +50,13 @@ TEST(ImportCodes, HaveStableTexts) {
         EXPECT_FALSE(row.meaning.empty() || row.remedy.empty()) << row.text;
         texts.emplace_back(row.text);
     }
-    EXPECT_THAT(texts,
-                testing::ElementsAre("file-not-found", "not-a-file", "file-unreadable", "empty-file",
-                                     "wrong-content", "unknown-format", "truncated", "impossible-count",
-                                     "invalid-json", "invalid-model", "missing-file", "unsupported-feature",
-                                     "unsupported-extension", "index-out-of-range", "no-scene", "no-mesh",
-                                     "no-extent", "non-finite-positions", "non-finite-transform",
-                                     "extent-overflow", "too-deep", "too-many-copies", "out-of-memory",
-                                     "cancelled"));
+    EXPECT_THAT(texts, testing::ElementsAre("file-not-found", "not-a-file", "file-unreadable", "empty-file",
+                                            "wrong-content", "unknown-format", "truncated",
+                                            "impossible-count", "invalid-json", "invalid-model",
+                                            "missing-file", "unsupported-feature", "unsupported-extension",
+                                            "index-out-of-range", "no-scene", "no-mesh", "no-extent",
+                                            "non-finite-positions", "non-finite-transform", "extent-overflow",
+                                            "too-deep", "too-many-copies", "out-of-memory", "cancelled"));
 }
 
 TEST_F(BadInput, AFileThatIsNotThere) {

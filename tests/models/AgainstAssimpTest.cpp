@@ -5,12 +5,10 @@
 #include <kel/prepare/SplitForShortIndices.h>
 #include <kel/src/SrcWriter.h>
 
+#include "AssimpReading.h"
+
 #include <support/SrcFile.h>
 #include <support/TempFolder.h>
-
-#include <assimp/Importer.hpp>
-#include <assimp/postprocess.h>
-#include <assimp/scene.h>
 
 #include <gtest/gtest.h>
 
@@ -27,75 +25,9 @@
 namespace {
 
 using kel::src::SrcWriter;
+using kel::tests::AssimpReading;
+using kel::tests::Reading;
 using kel::tests::SrcFile;
-using Point = std::array<double, 3>;
-
-/// What a reading finds of triangles.
-struct Reading {
-    std::size_t triangles = 0;
-    std::size_t vertices = 0;
-    std::set<std::string> names;
-    Point min = {1e300, 1e300, 1e300}, max = {-1e300, -1e300, -1e300};
-
-    void add(const Point& p) {
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            min[axis] = std::min(min[axis], p[axis]);
-            max[axis] = std::max(max[axis], p[axis]);
-        }
-    }
-    double diagonal() const { return std::hypot(max[0] - min[0], max[1] - min[1], max[2] - min[2]); }
-};
-
-struct AssimpReading : Reading {
-    std::size_t places = 0; ///< different positions per mesh: no writer can do with fewer vertices
-
-    explicit AssimpReading(const std::string& path) : isGltf(path.find(".gl") != std::string::npos) {
-        Assimp::Importer importer;
-        const aiScene* scene = importer.ReadFile(path, aiProcess_Triangulate);
-        if (!scene) throw std::runtime_error(importer.GetErrorString());
-        visit(*scene, *scene->mRootNode, aiMatrix4x4t<double>());
-    }
-
-private:
-    void visit(const aiScene& scene, const aiNode& node, const aiMatrix4x4t<double>& parent) {
-        aiMatrix4x4t<double> toWorld = parent;
-        toWorld *= aiMatrix4x4t<double>(node.mTransformation);
-        for (unsigned m = 0; m < node.mNumMeshes; ++m)
-            add(*scene.mMeshes[node.mMeshes[m]], node, toWorld);
-        for (unsigned c = 0; c < node.mNumChildren; ++c)
-            visit(scene, *node.mChildren[c], toWorld);
-    }
-
-    void add(const aiMesh& mesh, const aiNode& node, const aiMatrix4x4t<double>& toWorld) {
-        std::set<unsigned> used;
-        for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-            if (mesh.mFaces[f].mNumIndices != 3) continue;
-            ++triangles;
-            used.insert(mesh.mFaces[f].mIndices, mesh.mFaces[f].mIndices + 3);
-        }
-        if (used.empty()) return;
-        std::set<std::array<float, 3>> different;
-        for (const unsigned v : used) {
-            const aiVector3D& p = mesh.mVertices[v];
-            different.insert({p.x + 0.0f, p.y + 0.0f, p.z + 0.0f});
-            const aiVector3t<double> world = toWorld * aiVector3t<double>(p.x, p.y, p.z);
-            Reading::add({world.x, world.y, world.z});
-        }
-        vertices += used.size();
-        places += different.size();
-        const aiString& name = mesh.mName.length != 0 ? mesh.mName : node.mName;
-        if (name.length != 0) names.insert(withoutPrimitiveNumber(name.C_Str()));
-    }
-
-    /// Assimp numbers the primitives of one glTF mesh, "bolt-0", "bolt-1"; the file says "bolt".
-    std::string withoutPrimitiveNumber(const std::string& name) const {
-        const std::size_t digits = name.find_last_not_of("0123456789");
-        const bool numbered = digits != std::string::npos && digits + 1 < name.size() && name[digits] == '-';
-        return isGltf && numbered ? name.substr(0, digits) : name;
-    }
-
-    bool isGltf;
-};
 
 struct SrcReading : Reading {
     double step = 0; ///< the largest position step of all meshes
