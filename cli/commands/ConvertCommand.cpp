@@ -25,7 +25,7 @@ struct ConvertArguments {
     std::string writer, mode, preset;
     bool lossless = false;
     std::optional<double> maxError;
-    bool noFit = false, allowClamping = false, onlyTriangles = false, optimize = false;
+    bool noFit = false, allowClamping = false, onlyTriangles = false, optimize = false, seamless = false;
     std::string onBadGeometry = "fail";
     std::optional<std::string> scene;
     std::string units, up, origin = "auto";
@@ -123,6 +123,11 @@ kel::convert::Recipe recipeOf(const ConvertArguments& arguments) {
     recipe.allowClamping = arguments.noFit && arguments.allowClamping;
     recipe.onlyTriangles = arguments.onlyTriangles;
     recipe.optimize = arguments.optimize;
+    recipe.seamless = arguments.seamless;
+    if (recipe.seamless && (recipe.target == Target::UNCOMPRESSED || recipe.target == Target::PRESET_DEFAULT))
+        refuse("--seamless is for positions of 16 bits, and " + std::string(targetName(*recipe.target)) +
+                   " stores floats, which show no cracks",
+               "Leave it out, or give --mode=position, --mode=position-normal or --preset=CMP1.");
     if (arguments.onBadGeometry == "drop") recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
     recipe.scene = arguments.scene;
     recipe.origin = originOf(arguments.origin);
@@ -379,6 +384,9 @@ Action addConvert(CLI::App& app) {
          "the same as an output that ends in .html. SRC files go into it as they are");
     flag("--optimize", arguments->optimize,
          "Reorder triangles and vertices so that GPUs draw them fast and files compress better");
+    flag("--seamless", arguments->seamless,
+         "Let positions that several meshes share stay one position, to the last bit, where they are stored "
+         "in 16 bits: no cracks show between meshes");
     flag("--verify", arguments->verify,
          "Read back what was written and compare it with the model before it is put in place");
 

@@ -73,6 +73,13 @@ void addReport(picojson::object& object, const FileReport& report, bool withList
     if (report.bytesSrc) object["bytesSrc"] = jsonCount(*report.bytesSrc);
     if (report.error) object["errorReached"] = json(*report.error);
     if (report.verified) object["verified"] = json(*report.verified);
+    if (report.seamless)
+        object["seamless"] =
+            picojson::value(picojson::object{{"meshes", jsonCount(report.seamless->meshes)},
+                                             {"pointClouds", jsonCount(report.seamless->pointClouds)},
+                                             {"sharedPositions", jsonCount(report.seamless->shared)},
+                                             {"smallestStep", jsonNumber(report.seamless->smallestStep)},
+                                             {"largestStep", jsonNumber(report.seamless->largestStep)}});
     object["sourceError"] = jsonNumber(report.sourceError);
     object["roundedNormals"] = jsonCount(report.roundedNormals);
     object["origin"] = jsonVector(report.origin);

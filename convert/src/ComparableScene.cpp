@@ -84,10 +84,12 @@ void readMetadata(ComparableMesh& mesh) {
 }
 
 /// Takes one attribute, with its fit undone.
+///
+/// exact  the values before they were rounded, where that is known; else empty
 void addAttribute(ComparableMesh& mesh, const std::string& name, std::size_t components,
-                  std::vector<float> values, const SrcFit* fit) {
+                  std::vector<float> values, const SrcFit* fit, const std::vector<double>& exact = {}) {
     const auto original = [&](std::size_t i, std::size_t c) {
-        const auto value = static_cast<double>(values[i]);
+        const double value = exact.empty() ? static_cast<double>(values[i]) : exact[i];
         return fit ? value * fit->scale[c] + fit->offset[c] : value;
     };
     if (name != DEFAULT_POSITIONS_NAME || components != 3) {
@@ -146,6 +148,19 @@ std::array<double, 4> lossOf(const SrcAttributeView& view, const std::vector<flo
     return loss;
 }
 
+/// A mesh that was made seamless has vertices where a neighbour's larger step has put them.
+void shareLosses(ComparableScene& scene) {
+    double largest = 0;
+    const auto forEachSeamless = [&](const auto& visit) {
+        for (ComparableMesh& mesh : scene.meshes) {
+            const auto bounds = mesh.metadata.find(std::string(format::metadata::BOUNDS));
+            if (bounds != mesh.metadata.end() && format::readBounds(bounds->second)) visit(mesh);
+        }
+    };
+    forEachSeamless([&](const ComparableMesh& mesh) { largest = std::max(largest, mesh.positionLoss); });
+    forEachSeamless([&](ComparableMesh& mesh) { mesh.positionLoss = largest; });
+}
+
 /// Takes one file's meshes; `materials` as the file lists them.
 class FileMeshes {
 public:
@@ -163,6 +178,7 @@ public:
         readMetadata(mesh);
         kel::src::DecodeOptions options;
         options.applyFit = false;
+        options.leaveOutAddedVertices = true;
         kel::src::DecodedMesh decoded = decodeMesh(file, source, options);
         const std::vector<SrcFit> fits = fitOf(source);
         const bool isContainer =
@@ -208,7 +224,13 @@ private:
         }
         const SrcFit* fit = fitFor(fits, attribute.name, attribute.components);
         const std::array<double, 4> loss = lossOf(*view, attribute.values, fit);
-        convert::addAttribute(mesh, attribute.name, attribute.components, std::move(attribute.values), fit);
+        std::vector<double> exact;
+        if (fit && !isCombined && attribute.name == DEFAULT_POSITIONS_NAME) {
+            exact.resize(static_cast<std::size_t>(view->count) * view->components);
+            kel::src::decodeAttribute(file, *view, exact.data());
+        }
+        convert::addAttribute(mesh, attribute.name, attribute.components, std::move(attribute.values), fit,
+                              exact);
         const auto added = mesh.attributes.find(attribute.name);
         if (added == mesh.attributes.end()) {
             mesh.positionLoss = std::hypot(loss[0], loss[1], loss[2]);
@@ -321,6 +343,7 @@ ComparableScene comparableScene(const SrcFile& file, const std::string& name) {
     const FileMeshes meshes(file, name);
     for (const auto& source : file.meshes())
         scene.meshes.push_back(meshes.take(source));
+    shareLosses(scene);
     return scene;
 }
 

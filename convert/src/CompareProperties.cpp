@@ -23,7 +23,7 @@ constexpr double MATERIAL_ROUNDING = 1e-6;
 bool isOwnEntry(std::string_view key) {
     using namespace metadata;
     for (const std::string_view own : {NUM_POINTS, NUM_LINES, NUM_TRIANGLES, NUM_VERTICES, SURFACE_AREA, NAME,
-                                       ORIGIN, FIT, FILLED, PART, PARTS}) {
+                                       ORIGIN, BOUNDS, FIT, FILLED, PART, PARTS}) {
         if (key == own) return true;
     }
     return false;

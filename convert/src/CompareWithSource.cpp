@@ -78,9 +78,12 @@ void tighten(ComparableScene& scene, Target target, const std::vector<kel::prepa
     for (std::size_t m = 0; m < scene.meshes.size(); ++m) {
         ComparableMesh& mesh = scene.meshes[m];
         if (!isContainerTarget(target)) {
+            // The origin, added on both sides, rounds sums.
+            const auto& [x, y, z] = mesh.origin;
+            const double rounding =
+                1e-8 * mesh.positionRounding + 1e-15 * (std::abs(x) + std::abs(y) + std::abs(z));
             if (m < reached.size())
-                mesh.positionLoss = std::min(mesh.positionLoss,
-                                             reached[m].position * ROUNDING + 1e-8 * mesh.positionRounding);
+                mesh.positionLoss = std::min(mesh.positionLoss, reached[m].position * ROUNDING + rounding);
             continue;
         }
         mesh.positionLoss *= HALF;

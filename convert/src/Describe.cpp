@@ -122,7 +122,10 @@ private:
             ++info.metadataKeys[std::move(member.key)];
         }
         Bounds stored;
-        if (mesh.hasBounds) stored = boundsOf(mesh, fits);
+        if (const auto box = kel::src::boundsOf(mesh)) {
+            stored.add(box->min);
+            stored.add(box->max);
+        }
         entry.bounds = stored.movedBy(origin);
         info.bounds.add(entry.bounds);
         if (!sharedOrigin) sharedOrigin = origin;
@@ -139,25 +142,6 @@ private:
         if (!listMeshes) return;
         entry.id = mesh.id;
         info.meshList.push_back(std::move(entry));
-    }
-
-    static Bounds boundsOf(const SrcMesh& mesh, const std::vector<SrcFit>& fits) {
-        std::array<double, 3> low{}, high{};
-        for (std::size_t c = 0; c < 3; ++c) {
-            low[c] = mesh.boundsCenter[c] - mesh.boundsSize[c] / 2;
-            high[c] = mesh.boundsCenter[c] + mesh.boundsSize[c] / 2;
-        }
-        for (const SrcFit& fit : fits) {
-            if (fit.attribute != kel::mesh::DEFAULT_POSITIONS_NAME || fit.scale.size() != 3) continue;
-            for (std::size_t c = 0; c < 3; ++c) {
-                low[c] = low[c] * fit.scale[c] + fit.offset[c];
-                high[c] = high[c] * fit.scale[c] + fit.offset[c];
-            }
-        }
-        Bounds bounds;
-        bounds.add(low);
-        bounds.add(high);
-        return bounds;
     }
 
     std::uint64_t addIndices(std::uint32_t position) {

@@ -13,6 +13,7 @@
 #include <glm/geometric.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <map>
 #include <set>
@@ -261,13 +262,20 @@ private:
 
     void fitOrCountClamped() {
         if (recipe.fit) {
+            std::vector<steps::PositionBox> cubes;
+            if (recipe.seamless) {
+                cubes = makeSeamless(scene, report.target);
+                noteSeamless();
+            }
             kel::prepare::FitReport fit;
-            steps::fitToRange(scene, &fit, box());
+            steps::fitToRange(scene, &fit, box(), cubes);
             note("fitted " + counted(fit.attributes, "attribute", "attributes") + " of " +
                  counted(fit.meshes, "mesh", "meshes") + " into the box of " + targetName(report.target) +
                  ", -0.5 to 0.5; the way back is in each mesh's metadata under \"fit\"");
             return;
         }
+        if (recipe.seamless)
+            note("--seamless had nothing to do: without fitting, all meshes have one box of codes");
         struct Clamped {
             std::size_t components = 0, meshes = 0;
             std::string first;
@@ -293,15 +301,17 @@ private:
 
     void splitForShortIndices() {
         kel::prepare::SplitReport split;
+        kel::prepare::SplitOptions options;
+        if (wantsSeamless()) options.maxVertices -= kel::prepare::SEAMLESS_VERTICES;
         try {
-            steps::splitForShortIndices(scene, {}, &split);
+            steps::splitForShortIndices(scene, options, &split);
         } catch (const std::invalid_argument& error) {
             refuse(ConvertCode::STEP_REFUSED, error.what());
         }
         if (split.meshes == 0) return;
-        note("cut " + counted(split.meshes, "mesh", "meshes") + " of more than 65535 vertices into " +
-             counted(split.parts, "part", "parts") + ", which doubles " +
-             counted(split.verticesAdded, "vertex", "vertices"));
+        note("cut " + counted(split.meshes, "mesh", "meshes") + " of more than " +
+             std::to_string(options.maxVertices) + " vertices into " + counted(split.parts, "part", "parts") +
+             ", which doubles " + counted(split.verticesAdded, "vertex", "vertices"));
         if (split.verticesUnused != 0) drop("vertices that no primitive uses", split.verticesUnused, "");
         if (split.degenerateTriangles != 0)
             drop("triangles that use a vertex twice", split.degenerateTriangles, "");
@@ -310,8 +320,25 @@ private:
     }
 
     std::vector<ReachedError> chooseMode() {
+        std::vector<double> positions;
+        if (recipe.target != Target::UNCOMPRESSED) positions = steps::positionErrors(scene, Codes::ROUNDED);
+        // The model itself stays for the case that no mode with codes is good enough.
+        std::optional<Scene> seamless;
+        if (wantsSeamless()) seamless = seamlessCopy(positions);
+        std::vector<ReachedError> errors = chooseModeBy(positions);
+        if (!seamless) return errors;
+        if (report.target == Target::UNCOMPRESSED) {
+            report.seamless.reset();
+        } else {
+            scene = std::move(*seamless);
+            noteSeamless();
+        }
+        return errors;
+    }
+
+    std::vector<ReachedError> chooseModeBy(const std::vector<double>& positions) {
         if (recipe.target) {
-            std::vector<ReachedError> errors = steps::measureErrors(scene, report.target, Codes::ROUNDED);
+            std::vector<ReachedError> errors = steps::measureErrors(scene, report.target, positions);
             report.error.emplace();
             for (const auto& error : errors) {
                 report.error->position = std::max(report.error->position, error.position);
@@ -321,12 +348,58 @@ private:
         }
         kel::prepare::MaxError accepted;
         accepted.position = recipe.maxError ? *recipe.maxError : diagonalOf(scene) * DEFAULT_MAX_ERROR;
-        kel::prepare::ModeChoice choice =
-            steps::chooseMode(scene, accepted, steps::positionErrors(scene, Codes::ROUNDED));
+        kel::prepare::ModeChoice choice = steps::chooseMode(scene, accepted, positions);
         report.target = choice.mode;
         report.error = choice.largest;
         if (!choice.whyNotSmaller.empty()) note(choice.whyNotSmaller);
         return std::move(choice.meshes);
+    }
+
+    // ---- Lattices ---------------------------------------------------------------------------------------
+
+    /// Whether the recipe asks for it, and the target may store positions as codes in boxes of their own.
+    bool wantsSeamless() const { return recipe.seamless && recipe.target != Target::UNCOMPRESSED; }
+
+    /// errors  get those of the meshes that are on lattices then
+    Scene seamlessCopy(std::vector<double>& errors) {
+        Scene copy = scene;
+        for (auto& entry : copy.meshes)
+            entry.ownsMetaData = false;
+        makeSeamless(copy, Target::POSITION_COMPRESSED);
+        for (std::size_t m = 0; m < copy.meshes.size(); ++m) {
+            if (copy.meshes[m].find(metadata::BOUNDS)) errors[m] = report.seamless->errors[m];
+        }
+        return copy;
+    }
+
+    std::vector<steps::PositionBox> makeSeamless(Scene& changed, Target target) {
+        std::vector<steps::PositionBox> boxes;
+        try {
+            steps::seamless(changed, target, &report.seamless.emplace(), &boxes);
+        } catch (const std::invalid_argument& error) {
+            refuse(ConvertCode::STEP_REFUSED, error.what());
+        }
+        if (report.seamless->meshes == 0)
+            refuse(ConvertCode::STEP_REFUSED, "no mesh has surfaces or lines that could be made seamless");
+        return boxes;
+    }
+
+    void noteSeamless() {
+        const kel::prepare::SeamlessReport& seamless = *report.seamless;
+        const auto step = [](double length) {
+            return "2^" + std::to_string(std::ilogb(length)) + " (" + shortNumber(length) + ')';
+        };
+        std::string text = "put " + counted(seamless.meshes, "mesh", "meshes") +
+                           " onto lattices with steps of " + step(seamless.smallestStep);
+        if (seamless.largestStep != seamless.smallestStep) text += " to " + step(seamless.largestStep);
+        const double moved = *std::max_element(seamless.errors.begin(), seamless.errors.end());
+        note(text + ", which keeps " + counted(seamless.shared, "position", "positions") +
+             " of several meshes the same in all of them and moves vertices by at most " +
+             shortNumber(moved));
+        if (seamless.pointClouds != 0)
+            note(counted(seamless.pointClouds, "mesh", "meshes") +
+                 " of points stayed apart from that: --seamless is for surfaces and lines");
+        report.seamless->errors.clear();
     }
 
     // ---- For both ---------------------------------------------------------------------------------------

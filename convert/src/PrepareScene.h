@@ -23,8 +23,9 @@ struct Prepared {
 /// origin, clean, simplify, levels, merge, optimize, lattice, cut. What exists of them here is: leaving out
 /// what is not triangles, and turning and scaling (before clean, which measures in units of the output);
 /// reordering for GPUs (optimize); sorting attributes apart and fitting into a preset's box (lattice);
-/// cutting for short indices and choosing a mode (cut). After these, what is quantized is moved so that it
-/// gets the nearest code. Last, problems are looked for: they are those of the writer.
+/// cutting for short indices and choosing a mode (cut). After these, what is quantized is moved: onto
+/// lattices that meshes share, or so that it gets the nearest code. Last, problems are looked for: they are
+/// those of the writer.
 ///
 /// name     for messages
 /// throws   ConvertError when the writer would refuse, lose or spoil something that the recipe does not allow

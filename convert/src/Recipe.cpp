@@ -59,6 +59,7 @@ void forEachMember(AnyRecipe& recipe, Visit&& visit) {
     visit("origin", recipe.origin);
     visit("scale", recipe.scale, Range::ABOVE_ZERO);
     visit("scene", recipe.scene);
+    visit("seamless", recipe.seamless);
     visit("target", recipe.target, TARGETS);
     visit("toUnit", recipe.toUnit, Range::ABOVE_ZERO);
     visit("toUp", recipe.toUp, AXES);

@@ -122,7 +122,8 @@ std::vector<double> steps::positionErrors(const Scene& scene, Codes codes) {
     return errors;
 }
 
-std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode, Codes codes) {
+std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode,
+                                               const std::vector<double>& positionErrors) {
     if (isContainerTarget(mode))
         throw std::invalid_argument("Errors are measured for the public writer's modes, not for a preset.");
     std::vector<ReachedError> errors(scene.meshes.size());
@@ -130,7 +131,7 @@ std::vector<ReachedError> steps::measureErrors(const Scene& scene, Target mode, 
         const kel::mesh::MeshPtr& mesh = scene.meshes[m].mesh;
         if (!mesh) continue;
         const AttributePtr positions = positionsOf(*mesh);
-        errors[m].position = positionErrorOf(positions, codes);
+        errors[m].position = positionErrors.at(m);
         if (mode != Target::POSITION_NORMAL_COMPRESSED || !positions) continue;
         if (const AttributePtr normals = packedNormalsOf(mesh))
             errors[m].normalDegrees =

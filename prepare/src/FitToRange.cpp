@@ -79,12 +79,16 @@ struct FittedAttribute {
     format::Fit fit;
 };
 
-FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& options) {
+/// cube  the range of positions on a lattice; a side of 0 where there is none
+FittedAttribute fitAttribute(const AttributePtr& buffer, const FitOptions& options,
+                             const steps::PositionBox& cube) {
     const detail::PackedFloats values(*buffer);
     const std::size_t components = buffer->getComponentCountPerElement();
     FittedAttribute result;
     result.fit.attribute = buffer->getAttributeName();
-    const Ranges ranges = rangesToFit(result.fit.attribute, values, components);
+    Ranges ranges = rangesToFit(result.fit.attribute, values, components);
+    for (std::size_t axis = 0; axis < 3 && cube.side > 0.0; ++axis)
+        ranges[axis] = {cube.low[axis], cube.low[axis] + cube.side};
 
     detail::Bytes bytes(values.size() * sizeof(float));
     auto* fitted = reinterpret_cast<float*>(bytes.data());
@@ -164,7 +168,8 @@ std::vector<ClampCount> steps::countClamped(const Scene& scene, const FitOptions
     return counts;
 }
 
-void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options) {
+void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& options,
+                       const std::vector<PositionBox>& boxes) {
     requireBox(options);
     const detail::ContainerPreset preset(options.target);
     FitReport done;
@@ -173,8 +178,11 @@ void steps::fitToRange(Scene& scene, FitReport* report, const FitOptions& option
         FitsByName fits;
         for (AttributePtr& buffer : attributes) {
             if (!buffer || !preset.quantizesFloats(*buffer)) continue;
+            const bool isPosition = buffer->getAttributeName() == kel::mesh::DEFAULT_POSITIONS_NAME;
+            const PositionBox cube =
+                isPosition && !boxes.empty() && buffer->isVec3f() ? boxes.at(m) : PositionBox();
             FittedAttribute fitted =
-                shared.of(buffer, [&](const AttributePtr& old) { return fitAttribute(old, options); });
+                shared.of(buffer, [&](const AttributePtr& old) { return fitAttribute(old, options, cube); });
             buffer = std::move(fitted.buffer);
             fits[fitted.fit.attribute] = std::move(fitted.fit);
         }

@@ -59,11 +59,25 @@ SrcWriterInput keepAttributesApart(const SrcWriterInput& input, ApartReport* rep
 }
 
 SrcWriterInput fitToRange(const SrcWriterInput& input, FitReport* report, const FitOptions& options) {
-    return toInputWithOwnMetaData(sceneAfter(input, steps::fitToRange, report, options));
+    return toInputWithOwnMetaData(
+        sceneAfter(input, steps::fitToRange, report, options, std::vector<steps::PositionBox>()));
 }
 
 std::vector<ClampCount> countClamped(const SrcWriterInput& input, const FitOptions& options) {
     return steps::countClamped(fromInput(input), options);
+}
+
+SrcWriterInput seamless(const SrcWriterInput& input, Target target, SeamlessReport* report) {
+    Scene scene = fromInput(input);
+    std::vector<steps::PositionBox> boxes;
+    steps::seamless(scene, target, report, &boxes);
+    if (isContainerTarget(target) && !boxes.empty()) {
+        FitOptions options;
+        options.target = target;
+        steps::fitToRange(scene, nullptr, options, boxes);
+    }
+    if (!boxes.empty()) steps::roundToCodes(scene, target);
+    return toInputWithOwnMetaData(std::move(scene));
 }
 
 SrcWriterInput roundToCodes(const SrcWriterInput& input, Target target, RoundReport* report) {
@@ -71,7 +85,8 @@ SrcWriterInput roundToCodes(const SrcWriterInput& input, Target target, RoundRep
 }
 
 std::vector<ReachedError> measureErrors(const SrcWriterInput& input, Target mode, Codes codes) {
-    return steps::measureErrors(fromInput(input), mode, codes);
+    const Scene scene = fromInput(input);
+    return steps::measureErrors(scene, mode, steps::positionErrors(scene, codes));
 }
 
 ModeChoice chooseMode(const SrcWriterInput& input, const MaxError& accepted, Codes codes) {

@@ -7,6 +7,7 @@
 #include <kel/mesh/detail/AttributeBufferDataView.h>
 #include <kel/src/MeshUtils.h>
 #include <kel/src/encoding/Quantization.h>
+#include <kel/src/format/MetadataKeys.h>
 
 #include <glm/vec3.hpp>
 
@@ -116,7 +117,9 @@ void steps::roundToCodes(Scene& scene, Target target, RoundReport* report) {
     if (isContainerTarget(target)) preset.emplace(target);
 
     detail::SharedBuffers<AttributePtr> shared;
-    detail::changeAttributes(scene, [&](std::size_t, std::vector<AttributePtr>& attributes) {
+    detail::changeAttributes(scene, [&](std::size_t m, std::vector<AttributePtr>& attributes) {
+        // Every position is on a code of its own already.
+        if (!preset && scene.meshes[m].find(kel::src::format::metadata::BOUNDS)) return false;
         std::size_t moved = 0;
         for (AttributePtr& buffer : attributes) {
             if (!buffer || buffer->getElementCount() == 0) continue;

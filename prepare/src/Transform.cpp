@@ -63,6 +63,7 @@ void requireTransformable(const Scene& scene, bool turns) {
         if (!entry.mesh) continue;
         if (entry.find(format::metadata::FIT))
             refuse(" was fitted to a range already; transform it before that.");
+        if (entry.find(format::metadata::BOUNDS)) refuse(" is seamless already; transform it before that.");
         for (const AttributePtr& buffer : detail::attributesOf(entry.mesh)) {
             if (!buffer || !isChanged(buffer->getAttributeName(), turns)) continue;
             if (!kel::src::detail::isAttributeVec3f(buffer))

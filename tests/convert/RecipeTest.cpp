@@ -29,9 +29,10 @@ void expectRefused(const std::string& json, ConvertCode code, const std::string&
 }
 
 TEST(Recipe, StatesItsDefaults) {
-    EXPECT_EQ(toJson(Recipe()),
-              R"({"allowClamping":false,"fit":true,"onBadGeometry":"fail",)"
-              R"("onlyTriangles":false,"optimize":false,"origin":"auto","scale":1,"target":"auto"})");
+    EXPECT_EQ(
+        toJson(Recipe()),
+        R"({"allowClamping":false,"fit":true,"onBadGeometry":"fail",)"
+        R"("onlyTriangles":false,"optimize":false,"origin":"auto","scale":1,"seamless":false,"target":"auto"})");
 }
 
 TEST(Recipe, StatesWhatIsSet) {
@@ -39,7 +40,7 @@ TEST(Recipe, StatesWhatIsSet) {
     recipe.target = Target::PRESET_CMP1;
     recipe.maxError = 0.25;
     recipe.fit = false;
-    recipe.allowClamping = recipe.onlyTriangles = recipe.optimize = true;
+    recipe.allowClamping = recipe.onlyTriangles = recipe.optimize = recipe.seamless = true;
     recipe.onBadGeometry = kel::importer::BadGeometry::DROP;
     recipe.origin = {kel::importer::Origin::GIVEN, {500000, 5400000.5, -1}};
     recipe.scale = 2.5;
@@ -52,7 +53,7 @@ TEST(Recipe, StatesWhatIsSet) {
               R"({"allowClamping":true,"fit":false,"fromUnit":0.001,"fromUp":"y","maxError":0.25,)"
               R"("onBadGeometry":"drop","onlyTriangles":true,"optimize":true,)"
               R"("origin":[500000,5400000.5,-1],"scale":2.5,)"
-              R"("scene":"the \"second\"","target":"CMP1","toUnit":1,"toUp":"z"})");
+              R"("scene":"the \"second\"","seamless":true,"target":"CMP1","toUnit":1,"toUp":"z"})");
     EXPECT_TRUE(readRecipe(toJson(recipe)) == recipe);
     EXPECT_TRUE(recipe != Recipe());
 }

@@ -94,6 +94,18 @@ TEST(ReadSource, MembersOfAnotherShapeCountAsMissing) {
     EXPECT_FALSE(readSource("a.glb"));
 }
 
+TEST(BoundsText, HasBothCornersInOneList) {
+    EXPECT_EQ(boundsText({{{0.0, -0.5, 0.25}, {12.5, 8.0, 2.75}}}), "[0,-0.5,0.25,12.5,8,2.75]");
+    const Bounds bounds{{{-1e300, 0.1, 0.0}, {0.1 + 0.2, 0.1, 1e300}}};
+    EXPECT_EQ(readBounds(boundsText(bounds)), bounds);
+}
+
+TEST(ReadBounds, NeedsSixFiniteNumbersOfABox) {
+    for (const char* text : {"", "7", "[0,0,0,1,1]", "[0,0,0,1,1,1,1]", "[0,0,0,1,-1,1]", "[0,0,0,1,1,1e999]",
+                             "[0,0,0,1,1,null]", "[[0,0,0],[1,1,1]]", "{\"min\":[0,0,0]}", "[0,0,0,1,1,1"})
+        EXPECT_FALSE(readBounds(text)) << text;
+}
+
 TEST(OriginText, HasNoMoreDigitsThanReadBackToTheSameDoubles) {
     EXPECT_EQ(originText({500000.0, 5400321.1, 0.0}), "[500000,5400321.1,0]");
     const Origin origin{0.1 + 0.2, -1e-300, 1e300};

@@ -207,6 +207,8 @@ const std::map<SrcCode, Change>& changes() {
              file.header.replace(begin, file.header.find('}', begin) + 1 - begin, "\"{name: bolt}\"");
          }},
         {SrcCode::ORIGIN_MALFORMED, replaced("\"meta\":{\"name\"", "\"meta\":{\"origin\":[1,2],\"name\"")},
+        {SrcCode::BOUNDS_MALFORMED,
+         replaced("\"meta\":{\"name\"", "\"meta\":{\"bounds\":[0,0,0,1,1,-1],\"name\"")},
         {SrcCode::FIT_MALFORMED,
          replaced("\"meta\":{\"name\"", "\"meta\":{\"fit\":{\"position\":{\"offset\":[0]}},\"name\"")},
         {SrcCode::MISSING_POSITION,

@@ -7,6 +7,7 @@
 #include <kel/convert/Recipe.h>
 #include <kel/importer/Importer.h>
 #include <kel/prepare/ChooseMode.h>
+#include <kel/prepare/Seamless.h>
 #include <kel/prepare/Target.h>
 #include <kel/src/SrcWriterInput.h>
 
@@ -26,9 +27,9 @@
 /// The steps, in the one order in which they are done: import; leave out what is not triangles; turn and
 /// scale; reorder for GPUs; then for the container writer leave out attributes that the preset has no place
 /// for, order the meshes by their attributes, and fit them or count what would be clamped; for the public
-/// writer cut meshes for short indices and choose the mode; move what is quantized so that it gets the nearest
-/// code. Last, what the writer would refuse or spoil is
-/// looked for, the file is written, and read back where that is asked for.
+/// writer cut meshes for short indices and choose the mode; put meshes onto lattices that they share where
+/// that is wanted; move what else is quantized so that it gets the nearest code. Last, what the writer would
+/// refuse or spoil is looked for, the file is written, and read back where that is asked for.
 ///
 /// The meshes walk down as one scene. A step replaces what it changes, and what it replaced is freed at once.
 /// The scene becomes a SrcWriterInput when the last step is done.
@@ -113,6 +114,8 @@ struct ConvertReport {
     std::uint64_t bytesOut = 0; ///< size of what was written
     std::optional<kel::prepare::ReachedError> error; ///< the largest, in a mode of the public writer
     std::optional<VerifiedError> verified;           ///< where that was asked for
+    /// Where the recipe asks for it and the target stores positions in 16 bits; its errors are left out.
+    std::optional<kel::prepare::SeamlessReport> seamless;
     /// What was rounded before the writer got it, in units of the output: the largest distance between a position and
     /// its place in the model, in double precision, with units, axes and scale changed. 0: all are exact.
     double sourceError = 0.0;

@@ -26,6 +26,7 @@ struct Recipe {
     bool allowClamping = false; ///< without fit: write although components would be clamped
     bool onlyTriangles = false; ///< leave out what is not triangles
     bool optimize = false;      ///< reorder triangles and vertices for GPUs
+    bool seamless = false;      ///< keep positions that meshes share the same in 16 bits; no effect on floats
     kel::importer::BadGeometry onBadGeometry = kel::importer::BadGeometry::FAIL;
     std::optional<std::string>
         scene; ///< of a glTF, by name or by number from 0 on; none takes the default one
@@ -50,7 +51,8 @@ inline bool operator!=(const Recipe& a, const Recipe& b) {
 /// Numbers read back as the same doubles.
 ///
 ///     {"allowClamping":false,"fit":true,"onBadGeometry":"fail","onlyTriangles":false,"optimize":false,
-///      "origin":"auto","scale":1,"target":"auto","toUp":"z"}
+///      "origin":"auto","scale":1,"seamless":false,"target":"auto",
+///      "toUp":"z"}
 ///
 /// "target" is "auto" or the name of a mode or preset, "origin" is "auto", "keep" or a list of three numbers, an axis
 /// is "x", "y" or "z".

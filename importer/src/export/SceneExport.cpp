@@ -169,7 +169,9 @@ private:
             ++unsupported[source.primitive == kel::mesh::POINTS ? "meshes of points" : "meshes of lines"];
             return;
         }
-        const DecodedMesh decoded = decodeMesh(file, source);
+        kel::src::DecodeOptions options;
+        options.leaveOutAddedVertices = true;
+        const DecodedMesh decoded = decodeMesh(file, source, options);
         const DecodedAttribute* positions = decoded.find(kel::mesh::DEFAULT_POSITIONS_NAME);
         const std::size_t count = positions && positions->components == 3 ? positions->values.size() / 3 : 0;
         const std::size_t corners = decoded.indexed ? decoded.indices.size() : count;
@@ -314,7 +316,9 @@ private:
         bool any = false;
         for (const auto& member : members) {
             if (member.key == metadata::NAME && kel::src::jsonString(member.json, name)) continue;
-            if (member.key == metadata::FIT || member.key == metadata::ORIGIN) continue;
+            if (member.key == metadata::FIT || member.key == metadata::ORIGIN ||
+                member.key == metadata::BOUNDS)
+                continue;
             any = true;
             if (!format.metadata) continue;
             picojson::value value;

@@ -71,6 +71,7 @@ enum class Severity : std::uint8_t {
     X(UNKNOWN_PARAMETER, WARNING, false, "A material sets a parameter that its technique does not have.", "Correct the name, or declare it in the technique.") \
     X(METADATA_NOT_OBJECT, WARNING, false, "The metadata are a text, not an object: they were no valid JSON when they were written.", "Give every metadata value as JSON; a plain text needs its own quotes.") \
     X(ORIGIN_MALFORMED, WARNING, false, "The metadata entry \"origin\" is not three finite numbers; it is ignored.", "Write it as [x, y, z].") \
+    X(BOUNDS_MALFORMED, WARNING, false, "The metadata entry \"bounds\" is not a box of six finite numbers; it is ignored.", "Write it as [xMin, yMin, zMin, xMax, yMax, zMax].") \
     X(FIT_MALFORMED, WARNING, false, "The metadata entry \"fit\" does not give offset and scale per component; it is ignored.", "Write it as {\"position\": {\"offset\": [..], \"scale\": [..]}}.") \
     X(MISSING_POSITION, WARNING, false, "A mesh has no positions, so nothing of it can be drawn.", "Give it an attribute \"position\".") \
     X(INDEX_OUT_OF_RANGE, ERROR, false, "An index is not below the number of vertices.", "Correct the indices; in 16 bits, split meshes above 65535 vertices.") \

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,8 @@ namespace kel::src {
 /// throws  std::logic_error in a stream that does not hold the bytes now
 KELSRC_EXPORT void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, float* target);
 KELSRC_EXPORT std::vector<float> decodeAttribute(const SrcFile& file, const SrcAttributeView& view);
+/// The same without rounding, for what is still to be moved: by "fit", or by an origin.
+KELSRC_EXPORT void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, double* target);
 
 /// All indices of a view, widened to 32 bits.
 KELSRC_EXPORT void decodeIndices(const SrcFile& file, const SrcIndexView& view, std::uint32_t* target);
@@ -33,10 +36,14 @@ KELSRC_EXPORT std::vector<float> decodeCombinedNormals(const SrcFile& file, cons
 
 struct DecodeOptions {
     /// Undo what was recorded as "fit" in the mesh's metadata, original = value * scale + offset, so that
-    /// values are those of the model and not those of the preset's range.
+    /// values are those of the model and not those of the preset's range. Only the result is rounded to
+    /// float.
     bool applyFit = true;
     /// Leave out attributes whose elements were written for another mesh.
     bool ownAttributesOnly = true;
+    /// Leave out the vertices that only stretch a mesh's box: the last two of an indexed mesh whose metadata
+    /// have "bounds", where no primitive uses them and they lie at its lower corner and beyond the upper one.
+    bool leaveOutAddedVertices = false;
     /// The most that one mesh may take. A mesh in a file is free to name one view many times.
     std::uint64_t memoryBytes = std::uint64_t(4) << 30;
 };
@@ -69,5 +76,14 @@ KELSRC_EXPORT std::vector<SrcFit> fitOf(const SrcMesh& mesh);
 /// coordinates are position + origin in double precision. 0, 0, 0 without one, or when it is not three finite
 /// numbers. decodeMesh leaves it out, because floats far from zero would lose what it keeps.
 KELSRC_EXPORT std::array<double, 3> originOf(const SrcMesh& mesh);
+
+/// A box in coordinates about a mesh's origin.
+struct SrcBox {
+    std::array<double, 3> min{}, max{};
+};
+
+/// Where a mesh lies about its origin: what its metadata tell as "bounds", else the bounding box of its
+/// entry, with the "fit" of positions undone. Empty when it has neither.
+KELSRC_EXPORT std::optional<SrcBox> boundsOf(const SrcMesh& mesh);
 
 } // namespace kel::src

@@ -122,9 +122,13 @@ std::optional<Source> readSource(std::string_view json) {
     return source;
 }
 
-std::string originText(const Origin& origin) {
+namespace {
+
+/// A list of numbers for people to read, too.
+template<std::size_t N>
+std::string plainNumbersText(const std::array<double, N>& numbers) {
     std::string json;
-    text::appendSeparated(json, "[]", origin, [&](double number) {
+    text::appendSeparated(json, "[]", numbers, [&](double number) {
         // The shortest form of 500000 would be 5e+05.
         const double size = std::abs(number);
         const bool plain = size == 0.0 || (size >= 1e-6 && size < 1e21);
@@ -136,13 +140,41 @@ std::string originText(const Origin& origin) {
     return json;
 }
 
-std::optional<Origin> readOrigin(std::string_view json) {
+/// Exactly so many, all finite.
+template<std::size_t N>
+std::optional<std::array<double, N>> readNumbers(std::string_view json) {
     std::vector<double> numbers;
-    if (!text::checkJson(json) || !jsonNumbers(json, numbers)) return std::nullopt;
-    Origin origin{};
-    if (numbers.size() != origin.size()) return std::nullopt;
-    std::copy(numbers.begin(), numbers.end(), origin.begin());
-    return origin;
+    std::array<double, N> result{};
+    if (!text::checkJson(json) || !jsonNumbers(json, numbers) || numbers.size() != N) return std::nullopt;
+    std::copy(numbers.begin(), numbers.end(), result.begin());
+    return result;
+}
+
+} // namespace
+
+std::string originText(const Origin& origin) {
+    return plainNumbersText(origin);
+}
+
+std::optional<Origin> readOrigin(std::string_view json) {
+    return readNumbers<3>(json);
+}
+
+std::string boundsText(const Bounds& bounds) {
+    const auto& [low, high] = bounds;
+    return plainNumbersText<6>({low[0], low[1], low[2], high[0], high[1], high[2]});
+}
+
+std::optional<Bounds> readBounds(std::string_view json) {
+    const auto numbers = readNumbers<6>(json);
+    if (!numbers) return std::nullopt;
+    Bounds bounds{};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        bounds[0][axis] = (*numbers)[axis];
+        bounds[1][axis] = (*numbers)[axis + 3];
+        if (bounds[0][axis] > bounds[1][axis]) return std::nullopt;
+    }
+    return bounds;
 }
 
 std::string namesText(const std::vector<std::string>& names) {

@@ -31,6 +31,7 @@ constexpr std::string_view MATERIAL_EXTRAS = "materialExtras";
 constexpr std::string_view SCENE_EXTRAS = "sceneExtras";
 constexpr std::string_view ORIGIN = "origin"; ///< a list of three numbers, see readOrigin()
 // What preparation did.
+constexpr std::string_view BOUNDS = "bounds";       ///< a list of six numbers, see readBounds()
 constexpr std::string_view FIT = "fit";             ///< an object, see Fit
 constexpr std::string_view TRANSFORM = "transform"; ///< an object, see Transform
 constexpr std::string_view FILLED = "filled";       ///< a list of attribute names
@@ -79,6 +80,14 @@ using Origin = std::array<double, 3>;
 KELSRC_EXPORT std::string originText(const Origin& origin);
 /// Empty for all but a list of three finite numbers.
 KELSRC_EXPORT std::optional<Origin> readOrigin(std::string_view json);
+
+/// Where a mesh lies about its origin, when its bounding box was stretched: both corners, the lower first.
+using Bounds = std::array<std::array<double, 3>, 2>;
+
+/// `[0,0,0,4,2.5,3]`, in the form of an origin.
+KELSRC_EXPORT std::string boundsText(const Bounds& bounds);
+/// Empty for all but a list of six finite numbers of which none of the first three is above its counterpart.
+KELSRC_EXPORT std::optional<Bounds> readBounds(std::string_view json);
 
 /// A list of names, `["color","normal"]`.
 KELSRC_EXPORT std::string namesText(const std::vector<std::string>& names);

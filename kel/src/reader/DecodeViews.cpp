@@ -24,9 +24,9 @@ struct WideCode {
 
 /// Elements of C components. Sums and quotients in double: the codes of 32 bits and the offsets of small
 /// boxes far from the origin need it.
-template<typename T, std::size_t C>
+template<typename T, std::size_t C, typename Number>
 void decodeElements(const unsigned char* source, std::size_t stride, std::size_t count, const double* offset,
-                    const double* scale, float* target) {
+                    const double* scale, Number* target) {
     // Three components do not fill vector registers evenly; twelve numbers, four elements, do.
     constexpr std::size_t GROUP = C == 3 ? 4 : C == 1 ? 8 : 4;
     double groupOffset[GROUP * C], groupScale[GROUP * C];
@@ -41,34 +41,50 @@ void decodeElements(const unsigned char* source, std::size_t stride, std::size_t
             for (std::size_t c = 0; c < C; ++c)
                 codes[g * C + c] = load<T>(source + (e + g) * stride + c * sizeof(T));
         for (std::size_t i = 0; i < GROUP * C; ++i)
-            target[e * C + i] = static_cast<float>((codes[i] + groupOffset[i]) / groupScale[i]);
+            target[e * C + i] = static_cast<Number>((codes[i] + groupOffset[i]) / groupScale[i]);
     }
     for (; e < count; ++e)
         for (std::size_t c = 0; c < C; ++c)
             target[e * C + c] =
-                static_cast<float>((load<T>(source + e * stride + c * sizeof(T)) + offset[c]) / scale[c]);
+                static_cast<Number>((load<T>(source + e * stride + c * sizeof(T)) + offset[c]) / scale[c]);
 }
 
-template<typename T>
+template<typename T, typename Number>
 void decodeComponents(const unsigned char* source, const SrcAttributeView& view, std::size_t count,
-                      float* target) {
-    const auto decode = view.components == 1   ? decodeElements<T, 1>
-                        : view.components == 2 ? decodeElements<T, 2>
-                        : view.components == 3 ? decodeElements<T, 3>
-                                               : decodeElements<T, 4>;
+                      Number* target) {
+    const auto decode = view.components == 1   ? decodeElements<T, 1, Number>
+                        : view.components == 2 ? decodeElements<T, 2, Number>
+                        : view.components == 3 ? decodeElements<T, 3, Number>
+                                               : decodeElements<T, 4, Number>;
     decode(source, static_cast<std::size_t>(view.byteStride), count, view.decodeOffset.data(),
            view.decodeScale.data(), target);
 }
 
 /// Decoders of a run of elements.
+template<typename Number>
 using Decode = void (*)(const unsigned char* source, const SrcAttributeView& view, std::size_t count,
-                        float* target);
+                        Number* target);
 
-/// In the order of the component types' codes.
-constexpr Decode DECODE[] = {decodeComponents<std::int8_t>,  decodeComponents<std::uint8_t>,
-                             decodeComponents<std::int16_t>, decodeComponents<std::uint16_t>,
-                             decodeComponents<std::int32_t>, decodeComponents<std::uint32_t>,
-                             decodeComponents<float>};
+template<typename Number>
+Decode<Number> decoderFor(const SrcAttributeView& view) {
+    // In the order of the component types' codes.
+    static constexpr Decode<Number> DECODE[] = {
+        decodeComponents<std::int8_t, Number>,  decodeComponents<std::uint8_t, Number>,
+        decodeComponents<std::int16_t, Number>, decodeComponents<std::uint16_t, Number>,
+        decodeComponents<std::int32_t, Number>, decodeComponents<std::uint32_t, Number>,
+        decodeComponents<float, Number>};
+    return view.componentBytes == format::WIDE_CODE_BYTES
+               ? decodeComponents<WideCode, Number>
+               : DECODE[view.componentType - format::FIRST_COMPONENT_TYPE];
+}
+
+template<typename Number>
+void decodeRuns(const SrcFile& file, const SrcAttributeView& view, Number* target) {
+    const auto decode = decoderFor<Number>(view);
+    detail::forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
+        decode(source, view, count, target + first * view.components);
+    });
+}
 
 template<typename Index>
 void widen(const unsigned char* source, std::size_t count, std::uint32_t* target) {
@@ -84,12 +100,11 @@ void widen(const unsigned char* source, std::size_t count, std::uint32_t* target
 void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, float* target) {
     if (view.componentType == kel::mesh::FLOAT && !view.decoded)
         return detail::copyElements(file, view, target);
-    const Decode decode = view.componentBytes == format::WIDE_CODE_BYTES
-                              ? decodeComponents<WideCode>
-                              : DECODE[view.componentType - format::FIRST_COMPONENT_TYPE];
-    detail::forEachRun(file, view, [&](const unsigned char* source, std::uint64_t first, std::size_t count) {
-        decode(source, view, count, target + first * view.components);
-    });
+    decodeRuns(file, view, target);
+}
+
+void decodeAttribute(const SrcFile& file, const SrcAttributeView& view, double* target) {
+    decodeRuns(file, view, target);
 }
 
 std::vector<float> decodeAttribute(const SrcFile& file, const SrcAttributeView& view) {

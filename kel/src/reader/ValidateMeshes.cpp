@@ -40,7 +40,7 @@ struct MeshChecks {
             bounds(mesh, path, positions);
         }
         normals(mesh, path);
-        fitAndOrigin(mesh, path);
+        placement(mesh, path);
 
         const bool indicesKnown =
             mesh.indexView == SRC_NONE || validation.isUsable(tables.indexViews[mesh.indexView]);
@@ -142,10 +142,12 @@ struct MeshChecks {
         }
     }
 
-    void fitAndOrigin(const SrcMesh& mesh, const std::string& path) {
+    void placement(const SrcMesh& mesh, const std::string& path) {
         for (const SrcMember& member : jsonMembers(mesh.metadata)) {
             if (member.key == format::metadata::ORIGIN && !format::readOrigin(member.json))
                 validation.report(SrcCode::ORIGIN_MALFORMED, path + "/meta/origin", {});
+            if (member.key == format::metadata::BOUNDS && !format::readBounds(member.json))
+                validation.report(SrcCode::BOUNDS_MALFORMED, path + "/meta/bounds", {});
             if (member.key != format::metadata::FIT) continue;
             if (member.json.empty() || member.json[0] != '{' ||
                 fitOf(mesh).size() != jsonMembers(member.json).size())

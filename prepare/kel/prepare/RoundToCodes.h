@@ -24,10 +24,11 @@ struct RoundReport {
 /// roundings of a float. In a preset that quantizes it is "position", "normal", "texcoord" and "color" of one
 /// to three floats, inside the preset's box.
 ///
-/// NaN, infinities and what lies outside the box stay as they are. Nothing changes in targets that store
-/// floats. Meshes that change become new meshes that share every other buffer with the old ones. Do this
-/// last: what moves a value afterwards undoes it. Do it once: the middle of a bin is as near to the next
-/// code. Linear in the number of components.
+/// NaN, infinities and what lies outside the box stay as they are, and so do positions that were made
+/// seamless for the public writer. Nothing changes in targets that store floats. Meshes that change become
+/// new meshes that share every other buffer with the old ones. Do this last: what moves a value afterwards
+/// undoes it. Do it once: the middle of a bin is as near to the next code. Linear in the number of
+/// components.
 KEL_PREPARE_EXPORT kel::src::SrcWriterInput roundToCodes(const kel::src::SrcWriterInput& input, Target target,
                                                          RoundReport* report = nullptr);
 

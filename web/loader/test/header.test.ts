@@ -92,6 +92,7 @@ function said(header: SrcHeader) {
       attributes: mesh.attributes.map((a) => ({ name: a.name, fit: a.fit, view: view(a.view) })),
       bounds: mesh.bounds,
       origin: mesh.origin,
+      drawnBounds: mesh.drawnBounds,
       metadata: mesh.metadata,
     })),
   };
@@ -231,6 +232,10 @@ describe('written in other ways, a header is read alike:', () => {
     ['a fit of too few numbers', 'read', meta({ fit: { position: { offset: [1, 2], scale: [4, 5] } } })],
     ['a fit that is none', 'read', meta({ fit: [] })],
     ['an origin', 'read', meta({ origin: [500123.25, 5400321.5, -0.5] })],
+    ['bounds', 'read', meta({ bounds: [0, 0, 0, 2, 2, 0] })],
+    ['bounds, and then none', 'read', meta({ bounds: 7 }).replace('"bounds":', '"bounds":[0,0,0,2,2,0],"bounds":')],
+    ['bounds with the corners in the other order', 'read', meta({ bounds: [2, 2, 0, 0, 0, 0] })],
+    ['bounds of a number too large', 'read', meta({ bounds: [0, 0, 0, 2, 2, 7] }).replace(',7]', ',1e999]')],
     ['an origin after another', 'read', meta({ origin: [1, 2, 3] }).replace('"origin":', '"origin":[4,5,6],"origin":')],
     ['an origin, and then none', 'read', meta({ origin: 7 }).replace('"origin":', '"origin":[4,5,6],"origin":')],
     ['an origin with escapes in its key', 'read', meta({ origin: [1, 2, 3] }).replace('"origin"', '"or\\u0069gin"')],

@@ -74,7 +74,7 @@ export function* compact(table: HeaderTable): Generator<void, void> {
       if (lists[row]! > 0) lists[row] = pieces.copyOnce(lists[row]!, pieces.upTo(lists[row]!, CLOSE_LIST));
     }
   }
-  const { metadataAt, metadataEnd, titleAt, titleEnd, fitAt, fitEnd } = table;
+  const { metadataAt, metadataEnd, titleAt, titleEnd, fitAt, fitEnd, drawnBoundsAt, drawnBoundsEnd } = table;
   for (let row = 0; row < metadataAt.length; ++row) {
     if (row % ROWS_PER_STEP === ROWS_PER_STEP - 1) yield;
     const from = metadataAt[row]!;
@@ -87,6 +87,8 @@ export function* compact(table: HeaderTable): Generator<void, void> {
     titleEnd[row]! += shift;
     if (fitAt[row]! > 0) fitAt[row]! += shift;
     fitEnd[row]! += shift;
+    if (drawnBoundsAt[row]! > 0) drawnBoundsAt[row]! += shift;
+    drawnBoundsEnd[row]! += shift;
   }
   for (const [starts, ends] of [
     [table.valuesAt, table.valuesEnd],

@@ -1,4 +1,5 @@
 import type { HeaderTable } from './table.js';
+import { drawnBoundsFrom } from './bounds.js';
 import { fitOf } from './headerTree.js';
 import { commonOrigin, originFrom } from './origin.js';
 import {
@@ -10,6 +11,7 @@ import {
   type SrcAttribute,
   type SrcAttributeView,
   type SrcBounds,
+  type SrcBox,
   type SrcBufferView,
   type SrcChunk,
   type SrcHeader,
@@ -39,10 +41,10 @@ export function titleOf(mesh: SrcMesh): string {
   return typeof name === 'string' ? name : '';
 }
 
-/** The attribute view of a mesh's positions. */
-export function positionView(mesh: SrcMesh): SrcAttributeView | undefined {
+/** The attribute that holds a mesh's positions. */
+export function positionIn(mesh: SrcMesh): SrcAttribute | undefined {
   const { attributes } = partsOf(mesh);
-  return (attributes.find((a) => a.name === 'position') ?? attributes.find(isCombined))?.view;
+  return attributes.find((a) => a.name === 'position') ?? attributes.find(isCombined);
 }
 
 /** A mesh's bounds, of which nothing is kept. */
@@ -235,6 +237,11 @@ export class TableMesh implements SrcMesh {
   }
   get origin(): SrcOrigin | null {
     return this.header.originAt(this.header.table.meshOrigin[this.row]!);
+  }
+  get drawnBounds(): SrcBox | null {
+    const { text, drawnBoundsAt, drawnBoundsEnd } = this.header.table;
+    const at = drawnBoundsAt[this.row]!;
+    return at === 0 ? null : drawnBoundsFrom(text.value(at, drawnBoundsEnd[this.row]!));
   }
   get metadata(): JsonValue {
     if (this.ownMetadata !== undefined) return this.ownMetadata;

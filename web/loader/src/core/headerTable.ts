@@ -141,6 +141,8 @@ function tableOf(
     titleEnd: meshes.titleEnd.taken(),
     fitAt: meshes.fitAt.taken(),
     fitEnd: meshes.fitEnd.taken(),
+    drawnBoundsAt: meshes.drawnBoundsAt.taken(),
+    drawnBoundsEnd: meshes.drawnBoundsEnd.taken(),
     meshOrigin: meshes.origin.taken(),
     originsAt: meshes.originTexts.starts.taken(),
     originsEnd: meshes.originTexts.ends.taken(),

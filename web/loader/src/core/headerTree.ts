@@ -27,6 +27,7 @@ import {
   type SrcMesh,
   type SrcTechnique,
 } from './model.js';
+import { drawnBoundsFrom } from './bounds.js';
 import { commonOrigin, originFrom } from './origin.js';
 import { SrcError } from './SrcError.js';
 
@@ -333,6 +334,7 @@ export function readTree(text: Uint8Array, textOffset: number, limits: ReadLimit
       attributes: [],
       bounds,
       origin: originFrom(isObject(metadata) ? metadata.origin : undefined),
+      drawnBounds: drawnBoundsFrom(isObject(metadata) ? metadata.bounds : undefined),
       metadata,
     };
     return { mesh, attributes, indices, material };

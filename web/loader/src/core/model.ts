@@ -110,6 +110,12 @@ export interface SrcBounds {
   size: [number, number, number];
 }
 
+/** What the metadata's "bounds" say: both corners of a box. */
+export interface SrcBox {
+  min: [number, number, number];
+  max: [number, number, number];
+}
+
 /** Where the zero of positions lies in the model: true position = value + origin, in doubles. */
 export type SrcOrigin = readonly [x: number, y: number, z: number];
 
@@ -135,6 +141,11 @@ export interface SrcMesh {
   bounds: SrcBounds | null;
   /** What is added to positions last, when they are decoded and "fit" is undone; null for nothing. */
   origin: SrcOrigin | null;
+  /**
+   * Where its primitives lie about its origin, with "fit" undone, when it has vertices that only stretch `bounds`; else
+   * null. boundsOf takes these.
+   */
+  drawnBounds: SrcBox | null;
   /** Verbatim; an object in good files, null when there is none. */
   metadata: JsonValue;
 }

@@ -48,6 +48,9 @@ export interface HeaderTable {
   titleEnd: Int32Array;
   fitAt: Int32Array;
   fitEnd: Int32Array;
+  /** Of the metadata's "bounds". */
+  drawnBoundsAt: Int32Array;
+  drawnBoundsEnd: Int32Array;
   /** Of the metadata's "origin", when it is a list: a place in originsAt, the same for equal texts; else -1. */
   meshOrigin: Int32Array;
   originsAt: Int32Array;

@@ -25,9 +25,10 @@ import {
   UNSIGNED_BYTE,
   UNSIGNED_INT,
   UNSIGNED_SHORT,
+  type SrcBounds,
   type SrcMesh,
 } from '../core/model.js';
-import { positionView, statedBounds } from '../core/handles.js';
+import { positionIn, statedBounds } from '../core/handles.js';
 import {
   attributeOver,
   kindOf,
@@ -246,9 +247,21 @@ Object.defineProperties(SRCGeometry.prototype, {
   },
 });
 
+/** The bounds before "fit" is undone, which the codes are decoded to. */
+function decodedBounds(mesh: SrcMesh): SrcBounds | null {
+  const { drawnBounds } = mesh;
+  if (!drawnBounds) return statedBounds(mesh);
+  const fit = positionIn(mesh)?.fit;
+  const { min, max } = drawnBounds;
+  const undone = (value: number, axis: number) => (value - (fit?.offset[axis] ?? 0)) / (fit?.scale[axis] ?? 1);
+  const center = min.map((low, axis) => undone((low + max[axis]!) / 2, axis));
+  const size = min.map((low, axis) => Math.abs((max[axis]! - low) / (fit?.scale[axis] ?? 1)));
+  return { center, size } as SrcBounds;
+}
+
 function boxInCodes(mesh: SrcMesh): Box3 | null {
-  const bounds = statedBounds(mesh);
-  const view = bounds && positionView(mesh);
+  const bounds = decodedBounds(mesh);
+  const view = bounds && positionIn(mesh)?.view;
   if (!view || view.components < 3) return null;
   const { center, size } = bounds;
   if (size.some((side) => side < 0)) return null; // wrong; three.js finds them when it needs them

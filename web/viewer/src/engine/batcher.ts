@@ -65,10 +65,12 @@ export interface Placed {
   surface: Surface;
 }
 
-function boxOf(positions: ArrayLike<number>): Box3 {
+/** Of what is drawn; other vertices may lie anywhere. */
+function boxOf(positions: ArrayLike<number>, index: ArrayLike<number>): Box3 {
   const box = new Box3();
-  for (let i = 0; i < positions.length; i += 3) {
-    box.expandByPoint(point.set(positions[i]!, positions[i + 1]!, positions[i + 2]!));
+  for (let i = 0; i < index.length; ++i) {
+    const at = index[i]! * 3;
+    box.expandByPoint(point.set(positions[at]!, positions[at + 1]!, positions[at + 2]!));
   }
   return box;
 }
@@ -144,7 +146,7 @@ export class Batcher {
     geometry.setIndex(new BufferAttribute(index, 1));
     if (normals) geometry.setAttribute('normal', new BufferAttribute(normalsFor(attributes), 4, true));
     if (color) geometry.setAttribute('color', new BufferAttribute(colorsFor(color), 4, true));
-    geometry.boundingBox = boxOf(array);
+    geometry.boundingBox = boxOf(array, index);
     geometry.boundingSphere = geometry.boundingBox.getBoundingSphere(new Sphere());
 
     const batch = this.batchFor(family, kind, position.count, index.length, look.material);

@@ -36,6 +36,8 @@ export function PartPanel() {
   const file = store.fileOf(selection.file)!;
   const pending = file.state === 'loading' ? 'still loading' : 'not in the file';
   const kind = primitivesOf(mesh);
+  const bounds = boundsOf(mesh),
+    local = boundsOf(mesh, mesh.origin); // whose differences have all their digits
   return (
     <div class="part">
       <h2>{name}</h2>
@@ -84,12 +86,12 @@ export function PartPanel() {
             <dd>{facts?.area != null ? measure(facts.area) : pending}</dd>
           </>
         )}
-        {mesh.bounds && (
+        {bounds && local && (
           <>
             <dt>Size</dt>
-            <dd>{sizeOf(mesh)}</dd>
+            <dd>{point(local.min.map((low, axis) => local.max[axis]! - low))}</dd>
             <dt>Bounds</dt>
-            <dd>{boundsText(mesh)}</dd>
+            <dd>{boundsText(bounds)}</dd>
           </>
         )}
       </dl>
@@ -118,14 +120,8 @@ export function PartPanel() {
   );
 }
 
-function sizeOf(mesh: SrcMesh): string {
-  const fit = mesh.attributes.find(({ name, fit }) => fit && name === 'position')?.fit;
-  return point(mesh.bounds!.size.map((side, axis) => Math.abs(side * (fit?.scale[axis] ?? 1))));
-}
-
 /** In true coordinates. */
-function boundsText(mesh: SrcMesh): string {
-  const { min, max } = boundsOf(mesh)!;
+function boundsText({ min, max }: NonNullable<ReturnType<typeof boundsOf>>): string {
   const diagonal = Math.hypot(...min.map((low, axis) => max[axis]! - low));
   return `${point(min, diagonal)} → ${point(max, diagonal)}`;
 }

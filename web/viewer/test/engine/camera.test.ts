@@ -67,6 +67,18 @@ test('a fit fills the picture with what is asked for', async () => {
   expectNear((await camera()).target, [125, 25, 0]);
 });
 
+test('a fit is to the bounds that the metadata tell, not to vertices that only stretch the box', async () => {
+  const { positions, indices } = cube(2);
+  await stage.open(
+    fileOf([{ positions: [...positions, 0, 0, 0, 64, 64, 64], indices, bounds: [0, 0, 0, 2, 2, 2] }]),
+  );
+  await stage.do(({ engine }) => engine.setView('front'));
+  await stage.settle();
+  const { target, position } = await camera();
+  expectNear(target, [1, 1, 1], 9);
+  expect(position[2]).toBeLessThan(10);
+});
+
 test('a camera that was set before the file came stays', async () => {
   const wanted = { position: [1e6, 20, 30] as const, target: [1e6, 0, 5] as const, up: [0, 1, 0] as const };
   await stage.do(({ engine }, wanted) => engine.setCamera(wanted as never, false), wanted);

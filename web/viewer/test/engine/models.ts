@@ -13,6 +13,8 @@ export interface TestMesh {
   codes?: { offset: number[]; scale: number[] };
   /** The metadata's; positions are about it. */
   origin?: unknown;
+  /** The metadata's, where it is not that of all positions. */
+  bounds?: number[];
 }
 
 type Values = Record<string, number | number[]>;
@@ -59,7 +61,7 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
     };
     return id;
   };
-  meshes.forEach(({ id = '', positions, indices, primitive = 4, normals, material = '', codes, origin }, number) => {
+  meshes.forEach(({ id = '', positions, indices, primitive = 4, normals, material = '', codes, origin, bounds }, number) => {
     const indexView = `i${number}`;
     if (indices) {
       const view = { bufferView: store(new Uint16Array(indices)), byteOffset: 0 };
@@ -83,7 +85,7 @@ export function fileOf(meshes: TestMesh[], materials: Record<string, Values> = {
       primitive,
       bboxCenter: low.map((x, i) => (x + high[i]!) / 2),
       bboxSize: low.map((x, i) => high[i]! - x),
-      ...(origin !== undefined && { meta: { origin } }),
+      ...((origin !== undefined || bounds) && { meta: { bounds, origin } }),
     };
   });
   const data = new Uint8Array(size);

@@ -8,7 +8,15 @@ import type { IndexViews } from './IndexViews.js';
 import type { Materials } from './Materials.js';
 
 const MESH = new Keys('attributes', 'bboxCenter', 'bboxSize', 'indices', 'material', 'meta', 'primitive');
-const METADATA = new Keys('fit', 'name', 'numOriginalLines', 'numOriginalPoints', 'numOriginalTriangles', 'origin');
+const METADATA = new Keys(
+  'bounds',
+  'fit',
+  'name',
+  'numOriginalLines',
+  'numOriginalPoints',
+  'numOriginalTriangles',
+  'origin',
+);
 
 /** Attributes of one mesh: each is compared with all before it. */
 const MAX_ATTRIBUTES = 64;
@@ -27,6 +35,8 @@ class Entry {
   titleEnd = 0;
   fit = 0;
   fitEnd = 0;
+  drawnBounds = 0;
+  drawnBoundsEnd = 0;
   origin = -1;
   hasTriangles = false;
   hasPoints = false;
@@ -50,6 +60,8 @@ export class Meshes {
   readonly titleEnd = new Integers();
   readonly fitAt = new Integers();
   readonly fitEnd = new Integers();
+  readonly drawnBoundsAt = new Integers();
+  readonly drawnBoundsEnd = new Integers();
   /** Of the different texts of "origin"; -1 for none. */
   readonly origin = new Integers();
   readonly originTexts: Names;
@@ -153,18 +165,21 @@ export class Meshes {
       const from = scanner.at;
       scanner.skip(4);
       if (key === 0) {
+        entry.drawnBounds = isList ? from : 0;
+        entry.drawnBoundsEnd = scanner.at;
+      } else if (key === 1) {
         entry.fit = from;
         entry.fitEnd = scanner.at;
-      } else if (key === 1) {
+      } else if (key === 2) {
         entry.title = isText ? from : 0;
         entry.titleEnd = scanner.at;
-      } else if (key === 2) {
-        entry.hasLines = isNumber;
       } else if (key === 3) {
-        entry.hasPoints = isNumber;
+        entry.hasLines = isNumber;
       } else if (key === 4) {
-        entry.hasTriangles = true;
+        entry.hasPoints = isNumber;
       } else if (key === 5) {
+        entry.hasTriangles = true;
+      } else if (key === 6) {
         entry.origin = isList ? this.originTexts.other(from, scanner.at) : -1;
       }
     }
@@ -189,6 +204,8 @@ export class Meshes {
     this.titleEnd.push(entry.titleEnd);
     this.fitAt.push(entry.fit);
     this.fitEnd.push(entry.fitEnd);
+    this.drawnBoundsAt.push(entry.drawnBounds);
+    this.drawnBoundsEnd.push(entry.drawnBoundsEnd);
     this.origin.push(entry.origin);
     this.first.push(this.semantic.length);
   }
