@@ -3,6 +3,7 @@
 #include "commands/Verbs.h"
 #include "terminal/Messages.h"
 
+#include <kel/importer/Importer.h>
 #include <kel/src/SrcReader.h>
 
 #include <CLI/App.hpp>
@@ -49,6 +50,14 @@ private:
 CLI::Option* addJson(CLI::App& verb, bool& json, const char* text = "Print a report for programs");
 CLI::Option* addQuiet(CLI::App& verb, bool& quiet, const char* text = "Print errors only");
 CLI::Option* addMeshes(CLI::App& verb, bool& meshes);
+
+/// What --import-timeout and --import-memory say.
+struct ImportLimitArguments {
+    std::string timeout, memory;
+};
+void addImportLimits(CLI::App& verb, ImportLimitArguments& arguments, const char* group = "Options");
+/// throws  Failure
+kel::importer::ImportLimits limitsOf(const ImportLimitArguments& arguments);
 
 /// How an input is called in messages: "-" is standard input.
 std::string inputName(const std::string& path);

@@ -32,6 +32,7 @@ struct ConvertArguments {
     double scale = 1.0;
     int threads = 1;
     bool failFast = false;
+    ImportLimitArguments importLimits;
     bool html = false;
     bool verify = false, list = false, json = false, quiet = false, verbose = false, noProgress = false;
 };
@@ -157,6 +158,7 @@ JobOptions optionsOf(const ConvertArguments& arguments) {
     if (outputTaken && (arguments.list || arguments.json))
         refuse("--list and --json write to standard output, as does -o -", "Write the model to a file.");
     options.convert.verify = arguments.verify;
+    options.convert.importLimits = limitsOf(arguments.importLimits);
     options.convert.list = arguments.list || (arguments.verbose && !outputTaken);
     return options;
 }
@@ -413,6 +415,9 @@ Action addConvert(CLI::App& app) {
            "zero, or a round point nearby where floats would lose more than a millionth of the model's size")
         ->capture_default_str();
     option("--scale", arguments->scale, "FACTOR", "Multiply all positions, after --units");
+
+    group = "What reading may take";
+    addImportLimits(*verb, arguments->importLimits, group);
 
     group = "Many models";
     option("-j,--jobs", arguments->threads, "N", "Models to convert at the same time; 0 takes all cores")

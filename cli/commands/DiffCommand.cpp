@@ -1,5 +1,4 @@
 #include "commands/Command.h"
-#include "files/OutputFile.h"
 
 #include "terminal/CapturedOutput.h"
 #include "terminal/JsonOutput.h"
@@ -26,6 +25,7 @@ struct DiffArguments {
     std::string a, b;
     CompareLimits limits;
     std::vector<std::string> ignored;
+    ImportLimitArguments importLimits;
     bool meshes = false, json = false;
 };
 
@@ -248,14 +248,14 @@ CompareLimits limitsOf(const DiffArguments& arguments) {
 
 int runDiff(const DiffArguments& arguments, const Streams& streams) {
     const CompareLimits limits = limitsOf(arguments);
+    const kel::importer::ImportLimits importLimits = limitsOf(arguments.importLimits);
     Output output(streams);
     std::ostream& out = output.out;
     CompareReport report;
     try {
         const CapturedOutput captured;
-        const kel::convert::ProcessHooks hooks = signalHooks();
-        const ComparableScene a = openComparable(arguments.a, hooks);
-        const ComparableScene b = openComparable(arguments.b, hooks);
+        const ComparableScene a = openComparable(arguments.a, importLimits);
+        const ComparableScene b = openComparable(arguments.b, importLimits);
         report = compare(a, b, limits);
     } catch (const std::bad_alloc&) {
         throw Failure(STATUS_INPUT, arguments.a, "comparing needs more memory than there is");
@@ -283,6 +283,7 @@ Action addDiff(CLI::App& app) {
                      "Kinds of differences that do not count, e.g. names,metadata")
         ->delimiter(',')
         ->option_text("KIND,...");
+    addImportLimits(*verb, arguments->importLimits);
     addMeshes(*verb, arguments->meshes);
     addJson(*verb, arguments->json);
     verb->footer(R"(

@@ -29,6 +29,7 @@ namespace fs = std::filesystem;
 struct ViewArguments {
     std::vector<std::string> files;
     int port = 0;
+    ImportLimitArguments importLimits;
     bool noOpen = false, json = false, quiet = false;
 };
 
@@ -39,7 +40,8 @@ struct ServedFiles {
 };
 
 /// Writes a model aside as "convert" would by default.
-ServedFile convertAside(const std::string& path, ServedFiles& served, Messages& messages) {
+ServedFile convertAside(const std::string& path, const JobOptions& options, ServedFiles& served,
+                        Messages& messages) {
     auto file = std::make_unique<OutputFile>(scratchPlace());
     Job job;
     job.source = kel::convert::Source::ofFile(path);
@@ -47,7 +49,7 @@ ServedFile convertAside(const std::string& path, ServedFiles& served, Messages& 
     FileReport report;
     {
         const CapturedOutput captured; // it would stand among the command's own lines
-        report = convertFile(job, {});
+        report = convertFile(job, options);
     }
     for (const auto& warning : report.warnings)
         messages.warning(printable(path) + ": " + printable(warning));
@@ -58,6 +60,8 @@ ServedFile convertAside(const std::string& path, ServedFiles& served, Messages& 
 
 ServedFiles filesToServe(const ViewArguments& arguments, Messages& messages) {
     ServedFiles served;
+    JobOptions options;
+    options.convert.importLimits = limitsOf(arguments.importLimits);
     for (const auto& path : arguments.files) {
         if (path == "-")
             throw Failure(STATUS_USAGE, "", "standard input cannot be viewed", "Save it to a file first.");
@@ -67,7 +71,7 @@ ServedFiles filesToServe(const ViewArguments& arguments, Messages& messages) {
             const fs::path whole = fs::absolute(path);
             served.files.push_back({whole.filename().string(), whole.string()});
         } else {
-            served.files.push_back(convertAside(path, served, messages));
+            served.files.push_back(convertAside(path, options, served, messages));
         }
     }
     return served;
@@ -152,6 +156,7 @@ Action addView(CLI::App& app) {
         ->check(CLI::Range(0, 65535))
         ->option_text("N")
         ->capture_default_str();
+    addImportLimits(*verb, arguments->importLimits);
     verb->add_flag("--no-open", arguments->noOpen, "Print the address only, open no browser");
     addJson(*verb, arguments->json, "Print the address for programs, on one line");
     addQuiet(*verb, arguments->quiet, "Print errors and the address only");

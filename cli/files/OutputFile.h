@@ -1,6 +1,5 @@
 #pragma once
 
-#include "terminal/Messages.h"
 #include "terminal/Signals.h"
 
 #include <kel/convert/AtomicFile.h>
@@ -13,23 +12,10 @@
 
 namespace kelsrc::cli {
 
-/// Around a call of the importer: some damaged files crash Assimp, and that is an error of the file.
-struct ImporterCrash : CrashMessage {
-    explicit ImporterCrash(const std::string& name)
-        : CrashMessage("kelsrc: error: " + printable(name) +
-                           ": Assimp, which reads models, crashed on this file\n"
-                           "  It is damaged, or of a kind that this Assimp cannot read: export it again, "
-                           "best as glTF. "
-                           "The run ends here, and nothing was written for this file.\n",
-                       STATUS_INPUT) {}
-};
-
-/// What the library is told of this process: a SignalGuard removes temporary files, and a crash of the importer
-/// is told as an error of the model.
+/// What the library is told of this process: a SignalGuard removes temporary files.
 inline kel::convert::ProcessHooks signalHooks() {
     kel::convert::ProcessHooks hooks;
     hooks.onTemporaryFile = [](const std::string& path) { return std::make_shared<ScopedTempFile>(path); };
-    hooks.onImport = [](const std::string& source) { return std::make_shared<ImporterCrash>(source); };
     return hooks;
 }
 

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <unistd.h>
-#include <utility>
 
 namespace kelsrc::cli {
 
@@ -25,16 +24,10 @@ std::atomic<bool> statusLineDrawn{false};
 std::atomic<int> stopDescriptor{-1};
 
 constexpr int ENDING[] = {SIGINT, SIGTERM, SIGHUP};
-constexpr int CRASHING[] = {SIGQUIT, SIGILL, SIGABRT, SIGFPE, SIGBUS, SIGSEGV};
 constexpr int FAILED_WRITES[] = {SIGPIPE, SIGXFSZ};
 
 struct sigaction previous[NSIG];
 bool replaced[NSIG];
-
-// What a crash of this thread says; null for no more than the crash itself.
-thread_local const char* crashText = nullptr;
-thread_local std::size_t crashTextSize = 0;
-thread_local int crashStatus = 0;
 
 void removeTempFiles() {
     for (Slot& slot : slots) {
@@ -42,12 +35,10 @@ void removeTempFiles() {
     }
 }
 
-/// Ends the process with the status, after a last word.
-[[noreturn]] void end(int status, const char* text, std::size_t size) {
+[[noreturn]] void end(int status) {
     const char erase[] = "\r\x1b[K";
     // Nothing is left to do about errors of write here.
     if (statusLineDrawn.load() && write(STDERR_FILENO, erase, sizeof erase - 1) < 0) _exit(status);
-    if (size != 0 && write(STDERR_FILENO, text, size) < 0) _exit(status);
     _exit(status);
 }
 
@@ -60,14 +51,7 @@ void onEnding(int signal) {
         if (told) return;
     }
     removeTempFiles();
-    end(128 + signal, nullptr, 0);
-}
-
-// Set with SA_RESETHAND: raising it again crashes as it would have.
-void onCrash(int signal) {
-    removeTempFiles();
-    if (crashText) end(crashStatus, crashText, crashTextSize);
-    raise(signal);
+    end(128 + signal);
 }
 
 void replace(int signal, void (*handler)(int), int flags) {
@@ -85,8 +69,6 @@ void replace(int signal, void (*handler)(int), int flags) {
 SignalGuard::SignalGuard() {
     for (const int signal : ENDING)
         replace(signal, onEnding, SA_RESTART);
-    for (const int signal : CRASHING)
-        replace(signal, onCrash, static_cast<int>(SA_RESETHAND | SA_ONSTACK));
     for (const int signal : FAILED_WRITES)
         replace(signal, SIG_IGN, 0);
 }
@@ -134,28 +116,6 @@ ScopedTempFile::ScopedTempFile(const std::string& path) : slot(0) {
 
 ScopedTempFile::~ScopedTempFile() {
     slots[static_cast<std::size_t>(slot)].state.store(0);
-}
-
-struct CrashMessage::Stack {
-    static constexpr std::size_t SIZE = std::size_t{64} << 10;
-    std::unique_ptr<char[]> bytes = std::make_unique<char[]>(SIZE);
-    stack_t previous{};
-};
-
-CrashMessage::CrashMessage(std::string text, int status)
-    : message(std::move(text)), stack(std::make_unique<Stack>()) {
-    stack_t own{};
-    own.ss_sp = stack->bytes.get();
-    own.ss_size = Stack::SIZE;
-    if (sigaltstack(&own, &stack->previous) != 0) stack.reset(); // told on the ordinary stack then
-    crashTextSize = message.size();
-    crashStatus = status;
-    crashText = message.c_str();
-}
-
-CrashMessage::~CrashMessage() {
-    crashText = nullptr;
-    if (stack) sigaltstack(&stack->previous, nullptr);
 }
 
 void noteStatusLine(bool drawn) {

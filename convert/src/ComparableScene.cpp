@@ -351,11 +351,11 @@ ComparableScene comparableScene(const kel::src::SrcWriterInput& input) {
     return comparableScene(kel::scene::fromInput(input));
 }
 
-ComparableScene openComparable(const std::string& path, const ProcessHooks& hooks) {
+ComparableScene openComparable(const std::string& path, const kel::importer::ImportLimits& limits) {
     try {
         if (looksLikeSrc(path)) return comparableScene(openSrc(path), path);
-        const auto token = hooks.onImport ? hooks.onImport(path) : ProcessHooks::Token();
         kel::importer::ImportOptions options;
+        options.limits = limits;
         options.origin.choice =
             kel::importer::Origin::AUTO; // or far from zero floats would have lost too much
         auto imported = kel::importer::detail::importScene(std::filesystem::path(path), options);

@@ -60,9 +60,8 @@ kel::scene::Scene importSource(const Source& source, const Recipe& recipe, const
     importOptions.onBadGeometry = recipe.onBadGeometry;
     importOptions.scene = recipe.scene;
     importOptions.origin = recipe.origin;
+    importOptions.limits = options.importLimits;
     importOptions.progress = options.progress;
-    const auto token =
-        options.hooks.onImport ? options.hooks.onImport(source.shownName()) : ProcessHooks::Token();
     try {
         auto imported = importModel(source, importOptions, report.bytesIn);
         report.format = std::move(imported.report.format);

@@ -1,17 +1,21 @@
 #include <kel/importer/detail/ImportScene.h>
 
-#include "assimp/AssimpReader.h"
 #include "checks/Checks.h"
 #include "conversion/Conversion.h"
 #include "gltf/GltfReader.h"
+#include "isolation/ReadHere.h"
 #include "obj/ObjReader.h"
 #include "ply/PlyReader.h"
+#include "text/Utf16.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <new>
+#include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -19,9 +23,32 @@ namespace kel::importer {
 
 namespace {
 
+/// Whether this is text in UTF-16, and not a binary format that begins with the same two bytes.
+bool isUtf16Text(std::string_view content) {
+    if (!detail::isUtf16(content)) return false;
+    const std::string start = detail::utf8OfUtf16(content.substr(0, 512));
+    const auto isAscii = [](char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\r' || c == '\t'; };
+    return 2 * std::count_if(start.begin(), start.end(), isAscii) >=
+           static_cast<std::ptrdiff_t>(start.size());
+}
+
+/// Has the source be read in UTF-8 where it is text in UTF-16: Assimp knows that of few formats.
+///
+/// text  keeps what is read then
+void useUtf8(detail::ModelSource& source, std::string& text) {
+    const detail::Content content(source);
+    const std::string_view bytes(content.data(), static_cast<std::size_t>(content.size()));
+    if (!isUtf16Text(bytes)) return;
+    text = detail::utf8OfUtf16(bytes);
+    source.bytes = text.data();
+    source.size = text.size();
+}
+
 detail::ImportedScene import(detail::ModelSource source, const ImportOptions& options) {
     detail::ProgressReporter progress(options.progress, source);
+    std::string text;
     try {
+        useUtf8(source, text);
         if (source.extension().empty()) {
             // Most readers go by the extension alone.
             source.guess = detail::guessExtension(detail::Content(source));
@@ -30,11 +57,15 @@ detail::ImportedScene import(detail::ModelSource source, const ImportOptions& op
         detail::Findings findings = checkBeforeReading(source, progress);
         std::unique_ptr<detail::Model> model;
         if (findings.isGltf) model = openGltf(source, options, progress);
+        if (model && model->mayCrash && !options.inProcess) {
+            model.reset();
+            model = readApart(detail::ReaderKind::GLTF, source, options, progress);
+        }
         if (!model && options.scene)
             source.refuse(ImportCode::NO_SCENE, "files of this format have no scenes to choose from");
         if (findings.isPly) model = readPly(source, options, progress);
         if (findings.isObj) model = readObj(source, options, progress);
-        if (!model) model = readWithAssimp(source, options, progress);
+        if (!model) model = readApart(detail::ReaderKind::ASSIMP, source, options, progress);
         model->dropped.insert(model->dropped.begin(), findings.dropped.begin(), findings.dropped.end());
         return convertModel(*model, source, options, progress);
     } catch (const std::bad_alloc&) {

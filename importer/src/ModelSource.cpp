@@ -40,10 +40,17 @@ void ProgressReporter::report(const char* stage, double done) {
     // Callers draw a bar: never backwards, and not more often than it can change.
     if (done < lastDone + 0.005 && !(done >= 1.0 && lastDone < 1.0)) return;
     lastDone = done;
-    if (!progress(stage, done)) {
-        stopped = true;
-        refuseCancelled();
-    }
+    tell();
+}
+
+void ProgressReporter::ask() {
+    if (progress && !lastStage.empty()) tell();
+}
+
+void ProgressReporter::tell() {
+    if (progress(lastStage.c_str(), lastDone)) return;
+    stopped = true;
+    refuseCancelled();
 }
 
 void ProgressReporter::refuseCancelled() const {

@@ -38,6 +38,10 @@ public:
 
     /// throws  ImportError CANCELLED
     void report(const char* stage, double done);
+    /// Asks whether to go on while nothing new is known.
+    ///
+    /// throws  ImportError CANCELLED
+    void ask();
     bool cancelled() const { return stopped; }
     [[noreturn]] void refuseCancelled() const;
 
@@ -47,6 +51,8 @@ private:
     std::string lastStage;
     double lastDone = 0.0;
     bool stopped = false;
+
+    void tell();
 };
 
 } // namespace kel::importer::detail

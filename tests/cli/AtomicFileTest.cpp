@@ -215,23 +215,6 @@ TEST_P(AtomicFileTest, ASignalRemovesTheTemporaryFileAndEndsWith128PlusItsNumber
     }
 }
 
-TEST_P(AtomicFileTest, ACrashRemovesTheTemporaryFileAndStaysACrash) {
-    Pipe ready;
-    ChildProcess child([&] {
-        ::signal(SIGABRT, SIG_DFL);
-        const SignalGuard signals;
-        AtomicFile file(folder / "new", GetParam());
-        file.stream() << "content";
-        file.flush();
-        const rlimit noCore{0, 0};
-        ::setrlimit(RLIMIT_CORE, &noCore);
-        ::raise(SIGABRT);
-        return 0;
-    });
-    EXPECT_EQ(child.wait(), -SIGABRT);
-    EXPECT_THAT(folder.entries(), IsEmpty());
-}
-
 TEST_P(AtomicFileTest, AnIgnoredSignalStaysIgnored) {
     ChildProcess child([&] {
         ::signal(SIGHUP, SIG_IGN);

@@ -164,21 +164,6 @@ TEST(Convert, ProgressCancels) {
     }
 }
 
-TEST(Convert, HooksLiveAsLongAsWhatTheyWereToldOf) {
-    std::vector<std::string> calls;
-    ConvertOptions options;
-    options.hooks.onImport = [&](const std::string& source) {
-        calls.push_back("import " + source);
-        return std::shared_ptr<void>(nullptr, [&](void*) { calls.push_back("imported"); });
-    };
-    options.progress = [&](const char* stage, double) {
-        if (stage == std::string("preparing")) calls.push_back("preparing");
-        return true;
-    };
-    converted(Source::ofBytes(SQUARE_OBJ, "square.obj"), {}, options);
-    EXPECT_THAT(calls, ElementsAre("import square.obj", "imported", "preparing"));
-}
-
 TEST(Convert, StreamThatTakesNothingIsToldByItsName) {
     std::ostream broken(nullptr);
     std::string subject;

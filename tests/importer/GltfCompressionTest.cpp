@@ -270,6 +270,14 @@ TEST_F(Draco, QuantizedPositionsAreFloatsAgain) {
         EXPECT_NEAR(positions[i], SQUARE[3 * (static_cast<std::size_t>(wear[i / 3]) / 10) + i % 3], 1e-3);
 }
 
+TEST_F(Draco, IsDecodedInAProcessOfItsOwn) {
+    useHostileHelper();
+    const std::string json = document(encoded(false)).json();
+    EXPECT_EQ(errorOf([&] { import("segfaults.gltf", json); }).code(), ImportCode::READER_FAILED);
+    EXPECT_EQ(import("segfaults2.gltf", oneTriangle().json()).report.triangles, 1u) << "without Draco's form";
+    ::unsetenv(detail::HELPER_VARIABLE);
+}
+
 TEST_F(Draco, DamagedDataAreRefused) {
     Encoded data = encoded(false);
     data.bytes.resize(data.bytes.size() / 2);

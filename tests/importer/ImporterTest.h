@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kel/importer/Importer.h>
+#include <kel/importer/detail/ServeImports.h>
 #include <kel/material/MaterialClassic.h>
 
 #include <support/TempFolder.h>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -96,6 +98,13 @@ inline std::size_t droppedOf(const ImportResult& result, const std::string& kind
         if (dropped.kind == kind) count += dropped.count;
     }
     return count;
+}
+
+/// From now on the importer is served by hostile_helper.cpp.
+inline void useHostileHelper() {
+    const auto program =
+        std::filesystem::read_symlink("/proc/self/exe").replace_filename("hostile_import_helper");
+    ::setenv(detail::HELPER_VARIABLE, program.c_str(), 1);
 }
 
 /// The error of an import that must fail.

@@ -34,7 +34,7 @@ const Model MODELS[] = {
     {"BVH/01_01.bvh", -1},
     {"COB/spider_4_3.cob", SPIDER},
     {"CSM/ThomasFechten.csm", -1},
-    {"Collada/cube_UTF16LE.dae", -1, ImportCode::INVALID_MODEL},
+    {"Collada/cube_UTF16LE.dae", 12},
     {"Collada/duck.dae", 4212},
     {"Collada/human.zae", -1},
     {"DXF/wuson.dxf", WUSON},

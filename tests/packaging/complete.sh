@@ -17,6 +17,7 @@ for file in libkelSrc.so libkelSrc.so.[0-9] cmake/kelSrc/kelSrcConfig.cmake cmak
 done
 if [ "$cli" = 1 ]; then
     expect "$prefix/bin/kelsrc"
+    expect "$prefix/libexec/kelsrc/kelsrc-import"
     "$prefix/bin/kelsrc" --version
 fi
 if [ "$viewer" = ON ]; then

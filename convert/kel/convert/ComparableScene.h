@@ -2,7 +2,7 @@
 
 #include <kel/convert/Bounds.h>
 #include <kel/convert/Export.h>
-#include <kel/convert/ProcessHooks.h>
+#include <kel/importer/Importer.h>
 #include <kel/src/SrcReader.h>
 #include <kel/src/SrcWriterInput.h>
 
@@ -77,6 +77,7 @@ KEL_CONVERT_EXPORT ComparableScene comparableScene(const kel::src::SrcWriterInpu
 /// An SRC file, or any model that the importer reads.
 ///
 /// throws  ConvertError
-KEL_CONVERT_EXPORT ComparableScene openComparable(const std::string& path, const ProcessHooks& hooks = {});
+KEL_CONVERT_EXPORT ComparableScene openComparable(const std::string& path,
+                                                  const kel::importer::ImportLimits& limits = {});
 
 } // namespace kel::convert

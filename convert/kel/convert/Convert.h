@@ -85,6 +85,7 @@ using Progress = std::function<bool(const char* stage, double done)>;
 struct ConvertOptions {
     bool list = false;   ///< fill ConvertReport::written
     bool verify = false; ///< read back and compare before the file is put in place
+    kel::importer::ImportLimits importLimits;
     Progress progress;
     ProcessHooks hooks;
 };

@@ -35,6 +35,9 @@ namespace kel::importer {
     X(EXTENT_OVERFLOW, "extent-overflow", "positions or their extent do not fit a 32-bit float", "scale the model down") \
     X(TOO_DEEP, "too-deep", "nodes or values are nested deeper than any real model", "flatten the hierarchy") \
     X(TOO_MANY_COPIES, "too-many-copies", "meshes are placed so often that their copies take more memory than is allowed", "place fewer copies, export the scene in parts, or allow more (ImportOptions::maxCopiedBytes)") \
+    X(READER_FAILED, "reader-failed", "the reader of this format crashed, or ended without a result", "convert the model to glTF or OBJ with another program") \
+    X(TIME_LIMIT, "time-limit", "reading took longer than it may", "raise the limit (--import-timeout), or convert the model to glTF or OBJ with another program") \
+    X(MEMORY_LIMIT, "memory-limit", "reading needed more memory than it may", "raise the limit (--import-memory), or convert the model to glTF or OBJ with another program") \
     X(OUT_OF_MEMORY, "out-of-memory", "the model does not fit into memory", "free some memory or split the model") \
     X(CANCELLED, "cancelled", "the caller's progress function asked to stop", "start it again to finish it")
 // clang-format on

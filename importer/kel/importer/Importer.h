@@ -40,8 +40,9 @@
 ///
 /// **OBJ**, likewise, with the material files that it names. Every "o" and every "g" of another name is a
 /// node below one that is named after the file, and a mesh; another "usemtl" among its faces begins a mesh
-/// named after the material. Vertices may have a colour behind their coordinates. Text in UTF-16 is read,
-/// too.
+/// named after the material. Vertices may have a colour behind their coordinates.
+///
+/// Text formats may be in UTF-8 or, with a byte order mark, in UTF-16.
 ///
 /// **Precision.** Transforms, and sources that state more than a float holds, are in doubles up to the last
 /// step: a position delivered is the float nearest to its place in the model less the origin, which
@@ -111,6 +112,17 @@ struct Origin {
     std::array<double, 3> at{}; ///< finite
 };
 
+constexpr double DEFAULT_IMPORT_SECONDS = 60.0;
+constexpr double DEFAULT_IMPORT_SECONDS_PER_MIB = 5.0; ///< of the model's file, where that is more
+constexpr std::uint64_t DEFAULT_IMPORT_MEMORY = std::uint64_t{2} << 30;
+constexpr std::uint64_t DEFAULT_IMPORT_MEMORY_PER_BYTE = 32; ///< of the model's file, where that is more
+
+/// What a reader in a process of its own may take; see importModel.
+struct ImportLimits {
+    std::optional<double> seconds;       ///< of the clock; 0 for no limit, none for the default
+    std::optional<std::uint64_t> memory; ///< bytes; 0 for no limit, none for the default
+};
+
 struct ImportOptions {
     BadGeometry onBadGeometry = BadGeometry::FAIL;
     Origin origin;
@@ -120,6 +132,8 @@ struct ImportOptions {
     /// a copy of at least 1,024 bytes, and primitives that share numbers of a file get a copy each: a small file can ask
     /// for millions. More is refused before it is taken.
     std::uint64_t maxCopiedBytes = std::uint64_t{1} << 32;
+    ImportLimits limits;
+    bool inProcess = false; ///< read in the caller's process whatever the format: without limits
     Progress progress;
 };
 
@@ -184,8 +198,19 @@ KEL_IMPORTER_EXPORT bool isModelExtension(const std::string& extension);
 /// The result depends on nothing but the content of these files: equal input gives equal meshes in equal
 /// order. Prints nothing. Imports may run at the same time on several threads.
 ///
-/// A few damaged files fail assertions of Assimp, which end the process where Assimp was built with them. The
-/// command kelsrc replaces their handler; this library leaves it to the program that it lives in.
+/// **Damaged and hostile files.** The readers of glTF, PLY and OBJ check everything that they read, and work in the
+/// caller's process. For all other formats, and for a glTF with geometry in Draco's form, the code of others is run, which some
+/// damaged files crash or hang. So these are read in a process of its own for each model, within
+/// ImportOptions::limits: a crash, a hang and an excess are errors of that model (READER_FAILED, TIME_LIMIT,
+/// MEMORY_LIMIT). By default a reader has 60 seconds, or 5 for each MiB of the file where that is more, and 2 GiB
+/// of memory, or 32 times the size of the file.
+///
+/// That takes the program kelsrc-import, which is installed with this library and started once in each process
+/// that imports: it is looked for beside the library, then in libexec/kelsrc, and the environment variable
+/// KELSRC_IMPORT_HELPER may name another place. **Where it cannot be started, or with ImportOptions::inProcess,
+/// the caller's process reads all formats itself: then a damaged file can end it (by SIGSEGV, or by SIGABRT where
+/// Assimp was built with assertions), keep it busy for ever, or take all memory.** A note in the report says so
+/// when the program is missing. A caller that collects all its children (waitpid(-1)) may meet that program among them.
 ///
 /// throws  ImportError
 KEL_IMPORTER_EXPORT ImportResult importModel(const std::filesystem::path& file,

@@ -57,6 +57,8 @@ std::string formatName(std::string name) {
     return name;
 }
 
+constexpr const char* OTHERWISE = "convert the model to glTF or OBJ with another program";
+
 /// Why Assimp gave up, as our own error.
 [[noreturn]] void refuseFailure(const ModelSource& source, const Assimp::Importer& importer,
                                 const ProgressReporter& progress, const std::set<std::string>& missing) {
@@ -82,8 +84,12 @@ std::string formatName(std::string name) {
     if (!missing.empty()) {
         source.refuse(ImportCode::MISSING_FILE, what + "; not found: " + *missing.begin());
     }
-    const bool range = what.find("index out of range") != std::string::npos;
-    source.refuse(range ? ImportCode::INDEX_OUT_OF_RANGE : ImportCode::INVALID_MODEL, what);
+    const auto says = [&](const char* word) { return what.find(word) != std::string::npos; };
+    if (says("not support") || says("unsupported") || says("Unsupported") || says("ersion"))
+        source.refuse(ImportCode::UNSUPPORTED_FEATURE, what, "", OTHERWISE);
+    // Whether the file is broken or the reader is limited, its words do not tell.
+    source.refuse(says("index out of range") ? ImportCode::INDEX_OUT_OF_RANGE : ImportCode::INVALID_MODEL,
+                  what, "", std::string("open it in another program; if it is whole there, ") + OTHERWISE);
 }
 
 } // namespace

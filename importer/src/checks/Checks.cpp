@@ -111,15 +111,12 @@ void checkKind(const ModelSource& source, const Content& content, const Recognis
         if (extension != promise.extension) continue;
         // A JSON without the words of a glTF is a broken one: its own check says what is wrong.
         const bool broken = promise.kind == Kind::GLTF && recognised.name == "JSON";
-        // UTF-16 has its own first bytes; Assimp turns it into UTF-8.
-        const std::string bom = content.text(0, 2);
-        const bool utf16 = promise.kind == Kind::XML && (bom == "\xFF\xFE" || bom == "\xFE\xFF");
         // PLY may be in capitals, and XML need not say that it is.
         const bool vague =
             recognised.kind == Kind::UNKNOWN &&
             ((promise.kind == Kind::PLY && capitals(content.text(0, 3)) == "PLY") ||
              (promise.kind == Kind::XML && content.text(0, 512).find('<') != std::string::npos));
-        if (recognised.kind != promise.kind && !broken && !utf16 && !vague) refuse(promise.name);
+        if (recognised.kind != promise.kind && !broken && !vague) refuse(promise.name);
         return;
     }
     if (recognised.kind == Kind::OTHER)
@@ -142,9 +139,7 @@ void checkKind(const ModelSource& source, const Content& content, const Recognis
     // Formats that are text: a zero byte gives a stranger away.
     if (isOneOf({"obj", "gltf", "off", "nff", "ase", "ogex", "dae", "x3d"})) {
         const std::string head = content.text(0, 1024);
-        const bool utf = head.compare(0, 2, "\xFF\xFE") == 0 || head.compare(0, 2, "\xFE\xFF") == 0 ||
-                         head.compare(0, 4, "\0\0\xFE\xFF"sv) == 0;
-        if (!utf && head.find('\0') != std::string::npos)
+        if (head.find('\0') != std::string::npos)
             source.refuse(ImportCode::WRONG_CONTENT,
                           "a file of the format " + capitals(extension) + " is text, but this has zero bytes",
                           "byte " + std::to_string(head.find('\0')));

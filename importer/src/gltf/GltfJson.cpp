@@ -77,7 +77,8 @@ std::string GltfPlace::text() const {
 
 void refuseGltf(const ModelSource& source, ImportCode code, const std::string& what,
                 const std::string& place) {
-    source.refuse(code, what, place, std::string(infoOf(ImportCode::INVALID_MODEL).remedy));
+    const bool isBroken = code != ImportCode::UNSUPPORTED_FEATURE;
+    source.refuse(code, what, place, std::string(infoOf(isBroken ? ImportCode::INVALID_MODEL : code).remedy));
 }
 
 std::optional<std::uint64_t> wholeNumber(element value) {

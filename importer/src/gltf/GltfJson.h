@@ -92,7 +92,8 @@ private:
     std::optional<simdjson::dom::array> array(std::string_view name) const;
 };
 
-/// Refuses the document for what is wrong in a place. Whoever wrote it has to write it again, whatever the code.
+/// Refuses the document for what is wrong in a place. Whoever wrote it has to write it again, unless it only is not
+/// understood here.
 [[noreturn]] void refuseGltf(const ModelSource& source, ImportCode code, const std::string& what,
                              const std::string& place);
 

@@ -35,6 +35,10 @@ public:
         transforms = std::move(read.transforms);
         GltfMeshLosses losses;
         gltfMeshes = readMeshes(document, data, materials.size(), losses, notes);
+        for (const GltfMesh& mesh : gltfMeshes) {
+            for (const GltfPrimitive& primitive : mesh.primitives)
+                mayCrash = mayCrash || primitive.draco != nullptr;
+        }
         tree = readNodes(document, data, gltfMeshes.size(), options.scene);
         ready.resize(gltfMeshes.size());
         addMeshes();

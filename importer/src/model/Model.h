@@ -160,6 +160,8 @@ public:
     /// What no mesh takes along. A kind may come several times; both lists may grow with every mesh that is taken.
     std::vector<Dropped> dropped;
     std::vector<std::string> notes;
+    /// Whether taking a mesh runs a decoder that damaged data may crash. Such a model is read in a process of its own.
+    bool mayCrash = false;
 
     /// The box of the positions that primitives of the mesh use, in the mesh's own space; may be called before
     /// takeMesh(), not after. Positions that are not finite do not count.

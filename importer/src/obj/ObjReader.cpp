@@ -1,7 +1,6 @@
 #include "ObjReader.h"
 
 #include "../polygons/PolygonCutter.h"
-#include "../text/Utf16.h"
 #include "ObjFile.h"
 
 #include <kel/mesh/AttributeNames.h>
@@ -196,9 +195,7 @@ std::unique_ptr<Model> readObj(const ModelSource& source, const ImportOptions& o
                                ProgressReporter& progress) {
     progress.report("reading", 0.0);
     const Content content(source);
-    std::string_view text(content.data(), static_cast<std::size_t>(content.size()));
-    std::string converted;
-    if (isUtf16(text)) text = converted = utf8OfUtf16(text);
+    const std::string_view text(content.data(), static_cast<std::size_t>(content.size()));
     auto model = ObjModelMaker(readObjFile(source, text, progress), source, options).make();
     progress.report("reading", 1.0);
     return model;

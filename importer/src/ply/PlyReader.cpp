@@ -123,7 +123,8 @@ private:
         };
         const auto count = static_cast<std::size_t>(element.count);
         if (count > std::numeric_limits<std::uint32_t>::max())
-            source.refuse(ImportCode::UNSUPPORTED_FEATURE, "it has more vertices than 32 bits can number");
+            source.refuse(ImportCode::UNSUPPORTED_FEATURE, "it has more vertices than 32 bits can number",
+                          "header", "split the model");
         positions.reserve(3 * count);
         normals.reserve(normal.size() * count);
         texcoords.reserve(uv.size() * count);
