@@ -1,6 +1,5 @@
 import { gzipSync } from 'node:zlib';
 import { afterEach, describe, expect, test, vi } from 'vitest';
-import { TableHeader } from '../src/core/handles.js';
 import {
   decodeAttribute,
   fetchMeshes,
@@ -282,7 +281,6 @@ describe('a header that comes in pieces', () => {
     assembler.end();
     expect(steps).toBeGreaterThan(3);
     expect(assembler.header!.meshes.map((mesh) => mesh.id)).toEqual(parseSrc(BIG).meshes.map((mesh) => mesh.id));
-    expect(assembler.header).toBeInstanceOf(TableHeader);
   });
 
   test('is read though one of its entries is longer than a piece', () => {
@@ -297,6 +295,5 @@ describe('a header that comes in pieces', () => {
       ['n', 15],
     ]);
     expect((assembler.header!.meshes[1]!.metadata as { name: string }).name.length).toBe(300_000);
-    expect(assembler.header).toBeInstanceOf(TableHeader);
   });
 });

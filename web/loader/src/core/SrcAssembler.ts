@@ -1,12 +1,11 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
-import { compact } from './compact.js';
-import { checkChunks, headerFrom, headerTruncated, layoutFor, PREAMBLE_BYTES, readPreamble } from './header.js';
-import { TableScan } from './headerTable.js';
+import { pointerOf } from './faults.js';
+import { checkChunks, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
+import type { Arriving, Walking } from './headerWalk.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
-import type { Layout } from './layout.js';
-import type { SrcHeader, SrcMesh } from './model.js';
+import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
 import { SrcError } from './SrcError.js';
-import { gather } from './SrcFile.js';
+import { gather, lengthOf } from './SrcFile.js';
 
 /** Views share a block of memory up to this size, so that small meshes cost no allocation each. */
 const SHARED_BLOCK_BYTES = 256 * 1024;
@@ -37,23 +36,20 @@ export class SrcAssembler implements SrcBytes {
   header: SrcHeader | null = null;
   /** Bytes of the file so far. */
   received = 0;
-  /** Of the header, once that is complete. */
-  layout!: Layout;
 
   private readonly limits: ReadLimits;
   private front: Uint8Array = NO_BYTES; // until the preamble is there
   private headerLength: number | null = null;
-  private headerReceived = 0;
-  private text: Uint8Array<ArrayBuffer> = NO_BYTES;
-  private scan: TableScan | null = null;
+  private text: Arriving = { bytes: NO_BYTES, count: 0, length: 0 };
+  private reading: Walking<SrcHeader> | null = null;
 
   private blocks: Block[] = [];
   private held = 0;
   private blockOfChunk = new Int32Array(0);
   private placeOfChunk = new Float64Array(0); // in the block
   // Buffer views whose chunks do not lie together in memory, and their bytes once they were asked for.
-  private readonly scattered = new Map<number, Uint8Array<ArrayBuffer> | null>();
-  private incoming = new Int32Array(0); // chunks with bytes, by place in the file
+  private readonly scattered = new Map<SrcBufferView, Uint8Array<ArrayBuffer> | null>();
+  private incoming: SrcChunk[] = []; // those with bytes that are wanted, by place in the file
   private nextChunk = 0;
   private meshes: SrcMesh[] = []; // by where their last byte lies
   private ends = new Float64Array(0); // beside meshes
@@ -100,39 +96,37 @@ export class SrcAssembler implements SrcBytes {
       this.front = NO_BYTES;
       bytes = front.subarray(PREAMBLE_BYTES);
     }
-    const length = this.headerLength;
-    const taken = bytes.subarray(0, length - this.headerReceived);
-    const text = this.headerRoom(this.headerReceived + taken.length);
-    text.set(taken, this.headerReceived);
-    this.headerReceived += taken.length;
-    if (text.length === length) {
-      this.scan ??= new TableScan(text, this.limits);
-      let state = this.scan.advance(this.headerReceived);
-      for (; state === 'more'; state = this.scan.advance(this.headerReceived)) yield;
+    const { text } = this;
+    text.length = this.headerLength;
+    const taken = bytes.subarray(0, text.length - text.count);
+    this.makeRoom(text.count + taken.length);
+    text.bytes.set(taken, text.count);
+    text.count += taken.length;
+    this.reading ??= readingHeader(text, this.limits);
+    for (;;) {
+      const { done, value } = this.reading.next();
+      if (done) {
+        this.header = value;
+        break;
+      }
+      if (value === 'hungry') return;
+      yield;
     }
-    if (this.headerReceived < length) return;
+    this.text = { bytes: NO_BYTES, count: 0, length: 0 };
+    this.reading = null;
     yield;
-    const { table } = this.scan!;
-    if (table) yield* compact(table);
-    this.header = headerFrom(table, text, this.limits);
-    this.text = NO_BYTES;
-    this.scan = null;
-    yield;
-    this.layout = layoutFor(this.header);
-    this.plan(this.header);
-    yield;
+    yield* this.plan(this.header);
     this.received -= bytes.length - taken.length; // counted again
     if (bytes.length > taken.length) yield* this.pushing(bytes.subarray(taken.length));
   }
 
-  /** The header's text so far, with room for the first `count` bytes. */
-  private headerRoom(count: number): Uint8Array<ArrayBuffer> {
-    if (this.text.length < count) {
-      const old = this.text;
-      this.text = new Uint8Array(Math.min(this.headerLength!, Math.max(count, TRUSTED_BLOCK_BYTES, 2 * old.length)));
-      this.text.set(old);
-    }
-    return this.text;
+  /** In the header's text, for its first `count` bytes. */
+  private makeRoom(count: number): void {
+    const old = this.text.bytes;
+    if (old.length >= count) return;
+    const room = Math.min(this.headerLength!, Math.max(count, TRUSTED_BLOCK_BYTES, 2 * old.length));
+    this.text.bytes = new Uint8Array(room);
+    this.text.bytes.set(old);
   }
 
   /** Says that no more bytes will come. Throws SrcError when some are missing. */
@@ -158,33 +152,27 @@ export class SrcAssembler implements SrcBytes {
     return arrays;
   }
 
-  blockOf(view: number): Uint8Array<ArrayBuffer> {
-    const { viewFirst, viewChunks } = this.layout;
+  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
     const known = this.scattered.size > 0 ? this.scattered.get(view) : undefined;
     if (known) return known;
-    const first = viewFirst[view]!,
-      end = viewFirst[view + 1]!;
-    if (known === undefined) return first === end ? NO_BYTES : this.bytesIn(this.blockOfChunk[viewChunks[first]!]!);
-    let length = 0;
-    for (let i = first; i < end; ++i) length += this.layout.chunkLength[viewChunks[i]!]!;
+    const [first] = view.chunks;
+    if (known === undefined) return first ? this.bytesIn(this.blockOfChunk[first.index]!) : NO_BYTES;
+    const length = lengthOf(view);
     if (length > this.limits.memoryBytes - this.held) throw this.tooMuch(length);
-    const pieces: Uint8Array[] = [];
-    for (let i = first; i < end; ++i) {
-      const chunk = viewChunks[i]!;
-      const place = this.placeOfChunk[chunk]!;
-      const block = this.bytesIn(this.blockOfChunk[chunk]!);
-      pieces.push(block.subarray(place, place + this.layout.chunkLength[chunk]!));
-    }
     this.held += length;
+    const pieces = view.chunks.map(({ index, byteLength }) => {
+      const place = this.placeOfChunk[index]!;
+      return this.bytesIn(this.blockOfChunk[index]!).subarray(place, place + byteLength);
+    });
     const bytes = gather(pieces);
     this.scattered.set(view, bytes);
     return bytes;
   }
 
-  startOf(view: number): number {
+  startOf(view: SrcBufferView): number {
     if (this.scattered.size > 0 && this.scattered.has(view)) return 0;
-    const { viewFirst, viewChunks } = this.layout;
-    return viewFirst[view] === viewFirst[view + 1] ? 0 : this.placeOfChunk[viewChunks[viewFirst[view]!]!]!;
+    const [first] = view.chunks;
+    return first ? this.placeOfChunk[first.index]! : 0;
   }
 
   private bytesIn(block: number): Uint8Array<ArrayBuffer> {
@@ -196,62 +184,52 @@ export class SrcAssembler implements SrcBytes {
   }
 
   /** Decides where every chunk will lie in memory, and in which order meshes become complete. */
-  private plan(header: SrcHeader): void {
+  private *plan(header: SrcHeader): Generator<void, void> {
     checkChunks(header, header.dataBytes); // a view that repeats chunks would be longer than all data
-    const { chunkOffset, chunkLength, viewFirst, viewChunks, meshFirst, meshViews } = this.layout;
+    const { chunks } = header;
     const byPlace = sortedBy(
-      chunkOffset,
-      numbersTo(chunkOffset.length).filter((chunk) => chunkLength[chunk]! > 0),
+      chunks.filter((chunk) => chunk.byteLength > 0),
+      (chunk) => chunk.byteOffset,
     );
     for (let i = 1; i < byPlace.length; ++i) {
       const before = byPlace[i - 1]!,
-        after = byPlace[i]!;
-      if (chunkOffset[after]! < chunkOffset[before]! + chunkLength[before]!) {
-        throw new SrcError('STREAM_OVERLAP', {
-          byteOffset: header.dataOffset + chunkOffset[after]!,
-          path: `/bufferChunks/${header.chunks[after]!.id}`,
-        });
-      }
+        { byteOffset, id } = byPlace[i]!;
+      if (byteOffset >= before.byteOffset + before.byteLength) continue;
+      throw new SrcError('STREAM_OVERLAP', {
+        byteOffset: header.dataOffset + byteOffset,
+        path: pointerOf(['bufferChunks', id]),
+      });
     }
+    yield;
 
-    const viewCount = viewFirst.length - 1;
-    const viewEnds = new Float64Array(viewCount).fill(-1); // -1: nobody wants it
+    const viewEnds = new Float64Array(header.bufferViews.length).fill(-1); // -1: nobody wants it
+    const used: SrcBufferView[] = [];
     const wanted = this.select ? this.select(header) : header.meshes;
-    const ends = new Float64Array(wanted.length);
-    const usedViews = new Int32Array(viewCount);
-    let usedCount = 0;
-    for (let rank = 0; rank < wanted.length; ++rank) {
-      const { index } = wanted[rank]!;
+    const endOf = new Map<SrcMesh, number>();
+    for (const mesh of wanted) {
       let end = 0;
-      for (let i = meshFirst[index]!; i < meshFirst[index + 1]!; ++i) {
-        const view = meshViews[i]!;
-        if (viewEnds[view]! < 0) {
-          let viewEnd = 0;
-          for (let k = viewFirst[view]!; k < viewFirst[view + 1]!; ++k) {
-            const chunk = viewChunks[k]!;
-            if (chunkLength[chunk]! > 0) viewEnd = Math.max(viewEnd, chunkOffset[chunk]! + chunkLength[chunk]!);
-          }
-          viewEnds[view] = viewEnd;
-          usedViews[usedCount++] = view;
+      for (const view of buffersOf(mesh)) {
+        if (viewEnds[view.index]! < 0) {
+          viewEnds[view.index] = view.chunks.reduce((last, c) => Math.max(last, endOfChunk(c)), 0);
+          used.push(view);
         }
-        end = Math.max(end, viewEnds[view]!);
+        end = Math.max(end, viewEnds[view.index]!);
       }
-      ends[rank] = end;
+      endOf.set(mesh, end);
     }
-    const ranks = sortedBy(ends, numbersTo(wanted.length));
-    this.meshes = Array.from(ranks, (rank) => wanted[rank]!);
-    this.ends = Float64Array.from(ranks, (rank) => ends[rank]!);
+    this.meshes = sortedBy([...wanted], (mesh) => endOf.get(mesh)!);
+    this.ends = Float64Array.from(this.meshes, (mesh) => endOf.get(mesh)!);
     this.dataEnd = this.ends[this.ends.length - 1] ?? 0;
+    yield;
 
     let sharedBlock = -1,
       sharedUsed = 0;
     const { blocks } = this;
-    const blockOfChunk = (this.blockOfChunk = new Int32Array(chunkOffset.length).fill(-1));
-    const placeOfChunk = (this.placeOfChunk = new Float64Array(chunkOffset.length));
+    const blockOfChunk = (this.blockOfChunk = new Int32Array(chunks.length).fill(-1));
+    const placeOfChunk = (this.placeOfChunk = new Float64Array(chunks.length));
     /** Gives chunks of a list, together, their room. */
-    const put = (list: Int32Array, from: number, to: number) => {
-      let size = 0;
-      for (let i = from; i < to; ++i) size += chunkLength[list[i]!]!;
+    const put = (list: SrcChunk[]) => {
+      const size = list.reduce((sum, chunk) => sum + chunk.byteLength, 0);
       const padded = Math.ceil(size / ALIGNMENT) * ALIGNMENT;
       let block = 0,
         place = 0;
@@ -267,34 +245,29 @@ export class SrcAssembler implements SrcBytes {
         sharedUsed += padded;
         blocks[block]!.capacity = sharedUsed;
       }
-      for (let i = from; i < to; ++i) {
-        blockOfChunk[list[i]!] = block;
-        placeOfChunk[list[i]!] = place;
-        place += chunkLength[list[i]!]!;
+      for (const { index, byteLength } of list) {
+        blockOfChunk[index] = block;
+        placeOfChunk[index] = place;
+        place += byteLength;
       }
     };
-    for (const view of sortedBy(viewEnds, usedViews.subarray(0, usedCount))) {
-      const from = viewFirst[view]!,
-        to = viewFirst[view + 1]!;
-      let fresh = true;
-      for (let i = from; i < to; ++i) fresh &&= blockOfChunk[viewChunks[i]!] === -1;
-      if (fresh && (to - from <= 1 || new Set(viewChunks.subarray(from, to)).size === to - from)) {
-        put(viewChunks, from, to);
+    for (const view of sortedBy(used, ({ index }) => viewEnds[index]!)) {
+      const { length } = view.chunks;
+      const isFresh = view.chunks.every((chunk) => blockOfChunk[chunk.index] === -1);
+      if (isFresh && (length <= 1 || new Set(view.chunks).size === length)) {
+        put(view.chunks);
         continue;
       }
       // Chunks that several views use, or one view twice.
-      if (to - from > 1) this.scattered.set(view, null);
-      for (let i = from; i < to; ++i) if (blockOfChunk[viewChunks[i]!] === -1) put(viewChunks, i, i + 1);
+      if (length > 1) this.scattered.set(view, null);
+      for (const chunk of view.chunks) if (blockOfChunk[chunk.index] === -1) put([chunk]);
     }
-    this.incoming = byPlace.filter((chunk) => blockOfChunk[chunk] !== -1);
+    this.incoming = byPlace.filter((chunk) => blockOfChunk[chunk.index] !== -1);
+    yield;
 
-    for (let rank = 0; rank < this.meshes.length; ++rank) {
-      const { index } = this.meshes[rank]!;
-      for (let i = meshFirst[index]!; i < meshFirst[index + 1]!; ++i) {
-        const view = meshViews[i]!;
-        for (let k = viewFirst[view]!; k < viewFirst[view + 1]!; ++k) {
-          blocks[blockOfChunk[viewChunks[k]!]!]!.usesEnd = rank + 1; // ranks rise
-        }
+    for (const [rank, mesh] of this.meshes.entries()) {
+      for (const view of buffersOf(mesh)) {
+        for (const { index } of view.chunks) blocks[blockOfChunk[index]!]!.usesEnd = rank + 1; // ranks rise
       }
     }
     this.releases = [...blocks].sort((a, b) => a.usesEnd - b.usesEnd);
@@ -303,16 +276,15 @@ export class SrcAssembler implements SrcBytes {
   private place(bytes: Uint8Array): void {
     const end = this.received - this.header!.dataOffset;
     const start = end - bytes.length;
-    const { chunkOffset, chunkLength } = this.layout;
     while (this.nextChunk < this.incoming.length) {
       const chunk = this.incoming[this.nextChunk]!;
-      const chunkStart = chunkOffset[chunk]!;
-      const chunkEnd = chunkStart + chunkLength[chunk]!;
+      const chunkStart = chunk.byteOffset;
+      const chunkEnd = endOfChunk(chunk);
       if (chunkStart >= end) break;
       const from = Math.max(start, chunkStart),
         to = Math.min(end, chunkEnd);
-      const at = this.placeOfChunk[chunk]! + from - chunkStart;
-      const block = this.blocks[this.blockOfChunk[chunk]!]!;
+      const at = this.placeOfChunk[chunk.index]! + from - chunkStart;
+      const block = this.blocks[this.blockOfChunk[chunk.index]!]!;
       copyInto(this.reserve(block, at + to - from), at, bytes, from - start, to - start);
       if (chunkEnd > end) break;
       ++this.nextChunk;
@@ -346,16 +318,21 @@ function copyInto(target: Uint8Array, at: number, source: Uint8Array, from: numb
   for (let i = from; i < to; ++i) target[at++] = source[i]!;
 }
 
-function numbersTo(count: number): Int32Array {
-  const numbers = new Int32Array(count);
-  for (let i = 0; i < count; ++i) numbers[i] = i;
-  return numbers;
+function endOfChunk({ byteOffset, byteLength }: SrcChunk): number {
+  return byteLength > 0 ? byteOffset + byteLength : 0;
 }
 
-/** Places sorted by their values; those with equal values stay in order. Most come in order. */
-function sortedBy(values: Float64Array, places: Int32Array): Int32Array {
-  for (let i = 1; i < places.length; ++i) {
-    if (values[places[i - 1]!]! > values[places[i]!]!) return places.sort((a, b) => values[a]! - values[b]!);
+/** Where a mesh's bytes lie. */
+export function buffersOf({ indices, attributes }: SrcMesh): SrcBufferView[] {
+  const views = attributes.map(({ view }) => view.bufferView);
+  if (indices) views.push(indices.bufferView);
+  return views;
+}
+
+/** Those with equal keys stay in order. Most come in order. */
+function sortedBy<T>(list: T[], keyOf: (item: T) => number): T[] {
+  for (let i = 1; i < list.length; ++i) {
+    if (keyOf(list[i - 1]!) > keyOf(list[i]!)) return list.sort((a, b) => keyOf(a) - keyOf(b));
   }
-  return places;
+  return list;
 }

@@ -1,16 +1,14 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
-import { checkChunks, headerTruncated, layoutFor, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { checkChunks, headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
-import type { Layout } from './layout.js';
-import type { SrcHeader, SrcMesh } from './model.js';
+import type { SrcBufferView, SrcHeader, SrcMesh } from './model.js';
 
 /** A whole file in memory. Its arrays are views of the given bytes wherever their place allows. */
 export class SrcFile implements SrcBytes {
   readonly header: SrcHeader;
-  readonly layout: Layout;
   private readonly data: Uint8Array<ArrayBuffer>;
   private readonly limits: ReadLimits;
-  private readonly gathered = new Map<number, Uint8Array<ArrayBuffer>>();
+  private readonly gathered = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
   private gatheredBytes = 0;
   private byId: Map<string, SrcMesh> | null = null;
 
@@ -22,7 +20,6 @@ export class SrcFile implements SrcBytes {
     const rest = bytes.length - PREAMBLE_BYTES;
     if (length > rest) throw headerTruncated(length, rest);
     this.header = readHeader(bytes.subarray(PREAMBLE_BYTES, PREAMBLE_BYTES + length), this.limits);
-    this.layout = layoutFor(this.header);
     this.data = bytes.subarray(PREAMBLE_BYTES + length);
     checkChunks(this.header, this.data.length);
   }
@@ -40,29 +37,18 @@ export class SrcFile implements SrcBytes {
     return meshArrays(mesh, this);
   }
 
-  blockOf(view: number): Uint8Array<ArrayBuffer> {
-    return this.offsetOf(view) >= 0 ? this.data : this.gatheredView(view);
+  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
+    return view.dataOffset >= 0 ? this.data : this.gatheredView(view);
   }
-  startOf(view: number): number {
-    return Math.max(0, this.offsetOf(view));
-  }
-
-  /** Where a view's bytes lie in the data; -1 when they lie in pieces. */
-  private offsetOf(view: number): number {
-    return this.layout.viewOffset[view]!;
+  startOf(view: SrcBufferView): number {
+    return Math.max(0, view.dataOffset);
   }
 
-  private gatheredView(view: number): Uint8Array<ArrayBuffer> {
+  private gatheredView(view: SrcBufferView): Uint8Array<ArrayBuffer> {
     let bytes = this.gathered.get(view);
     if (!bytes) {
-      const pieces: Uint8Array[] = [];
-      const { viewFirst, viewChunks, chunkOffset, chunkLength } = this.layout;
-      for (let i = viewFirst[view]!; i < viewFirst[view + 1]!; ++i) {
-        const at = chunkOffset[viewChunks[i]!]!,
-          length = chunkLength[viewChunks[i]!]!;
-        this.gatheredBytes += length;
-        pieces.push(this.data.subarray(at, at + length));
-      }
+      const pieces = view.chunks.map((c) => this.data.subarray(c.byteOffset, c.byteOffset + c.byteLength));
+      this.gatheredBytes += lengthOf(view);
       if (this.gatheredBytes > this.limits.memoryBytes) {
         throw exceeds('memoryBytes', this.gatheredBytes, this.limits.memoryBytes);
       }
@@ -71,6 +57,11 @@ export class SrcFile implements SrcBytes {
     }
     return bytes;
   }
+}
+
+/** Of all chunks of a view. */
+export function lengthOf(view: SrcBufferView): number {
+  return view.chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0);
 }
 
 /** Pieces in one block. */

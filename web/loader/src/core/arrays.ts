@@ -1,5 +1,3 @@
-import { partsOf } from './handles.js';
-import type { Layout } from './layout.js';
 import { isCombined } from './model.js';
 import {
   BYTE,
@@ -10,6 +8,7 @@ import {
   UNSIGNED_SHORT,
   type SrcAttribute,
   type SrcAttributeView,
+  type SrcBufferView,
   type SrcIndexView,
   type SrcMesh,
 } from './model.js';
@@ -25,12 +24,11 @@ export type TypedArray =
 
 export type IndexArray = Uint8Array<ArrayBuffer> | Uint16Array<ArrayBuffer> | Uint32Array<ArrayBuffer>;
 
-/** Where the bytes of buffer views are found, by the views' places among all. */
+/** Where the bytes of buffer views are found. */
 export interface SrcBytes {
-  readonly layout: Layout;
   /** A block that holds the stored bytes of a view, from startOf(view) on. */
-  blockOf(view: number): Uint8Array<ArrayBuffer>;
-  startOf(view: number): number;
+  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer>;
+  startOf(view: SrcBufferView): number;
 }
 
 /**
@@ -85,12 +83,11 @@ function slot(bytes: Uint8Array, at: number): number {
   return bytes[at]! | (bytes[at + 1]! << 8) | (bytes[at + 2]! << 16);
 }
 
-function attributeArray(attribute: SrcAttribute, buffer: number, source: SrcBytes): AttributeArray {
+function attributeArray(attribute: SrcAttribute, source: SrcBytes): AttributeArray {
   const { name, view, fit } = attribute;
   const { components, count, byteStride, byteOffset, componentType } = view;
-  const bytes = source.blockOf(buffer);
-  const viewStart = source.startOf(buffer);
-  const from = viewStart + byteOffset; // in the block
+  const bytes = source.blockOf(view.bufferView);
+  const from = source.startOf(view.bufferView) + byteOffset; // in the block
   let array: TypedArray | null = null;
   let stride = components,
     values = false,
@@ -111,7 +108,7 @@ function attributeArray(attribute: SrcAttribute, buffer: number, source: SrcByte
     const packed = components * size;
     const whole = count * byteStride;
     // The last element's gap may be cut off; then the elements are packed instead.
-    if (byteStride % size === 0 && (byteStride === packed || byteOffset + whole <= source.layout.viewStored[buffer]!)) {
+    if (byteStride % size === 0 && (byteStride === packed || byteOffset + whole <= view.bufferView.storedBytes)) {
       const start = bytes.byteOffset + from;
       stride = byteStride / size;
       copied = start % size !== 0;
@@ -131,9 +128,9 @@ function attributeArray(attribute: SrcAttribute, buffer: number, source: SrcByte
   return { name, array, stride, components, count, view, fit, combined, values, copied };
 }
 
-function indexArray(view: SrcIndexView, buffer: number, source: SrcBytes): IndexArray {
-  const bytes = source.blockOf(buffer);
-  const from = source.startOf(buffer) + view.byteOffset;
+function indexArray(view: SrcIndexView, source: SrcBytes): IndexArray {
+  const bytes = source.blockOf(view.bufferView);
+  const from = source.startOf(view.bufferView) + view.byteOffset;
   const Type =
     view.componentType === UNSIGNED_BYTE
       ? Uint8Array
@@ -147,13 +144,12 @@ function indexArray(view: SrcIndexView, buffer: number, source: SrcBytes): Index
 
 /** A mesh's numbers as typed arrays on the bytes, copied only where their place in memory does not suit. */
 export function meshArrays(mesh: SrcMesh, source: SrcBytes): MeshArrays {
-  const { indices, attributes } = partsOf(mesh);
-  const { meshFirst, meshViews } = source.layout;
-  let buffer = meshFirst[mesh.index]!;
-  const numbers = indices && indexArray(indices, meshViews[buffer++]!, source);
-  const arrays: AttributeArray[] = [];
-  for (const attribute of attributes) arrays.push(attributeArray(attribute, meshViews[buffer++]!, source));
-  return { mesh, indices: numbers, attributes: arrays };
+  const { indices, attributes } = mesh;
+  return {
+    mesh,
+    indices: indices && indexArray(indices, source),
+    attributes: attributes.map((attribute) => attributeArray(attribute, source)),
+  };
 }
 
 /**

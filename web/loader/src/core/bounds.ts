@@ -1,4 +1,4 @@
-import { isCombined } from './model.js';
+import { positionOf } from './model.js';
 import type { SrcBox, SrcMesh, SrcOrigin } from './model.js';
 import { betweenOrigins } from './origin.js';
 
@@ -25,7 +25,7 @@ export function boundsOf(
   if (drawnBounds) return { min: moved(drawnBounds.min), max: moved(drawnBounds.max) };
   if (!mesh.bounds) return null;
   const { center, size } = mesh.bounds;
-  const fit = (mesh.attributes.find((a) => a.name === 'position') ?? mesh.attributes.find(isCombined))?.fit;
+  const fit = positionOf(mesh)?.fit;
   const min: [number, number, number] = [0, 0, 0],
     max: [number, number, number] = [0, 0, 0];
   for (let axis = 0; axis < 3; ++axis) {

@@ -1,12 +1,11 @@
 import { meshArrays, type MeshArrays } from './arrays.js';
-import { headerTruncated, layoutFor, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
-import type { Layout } from './layout.js';
-import type { SrcHeader, SrcMesh } from './model.js';
+import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
 import { Slices } from './slices.js';
-import { SrcAssembler } from './SrcAssembler.js';
+import { buffersOf, SrcAssembler } from './SrcAssembler.js';
 import { SrcError } from './SrcError.js';
-import { gather } from './SrcFile.js';
+import { gather, lengthOf } from './SrcFile.js';
 
 export interface FetchOptions {
   signal?: AbortSignal;
@@ -182,13 +181,13 @@ interface Run {
 }
 
 /** The run of each chunk; chunks without bytes have none. */
-function runsOf(chunks: Iterable<number>, { chunkOffset, chunkLength }: Layout): Map<number, Run> {
-  const runs = new Map<number, Run>();
-  const sorted = [...chunks].filter((c) => chunkLength[c]! > 0).sort((a, b) => chunkOffset[a]! - chunkOffset[b]!);
+function runsOf(chunks: SrcChunk[]): Map<SrcChunk, Run> {
+  const runs = new Map<SrcChunk, Run>();
+  const sorted = chunks.filter((chunk) => chunk.byteLength > 0).sort((a, b) => a.byteOffset - b.byteOffset);
   let last: Run | null = null;
   for (const chunk of sorted) {
-    const start = chunkOffset[chunk]!;
-    const end = start + chunkLength[chunk]!;
+    const start = chunk.byteOffset;
+    const end = start + chunk.byteLength;
     if (last && start - last.end < WORTHWHILE_GAP_BYTES) last.end = Math.max(last.end, end);
     else last = { start, end, bytes: new Uint8Array(0) };
     runs.set(chunk, last);
@@ -273,16 +272,8 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   }
   const header = readHeader(start.subarray(PREAMBLE_BYTES, headerEnd), limits);
   const wanted = select(header);
-  const layout = layoutFor(header);
-  const buffers = new Set<number>();
-  for (const { index } of wanted) {
-    const views = layout.meshViews.subarray(layout.meshFirst[index], layout.meshFirst[index + 1]);
-    for (const view of views) buffers.add(view);
-  }
-  const chunksOf = (view: number) => [
-    ...layout.viewChunks.subarray(layout.viewFirst[view], layout.viewFirst[view + 1]),
-  ];
-  const runOf = runsOf([...buffers].flatMap(chunksOf), layout);
+  const buffers = new Set(wanted.flatMap(buffersOf));
+  const runOf = runsOf([...buffers].flatMap((view) => view.chunks));
   const runs = [...new Set(runOf.values())];
   const total = runs.reduce((sum, run) => sum + run.end - run.start, 0);
   if (total > limits.memoryBytes) throw exceeds('memoryBytes', total, limits.memoryBytes);
@@ -323,21 +314,20 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
 
   // Views are copied out of the runs, so that a mesh does not keep its neighbours' bytes, and to where typed
   // arrays can lie on them.
-  const views = new Map<number, Uint8Array<ArrayBuffer>>();
-  const bytesOfChunk = (chunk: number): Uint8Array => {
+  const views = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
+  const bytesOf = (chunk: SrcChunk): Uint8Array => {
     const run = runOf.get(chunk);
     if (!run) return new Uint8Array(0);
-    const at = layout.chunkOffset[chunk]! - run.start;
-    return run.bytes.subarray(at, at + layout.chunkLength[chunk]!);
+    const at = chunk.byteOffset - run.start;
+    return run.bytes.subarray(at, at + chunk.byteLength);
   };
   let held = 0;
   for (const view of buffers) {
-    const chunks = chunksOf(view);
-    held += chunks.reduce((sum, chunk) => sum + layout.chunkLength[chunk]!, 0);
+    held += lengthOf(view);
     if (held > limits.memoryBytes) throw exceeds('memoryBytes', held, limits.memoryBytes);
-    views.set(view, gather(chunks.map(bytesOfChunk)));
+    views.set(view, gather(view.chunks.map(bytesOf)));
   }
-  const source = { layout, blockOf: (view: number) => views.get(view)!, startOf: () => 0 };
+  const source = { blockOf: (view: SrcBufferView) => views.get(view)!, startOf: () => 0 };
   for (const mesh of wanted) meshes.set(mesh.id, meshArrays(mesh, source));
   return { header, meshes };
 }

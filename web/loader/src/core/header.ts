@@ -1,11 +1,10 @@
+import { Fault, pointerOf, textFault } from './faults.js';
+import { joined } from './headerJoin.js';
+import { HeaderSections } from './headerSections.js';
+import type { Arriving, Walking } from './headerWalk.js';
 import { exceeds, type ReadLimits } from './limits.js';
-import { TableHeader } from './handles.js';
-import { readTable } from './headerTable.js';
-import { pointerOf, readTree } from './headerTree.js';
-import { layoutOf, type Layout } from './layout.js';
 import type { SrcHeader } from './model.js';
 import { SrcError } from './SrcError.js';
-import type { HeaderTable } from './table.js';
 
 export const PREAMBLE_BYTES = 12;
 
@@ -53,27 +52,45 @@ export function headerTruncated(length: number, there: number): SrcError {
   });
 }
 
-/** Reads and checks a header; `text` must not change afterwards. Throws SrcError. */
-export function readHeader(text: Uint8Array, limits: ReadLimits): SrcHeader {
-  return headerFrom(readTable(text, limits), text, limits);
-}
-
-/** The header of a table, or else what the plain reader says to it. Throws SrcError. */
-export function headerFrom(table: HeaderTable | null, text: Uint8Array, limits: ReadLimits): SrcHeader {
-  return table ? new TableHeader(table, PREAMBLE_BYTES + text.length) : readTree(text, PREAMBLE_BYTES, limits);
-}
-
-const layouts = new WeakMap<SrcHeader, Layout>();
-
-/** Where a header's bytes lie. */
-export function layoutFor(header: SrcHeader): Layout {
-  if (header instanceof TableHeader) return header.table.layout;
-  let layout = layouts.get(header);
-  if (!layout) {
-    layout = layoutOf(header);
-    layouts.set(header, layout);
+/**
+ * Reads and checks a header while its text arrives, in steps of about a millisecond. What is wrong with it is said when
+ * all of it is there. Throws SrcError.
+ */
+export function* readingHeader(text: Arriving, limits: ReadLimits): Walking<SrcHeader> {
+  try {
+    return yield* reading(text, limits);
+  } catch (fault) {
+    if (!(fault instanceof Fault)) throw fault;
+    while (text.count < text.length) yield 'hungry';
+    const bytes = text.bytes.subarray(0, text.length);
+    throw (textFault(bytes) ?? firstFault(text, limits) ?? fault).in(bytes, PREAMBLE_BYTES);
   }
-  return layout;
+}
+
+function* reading(text: Arriving, limits: ReadLimits, oneByOne = false): Walking<SrcHeader> {
+  const sections = new HeaderSections(text, limits, oneByOne);
+  yield* sections.read();
+  return yield* joined(sections, PREAMBLE_BYTES + text.length);
+}
+
+/** Entries that are read together hide which of their faults comes first. */
+function firstFault(text: Arriving, limits: ReadLimits): Fault | null {
+  try {
+    for (const work = reading(text, limits, true); !work.next().done;);
+  } catch (fault) {
+    if (fault instanceof Fault) return fault;
+    throw fault;
+  }
+  return null;
+}
+
+/** The same for a text that is there. */
+export function readHeader(bytes: Uint8Array, limits: ReadLimits): SrcHeader {
+  const work = readingHeader({ bytes, count: bytes.length, length: bytes.length }, limits);
+  for (;;) {
+    const { done, value } = work.next();
+    if (done) return value;
+  }
 }
 
 /**
@@ -81,22 +98,20 @@ export function layoutFor(header: SrcHeader): Layout {
  * behind it.
  */
 export function checkChunks(header: SrcHeader, dataBytes: number): void {
-  const { chunkOffset, chunkLength, viewStored } = layoutFor(header);
-  for (let chunk = 0; chunk < chunkOffset.length; ++chunk) {
-    const at = chunkOffset[chunk]!,
-      length = chunkLength[chunk]!;
-    if (at + length <= dataBytes) continue;
+  for (const { id, byteOffset, byteLength } of header.chunks) {
+    if (byteOffset + byteLength <= dataBytes) continue;
     throw new SrcError('CHUNK_PAST_END', {
       byteOffset: header.dataOffset + dataBytes,
-      path: pointerOf(['bufferChunks', header.chunks[chunk]!.id]),
-      detail: `${length} bytes from byte ${at} of ${dataBytes}`,
+      path: pointerOf(['bufferChunks', id]),
+      detail: `${byteLength} bytes from byte ${byteOffset} of ${dataBytes}`,
     });
   }
-  for (let view = 0; view < viewStored.length; ++view) {
-    if (viewStored[view]! <= dataBytes) continue;
+  // Against the end of the last chunk, which a stream knows too, and not against what may follow it.
+  for (const { id, storedBytes } of header.bufferViews) {
+    if (storedBytes <= header.dataBytes) continue;
     throw new SrcError('REPEATED_CHUNKS', {
-      path: pointerOf(['bufferViews', header.bufferViews[view]!.id]),
-      detail: `${viewStored[view]} of ${dataBytes} bytes`,
+      path: pointerOf(['bufferViews', id]),
+      detail: `${storedBytes} of ${header.dataBytes} bytes`,
     });
   }
 }

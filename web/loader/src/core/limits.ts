@@ -5,7 +5,7 @@ import { SrcError } from './SrcError.js';
  * taken for it.
  */
 export interface ReadLimits {
-  /** Length of the JSON header. Browsers cannot hold texts of 512 MiB and more. */
+  /** Length of the JSON header. */
   headerBytes: number;
   /** Bytes of the data section that are copied: all of them in a stream, the unaligned ones in a block. */
   memoryBytes: number;
@@ -13,16 +13,16 @@ export interface ReadLimits {
   entries: number;
   /** Characters of one ID or attribute name. */
   stringLength: number;
-  /** Nesting of objects and lists in the header. */
+  /** Nesting of objects and lists in the header. Writers let metadata nest up to 100 deep. */
   depth: number;
 }
 
 export const DEFAULT_LIMITS: Readonly<ReadLimits> = {
-  headerBytes: 256 * 2 ** 20,
+  headerBytes: 512 * 2 ** 20,
   memoryBytes: 4 * 2 ** 30,
   entries: 16 * 2 ** 20,
   stringLength: 64 * 2 ** 10,
-  depth: 64,
+  depth: 128,
 };
 
 export function limitsFrom(limits: Partial<ReadLimits> | undefined): ReadLimits {

@@ -1,10 +1,13 @@
 /**
- * What an SRC file says about itself. Sizes and offsets are in bytes. Of large headers most is read from their text when
- * it is asked for, so take these as read-only: copies by spreading or structuredClone miss what was not asked for.
+ * What an SRC file says about itself. Sizes and offsets are in bytes. Take these as read-only: equal parts are shared.
  */
 
 export type JsonValue = null | boolean | number | string | JsonValue[] | { [key: string]: JsonValue };
 export type JsonObject = { [key: string]: JsonValue };
+
+export function isObject(value: unknown): value is JsonObject {
+  return typeof value === 'object' && value !== null && !Array.isArray(value);
+}
 
 /** WebGL's component types. */
 export const BYTE = 5120;
@@ -89,7 +92,10 @@ export interface SrcTechnique {
 export interface SrcMaterial {
   id: string;
   technique: SrcTechnique | null;
+  /** One object for all materials that are written alike. */
   values: JsonObject;
+  /** The same number for materials of one technique and the same values. */
+  look: number;
 }
 
 /** original = value * scale + offset, per component. */
@@ -153,7 +159,7 @@ export interface SrcMesh {
 /** A header, taken apart and checked: IDs resolve, views lie inside their bytes, counts and offsets fit together. */
 export interface SrcHeader {
   metadata: JsonValue;
-  /** In the order in which they were written when IDs are numbered, else in the order of the header. */
+  /** In the order in which they were written when IDs are numbered behind one prefix, else as the header has them. */
   meshes: SrcMesh[];
   /** The origin that meshes share as a rule: of the first one that has any; null when none has. */
   origin: SrcOrigin | null;
@@ -175,4 +181,18 @@ export const COMBINED = 'pos3us_nor2ub_oct';
 export function isCombined(attribute: Omit<SrcAttribute, 'fit'>): boolean {
   const { view } = attribute;
   return attribute.name === COMBINED && view.componentType === UNSIGNED_SHORT && view.components === 4;
+}
+
+/** What a mesh's positions are read from. */
+export function positionOf<A extends Omit<SrcAttribute, 'fit'>>({ attributes }: { attributes: A[] }): A | undefined {
+  return attributes.find((a) => a.name === 'position') ?? attributes.find(isCombined);
+}
+
+/** The "name" in a mesh's metadata; "" when there is none, or none that is a text. */
+export function titleOf({ metadata }: SrcMesh): string {
+  return isObject(metadata) && typeof metadata.name === 'string' ? metadata.name : '';
+}
+
+export function isTriangles({ drawnAs }: SrcMesh): boolean {
+  return drawnAs >= TRIANGLES;
 }

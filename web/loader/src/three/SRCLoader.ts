@@ -11,13 +11,13 @@ import {
 import type { MeshArrays } from '../core/arrays.js';
 import { arrivals, fetchMeshes, type FetchOptions } from '../core/fetch.js';
 import type { ReadLimits } from '../core/limits.js';
-import { POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
+import { isTriangles, POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
 import { betweenOrigins } from '../core/origin.js';
 import { Slices } from '../core/slices.js';
 import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
 import { Batcher, type BatchData } from './batches.js';
-import { geometryOf, isTriangles } from './geometry.js';
+import { geometryOf } from './geometry.js';
 import { DEFAULT_MATERIAL_OPTIONS, MaterialTable, type MaterialOptions } from './materials.js';
 import { objectOf } from './objects.js';
 

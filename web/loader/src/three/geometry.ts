@@ -16,10 +16,7 @@ import {
 } from '../core/arrays.js';
 import {
   INT,
-  LINE_LOOP,
-  LINE_STRIP,
-  LINES,
-  POINTS,
+  positionOf,
   TRIANGLE_FAN,
   TRIANGLE_STRIP,
   UNSIGNED_BYTE,
@@ -28,7 +25,6 @@ import {
   type SrcBounds,
   type SrcMesh,
 } from '../core/model.js';
-import { positionIn, statedBounds } from '../core/handles.js';
 import {
   attributeOver,
   kindOf,
@@ -122,26 +118,12 @@ function withoutRestart(indices: IndexArray, count: number): IndexArray {
   return indices instanceof Uint16Array && count > 65535 ? new Uint32Array(indices) : indices;
 }
 
-export function isTriangles(mesh: SrcMesh): boolean {
-  const { drawnAs } = mesh;
-  return drawnAs !== POINTS && drawnAs !== LINES && drawnAs !== LINE_LOOP && drawnAs !== LINE_STRIP;
-}
-
 /** Names that mean something to three.js, or to JavaScript. */
 const RESERVED = new Set(['position', 'normal', 'uv', 'color', '__proto__']);
 
-function positionOf(attributes: AttributeArray[]): AttributeArray | undefined {
-  let combined: AttributeArray | undefined;
-  for (const attribute of attributes) {
-    if (attribute.name === 'position') return attribute;
-    if (attribute.combined) combined ??= attribute;
-  }
-  return combined;
-}
-
 /** Null for a mesh without positions, of which nothing can be drawn. */
 export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants: DecodeConstants): SrcGeometry | null {
-  const position = positionOf(attributes);
+  const position = positionOf({ attributes });
   if (!position) return null;
   const geometry = new SRCGeometry();
   const decoding: Decoding = { normal: null, color: null, uv: null, octahedral: false };
@@ -250,8 +232,8 @@ Object.defineProperties(SRCGeometry.prototype, {
 /** The bounds before "fit" is undone, which the codes are decoded to. */
 function decodedBounds(mesh: SrcMesh): SrcBounds | null {
   const { drawnBounds } = mesh;
-  if (!drawnBounds) return statedBounds(mesh);
-  const fit = positionIn(mesh)?.fit;
+  if (!drawnBounds) return mesh.bounds;
+  const fit = positionOf(mesh)?.fit;
   const { min, max } = drawnBounds;
   const undone = (value: number, axis: number) => (value - (fit?.offset[axis] ?? 0)) / (fit?.scale[axis] ?? 1);
   const center = min.map((low, axis) => undone((low + max[axis]!) / 2, axis));
@@ -261,7 +243,7 @@ function decodedBounds(mesh: SrcMesh): SrcBounds | null {
 
 function boxInCodes(mesh: SrcMesh): Box3 | null {
   const bounds = decodedBounds(mesh);
-  const view = bounds && positionIn(mesh)?.view;
+  const view = bounds && positionOf(mesh)?.view;
   if (!view || view.components < 3) return null;
   const { center, size } = bounds;
   if (size.some((side) => side < 0)) return null; // wrong; three.js finds them when it needs them

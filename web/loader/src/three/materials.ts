@@ -8,8 +8,7 @@ import {
   SRGBColorSpace,
   type Side,
 } from 'three';
-import { lookOf } from '../core/handles.js';
-import type { JsonValue, SrcMaterial, SrcMesh } from '../core/model.js';
+import { isObject, type JsonValue, type SrcMaterial, type SrcMesh } from '../core/model.js';
 
 // Unit vectors in a word: see decodeOctahedral.
 const OCTAHEDRAL = /* glsl */ `
@@ -104,7 +103,7 @@ export function parametersOf(material: SrcMaterial | null): Record<string, numbe
     }
   };
   for (const [name, entry] of Object.entries(material?.technique?.parameters ?? {})) {
-    if (typeof entry === 'object' && entry !== null && !Array.isArray(entry)) add(name, entry.value);
+    if (isObject(entry)) add(name, entry.value);
   }
   for (const [name, value] of Object.entries(material?.values ?? {})) add(name, value);
   return Object.fromEntries(parameters);
@@ -113,11 +112,11 @@ export function parametersOf(material: SrcMaterial | null): Record<string, numbe
 /** The materials of one file. Meshes with equal parameters share one, whatever the names: fewer states to change. */
 export class MaterialTable {
   private readonly made = new Map<string, Material>();
-  private readonly texts = new Map<unknown, string>();
+  private readonly texts = new Map<number, string>();
   private readonly numbers = new Map<string, number>();
-  private readonly numberOfLook = new Map<unknown, number>();
+  private readonly numberOfLook = new Map<number, number>();
   // Most meshes are dressed like another of their look, whose material is found without making a key.
-  private readonly byLook = new Map<unknown, Dressed[]>();
+  private readonly byLook = new Map<number, Dressed[]>();
 
   constructor(private readonly options: MaterialOptions) {}
 
@@ -127,17 +126,18 @@ export class MaterialTable {
 
   /** Equal for materials that look the same. */
   textOf(material: SrcMaterial | null): string {
-    let text = this.texts.get(material);
+    const look = lookOf(material);
+    let text = this.texts.get(look);
     if (text === undefined) {
       text = JSON.stringify([material?.technique?.id ?? null, parametersOf(material)]);
-      this.texts.set(material, text);
+      this.texts.set(look, text);
     }
     return text;
   }
 
   /** A number that is equal for meshes whose materials look the same. */
   numberOf(mesh: SrcMesh): number {
-    const look = lookOf(mesh);
+    const look = lookOf(mesh.material);
     let number = this.numberOfLook.get(look);
     if (number === undefined) {
       const text = this.textOf(mesh.material);
@@ -165,7 +165,7 @@ export class MaterialTable {
 
   /** The same for a mesh, and fast for the next of its look. */
   for(mesh: SrcMesh, draw: DrawKind, decoding: string, colors: boolean, flat: boolean): Material {
-    const look = lookOf(mesh);
+    const look = lookOf(mesh.material);
     let list = this.byLook.get(look);
     if (!list) this.byLook.set(look, (list = []));
     for (const d of list) {
@@ -216,6 +216,11 @@ export class MaterialTable {
     material.userData = { technique: source?.technique?.id ?? null, parameters };
     return material;
   }
+}
+
+/** -1 for meshes without a material. */
+function lookOf(material: SrcMaterial | null): number {
+  return material?.look ?? -1;
 }
 
 interface Dressed {

@@ -15,9 +15,8 @@ import {
   type Material,
   type Raycaster,
 } from 'three';
-import { titleOf } from '../core/handles.js';
 import type { JsonValue, SrcMesh, SrcOrigin } from '../core/model.js';
-import { LINE_LOOP, LINE_STRIP, LINES, POINTS } from '../core/model.js';
+import { LINE_LOOP, LINE_STRIP, LINES, POINTS, titleOf } from '../core/model.js';
 import type { SrcGeometry } from './geometry.js';
 
 /** A normal matrix that leaves out of a mesh's scale what only decodes. */

@@ -1,34 +1,60 @@
+import type { SrcCode } from './codes.js';
+import { exceeds, type ReadLimits } from './limits.js';
 import { SrcError } from './SrcError.js';
-import { exceeds } from './limits.js';
+
+export type Path = readonly string[];
+
+export const pointerOf = (path: Path) =>
+  path.map((key) => '/' + key.replaceAll('~', '~0').replaceAll('/', '~1')).join('');
+
+/** What is wrong with a header, before its place in the text is looked for. */
+export class Fault {
+  constructor(
+    readonly code: SrcCode,
+    readonly path: Path,
+    readonly detail?: string,
+  ) {}
+
+  static limit(name: keyof ReadLimits, found: number, limits: ReadLimits, path: Path): Fault {
+    return new Fault('LIMIT_EXCEEDED', path, exceeds(name, found, limits[name]).detail);
+  }
+
+  /** The same as an error; `textOffset` is the header's place in the file. */
+  in(text: Uint8Array, textOffset: number): SrcError {
+    const { code, path, detail } = this;
+    const at = code === 'JSON_SYNTAX' ? Math.max(0, syntaxFault(text)) : placeOf(text, path);
+    return new SrcError(code, { byteOffset: textOffset + at, path: pointerOf(path), detail });
+  }
+}
 
 const QUOTE = 0x22,
   BACKSLASH = 0x5c;
 
-/** How deep the objects and lists of a JSON text nest. Linear, and without a stack that the text could exhaust. */
-export function nestingOf(text: Uint8Array): number {
-  let depth = 0,
-    deepest = 0;
-  const n = text.length;
-  for (let i = 0; i < n; ++i) {
-    const c = text[i];
-    if (c === QUOTE) {
-      for (++i; i < n && text[i] !== QUOTE; ++i) {
-        if (text[i] === BACKSLASH) ++i;
-      }
-    } else if (c === 0x7b || c === 0x5b) {
-      if (++depth > deepest) deepest = depth;
-    } else if (c === 0x7d || c === 0x5d) {
-      --depth;
-    }
+/**
+ * What no JSON text may have anywhere: bytes that are no UTF-8, control characters in a text, and a text without an end.
+ * It is looked for first, like the reader in C++ does.
+ */
+export function textFault(text: Uint8Array): Fault | null {
+  try {
+    new TextDecoder('utf-8', { fatal: true, ignoreBOM: true }).decode(text);
+  } catch {
+    return new Fault('JSON_SYNTAX', [], 'it is not valid UTF-8');
   }
-  return deepest;
+  let inText = false;
+  for (let i = 0; i < text.length; ++i) {
+    const c = text[i]!;
+    if (c === QUOTE) inText = !inText;
+    else if (inText && c === BACKSLASH) ++i;
+    else if (inText && c < 0x20) return new Fault('JSON_SYNTAX', []);
+  }
+  return inText ? new Fault('JSON_SYNTAX', []) : null;
 }
 
 /**
  * Where a text stops being JSON: the first byte that cannot stand where it stands, or the text's length when it
  * ends too early. Browsers word this place in ways of their own, or not at all. A valid text gives -1.
  */
-export function syntaxFault(text: Uint8Array): number {
+function syntaxFault(text: Uint8Array): number {
   const n = text.length;
   let i = 0;
   const closers: number[] = [];
@@ -127,32 +153,11 @@ export function syntaxFault(text: Uint8Array): number {
   }
 }
 
-/** The header as a JSON value; `offset` is its place in the file. */
-export function parseHeaderText(text: Uint8Array, offset: number, depth: number): unknown {
-  const deepest = nestingOf(text);
-  let value: unknown, fault: unknown;
-  try {
-    value = JSON.parse(new TextDecoder('utf-8', { fatal: true, ignoreBOM: true }).decode(text));
-  } catch (error) {
-    fault = error;
-  }
-  if (deepest > depth) throw exceeds('depth', deepest, depth, { byteOffset: offset });
-  if (fault !== undefined) {
-    const place = syntaxFault(text);
-    throw new SrcError('JSON_SYNTAX', {
-      byteOffset: offset + (place < 0 ? 0 : place),
-      detail: place < 0 ? 'it is not valid UTF-8' : undefined,
-      cause: fault,
-    });
-  }
-  return value;
-}
-
 /**
- * Where the value at a path begins in a valid JSON text, or the innermost object on the way to it that is there.
+ * Where the value at a path begins in a JSON text, or the innermost object on the way to it that is there.
  * Only errors pay for this: JSON.parse tells values, not places.
  */
-export function placeOf(text: Uint8Array, path: readonly string[]): number {
+function placeOf(text: Uint8Array, path: readonly string[]): number {
   const decoder = new TextDecoder();
   const space = (i: number) => {
     while (text[i] === 0x20 || text[i] === 0x0a || text[i] === 0x0d || text[i] === 0x09) ++i;
@@ -188,7 +193,11 @@ export function placeOf(text: Uint8Array, path: readonly string[]): number {
       let name = String(index);
       if (isObject) {
         const end = stringEnd(i);
-        name = JSON.parse(decoder.decode(text.subarray(i, end)));
+        try {
+          name = JSON.parse(decoder.decode(text.subarray(i, end)));
+        } catch {
+          break; // behind the fault, the text may be anything
+        }
         i = space(space(end) + 1);
       }
       if (name === key) found = i;
