@@ -9,6 +9,7 @@ import {
   SRCLoader,
   streamSrc,
   type SrcEvent,
+  type SrcSource,
 } from '../src/index.js';
 import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
@@ -132,6 +133,103 @@ describe('streamSrc', () => {
   });
 });
 
+describe('whatever it comes from, a file is read alike:', () => {
+  const sources: [string, () => SrcSource | Promise<SrcSource>][] = [
+    ['an address', () => url(sendWhole(MANY))],
+    ['a URL', async () => new URL(await url(sendWhole(MANY)))],
+    ['an answer', async () => fetch(await url(sendWhole(MANY)))],
+    ['a Blob', () => new Blob([MANY])],
+    ['a stream', () => new Blob([MANY]).stream()],
+    ['a buffer', () => MANY.slice().buffer],
+    ['bytes', () => MANY],
+  ];
+  test.each(sources)('%s', async (_, source) => {
+    const progress: [number, number][] = [];
+    const events = await all(streamSrc(await source(), { onProgress: (...now) => progress.push(now) }));
+    const file = parseSrc(MANY);
+    expect(events[0]).toMatchObject({ type: 'header', header: { totalBytes: MANY.length } });
+    const meshes = events.slice(1).map((event) => event as SrcEvent & { type: 'mesh' });
+    expect(meshes.map(({ mesh }) => mesh.id)).toEqual(file.meshes.map(({ id }) => id));
+    for (const { mesh, arrays } of meshes.slice(0, 20)) {
+      expect(arrays.indices).toEqual(file.arrays(file.find(mesh.id)!).indices);
+    }
+    expect(progress.at(-1)).toEqual([MANY.length, MANY.length]);
+  });
+
+  test.each<[string, () => SrcSource | Promise<SrcSource>]>([
+    ['an address', () => url(sendWhole(MANY.subarray(0, MANY.length - 1)))],
+    ['a Blob', () => new Blob([MANY.subarray(0, MANY.length - 1)])],
+    ['bytes', () => MANY.slice(0, -1)],
+  ])('of %s that ends too early, what is there comes before the error', async (_, source) => {
+    const ids: string[] = [];
+    const reading = (async () => {
+      for await (const event of streamSrc(await source())) if (event.type === 'mesh') ids.push(event.mesh.id);
+    })();
+    const error = await refusal(reading);
+    expect([error.code, error.byteOffset]).toEqual(['CHUNK_PAST_END', MANY.length - 1]);
+    expect(ids.length).toBe(499);
+    // Places are counted from the beginning of the file.
+    const [, length, from, there] = /(\d+) bytes from byte (\d+), and the file has (\d+)/.exec(error.detail)!;
+    expect([Number(from) + Number(length), Number(there)]).toEqual([MANY.length, MANY.length - 1]);
+  });
+
+  test('a stream that says nothing is ended by the signal', async () => {
+    const controller = new AbortController();
+    let reason: unknown = null;
+    const source = new ReadableStream<Uint8Array>({ cancel: (why) => void (reason = why) });
+    const reading = all(streamSrc(source, { signal: controller.signal }));
+    setTimeout(() => controller.abort(new Error('enough')), 20);
+    await expect(reading).rejects.toThrow('enough');
+    expect((reason as Error).message).toBe('enough');
+  });
+
+  test('an error names a file of the user', async () => {
+    const file = new File(['solid cube'], 'cube.stl');
+    expect((await refusal(all(streamSrc(file)))).message).toMatch(/^cube\.stl, byte 0: /);
+  });
+});
+
+describe('what a caller does wrong is not told as the fault of the file:', () => {
+  const bug = () => {
+    throw new TypeError('a bug of the app');
+  };
+  test('onProgress that throws', async () => {
+    const address = await url(sendRanges(MANY));
+    for (const source of [address, MANY, new Blob([MANY])]) {
+      await expect(all(streamSrc(source, { onProgress: bug }))).rejects.toThrow(TypeError);
+    }
+    await expect(fetchMeshes(address, ['mesh3'], { onProgress: bug })).rejects.toThrow(TypeError);
+  });
+
+  test('onProgress of a loader of three.js', async () => {
+    const loading = new SRCLoader().loadAsync(await url(sendWhole(MANY)), bug);
+    await expect(loading).rejects.toThrow('a bug of the app');
+  });
+});
+
+describe('an answer that is no file says what to do', () => {
+  test.each([
+    [404, 'text/plain', '404 Not Found', 'Check the address: there is nothing at this one.'],
+    [403, 'text/plain', '403 Forbidden', 'permission'],
+    [401, 'text/plain', '401 Unauthorized', 'Log in'],
+    [503, 'text/html; charset=utf-8', '503 Service Unavailable, with a web page', 'Try again later'],
+  ])('%i', async (status, type, detail, remedy) => {
+    const address = await url((_, response) => response.writeHead(status, { 'Content-Type': type }).end('no'));
+    for (const action of [all(streamSrc(address)), fetchMeshes(address, ['3'])]) {
+      const error = await refusal(action);
+      expect(error.code).toBe('UNREADABLE');
+      expect(error.message).toContain(`(the server answered ${detail})`);
+      expect(error.message).toContain(remedy);
+      expect(error.message).not.toContain('Check the path');
+    }
+  });
+
+  test('no answer', async () => {
+    const error = await refusal(all(streamSrc(await url((request) => request.socket.destroy()))));
+    expect(error.message).toContain('Check the address and the connection.');
+  });
+});
+
 describe('fetchMeshes', () => {
   const DEFAULT = fixture('default');
 
@@ -217,6 +315,23 @@ describe('fetchMeshes', () => {
       response.end(BIG.subarray(from, from + 131072));
     });
     expect((await refusal(fetchMeshes(address, ['3']))).message).toContain('asked for byte');
+  });
+
+  test('asks for nothing behind the end of a file whose length it cannot see', async () => {
+    const header = triangle() as any;
+    header.bufferViews.positions.byteLength = header.bufferChunks.c1.byteLength = 3e9;
+    const bytes = srcOf(header, TRIANGLE_DATA);
+    const address = await url((_, response) => response.writeHead(206).end(bytes)); // a server of another origin
+    const error = await refusal(fetchMeshes(address, ['m']));
+    expect([error.code, error.byteOffset]).toEqual(['CHUNK_PAST_END', bytes.length]);
+    expect(server!.requests).toEqual(['GET /model.src bytes=0-131071']);
+
+    const long = bytes.slice();
+    new DataView(long.buffer).setUint32(8, 3e8, true); // of the header
+    const other = await serve((_, response) => response.writeHead(206).end(long));
+    expect((await refusal(fetchMeshes(`${other.url}/model.src`, ['m']))).code).toBe('HEADER_TRUNCATED');
+    expect(other.requests).toEqual(['GET /model.src bytes=0-131071']);
+    await other.close();
   });
 
   test('stops with the reason of the signal', async () => {

@@ -1,11 +1,11 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
 import { pointerOf } from './faults.js';
-import { checkChunks, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
+import { checkChunks, checkRepeats, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
 import type { Arriving, Walking } from './headerWalk.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
 import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
 import { SrcError } from './SrcError.js';
-import { gather, lengthOf } from './SrcFile.js';
+import { buffersOf, endOf, gather, lengthOf } from './SrcFile.js';
 
 /** Views share a block of memory up to this size, so that small meshes cost no allocation each. */
 const SHARED_BLOCK_BYTES = 256 * 1024;
@@ -185,7 +185,7 @@ export class SrcAssembler implements SrcBytes {
 
   /** Decides where every chunk will lie in memory, and in which order meshes become complete. */
   private *plan(header: SrcHeader): Generator<void, void> {
-    checkChunks(header, header.dataBytes); // a view that repeats chunks would be longer than all data
+    checkRepeats(header);
     const { chunks } = header;
     const byPlace = sortedBy(
       chunks.filter((chunk) => chunk.byteLength > 0),
@@ -205,20 +205,20 @@ export class SrcAssembler implements SrcBytes {
     const viewEnds = new Float64Array(header.bufferViews.length).fill(-1); // -1: nobody wants it
     const used: SrcBufferView[] = [];
     const wanted = this.select ? this.select(header) : header.meshes;
-    const endOf = new Map<SrcMesh, number>();
+    const endOfMesh = new Map<SrcMesh, number>();
     for (const mesh of wanted) {
       let end = 0;
       for (const view of buffersOf(mesh)) {
         if (viewEnds[view.index]! < 0) {
-          viewEnds[view.index] = view.chunks.reduce((last, c) => Math.max(last, endOfChunk(c)), 0);
+          viewEnds[view.index] = endOf(view);
           used.push(view);
         }
         end = Math.max(end, viewEnds[view.index]!);
       }
-      endOf.set(mesh, end);
+      endOfMesh.set(mesh, end);
     }
-    this.meshes = sortedBy([...wanted], (mesh) => endOf.get(mesh)!);
-    this.ends = Float64Array.from(this.meshes, (mesh) => endOf.get(mesh)!);
+    this.meshes = sortedBy([...wanted], (mesh) => endOfMesh.get(mesh)!);
+    this.ends = Float64Array.from(this.meshes, (mesh) => endOfMesh.get(mesh)!);
     this.dataEnd = this.ends[this.ends.length - 1] ?? 0;
     yield;
 
@@ -279,7 +279,7 @@ export class SrcAssembler implements SrcBytes {
     while (this.nextChunk < this.incoming.length) {
       const chunk = this.incoming[this.nextChunk]!;
       const chunkStart = chunk.byteOffset;
-      const chunkEnd = endOfChunk(chunk);
+      const chunkEnd = chunkStart + chunk.byteLength;
       if (chunkStart >= end) break;
       const from = Math.max(start, chunkStart),
         to = Math.min(end, chunkEnd);
@@ -316,17 +316,6 @@ function copyInto(target: Uint8Array, at: number, source: Uint8Array, from: numb
     return;
   }
   for (let i = from; i < to; ++i) target[at++] = source[i]!;
-}
-
-function endOfChunk({ byteOffset, byteLength }: SrcChunk): number {
-  return byteLength > 0 ? byteOffset + byteLength : 0;
-}
-
-/** Where a mesh's bytes lie. */
-export function buffersOf({ indices, attributes }: SrcMesh): SrcBufferView[] {
-  const views = attributes.map(({ view }) => view.bufferView);
-  if (indices) views.push(indices.bufferView);
-  return views;
 }
 
 /** Those with equal keys stay in order. Most come in order. */

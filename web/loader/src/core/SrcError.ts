@@ -9,6 +9,8 @@ export interface SrcErrorPlace {
   detail?: string;
   /** The address or name of the file. */
   file?: string;
+  /** What to do about it, where that is known better than by the code. */
+  remedy?: string;
   cause?: unknown;
 }
 
@@ -19,9 +21,11 @@ export class SrcError extends Error {
   readonly path: string;
   readonly detail: string;
   readonly file: string;
+  readonly remedy: string;
 
   constructor(code: SrcCode, place: SrcErrorPlace = {}) {
-    const { sentence, remedy } = SRC_CODES[code];
+    const { sentence } = SRC_CODES[code];
+    const remedy = place.remedy ?? SRC_CODES[code].remedy;
     let where = place.file ?? '';
     if (place.byteOffset !== undefined) where += `${where ? ', ' : ''}byte ${place.byteOffset}`;
     if (place.path) where += `${where ? ', ' : ''}${place.path}`;
@@ -33,16 +37,18 @@ export class SrcError extends Error {
     this.path = place.path ?? '';
     this.detail = place.detail ?? '';
     this.file = place.file ?? '';
+    this.remedy = remedy;
   }
 
   /** The same error with the file's name in its message. */
   in(file: string): SrcError {
     if (this.file) return this;
     const error = new SrcError(this.code, {
-      byteOffset: this.byteOffset ?? undefined,
+      ...(this.byteOffset !== null && { byteOffset: this.byteOffset }),
       path: this.path,
       detail: this.detail,
       file,
+      remedy: this.remedy,
       cause: this.cause,
     });
     error.stack = this.stack;

@@ -1,26 +1,40 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
-import { checkChunks, headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
+import { checkChunks, checkRepeats, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
 import type { SrcBufferView, SrcHeader, SrcMesh } from './model.js';
 
 /** A whole file in memory. Its arrays are views of the given bytes wherever their place allows. */
 export class SrcFile implements SrcBytes {
-  readonly header: SrcHeader;
-  private readonly data: Uint8Array<ArrayBuffer>;
-  private readonly limits: ReadLimits;
   private readonly gathered = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
   private gatheredBytes = 0;
   private byId: Map<string, SrcMesh> | null = null;
 
-  /** Throws SrcError. */
-  constructor(source: ArrayBuffer | Uint8Array<ArrayBuffer>, limits?: Partial<ReadLimits>) {
+  private next = 0;
+
+  private constructor(
+    readonly header: SrcHeader,
+    private readonly data: Uint8Array<ArrayBuffer>,
+    private readonly limits: ReadLimits,
+  ) {}
+
+  /** Reads the header of a file in memory, in steps of about a millisecond. Throws SrcError. */
+  static *opening(
+    source: ArrayBuffer | Uint8Array<ArrayBuffer>,
+    limits?: Partial<ReadLimits>,
+  ): Generator<void, SrcFile, void> {
     const bytes = source instanceof Uint8Array ? source : new Uint8Array(source);
-    this.limits = limitsFrom(limits);
-    const length = readPreamble(bytes, true, this.limits)!;
+    const all = limitsFrom(limits);
+    const length = readPreamble(bytes, true, all)!;
     const rest = bytes.length - PREAMBLE_BYTES;
     if (length > rest) throw headerTruncated(length, rest);
-    this.header = readHeader(bytes.subarray(PREAMBLE_BYTES, PREAMBLE_BYTES + length), this.limits);
-    this.data = bytes.subarray(PREAMBLE_BYTES + length);
+    const work = readingHeader({ bytes: bytes.subarray(PREAMBLE_BYTES), count: length, length }, all);
+    let step = work.next();
+    for (; !step.done; step = work.next()) yield;
+    return new SrcFile(step.value, bytes.subarray(PREAMBLE_BYTES + length), all);
+  }
+
+  /** Throws SrcError where the file is shorter than its header says. */
+  check(): void {
     checkChunks(this.header, this.data.length);
   }
 
@@ -35,6 +49,18 @@ export class SrcFile implements SrcBytes {
 
   arrays(mesh: SrcMesh): MeshArrays {
     return meshArrays(mesh, this);
+  }
+
+  /** The next mesh whose bytes are all there, or null. */
+  take(): MeshArrays | null {
+    const { header, data } = this;
+    if (this.next === 0) checkRepeats(header);
+    const isThere = (mesh: SrcMesh) => buffersOf(mesh).every((view) => endOf(view) <= data.length);
+    while (this.next < header.meshes.length) {
+      const mesh = header.meshes[this.next++]!;
+      if (isThere(mesh)) return meshArrays(mesh, this);
+    }
+    return null;
   }
 
   blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
@@ -64,6 +90,21 @@ export function lengthOf(view: SrcBufferView): number {
   return view.chunks.reduce((sum, chunk) => sum + chunk.byteLength, 0);
 }
 
+/** Where the last byte of a view lies in the data section. */
+export function endOf(view: SrcBufferView): number {
+  return view.chunks.reduce(
+    (end, { byteOffset, byteLength }) => (byteLength > 0 ? Math.max(end, byteOffset + byteLength) : end),
+    0,
+  );
+}
+
+/** Where a mesh's bytes lie. */
+export function buffersOf({ indices, attributes }: SrcMesh): SrcBufferView[] {
+  const views = attributes.map(({ view }) => view.bufferView);
+  if (indices) views.push(indices.bufferView);
+  return views;
+}
+
 /** Pieces in one block. */
 export function gather(pieces: Uint8Array[]): Uint8Array<ArrayBuffer> {
   const bytes = new Uint8Array(pieces.reduce((sum, piece) => sum + piece.length, 0));
@@ -77,5 +118,11 @@ export function gather(pieces: Uint8Array[]): Uint8Array<ArrayBuffer> {
 
 /** Reads a whole file from memory. Throws SrcError. */
 export function parseSrc(source: ArrayBuffer | Uint8Array<ArrayBuffer>, limits?: Partial<ReadLimits>): SrcFile {
-  return new SrcFile(source, limits);
+  const opening = SrcFile.opening(source, limits);
+  for (;;) {
+    const { done, value } = opening.next();
+    if (!done) continue;
+    value.check();
+    return value;
+  }
 }

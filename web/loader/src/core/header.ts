@@ -98,20 +98,25 @@ export function readHeader(bytes: Uint8Array, limits: ReadLimits): SrcHeader {
  * behind it.
  */
 export function checkChunks(header: SrcHeader, dataBytes: number): void {
+  const { dataOffset } = header;
   for (const { id, byteOffset, byteLength } of header.chunks) {
     if (byteOffset + byteLength <= dataBytes) continue;
     throw new SrcError('CHUNK_PAST_END', {
-      byteOffset: header.dataOffset + dataBytes,
+      byteOffset: dataOffset + dataBytes,
       path: pointerOf(['bufferChunks', id]),
-      detail: `${byteLength} bytes from byte ${byteOffset} of ${dataBytes}`,
+      detail: `${byteLength} bytes from byte ${dataOffset + byteOffset}, and the file has ${dataOffset + dataBytes}`,
     });
   }
-  // Against the end of the last chunk, which a stream knows too, and not against what may follow it.
-  for (const { id, storedBytes } of header.bufferViews) {
-    if (storedBytes <= header.dataBytes) continue;
+  checkRepeats(header);
+}
+
+/** A view that repeats chunks could be longer than all data. */
+export function checkRepeats({ bufferViews, dataBytes }: SrcHeader): void {
+  for (const { id, storedBytes } of bufferViews) {
+    if (storedBytes <= dataBytes) continue;
     throw new SrcError('REPEATED_CHUNKS', {
       path: pointerOf(['bufferViews', id]),
-      detail: `${storedBytes} of ${header.dataBytes} bytes`,
+      detail: `${storedBytes} of ${dataBytes} bytes`,
     });
   }
 }

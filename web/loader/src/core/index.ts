@@ -14,4 +14,5 @@ export {
 } from './arrays.js';
 export { parseSrc, SrcFile } from './SrcFile.js';
 export { SrcAssembler } from './SrcAssembler.js';
-export { fetchMeshes, streamSrc, type FetchOptions, type SrcEvent } from './fetch.js';
+export { fetchMeshes } from './fetchMeshes.js';
+export { streamSrc, type FetchOptions, type SrcEvent, type SrcSource } from './sources.js';

@@ -9,11 +9,12 @@ import {
   type Side,
 } from 'three';
 import type { MeshArrays } from '../core/arrays.js';
-import { arrivals, fetchMeshes, type FetchOptions } from '../core/fetch.js';
+import { fetchMeshes } from '../core/fetchMeshes.js';
 import type { ReadLimits } from '../core/limits.js';
 import { isTriangles, POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
 import { betweenOrigins } from '../core/origin.js';
 import { Slices } from '../core/slices.js';
+import { arrivals, named, nameOf, type FetchOptions, type SrcSource } from '../core/sources.js';
 import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
 import { Batcher, type BatchData } from './batches.js';
@@ -193,7 +194,7 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   override load(
-    url: string,
+    source: SrcSource,
     onLoad: (model: SRCModel) => void,
     onProgress?: (event: ProgressEvent) => void,
     onError?: (error: unknown) => void,
@@ -201,7 +202,7 @@ export class SRCLoader extends Loader<SRCModel> {
   ): void {
     const report = (loaded: number, total: number) =>
       onProgress?.({ type: 'progress', lengthComputable: total > 0, loaded, total, target: null } as ProgressEvent);
-    this.whole(url, options, report)
+    this.whole(source, options, report)
       .then(onLoad)
       .catch((error: unknown) => {
         if (onError) onError(error);
@@ -210,11 +211,11 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   override loadAsync(
-    url: string,
+    source: SrcSource,
     onProgress?: (event: ProgressEvent) => void,
     options: LoadOptions = {},
   ): Promise<SRCModel> {
-    return new Promise((resolve, reject) => this.load(url, resolve, onProgress, reject, options));
+    return new Promise((resolve, reject) => this.load(source, resolve, onProgress, reject, options));
   }
 
   /** Reads a whole file. Its arrays are views of `data`, which must not change. Throws SrcError. */
@@ -226,17 +227,17 @@ export class SRCLoader extends Loader<SRCModel> {
     return model;
   }
 
-  static stream(url: string, options: LoadOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
-    return new SRCLoader().stream(url, options);
+  static stream(source: SrcSource, options: LoadOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+    return new SRCLoader().stream(source, options);
   }
 
   /**
    * Loads a file while it arrives: first an event with the header, whose model has an empty scene, and then one
    * for each mesh, which is then in that scene. To stop, break out of the loop or abort.
    */
-  async *stream(url: string, options: StreamOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+  async *stream(source: SrcSource, options: StreamOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
     let model: SRCModel | null = null;
-    for await (const arrived of this.arriving(url, options)) {
+    for await (const arrived of this.arriving(source, options)) {
       if (!model) {
         ({ model } = arrived);
         yield { type: 'header', model, header: model.header };
@@ -249,15 +250,16 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   /** A file as it arrives; each time, the meshes that have come can be taken. */
-  private async *arriving(url: string, options: StreamOptions): AsyncGenerator<Arrived, void, undefined> {
-    const address = this.addressOf(url);
+  private async *arriving(source: SrcSource, options: StreamOptions): AsyncGenerator<Arrived, void, undefined> {
+    const from = typeof source === 'string' || source instanceof URL ? this.addressOf(String(source)) : source;
+    const address = nameOf(from);
     const { signal, release } = firstOf(this.signals(options));
     const slices = new Slices();
     this.manager.itemStart(address);
     let model: SRCModel | null = null;
     const { onProgress } = options;
     try {
-      for await (const assembler of arrivals(address, { ...this.requestOptions(), signal, onProgress }, slices)) {
+      for await (const assembler of arrivals(from, { ...this.requestOptions(), signal, onProgress }, slices)) {
         const into = (model ??= this.modelOf(assembler.header!));
         const next = () => {
           const arrays = signal.aborted ? null : assembler.take(); // the loop then fails with the reason
@@ -271,7 +273,7 @@ export class SRCLoader extends Loader<SRCModel> {
       }
     } catch (error) {
       this.manager.itemError(address);
-      throw error;
+      throw named(error, address);
     } finally {
       release();
       this.manager.itemEnd(address);
@@ -302,13 +304,13 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   private async whole(
-    url: string,
+    source: SrcSource,
     options: LoadOptions,
     onProgress: (loaded: number, total: number) => void,
   ): Promise<SRCModel> {
     let model: SRCModel | null = null;
     try {
-      for await (const arrived of this.arriving(url, { ...options, onProgress })) {
+      for await (const arrived of this.arriving(source, { ...options, onProgress })) {
         ({ model } = arrived);
         while (arrived.next()) {
           if (arrived.slices.isOver) await arrived.slices.pause();

@@ -1,138 +1,18 @@
 import { meshArrays, type MeshArrays } from './arrays.js';
 import { headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
-import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
-import type { SrcBufferView, SrcChunk, SrcHeader, SrcMesh } from './model.js';
+import { exceeds, limitsFrom } from './limits.js';
+import type { SrcBufferView, SrcChunk, SrcHeader } from './model.js';
 import { Slices } from './slices.js';
-import { buffersOf, SrcAssembler } from './SrcAssembler.js';
+import { arrivals, named, readFrom, refused, request, type FetchOptions } from './sources.js';
+import { SrcAssembler } from './SrcAssembler.js';
 import { SrcError } from './SrcError.js';
-import { gather, lengthOf } from './SrcFile.js';
-
-export interface FetchOptions {
-  signal?: AbortSignal;
-  headers?: Record<string, string>;
-  credentials?: RequestCredentials;
-  limits?: Partial<ReadLimits>;
-  /** Bytes of the file so far, and all of them; the total is 0 until the header has come. */
-  onProgress?: (loaded: number, total: number) => void;
-}
-
-export type SrcEvent =
-  { type: 'header'; header: SrcHeader } | { type: 'mesh'; header: SrcHeader; mesh: SrcMesh; arrays: MeshArrays };
+import { buffersOf, gather, lengthOf } from './SrcFile.js';
 
 /** The first request of a partial load asks for this much: the header of some two hundred meshes. */
 const FIRST_REQUEST_BYTES = 128 * 1024;
 /** Two wanted runs of bytes closer than this are fetched as one: a request costs more than these bytes. */
 const WORTHWHILE_GAP_BYTES = 64 * 1024;
 const PARALLEL_REQUESTS = 4;
-
-async function request(url: string, options: FetchOptions, range?: string): Promise<Response> {
-  const headers = { ...options.headers, ...(range && { Range: range }) };
-  try {
-    return await fetch(url, { headers, credentials: options.credentials, signal: options.signal });
-  } catch (error) {
-    throw refusal(url, options, error);
-  }
-}
-
-/** What failed, unless the caller wanted it to. */
-function refusal(url: string, options: FetchOptions, error: unknown): unknown {
-  if (options.signal?.aborted) return options.signal.reason;
-  if (error instanceof SrcError) return error.in(url);
-  if (error instanceof DOMException && error.name === 'AbortError') return error;
-  return new SrcError('UNREADABLE', {
-    file: url,
-    detail: error instanceof Error ? error.message : String(error),
-    cause: error,
-  });
-}
-
-function answered(url: string, response: Response): SrcError {
-  const status = `the server answered ${response.status} ${response.statusText}`.trim();
-  return new SrcError('UNREADABLE', { file: url, detail: status });
-}
-
-/**
- * Takes a file apart as its bytes arrive: the assembler each time that there is more to take from it, its header first.
- * Pulled by the caller: who does not ask, does not read on.
- */
-async function* assemble(
-  url: string,
-  body: ReadableStream<Uint8Array> | null,
-  assembler: SrcAssembler,
-  options: FetchOptions,
-  slices: Slices,
-): AsyncGenerator<SrcAssembler, void, undefined> {
-  const reader = body?.getReader();
-  try {
-    for (;;) {
-      const { done, value } = reader ? await reader.read() : { done: true, value: undefined };
-      if (value) {
-        for (const work = assembler.pushing(value); !work.next().done;) {
-          if (!slices.isOver) continue;
-          await slices.pause();
-          options.signal?.throwIfAborted();
-        }
-      }
-      if (done) assembler.end();
-      const { header } = assembler;
-      options.onProgress?.(Math.min(assembler.received, header?.totalBytes ?? Infinity), header?.totalBytes ?? 0);
-      if (header) {
-        yield assembler;
-        options.signal?.throwIfAborted();
-      }
-      if (done || assembler.complete) return;
-    }
-  } catch (error) {
-    throw refusal(url, options, error);
-  } finally {
-    // Also when the caller stops asking: the rest of the file is not downloaded.
-    await reader?.cancel().catch(() => undefined);
-  }
-}
-
-/** A file as it arrives, by its assembler. `slices` are the caller's own: its work counts in them, too. */
-export async function* arrivals(
-  url: string,
-  options: FetchOptions,
-  slices: Slices,
-): AsyncGenerator<SrcAssembler, void, undefined> {
-  options.signal?.throwIfAborted();
-  const response = await request(url, options);
-  if (!response.ok) {
-    await response.body?.cancel();
-    throw answered(url, response);
-  }
-  yield* assemble(url, response.body, new SrcAssembler(options.limits), options, slices);
-}
-
-/**
- * Reads a file while it arrives: first its header, then each mesh as soon as its bytes are there. Memory is held
- * for meshes that are not complete yet, not for the file. The page gets a turn every few milliseconds, the caller's
- * work on the meshes included.
- *
- * Throws SrcError, and the signal's reason when it is aborted.
- */
-export async function* streamSrc(url: string, options: FetchOptions = {}): AsyncGenerator<SrcEvent, void, undefined> {
-  const slices = new Slices();
-  let header: SrcHeader | null = null;
-  try {
-    for await (const assembler of arrivals(url, options, slices)) {
-      if (!header) {
-        header = assembler.header!;
-        yield { type: 'header', header };
-        options.signal?.throwIfAborted();
-      }
-      for (let arrays = assembler.take(); arrays; arrays = assembler.take()) {
-        yield { type: 'mesh', header, mesh: arrays.mesh, arrays };
-        if (slices.isOver) await slices.pause();
-        // A caller who aborts between two meshes of one piece gets no further ones.
-        options.signal?.throwIfAborted();
-      }
-    }
-  } catch (error) {
-    throw refusal(url, options, error);
-  }
-}
 
 interface Part {
   bytes: Uint8Array<ArrayBuffer>;
@@ -142,35 +22,29 @@ interface Part {
 }
 
 /** The bytes of an answer to a range request that begins where it was asked to; at most as many as asked for. */
-async function partOf(
-  url: string,
-  response: Response,
-  from: number,
-  length: number,
-  options: FetchOptions,
-): Promise<Part> {
+async function partOf(response: Response, from: number, length: number, options: FetchOptions): Promise<Part> {
   const match = /^bytes (\d+)-(\d+)\/(\d+|\*)$/.exec(response.headers.get('Content-Range') ?? '');
-  const bytes = new Uint8Array(length);
-  let got = 0;
   if (match && Number(match[1]) !== from) {
     await response.body?.cancel();
-    throw new SrcError('UNREADABLE', { file: url, detail: `asked for byte ${from}, the server sent byte ${match[1]}` });
+    throw new SrcError('UNREADABLE', { detail: `asked for byte ${from}, the server sent byte ${match[1]}` });
   }
+  // In pieces: no memory is taken for what was only asked for.
+  const pieces: Uint8Array[] = [];
+  let got = 0;
   const reader = response.body?.getReader();
   try {
     while (reader && got < length) {
-      const { done, value } = await reader.read();
+      const { done, value } = await readFrom(reader, options);
       if (done) break;
-      bytes.set(value.subarray(0, length - got), got);
-      got += Math.min(value.length, length - got);
+      pieces.push(value.subarray(0, length - got));
+      got += value.length;
     }
-  } catch (error) {
-    throw refusal(url, options, error);
   } finally {
     await reader?.cancel().catch(() => undefined);
   }
-  const total = match && match[3] !== '*' ? Number(match[3]) : null;
-  return { bytes: bytes.subarray(0, got), total, tag: response.headers.get('ETag') };
+  // Servers of other origins may not let pages see the total. An answer that is too short is the end of the file.
+  const total = match && match[3] !== '*' ? Number(match[3]) : got < length ? from + got : null;
+  return { bytes: gather(pieces), total, tag: response.headers.get('ETag') };
 }
 
 /** Bytes of the data section that are fetched in one go. */
@@ -211,7 +85,7 @@ export async function fetchMeshes(
   try {
     return await fetchSelected(url, new Set(ids), options);
   } catch (error) {
-    throw refusal(url, options, error);
+    throw named(error, url);
   }
 }
 
@@ -223,7 +97,7 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   const fromWhole = async (response: Response) => {
     let header: SrcHeader | null = null;
     const assembler = new SrcAssembler(limits, select);
-    for await (const { header: there } of assemble(url, response.body, assembler, options, new Slices())) {
+    for await (const { header: there } of arrivals(response, options, new Slices(), assembler)) {
       header = there;
       for (let arrays = assembler.take(); arrays; arrays = assembler.take()) meshes.set(arrays.mesh.id, arrays);
     }
@@ -233,32 +107,24 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   const first = await request(url, options, `bytes=0-${FIRST_REQUEST_BYTES - 1}`);
   if (first.status === 416) throw new SrcError('EMPTY_FILE', { byteOffset: 0 }); // there is no first byte
   if (first.status === 200) return fromWhole(first);
-  if (first.status !== 206) {
-    await first.body?.cancel();
-    throw answered(url, first);
-  }
+  if (first.status !== 206) throw await refused(first);
 
-  const front = await partOf(url, first, 0, FIRST_REQUEST_BYTES, options);
+  const front = await partOf(first, 0, FIRST_REQUEST_BYTES, options);
   const fetchPart = async (from: number, length: number): Promise<Part | null> => {
     const response = await request(url, options, `bytes=${from}-${from + length - 1}`);
     if (response.status !== 206) {
+      if (response.status !== 416 && response.status !== 200) throw await refused(response);
       await response.body?.cancel();
-      if (response.status === 416) return { bytes: new Uint8Array(0), total: null, tag: null };
-      if (response.status === 200) return null;
-      throw answered(url, response);
+      return response.status === 200 ? null : { bytes: new Uint8Array(0), total: null, tag: null };
     }
-    const part = await partOf(url, response, from, length, options);
+    const part = await partOf(response, from, length, options);
     if (part.tag !== null && front.tag !== null && part.tag !== front.tag) {
       throw new SrcError('UNREADABLE', { detail: 'it changed on the server while it was read; load it again' });
     }
     return part;
   };
   /** A server that knew ranges a moment ago, but not now, as behind a cache. */
-  const again = async () => {
-    const response = await request(url, options);
-    if (!response.ok) throw answered(url, response);
-    return fromWhole(response);
-  };
+  const again = async () => fromWhole(await request(url, options));
 
   let start = front.bytes;
   const length = readPreamble(start, true, limits)!;
@@ -332,10 +198,7 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
   return { header, meshes };
 }
 
-function pastEnd(header: SrcHeader, fileEnd: number, runEnd: number): SrcError {
-  const there = fileEnd - header.dataOffset;
-  return new SrcError('CHUNK_PAST_END', {
-    byteOffset: fileEnd,
-    detail: `${runEnd} bytes are needed, ${there} are there`,
-  });
+function pastEnd({ dataOffset }: SrcHeader, fileEnd: number, runEnd: number): SrcError {
+  const detail = `${dataOffset + runEnd} bytes are needed, ${fileEnd} are there`;
+  return new SrcError('CHUNK_PAST_END', { byteOffset: fileEnd, detail });
 }
