@@ -1,6 +1,6 @@
 import * as THREE from 'three';
 import { afterEach, describe, expect, test } from 'vitest';
-import { decodeAttribute, parseSrc, SRCLoader, SRCMesh, SrcError, type SRCModel } from '../src/index.js';
+import { decodeAttribute, parseSrc, SRCLoader, DecodedMesh, SrcError, type SRCModel } from '../src/index.js';
 import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
 
@@ -183,7 +183,7 @@ describe('geometry', () => {
 
   test('keeps its normals when the mesh is cloned, turned and scaled', () => {
     const { objects } = new SRCLoader().parse(fixture('position'));
-    const original = objects.get('mesh4') as SRCMesh;
+    const original = objects.get('mesh4') as DecodedMesh;
     for (const mesh of [original, original.clone()]) {
       mesh.rotation.set(0.3, 0.4, 0.5);
       mesh.scale.multiplyScalar(3);
@@ -268,7 +268,7 @@ test('names come from the metadata, IDs and metadata are verbatim', () => {
 
 describe('what is read when it is asked for', () => {
   test('can be set by others, and goes with clones', () => {
-    const mesh = new SRCLoader().parse(fixture('cmp1')).objects.get('0') as SRCMesh;
+    const mesh = new SRCLoader().parse(fixture('cmp1')).objects.get('0') as DecodedMesh;
     const clone = mesh.clone();
     expect([clone.name, clone.userData]).toEqual([mesh.name, mesh.userData]);
     expect(clone.userData).not.toBe(mesh.userData);
@@ -276,7 +276,7 @@ describe('what is read when it is asked for', () => {
     mesh.userData = { mine: true };
     expect([mesh.name, mesh.userData]).toEqual(['', { mine: true }]);
     expect(clone.userData.id).toBe('0');
-    expect([new SRCMesh().name, new SRCMesh().userData]).toEqual(['', {}]);
+    expect([new DecodedMesh().name, new DecodedMesh().userData]).toEqual(['', {}]);
   });
 
   test('bounds go with clones of a geometry, and follow it when it is moved', () => {
@@ -294,7 +294,7 @@ describe('what is read when it is asked for', () => {
   });
 
   test('a mesh of a JSON text keeps its data', () => {
-    const mesh = new SRCLoader().parse(fixture('uncompressed')).objects.get('mesh0') as SRCMesh;
+    const mesh = new SRCLoader().parse(fixture('uncompressed')).objects.get('mesh0') as DecodedMesh;
     const { object } = mesh.toJSON() as unknown as { object: { name: string; userData: object } };
     expect([object.name, object.userData]).toEqual([mesh.name, mesh.userData]);
   });

@@ -19,7 +19,7 @@ import { parseSrc } from '../core/SrcFile.js';
 import { DecodeConstants } from './attributes.js';
 import { Batcher, type BatchData } from './batches.js';
 import { geometryOf } from './geometry.js';
-import { DEFAULT_MATERIAL_OPTIONS, MaterialTable, type MaterialOptions } from './materials.js';
+import { DEFAULT_MATERIAL_OPTIONS, MaterialTable, type MakeMaterial, type MaterialOptions } from './materials.js';
 import { objectOf } from './objects.js';
 
 export interface ModelOptions extends MaterialOptions {
@@ -39,16 +39,19 @@ export class SRCModel {
   /** The objects of meshes by their IDs. Meshes that are drawn in a batch are not among them. */
   readonly objects = new Map<string, Object3D>();
 
-  private readonly constants = new DecodeConstants();
-  private readonly materials: MaterialTable;
-  private readonly batcher: Batcher | null;
+  // Truly private: frameworks assign properties such as "materials" and "meshes" to what has a scene.
+  readonly #constants = new DecodeConstants();
+  readonly #materials: MaterialTable;
+  readonly #batcher: Batcher | null;
+  /** All that this model has made, wherever it is now, with the meshes that it shows. */
+  readonly #made = new Map<Object3D, SrcMesh | readonly SrcMesh[]>();
 
   constructor(
     readonly header: SrcHeader,
     options: ModelOptions,
   ) {
-    this.materials = new MaterialTable(options);
-    this.batcher = options.batch ? new Batcher(this.materials, this.constants) : null;
+    this.#materials = new MaterialTable(options);
+    this.#batcher = options.batch ? new Batcher(this.#materials, this.#constants) : null;
     const { origin } = header;
     this.scene.userData = { metadata: header.metadata, ...(origin && { origin }) };
     if (origin && options.applyOrigin !== false) this.scene.position.fromArray(origin);
@@ -57,19 +60,21 @@ export class SRCModel {
   /** Makes a mesh's object, or keeps it for its batch, which gives null. */
   add(arrays: MeshArrays): Object3D | null {
     const { mesh } = arrays;
-    const source = geometryOf(arrays, this.constants);
+    const source = geometryOf(arrays, this.#constants);
     const triangles = isTriangles(mesh);
     const shift = betweenOrigins(this.header.origin, mesh.origin);
-    if (this.batcher && source && triangles) {
-      this.batcher.add(mesh, source, shift);
+    if (this.#batcher && source && triangles) {
+      this.#batcher.add(mesh, source, shift);
       return null;
     }
+    source?.geometry.boundedBy(mesh);
     const draw = triangles ? 'triangles' : mesh.drawnAs === POINTS ? 'points' : 'lines';
     const material =
       source &&
-      this.materials.for(mesh, draw, source.kind, source.hasColors, triangles && !source.hasNormals);
+      this.#materials.for(mesh, draw, source.kind, source.hasColors, triangles && !source.hasNormals);
     const object = objectOf(mesh, source, material, shift);
     this.objects.set(mesh.id, object);
+    this.#made.set(object, mesh);
     this.scene.add(object);
     return object;
   }
@@ -81,42 +86,39 @@ export class SRCModel {
 
   /** The same in steps of a few milliseconds. */
   *finishing(): Generator<void, void> {
-    if (!this.batcher) return;
-    for (const batch of this.batcher.finish()) {
-      if (batch) this.scene.add(batch);
+    if (!this.#batcher) return;
+    for (const batch of this.#batcher.finish()) {
+      if (batch) {
+        this.#made.set(batch, (batch.userData.batch as BatchData).meshes);
+        this.scene.add(batch);
+      }
       yield;
     }
   }
 
-  /** The mesh that a ray has hit, also when it is drawn in a batch; null for objects of others. */
-  meshOf(intersection: Pick<Intersection, 'object' | 'batchId'>): SrcMesh | null {
-    const { object, batchId } = intersection;
-    const batch = object.userData.batch as BatchData | undefined;
-    if (batch && batchId !== undefined) return batch.meshes[batchId] ?? null;
-    const id = object.userData.id as unknown;
-    if (typeof id !== 'string' || this.objects.get(id) !== object) return null;
-    return this.byId.get(id) ?? null;
+  /** The mesh that a ray has hit, also when it is drawn in a batch; null for objects of others, and for nothing. */
+  meshOf(intersection: Pick<Intersection, 'object' | 'batchId'> | null | undefined): SrcMesh | null {
+    const shown = intersection && this.#made.get(intersection.object);
+    if (!shown || 'id' in shown) return shown ?? null;
+    return shown[intersection.batchId ?? -1] ?? null;
   }
 
-  private meshes: Map<string, SrcMesh> | null = null;
-  private get byId(): Map<string, SrcMesh> {
-    return (this.meshes ??= new Map(this.header.meshes.map((mesh) => [mesh.id, mesh])));
-  }
-
-  /** Frees geometries and materials on the GPU, and takes the scene out of its parent. */
+  /** Frees geometries and materials on the GPU, and takes what is drawn out of its parents, wherever it is. */
   dispose(): void {
     this.scene.removeFromParent();
-    this.scene.traverse((object) => {
+    for (const object of this.#made.keys()) {
       if (object instanceof BatchedMesh) object.dispose();
       else if ('geometry' in object && object.geometry instanceof BufferGeometry) object.geometry.dispose();
-    });
-    for (const material of this.materials.all) material.dispose();
+      if (object.parent !== this.scene) object.removeFromParent();
+    }
+    for (const material of this.#materials.all) material.dispose();
     this.scene.clear();
     this.objects.clear();
+    this.#made.clear();
   }
 }
 
-export type SRCEvent =
+export type SRCLoadEvent =
   | { type: 'header'; model: SRCModel; header: SrcHeader }
   /** `object` is null for a mesh that will be drawn in a batch. */
   | { type: 'mesh'; model: SRCModel; mesh: SrcMesh; object: Object3D | null };
@@ -162,6 +164,8 @@ export class SRCLoader extends Loader<SRCModel> {
   colorSpace: string = DEFAULT_MATERIAL_OPTIONS.colorSpace;
   /** Whether models stand at their files' origins; if not, where they stand is up to the caller. */
   applyOrigin = true;
+  /** Makes materials in place of the loader's own. */
+  material: MakeMaterial | null = null;
   /** What a file may ask for. */
   limits: Partial<ReadLimits> = {};
 
@@ -178,6 +182,11 @@ export class SRCLoader extends Loader<SRCModel> {
 
   setApplyOrigin(applyOrigin: boolean): this {
     this.applyOrigin = applyOrigin;
+    return this;
+  }
+
+  setMaterial(make: MakeMaterial | null): this {
+    this.material = make;
     return this;
   }
 
@@ -227,7 +236,7 @@ export class SRCLoader extends Loader<SRCModel> {
     return model;
   }
 
-  static stream(source: SrcSource, options: LoadOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+  static stream(source: SrcSource, options: LoadOptions = {}): AsyncGenerator<SRCLoadEvent, void, undefined> {
     return new SRCLoader().stream(source, options);
   }
 
@@ -235,7 +244,7 @@ export class SRCLoader extends Loader<SRCModel> {
    * Loads a file while it arrives: first an event with the header, whose model has an empty scene, and then one
    * for each mesh, which is then in that scene. To stop, break out of the loop or abort.
    */
-  async *stream(source: SrcSource, options: StreamOptions = {}): AsyncGenerator<SRCEvent, void, undefined> {
+  async *stream(source: SrcSource, options: StreamOptions = {}): AsyncGenerator<SRCLoadEvent, void, undefined> {
     let model: SRCModel | null = null;
     for await (const arrived of this.arriving(source, options)) {
       if (!model) {
@@ -324,8 +333,8 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   private modelOf(header: SrcHeader): SRCModel {
-    const { side, colorSpace, batch, applyOrigin } = this;
-    return new SRCModel(header, { side, colorSpace, batch, applyOrigin });
+    const { side, colorSpace, batch, applyOrigin, material: make } = this;
+    return new SRCModel(header, { side, colorSpace, batch, applyOrigin, make });
   }
 
   /** What can end a load: the caller, abort(), and the manager's abort() where three.js has it. */

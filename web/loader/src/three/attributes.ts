@@ -67,6 +67,14 @@ export class DecodedInterleavedAttribute extends InterleavedBufferAttribute {
   override getW(index: number): number {
     return this.at(index, 3);
   }
+  // three.js gives another class, which does not decode.
+  override clone(data?: object): BufferAttribute {
+    if (!data) return picked(this) as BufferAttribute;
+    const { data: buffer } = super.clone(data) as unknown as InterleavedBufferAttribute;
+    const copy = new DecodedInterleavedAttribute(buffer, this.itemSize, this.offset, this.normalized);
+    copy.affine = this.affine;
+    return copy as unknown as BufferAttribute;
+  }
 }
 
 // An attribute's components are asked for one by one.
@@ -91,6 +99,39 @@ export class OctahedralAttribute extends InterleavedBufferAttribute {
     decodeOctahedral(this.data.array[index * this.data.stride + this.offset]!, normal);
     return normal.z * this.scale.z;
   }
+  override clone(data?: object): BufferAttribute {
+    if (!data) return picked(this) as BufferAttribute;
+    const { data: buffer } = super.clone(data) as unknown as InterleavedBufferAttribute;
+    const copy = new OctahedralAttribute(buffer, this.itemSize, this.offset, this.normalized);
+    copy.scale.copy(this.scale);
+    return copy as unknown as BufferAttribute;
+  }
+}
+
+/** The data of an attribute as they lie there: where, and how far apart. */
+export function rawOf(attribute: AnyAttribute) {
+  return attribute instanceof InterleavedBufferAttribute
+    ? { array: attribute.data.array, stride: attribute.data.stride, offset: attribute.offset }
+    : { array: attribute.array, stride: attribute.itemSize, offset: 0 };
+}
+
+/** Elements of an attribute without gaps, decoded like it: those of a list, or all. */
+export function picked(attribute: AnyAttribute, list?: ArrayLike<number>): AnyAttribute {
+  const { itemSize, normalized } = attribute;
+  const { array, stride, offset } = rawOf(attribute);
+  const count = list?.length ?? attribute.count;
+  const to = new (array.constructor as new (length: number) => TypedArray)(count * itemSize);
+  for (let i = 0, at = 0; i < count; ++i) {
+    const from = (list ? list[i]! : i) * stride + offset;
+    for (let c = 0; c < itemSize; ++c) to[at++] = array[from + c]!;
+  }
+  if (attribute instanceof OctahedralAttribute) {
+    const words = new OctahedralAttribute(new InterleavedBuffer(to, 1), 1, 0);
+    words.scale.copy(attribute.scale);
+    return words;
+  }
+  const isDecoded = attribute instanceof DecodedAttribute || attribute instanceof DecodedInterleavedAttribute;
+  return attributeOver(to, itemSize, itemSize, normalized, isDecoded ? attribute.affine : null);
 }
 
 export type AnyAttribute = BufferAttribute | InterleavedBufferAttribute;
@@ -130,6 +171,11 @@ export function kindOf({ octahedral, normal, color, uv }: Decoding): string {
   if (!normal && !color && !uv) return octahedral ? 'o' : '';
   return (octahedral ? 'o' : normal ? 'n' : '') + (color ? 'c' : '') + (uv ? 't' : '');
 }
+
+/** What DecodeConstants adds to geometries. */
+export const CONSTANT_NAMES: ReadonlySet<string> = new Set(
+  ['srcNormal', 'srcColor', 'srcUv'].flatMap((name) => [`${name}Scale`, `${name}Offset`]),
+);
 
 /** Larger than any number of instances: all of them, and draws without instances, read the first element. */
 const ALL_INSTANCES = 0x7fffffff;

@@ -2,7 +2,6 @@ import {
   BatchedMesh,
   BufferAttribute,
   InterleavedBuffer,
-  InterleavedBufferAttribute,
   Matrix4,
   Quaternion,
   Vector3,
@@ -14,14 +13,16 @@ import {
 import type { SrcMesh } from '../core/model.js';
 import {
   attributeOver,
+  CONSTANT_NAMES,
   kindOf,
   OctahedralAttribute,
+  rawOf,
   type Affine,
   type AnyAttribute,
   type DecodeConstants,
   type Decoding,
 } from './attributes.js';
-import { SRCGeometry, type SrcGeometry } from './geometry.js';
+import { DecodedGeometry, type GeometrySource } from './geometry.js';
 import type { MaterialTable } from './materials.js';
 
 /** A mesh of a group: how much of the group's columns is its own, and how its codes are decoded. */
@@ -101,11 +102,11 @@ export class Batcher {
   ) {}
 
   /** `shift` leads from the file's origin to the mesh's own. The GPU keeps matrices in floats, so a batch has one. */
-  add(mesh: SrcMesh, source: SrcGeometry, shift: readonly [number, number, number]): void {
+  add(mesh: SrcMesh, source: GeometrySource, shift: readonly [number, number, number]): void {
     const { geometry, decoding } = source;
     const { index } = geometry;
     const names: string[] = [];
-    for (const name in geometry.attributes) if (!name.startsWith('src')) names.push(name);
+    for (const name in geometry.attributes) if (!CONSTANT_NAMES.has(name)) names.push(name);
     let key = `${this.materials.numberOf(mesh)} ${index !== null} ${source.kind} ${shift.join(' ')}`;
     if (decoding.normal) key += ` ${decoding.normal.scale} ${decoding.normal.offset}`;
     if (decoding.color) key += ` ${decoding.color.scale} ${decoding.color.offset}`;
@@ -164,7 +165,7 @@ export class Batcher {
       index = 0;
     for (let nth = 0; nth < entries.length; ++nth) {
       const { mesh, vertices, indices, scale, offset } = entries[nth]!;
-      const part = new SRCGeometry();
+      const part = new DecodedGeometry();
       for (const { name, array, itemSize, normalized } of columns) {
         const own = array.subarray(vertex * itemSize, (vertex + vertices) * itemSize);
         part.setAttribute(name, new BufferAttribute(own, itemSize, normalized));
@@ -207,22 +208,14 @@ export class Batcher {
   }
 }
 
-/** The data of an attribute as they lie there: where, and how far apart. */
-function rawOf(geometry: BufferGeometry, name: string) {
-  const attribute = geometry.getAttribute(name);
-  return attribute instanceof InterleavedBufferAttribute
-    ? { array: attribute.data.array, stride: attribute.data.stride, offset: attribute.offset }
-    : { array: attribute.array, stride: attribute.itemSize, offset: 0 };
-}
-
 function signature(geometry: BufferGeometry, name: string): string {
   const { itemSize, normalized } = geometry.getAttribute(name);
-  return `${rawOf(geometry, name).array.constructor.name} ${itemSize} ${normalized}`;
+  return `${rawOf(geometry.getAttribute(name)).array.constructor.name} ${itemSize} ${normalized}`;
 }
 
 function columnFor(geometry: BufferGeometry, name: string): Column {
   const { itemSize, normalized } = geometry.getAttribute(name);
-  const Type = rawOf(geometry, name).array.constructor as new (length: number) => TypedArray;
+  const Type = rawOf(geometry.getAttribute(name)).array.constructor as new (length: number) => TypedArray;
   return { name, array: new Type(0), itemSize, normalized };
 }
 
@@ -236,15 +229,12 @@ function withRoom<T extends TypedArray>(array: T, wanted: number): T {
 
 function append(column: Column, vertex: number, attribute: AnyAttribute, count: number): void {
   const { itemSize } = column;
-  const isInterleaved = attribute instanceof InterleavedBufferAttribute;
-  const from = isInterleaved ? attribute.data.array : attribute.array;
-  const stride = isInterleaved ? attribute.data.stride : itemSize;
+  const { array: from, stride, offset } = rawOf(attribute);
   const to = (column.array = withRoom(column.array, (vertex + count) * itemSize));
   if (stride === itemSize) {
     to.set(from.subarray(0, count * itemSize), vertex * itemSize);
     return;
   }
-  const offset = isInterleaved ? attribute.offset : 0;
   for (let i = 0, at = vertex * itemSize; i < count; ++i) {
     for (let c = 0; c < itemSize; ++c) to[at++] = from[i * stride + offset + c]!;
   }

@@ -27,16 +27,18 @@ import {
 } from '../core/model.js';
 import {
   attributeOver,
+  CONSTANT_NAMES,
   kindOf,
   OctahedralAttribute,
+  picked,
   type Affine,
   type DecodeConstants,
   type Decoding,
 } from './attributes.js';
 
 /** A geometry in the space of its position codes, and how to come from there to the model's. */
-export interface SrcGeometry {
-  geometry: SRCGeometry;
+export interface GeometrySource {
+  geometry: DecodedGeometry;
   decoding: Decoding;
   /** The kinds of decoding: see kindOf. */
   kind: string;
@@ -119,13 +121,13 @@ function withoutRestart(indices: IndexArray, count: number): IndexArray {
 }
 
 /** Names that mean something to three.js, or to JavaScript. */
-const RESERVED = new Set(['position', 'normal', 'uv', 'color', '__proto__']);
+const RESERVED = new Set(['position', 'normal', 'uv', 'color', '__proto__', ...CONSTANT_NAMES]);
 
 /** Null for a mesh without positions, of which nothing can be drawn. */
-export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants: DecodeConstants): SrcGeometry | null {
+export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants: DecodeConstants): GeometrySource | null {
   const position = positionOf({ attributes });
   if (!position) return null;
-  const geometry = new SRCGeometry();
+  const geometry = new DecodedGeometry();
   const decoding: Decoding = { normal: null, color: null, uv: null, octahedral: false };
   const readablePosition = readable(position);
   const place = affineOf(readablePosition);
@@ -181,53 +183,32 @@ export function geometryOf({ mesh, indices, attributes }: MeshArrays, constants:
   const kind = kindOf(decoding);
   if (kind !== '' && kind !== 'o') constants.addTo(geometry, decoding);
   geometry.userData.srcDecoding = kind;
-  geometry.boundedBy(mesh);
   const { color, normal } = geometry.attributes;
   return { geometry, decoding, kind, scale, offset, hasColors: color !== undefined, hasNormals: normal !== undefined };
 }
 
-/** A geometry whose bounds are the header's, in codes: no vertex need be looked at. */
-export class SRCGeometry extends BufferGeometry {
-  /** Says that the bounds are those of this mesh, if it has any. */
+/** A geometry of codes, with what they are decoded with. */
+export class DecodedGeometry extends BufferGeometry {
+  /** Takes the bounds from the header, in codes: no vertex need be looked at. */
   boundedBy(mesh: SrcMesh): void {
-    const bounds = this as unknown as LazyBounds;
-    bounds.boundsSource = mesh;
-    bounds.givenBox = bounds.givenSphere = undefined;
+    this.boundingBox = boxInCodes(mesh);
+    this.boundingSphere = this.boundingBox && this.boundingBox.getBoundingSphere(new Sphere());
+  }
+
+  override toNonIndexed(): BufferGeometry {
+    if (!this.index) return super.toNonIndexed();
+    const result = new DecodedGeometry();
+    for (const [name, attribute] of Object.entries(this.attributes)) {
+      // Constants have one element for all vertices.
+      result.setAttribute(name, CONSTANT_NAMES.has(name) ? attribute : picked(attribute, this.index.array));
+    }
+    for (const { start, count, materialIndex } of this.groups) result.addGroup(start, count, materialIndex);
+    result.userData = { ...this.userData };
+    result.boundingBox = this.boundingBox?.clone() ?? null;
+    result.boundingSphere = this.boundingSphere?.clone() ?? null;
+    return result;
   }
 }
-
-interface LazyBounds {
-  boundsSource?: SrcMesh;
-  /** Undefined until someone asks; null when three.js shall find them. */
-  givenBox: Box3 | null | undefined;
-  givenSphere: Sphere | null | undefined;
-}
-
-// three.js sets both in its constructor, as properties of the object; these take that over, and make them only for
-// geometries that are asked for them.
-Object.defineProperties(SRCGeometry.prototype, {
-  boundingBox: {
-    get(this: LazyBounds): Box3 | null {
-      if (this.givenBox === undefined) this.givenBox = boxInCodes(this.boundsSource!);
-      return this.givenBox;
-    },
-    set(this: LazyBounds, box: Box3 | null) {
-      this.givenBox = box;
-    },
-  },
-  boundingSphere: {
-    get(this: LazyBounds): Sphere | null {
-      if (this.givenSphere === undefined) {
-        const box = boxInCodes(this.boundsSource!);
-        this.givenSphere = box && box.getBoundingSphere(new Sphere());
-      }
-      return this.givenSphere;
-    },
-    set(this: LazyBounds, sphere: Sphere | null) {
-      this.givenSphere = sphere;
-    },
-  },
-});
 
 /** The bounds before "fit" is undone, which the codes are decoded to. */
 function decodedBounds(mesh: SrcMesh): SrcBounds | null {

@@ -84,11 +84,31 @@ export function decodeInShader<M extends Material>(material: M, kind: string, ba
 
 export type DrawKind = 'triangles' | 'lines' | 'points';
 
+/** What meshes of one material need to be drawn right. */
+export interface MaterialNeeds {
+  draw: DrawKind;
+  /** They have colours of their own. */
+  vertexColors: boolean;
+  /** They are triangles without normals. */
+  flatShading: boolean;
+}
+
+/**
+ * Makes the material of all meshes that look alike; null leaves it to the loader. `parameters` are those of the file,
+ * the technique's defaults included.
+ */
+export type MakeMaterial = (
+  source: SrcMaterial | null,
+  parameters: Record<string, number[]>,
+  needs: MaterialNeeds,
+) => Material | null;
+
 export interface MaterialOptions {
   /** Which sides of triangles are drawn. Files do not say; parts of an assembly are often open, so both. */
   side: Side;
   /** The colour space of the file's material colours. */
   colorSpace: string;
+  make?: MakeMaterial | null | undefined;
 }
 
 export const DEFAULT_MATERIAL_OPTIONS: MaterialOptions = { side: DoubleSide, colorSpace: SRGBColorSpace };
@@ -112,6 +132,7 @@ export function parametersOf(material: SrcMaterial | null): Record<string, numbe
 /** The materials of one file. Meshes with equal parameters share one, whatever the names: fewer states to change. */
 export class MaterialTable {
   private readonly made = new Map<string, Material>();
+  private readonly prepared = new Set<Material>();
   private readonly texts = new Map<number, string>();
   private readonly numbers = new Map<string, number>();
   private readonly numberOfLook = new Map<number, number>();
@@ -157,7 +178,12 @@ export class MaterialTable {
     const key = `${draw} ${decoding} ${flags.colors} ${flags.flat} ${flags.batched} ${this.textOf(source)}`;
     let material = this.made.get(key);
     if (!material) {
-      material = decodeInShader(this.make(source, draw, flags), decoding, flags.batched);
+      const needs = { draw, vertexColors: flags.colors, flatShading: flags.flat };
+      material = this.options.make?.(source, parametersOf(source), needs) ?? this.make(source, draw, flags);
+      // One that is used for several kinds of decoding is prepared for each.
+      if (this.prepared.has(material)) material = material.clone();
+      this.prepared.add(material);
+      decodeInShader(material, decoding, flags.batched);
       this.made.set(key, material);
     }
     return material;

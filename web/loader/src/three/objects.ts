@@ -15,9 +15,9 @@ import {
   type Material,
   type Raycaster,
 } from 'three';
-import type { JsonValue, SrcMesh, SrcOrigin } from '../core/model.js';
+import type { SrcMesh } from '../core/model.js';
 import { LINE_LOOP, LINE_STRIP, LINES, POINTS, titleOf } from '../core/model.js';
-import type { SrcGeometry } from './geometry.js';
+import type { GeometrySource } from './geometry.js';
 
 /** A normal matrix that leaves out of a mesh's scale what only decodes. */
 interface DecodingNormalMatrix extends Matrix3 {
@@ -37,7 +37,7 @@ function getNormalMatrix(this: DecodingNormalMatrix, modelView: Matrix4): Matrix
  * A mesh whose position and scale turn position codes into the model's coordinates. Its normals are the model's
  * already, so the normal matrix leaves that scale out: under any material they are lit as they should be.
  */
-export class SRCMesh extends Mesh<BufferGeometry, Material> {
+export class DecodedMesh extends Mesh<BufferGeometry, Material> {
   constructor(geometry?: BufferGeometry, material?: Material) {
     super(geometry, material);
     const normalMatrix = this.normalMatrix as DecodingNormalMatrix;
@@ -53,47 +53,12 @@ export class SRCMesh extends Mesh<BufferGeometry, Material> {
     (this.normalMatrix as DecodingNormalMatrix).decodeScale = scale;
   }
 
-  /** Takes name and userData from a mesh of the file, when they are asked for. */
-  describedBy(mesh: SrcMesh): void {
-    const description = this as unknown as Description;
-    description.describedMesh = mesh;
-    description.givenName = description.givenData = undefined;
-  }
-
   override copy(source: this, recursive?: boolean): this {
     super.copy(source, recursive);
     this.decodeScale = source.decodeScale.clone();
     return this;
   }
 }
-
-interface Description {
-  describedMesh?: SrcMesh;
-  /** What an SRCMesh was given, or has said before; undefined until then. */
-  givenName: string | undefined;
-  givenData: object | undefined;
-}
-
-// three.js sets both in its constructor, as properties of the object; these take that over, and make a name and data
-// only for meshes that are asked for them.
-Object.defineProperties(SRCMesh.prototype, {
-  name: {
-    get(this: Description): string {
-      return (this.givenName ??= nameOf(this.describedMesh!));
-    },
-    set(this: Description, name: string) {
-      this.givenName = name;
-    },
-  },
-  userData: {
-    get(this: Description): object {
-      return (this.givenData ??= dataOf(this.describedMesh!));
-    },
-    set(this: Description, data: object) {
-      this.givenData = data;
-    },
-  },
-});
 
 const ONE = new Vector3(1, 1, 1);
 const unscaled = new Matrix4();
@@ -170,7 +135,7 @@ function raycastLines(this: Line, raycaster: Raycaster, intersects: Intersection
  */
 export function objectOf(
   mesh: SrcMesh,
-  source: SrcGeometry | null,
+  source: GeometrySource | null,
   material: Material | null,
   shift: readonly [number, number, number],
 ): Object3D {
@@ -193,12 +158,10 @@ export function objectOf(
         object = new LineLoop(geometry, material);
         break;
       default: {
-        const made = new SRCMesh(geometry, material);
+        const made = new DecodedMesh(geometry, material);
         made.decodeScale = source.scale;
-        made.position.fromArray(shift).add(source.offset);
-        made.scale.copy(source.scale);
-        made.describedBy(mesh);
-        return made;
+        object = made;
+        break;
       }
     }
     if (object instanceof Points) object.raycast = raycastPoints;
@@ -206,22 +169,10 @@ export function objectOf(
     object.position.fromArray(shift).add(source.offset);
     object.scale.copy(source.scale);
   }
-  describe(object, mesh);
+  const { id, metadata, origin } = mesh;
+  object.name = titleOf(mesh) || id;
+  // Verbatim.
+  object.userData = { id, metadata, material: mesh.material?.id ?? '', ...(origin && { origin }) };
   return object;
 }
 
-/** The name in the metadata, or else the ID. */
-function nameOf(mesh: SrcMesh): string {
-  return titleOf(mesh) || mesh.id;
-}
-
-/** ID and metadata, verbatim, and the origin if there is one. */
-function dataOf(mesh: SrcMesh): { id: string; metadata: JsonValue; material: string; origin?: SrcOrigin } {
-  const { id, metadata, origin } = mesh;
-  return { id, metadata, material: mesh.material?.id ?? '', ...(origin && { origin }) };
-}
-
-function describe(object: Object3D, mesh: SrcMesh): void {
-  object.name = nameOf(mesh);
-  object.userData = dataOf(mesh);
-}
