@@ -1,5 +1,6 @@
 import { describe, expect, test } from 'vitest';
-import { parseSrc, SrcAssembler } from '../src/core/index.js';
+import { parseSrc } from '../src/core/index.js';
+import { SrcAssembler } from '../src/core/SrcAssembler.js';
 import { codeOf, errorOf, fixture, srcOf, told, triangle, TRIANGLE_DATA } from './support.js';
 
 interface Told {

@@ -4,13 +4,13 @@ import {
   decodeAttribute,
   fetchMeshes,
   parseSrc,
-  SrcAssembler,
   SrcError,
   SRCLoader,
   streamSrc,
   type SrcEvent,
   type SrcSource,
 } from '../src/index.js';
+import { SrcAssembler } from '../src/core/SrcAssembler.js';
 import { sendRanges, sendWhole, serve, type Handler, type TestServer } from '../../support/server.js';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
 

@@ -1,5 +1,6 @@
 import { expect, test } from 'vitest';
-import { decodeAttribute, parseSrc, SrcAssembler, SrcError, SRCLoader } from '../src/index.js';
+import { decodeAttribute, parseSrc, SrcError, SRCLoader } from '../src/index.js';
+import { SrcAssembler } from '../src/core/SrcAssembler.js';
 import { chance, mutate } from './chance.js';
 import { fixture, srcOf } from './support.js';
 

@@ -1,5 +1,5 @@
-import { execFileSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync, symlinkSync, writeFileSync, mkdirSync } from 'node:fs';
+import { execFileSync, spawnSync } from 'node:child_process';
+import { mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { afterAll, beforeAll, expect, test } from 'vitest';
@@ -61,7 +61,7 @@ const served = (code: string) =>
 test('the package holds its modules, their types and the README, and nothing else', () => {
   expect(files).toContain('dist/index.js');
   expect(files).toContain('dist/core/index.d.ts');
-  for (const file of files) expect(file).toMatch(/^(LICENSE|README\.md|package\.json|dist\/.*\.(js|d\.ts))$/);
+  for (const file of files) expect(file).toMatch(/^(LICENSE|README\.md|package\.json|dist\/.*\.(js|js\.map|d\.ts))$/);
 });
 
 async function runServed(code: string): Promise<unknown> {
@@ -110,6 +110,7 @@ test('the types are found by a strict compiler', () => {
     `import { SRCLoader, type SRCModel } from 'kelsrc-loader';
      import { parseSrc, type SrcMesh } from 'kelsrc-loader/core';
      export const model: Promise<SRCModel> = new SRCLoader().setPath('a/').loadAsync('b.src');
+     export const signalled = new SRCLoader().loadAsync(new Blob(), undefined, { signal: undefined });
      export const mesh: SrcMesh | undefined = parseSrc(new ArrayBuffer(0)).find('0');
      // @ts-expect-error: without this error the types would be "any"
      export const wrong: number = parseSrc(new ArrayBuffer(0));`,
@@ -118,16 +119,27 @@ test('the types are found by a strict compiler', () => {
   const options = [
     '--noEmit',
     '--strict',
+    '--noUncheckedIndexedAccess',
+    '--exactOptionalPropertyTypes',
     '--module',
     'nodenext',
     '--target',
     'es2022',
     '--lib',
     'es2022,dom',
-    '--skipLibCheck',
     'use.ts',
   ];
-  execFileSync('node', [compiler, ...options], { cwd: folder, stdio: 'pipe' });
+  // Declarations of three.js are its own affair.
+  const { stdout } = spawnSync('node', [compiler, ...options], { cwd: folder, encoding: 'utf8' });
+  expect(stdout.split('\n').filter((line) => /error TS/.test(line) && !/types\/three/.test(line))).toEqual([]);
+}, 120_000);
+
+test('the types take no type argument of typed arrays, which compilers before 5.7 do not know', () => {
+  const declarations = readdirSync(join(PACKAGE, 'dist'), { recursive: true, encoding: 'utf8' });
+  const generic = declarations
+    .filter((name) => name.endsWith('.d.ts'))
+    .filter((name) => /\b\w+Array<ArrayBuffer/.test(readFileSync(join(PACKAGE, 'dist', name), 'utf8')));
+  expect(generic).toEqual([]);
 });
 
 test("the README's use without three.js works where there is no three.js", () => {

@@ -2,13 +2,13 @@ import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { PROJECT } from '../../support/paths.js';
 import {
-  SrcAssembler,
   SrcError,
   type JsonObject,
   type JsonValue,
   type MeshArrays,
   type SrcHeader,
 } from '../src/core/index.js';
+import { SrcAssembler } from '../src/core/SrcAssembler.js';
 
 /** The files that write_web_fixtures writes; web/test.sh says where. */
 const FIXTURES = process.env.KELSRC_WEB_FIXTURES ?? join(PROJECT, 'build/web/fixtures');

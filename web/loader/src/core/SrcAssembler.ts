@@ -1,4 +1,5 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
+import type { Bytes } from './bytes.js';
 import { pointerOf } from './faults.js';
 import { checkChunks, checkRepeats, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
 import type { Arriving, Walking } from './headerWalk.js';
@@ -18,7 +19,7 @@ const NO_BYTES = new Uint8Array(0);
 
 interface Block {
   capacity: number;
-  bytes: Uint8Array<ArrayBuffer> | null;
+  bytes: Bytes | null;
   /** Counted in meshes handed out: no later one needs the block. */
   usesEnd: number;
 }
@@ -48,7 +49,7 @@ export class SrcAssembler implements SrcBytes {
   private blockOfChunk = new Int32Array(0);
   private placeOfChunk = new Float64Array(0); // in the block
   // Buffer views whose chunks do not lie together in memory, and their bytes once they were asked for.
-  private readonly scattered = new Map<SrcBufferView, Uint8Array<ArrayBuffer> | null>();
+  private readonly scattered = new Map<SrcBufferView, Bytes | null>();
   private incoming: SrcChunk[] = []; // those with bytes that are wanted, by place in the file
   private nextChunk = 0;
   private meshes: SrcMesh[] = []; // by where their last byte lies
@@ -152,7 +153,7 @@ export class SrcAssembler implements SrcBytes {
     return arrays;
   }
 
-  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
+  blockOf(view: SrcBufferView): Bytes {
     const known = this.scattered.size > 0 ? this.scattered.get(view) : undefined;
     if (known) return known;
     const [first] = view.chunks;
@@ -175,7 +176,7 @@ export class SrcAssembler implements SrcBytes {
     return first ? this.placeOfChunk[first.index]! : 0;
   }
 
-  private bytesIn(block: number): Uint8Array<ArrayBuffer> {
+  private bytesIn(block: number): Bytes {
     return this.blocks[block]!.bytes ?? NO_BYTES; // none yet: only views without bytes ask
   }
 
@@ -291,12 +292,12 @@ export class SrcAssembler implements SrcBytes {
     }
   }
 
-  private reserve(block: Block, wanted: number): Uint8Array<ArrayBuffer> {
+  private reserve(block: Block, wanted: number): Bytes {
     const old = block.bytes;
     if (old && old.length >= wanted) return old;
     const size = Math.min(block.capacity, Math.max(wanted, TRUSTED_BLOCK_BYTES, 2 * (old?.length ?? 0)));
     if (size > this.limits.memoryBytes - this.held) throw this.tooMuch(size);
-    let bytes: Uint8Array<ArrayBuffer>;
+    let bytes: Bytes;
     try {
       bytes = new Uint8Array(size);
     } catch {

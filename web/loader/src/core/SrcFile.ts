@@ -1,11 +1,12 @@
 import { meshArrays, type MeshArrays, type SrcBytes } from './arrays.js';
+import type { Bytes } from './bytes.js';
 import { checkChunks, checkRepeats, headerTruncated, PREAMBLE_BYTES, readingHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom, type ReadLimits } from './limits.js';
 import type { SrcBufferView, SrcHeader, SrcMesh } from './model.js';
 
 /** A whole file in memory. Its arrays are views of the given bytes wherever their place allows. */
 export class SrcFile implements SrcBytes {
-  private readonly gathered = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
+  private readonly gathered = new Map<SrcBufferView, Bytes>();
   private gatheredBytes = 0;
   private byId: Map<string, SrcMesh> | null = null;
 
@@ -13,13 +14,13 @@ export class SrcFile implements SrcBytes {
 
   private constructor(
     readonly header: SrcHeader,
-    private readonly data: Uint8Array<ArrayBuffer>,
+    private readonly data: Bytes,
     private readonly limits: ReadLimits,
   ) {}
 
   /** Reads the header of a file in memory, in steps of about a millisecond. Throws SrcError. */
   static *opening(
-    source: ArrayBuffer | Uint8Array<ArrayBuffer>,
+    source: ArrayBuffer | Bytes,
     limits?: Partial<ReadLimits>,
   ): Generator<void, SrcFile, void> {
     const bytes = source instanceof Uint8Array ? source : new Uint8Array(source);
@@ -63,14 +64,14 @@ export class SrcFile implements SrcBytes {
     return null;
   }
 
-  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer> {
+  blockOf(view: SrcBufferView): Bytes {
     return view.dataOffset >= 0 ? this.data : this.gatheredView(view);
   }
   startOf(view: SrcBufferView): number {
     return Math.max(0, view.dataOffset);
   }
 
-  private gatheredView(view: SrcBufferView): Uint8Array<ArrayBuffer> {
+  private gatheredView(view: SrcBufferView): Bytes {
     let bytes = this.gathered.get(view);
     if (!bytes) {
       const pieces = view.chunks.map((c) => this.data.subarray(c.byteOffset, c.byteOffset + c.byteLength));
@@ -106,7 +107,7 @@ export function buffersOf({ indices, attributes }: SrcMesh): SrcBufferView[] {
 }
 
 /** Pieces in one block. */
-export function gather(pieces: Uint8Array[]): Uint8Array<ArrayBuffer> {
+export function gather(pieces: Uint8Array[]): Bytes {
   const bytes = new Uint8Array(pieces.reduce((sum, piece) => sum + piece.length, 0));
   let at = 0;
   for (const piece of pieces) {
@@ -117,7 +118,7 @@ export function gather(pieces: Uint8Array[]): Uint8Array<ArrayBuffer> {
 }
 
 /** Reads a whole file from memory. Throws SrcError. */
-export function parseSrc(source: ArrayBuffer | Uint8Array<ArrayBuffer>, limits?: Partial<ReadLimits>): SrcFile {
+export function parseSrc(source: ArrayBuffer | Bytes, limits?: Partial<ReadLimits>): SrcFile {
   const opening = SrcFile.opening(source, limits);
   for (;;) {
     const { done, value } = opening.next();

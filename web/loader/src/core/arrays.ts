@@ -1,3 +1,4 @@
+import type { Bytes, IndexArray, TypedArray } from './bytes.js';
 import { isCombined } from './model.js';
 import {
   BYTE,
@@ -13,21 +14,10 @@ import {
   type SrcMesh,
 } from './model.js';
 
-export type TypedArray =
-  | Int8Array<ArrayBuffer>
-  | Uint8Array<ArrayBuffer>
-  | Int16Array<ArrayBuffer>
-  | Uint16Array<ArrayBuffer>
-  | Int32Array<ArrayBuffer>
-  | Uint32Array<ArrayBuffer>
-  | Float32Array<ArrayBuffer>;
-
-export type IndexArray = Uint8Array<ArrayBuffer> | Uint16Array<ArrayBuffer> | Uint32Array<ArrayBuffer>;
-
 /** Where the bytes of buffer views are found. */
 export interface SrcBytes {
   /** A block that holds the stored bytes of a view, from startOf(view) on. */
-  blockOf(view: SrcBufferView): Uint8Array<ArrayBuffer>;
+  blockOf(view: SrcBufferView): Bytes;
   startOf(view: SrcBufferView): number;
 }
 

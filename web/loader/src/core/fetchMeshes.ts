@@ -1,4 +1,5 @@
 import { meshArrays, type MeshArrays } from './arrays.js';
+import type { Bytes } from './bytes.js';
 import { headerTruncated, PREAMBLE_BYTES, readHeader, readPreamble } from './header.js';
 import { exceeds, limitsFrom } from './limits.js';
 import type { SrcBufferView, SrcChunk, SrcHeader } from './model.js';
@@ -15,7 +16,7 @@ const WORTHWHILE_GAP_BYTES = 64 * 1024;
 const PARALLEL_REQUESTS = 4;
 
 interface Part {
-  bytes: Uint8Array<ArrayBuffer>;
+  bytes: Bytes;
   /** The whole file's length, when the server told it. */
   total: number | null;
   tag: string | null;
@@ -180,7 +181,7 @@ async function fetchSelected(url: string, ids: Set<string>, options: FetchOption
 
   // Views are copied out of the runs, so that a mesh does not keep its neighbours' bytes, and to where typed
   // arrays can lie on them.
-  const views = new Map<SrcBufferView, Uint8Array<ArrayBuffer>>();
+  const views = new Map<SrcBufferView, Bytes>();
   const bytesOf = (chunk: SrcChunk): Uint8Array => {
     const run = runOf.get(chunk);
     if (!run) return new Uint8Array(0);

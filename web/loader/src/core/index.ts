@@ -8,11 +8,9 @@ export {
   decodeAttribute,
   decodeCombinedNormals,
   type AttributeArray,
-  type IndexArray,
   type MeshArrays,
-  type TypedArray,
 } from './arrays.js';
+export type { Bytes, IndexArray, TypedArray } from './bytes.js';
 export { parseSrc, SrcFile } from './SrcFile.js';
-export { SrcAssembler } from './SrcAssembler.js';
 export { fetchMeshes } from './fetchMeshes.js';
 export { streamSrc, type FetchOptions, type SrcEvent, type SrcSource } from './sources.js';

@@ -1,4 +1,5 @@
 import type { MeshArrays } from './arrays.js';
+import type { Bytes } from './bytes.js';
 import type { ReadLimits } from './limits.js';
 import type { SrcHeader, SrcMesh } from './model.js';
 import { Slices } from './slices.js';
@@ -14,7 +15,7 @@ export type SrcSource =
   | Blob
   | ReadableStream<Uint8Array>
   | ArrayBuffer
-  | Uint8Array<ArrayBuffer>;
+  | Bytes;
 
 export interface FetchOptions {
   signal?: AbortSignal | undefined;
@@ -134,7 +135,7 @@ export async function* arrivals(
 }
 
 async function* inMemory(
-  source: ArrayBuffer | Uint8Array<ArrayBuffer>,
+  source: ArrayBuffer | Bytes,
   { signal, limits, onProgress }: FetchOptions,
   slices: Slices,
 ): AsyncGenerator<Arrived, void, undefined> {

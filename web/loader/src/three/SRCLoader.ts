@@ -9,6 +9,7 @@ import {
   type Side,
 } from 'three';
 import type { MeshArrays } from '../core/arrays.js';
+import type { Bytes } from '../core/bytes.js';
 import { fetchMeshes } from '../core/fetchMeshes.js';
 import type { ReadLimits } from '../core/limits.js';
 import { isTriangles, POINTS, type SrcHeader, type SrcMesh } from '../core/model.js';
@@ -124,11 +125,11 @@ export type SRCLoadEvent =
   | { type: 'mesh'; model: SRCModel; mesh: SrcMesh; object: Object3D | null };
 
 export interface LoadOptions {
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 interface StreamOptions extends LoadOptions {
-  onProgress?: (loaded: number, total: number) => void;
+  onProgress?: ((loaded: number, total: number) => void) | undefined;
 }
 
 interface Arrived {
@@ -228,7 +229,7 @@ export class SRCLoader extends Loader<SRCModel> {
   }
 
   /** Reads a whole file. Its arrays are views of `data`, which must not change. Throws SrcError. */
-  parse(data: ArrayBuffer | Uint8Array<ArrayBuffer>): SRCModel {
+  parse(data: ArrayBuffer | Bytes): SRCModel {
     const file = parseSrc(data, this.limits);
     const model = this.modelOf(file.header);
     for (const mesh of file.meshes) model.add(file.arrays(mesh));

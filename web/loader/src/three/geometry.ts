@@ -7,13 +7,8 @@ import {
   Sphere,
   Vector3,
 } from 'three';
-import {
-  decodeAttribute,
-  type AttributeArray,
-  type IndexArray,
-  type MeshArrays,
-  type TypedArray,
-} from '../core/arrays.js';
+import { decodeAttribute, type AttributeArray, type MeshArrays } from '../core/arrays.js';
+import type { IndexArray, TypedArray } from '../core/bytes.js';
 import {
   INT,
   positionOf,
