@@ -2,6 +2,7 @@ import * as THREE from 'three';
 import { describe, expect, test } from 'vitest';
 import * as all from '../src/index.js';
 import { SRCLoader, type SRCModel } from '../src/index.js';
+import { sendRanges, serve } from '../../support/server.js';
 import { fixture, srcOf, triangle, TRIANGLE_DATA } from './support.js';
 
 const meshIn = (model: SRCModel, id: string) => model.objects.get(id) as THREE.Mesh;
@@ -97,6 +98,68 @@ test('attributes whose names begin with "src" are kept in batches', () => {
   const { scene } = new SRCLoader().setBatch(true).parse(srcOf(header, TRIANGLE_DATA));
   const { attributes } = (scene.children[0] as THREE.BatchedMesh).geometry;
   expect(Object.keys(attributes).sort()).toEqual(['position', 'srcWeight']);
+});
+
+describe('batches', () => {
+  /** Copies of the triangle, with these materials. */
+  const many = (materials: string[], change: (mesh: any, nth: number) => void = () => {}) => {
+    const header: any = triangle();
+    const { m } = header.meshes;
+    header.materials = Object.fromEntries(
+      materials.map((id) => [id, { instanceTechnique: { values: { diffuseColor: [id.length / 10, 0, 0] } } }]),
+    );
+    header.meshes = {};
+    materials.forEach((material, i) => change((header.meshes[`mesh${i}`] = { ...m, material }), i));
+    return srcOf(header, TRIANGLE_DATA);
+  };
+
+  test('show meshes as they come', async () => {
+    const counts: number[] = [];
+    for await (const { model } of new SRCLoader().setBatch(true).stream(many(['a', 'bb', 'a', 'a']))) {
+      counts.push(model.scene.children.reduce((sum, batch) => sum + (batch as THREE.BatchedMesh).instanceCount, 0));
+    }
+    expect(counts).toEqual([0, 1, 2, 3, 4]);
+  });
+
+  test('have room for what the header says, and no more', () => {
+    const { scene } = new SRCLoader().setBatch(true).parse(many(['a', 'bb', 'a', 'a']));
+    const room = (scene.children as THREE.BatchedMesh[]).map((batch) => [
+      batch.maxInstanceCount,
+      batch.geometry.getAttribute('position').count,
+      batch.geometry.index!.count,
+    ]);
+    expect(room).toEqual([
+      [3, 9, 9],
+      [1, 3, 3],
+    ]);
+  });
+
+  test('are several where meshes are many', () => {
+    const model = new SRCLoader().setBatch(true).parse(many(new Array<string>(20_000).fill('a')));
+    const counts = (model.scene.children as THREE.BatchedMesh[]).map((batch) => batch.instanceCount);
+    expect(counts).toEqual([16384, 3616]);
+    const last = model.scene.children[1]!;
+    expect(model.meshOf({ object: last, batchId: 3615 })?.id).toBe('mesh19999');
+  });
+
+  test('have room for named meshes only, when only these are loaded', async () => {
+    const server = await serve(sendRanges(many(new Array<string>(100).fill('a'))));
+    const { scene } = await new SRCLoader().setBatch(true).loadMeshes(`${server.url}/a.src`, ['mesh7', 'mesh30']);
+    await server.close();
+    expect((scene.children[0] as THREE.BatchedMesh).maxInstanceCount).toBe(2);
+  });
+
+  test('send what came between two frames as one range', async () => {
+    let drawn = 0;
+    for await (const { type, model } of new SRCLoader().setBatch(true).stream(many(new Array<string>(50).fill('a')))) {
+      if (type === 'header') continue;
+      const { geometry } = model.scene.children[0] as THREE.BatchedMesh;
+      const { updateRanges } = geometry.getAttribute('position') as THREE.BufferAttribute;
+      if (++drawn % 20 === 0) updateRanges.length = 0; // as a renderer does
+      else expect(updateRanges).toEqual([{ start: 9 * (drawn - (drawn % 20)), count: 9 * (drawn % 20) }]);
+    }
+    expect(drawn).toBe(50);
+  });
 });
 
 describe('setMaterial', () => {

@@ -52,20 +52,24 @@ export class SRCModel {
     options: ModelOptions,
   ) {
     this.#materials = new MaterialTable(options);
-    this.#batcher = options.batch ? new Batcher(this.#materials, this.#constants) : null;
+    this.#batcher = options.batch ? new Batcher(header, this.#materials, this.#constants) : null;
     const { origin } = header;
     this.scene.userData = { metadata: header.metadata, ...(origin && { origin }) };
     if (origin && options.applyOrigin !== false) this.scene.position.fromArray(origin);
   }
 
-  /** Makes a mesh's object, or keeps it for its batch, which gives null. */
+  /** Puts a mesh into the scene: its object, or null where it is drawn in a batch. */
   add(arrays: MeshArrays): Object3D | null {
     const { mesh } = arrays;
     const source = geometryOf(arrays, this.#constants);
     const triangles = isTriangles(mesh);
     const shift = betweenOrigins(this.header.origin, mesh.origin);
     if (this.#batcher && source && triangles) {
-      this.#batcher.add(mesh, source, shift);
+      const batch = this.#batcher.add(mesh, source, shift);
+      if (batch) {
+        this.#made.set(batch, (batch.userData.batch as BatchData).meshes);
+        this.scene.add(batch);
+      }
       return null;
     }
     source?.geometry.boundedBy(mesh);
@@ -80,21 +84,19 @@ export class SRCModel {
     return object;
   }
 
-  /** Puts the batches into the scene, if there are any. */
+  /** Says which meshes will come, so that batches have room for them; in steps of about a millisecond. */
+  *expecting(meshes: Iterable<SrcMesh> = this.header.meshes): Generator<void, void> {
+    if (this.#batcher) yield* this.#batcher.plan(meshes);
+  }
+
+  /** Says that no more meshes will come. */
   finish(): void {
-    for (const work = this.finishing(); !work.next().done;);
+    for (const work = this.finishing(); !work.next().done; );
   }
 
   /** The same in steps of a few milliseconds. */
   *finishing(): Generator<void, void> {
-    if (!this.#batcher) return;
-    for (const batch of this.#batcher.finish()) {
-      if (batch) {
-        this.#made.set(batch, (batch.userData.batch as BatchData).meshes);
-        this.scene.add(batch);
-      }
-      yield;
-    }
+    if (this.#batcher) yield* this.#batcher.finish();
   }
 
   /** The mesh that a ray has hit, also when it is drawn in a batch; null for objects of others, and for nothing. */
@@ -121,7 +123,7 @@ export class SRCModel {
 
 export type SRCLoadEvent =
   | { type: 'header'; model: SRCModel; header: SrcHeader }
-  /** `object` is null for a mesh that will be drawn in a batch. */
+  /** `object` is null for a mesh that is drawn in a batch. */
   | { type: 'mesh'; model: SRCModel; mesh: SrcMesh; object: Object3D | null };
 
 export interface LoadOptions {
@@ -232,6 +234,7 @@ export class SRCLoader extends Loader<SRCModel> {
   parse(data: ArrayBuffer | Bytes): SRCModel {
     const file = parseSrc(data, this.limits);
     const model = this.modelOf(file.header);
+    for (const work = model.expecting(); !work.next().done; );
     for (const mesh of file.meshes) model.add(file.arrays(mesh));
     model.finish();
     return model;
@@ -270,7 +273,13 @@ export class SRCLoader extends Loader<SRCModel> {
     const { onProgress } = options;
     try {
       for await (const assembler of arrivals(from, { ...this.requestOptions(), signal, onProgress }, slices)) {
-        const into = (model ??= this.modelOf(assembler.header!));
+        if (!model) {
+          model = this.modelOf(assembler.header!);
+          for (const work = model.expecting(); !work.next().done; ) {
+            if (slices.isOver) await slices.pause();
+          }
+        }
+        const into = model;
         const next = () => {
           const arrays = signal.aborted ? null : assembler.take(); // the loop then fails with the reason
           return arrays && { mesh: arrays.mesh, object: into.add(arrays) };
@@ -301,6 +310,7 @@ export class SRCLoader extends Loader<SRCModel> {
     try {
       const { header, meshes } = await fetchMeshes(address, ids, { ...this.requestOptions(), signal });
       const model = this.modelOf(header);
+      for (const work = model.expecting([...meshes.values()].map(({ mesh }) => mesh)); !work.next().done; );
       for (const arrays of meshes.values()) model.add(arrays);
       model.finish();
       return model;

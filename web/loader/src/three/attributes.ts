@@ -108,6 +108,32 @@ export class OctahedralAttribute extends InterleavedBufferAttribute {
   }
 }
 
+/** The same without other data in between. */
+export class OctahedralWords extends BufferAttribute {
+  scale = new Vector3(1, 1, 1);
+
+  override getX(index: number): number {
+    decodeOctahedral(this.array[index]!, normal);
+    return normal.x * this.scale.x;
+  }
+  override getY(index: number): number {
+    decodeOctahedral(this.array[index]!, normal);
+    return normal.y * this.scale.y;
+  }
+  override getZ(index: number): number {
+    decodeOctahedral(this.array[index]!, normal);
+    return normal.z * this.scale.z;
+  }
+  override copy(source: this): this {
+    super.copy(source);
+    this.scale = source.scale.clone();
+    return this;
+  }
+  override clone(): this {
+    return picked(this) as this;
+  }
+}
+
 /** The data of an attribute as they lie there: where, and how far apart. */
 export function rawOf(attribute: AnyAttribute) {
   return attribute instanceof InterleavedBufferAttribute
@@ -125,8 +151,8 @@ export function picked(attribute: AnyAttribute, list?: ArrayLike<number>): AnyAt
     const from = (list ? list[i]! : i) * stride + offset;
     for (let c = 0; c < itemSize; ++c) to[at++] = array[from + c]!;
   }
-  if (attribute instanceof OctahedralAttribute) {
-    const words = new OctahedralAttribute(new InterleavedBuffer(to, 1), 1, 0);
+  if (attribute instanceof OctahedralAttribute || attribute instanceof OctahedralWords) {
+    const words = new OctahedralWords(to, 1);
     words.scale.copy(attribute.scale);
     return words;
   }

@@ -1,23 +1,24 @@
 import {
   BatchedMesh,
   BufferAttribute,
-  InterleavedBuffer,
+  InterleavedBufferAttribute,
   Matrix4,
   Quaternion,
   Vector3,
   type BufferGeometry,
   type Intersection,
+  type Material,
+  type Object3D,
   type Raycaster,
-  type TypedArray,
 } from 'three';
-import type { SrcMesh } from '../core/model.js';
+import { isTriangles, positionOf, TRIANGLES, type SrcAttribute, type SrcHeader, type SrcMesh } from '../core/model.js';
+import { betweenOrigins } from '../core/origin.js';
 import {
   attributeOver,
   CONSTANT_NAMES,
   kindOf,
-  OctahedralAttribute,
-  rawOf,
-  type Affine,
+  OctahedralWords,
+  picked,
   type AnyAttribute,
   type DecodeConstants,
   type Decoding,
@@ -25,48 +26,112 @@ import {
 import { DecodedGeometry, type GeometrySource } from './geometry.js';
 import type { MaterialTable } from './materials.js';
 
-/** A mesh of a group: how much of the group's columns is its own, and how its codes are decoded. */
-interface Entry {
-  mesh: SrcMesh;
+interface Amounts {
+  meshes: number;
   vertices: number;
   indices: number;
-  scale: Vector3;
-  offset: Vector3;
-  uv: Affine | null;
 }
 
-/** One attribute of all meshes of a group, one behind the other. */
-interface Column {
-  name: string;
-  array: TypedArray;
-  itemSize: number;
-  normalized: boolean;
-}
+/** Room is taken before the meshes arrive, so it has a bound whatever a header claims. */
+const LARGEST: Amounts = { meshes: 16 * 1024, vertices: 256 * 1024, indices: 1536 * 1024 };
 
 /** Meshes that agree in all that cannot differ within a batch. */
-interface Group {
-  /** From the file's origin to the meshes' own. */
-  shift: readonly [number, number, number];
-  entries: Entry[];
-  vertices: number;
-  columns: Column[];
-  /** Null for meshes without indices. Each mesh counts its vertices from 0. */
-  indices: Uint16Array | Uint32Array | null;
-  indexCount: number;
-  decoding: Decoding;
-  hasColors: boolean;
-  hasNormals: boolean;
+interface Family {
+  /** What has not arrived yet. */
+  remaining: Amounts;
+  /** How texture coordinates are decoded, as a text; null when it differs from mesh to mesh. */
+  uv: string | null;
+  batch: SRCBatch | null;
 }
 
-/** Meshes that are put into a batch between two pauses. */
-const MESHES_PER_STEP = 100;
+/** Meshes that are looked at between two pauses. */
+const MESHES_PER_STEP = 256;
 
 const matrix = new Matrix4();
 const scale = new Vector3(),
   direction = new Vector3();
+const NO_ROTATION = new Quaternion();
 
 /** A batch whose meshes' matrices decode positions; its normals are the model's already. */
 class SRCBatch extends BatchedMesh {
+  /** In the order of their instances. */
+  readonly meshes: SrcMesh[] = [];
+  private readonly constants: Record<string, AnyAttribute> = {};
+  private wasDrawn = false;
+
+  constructor(
+    readonly decoding: Decoding,
+    private readonly room: Amounts,
+    material: Material,
+  ) {
+    super(room.meshes, room.vertices, room.indices, material);
+    // Only see-through meshes need an order.
+    this.sortObjects = material.transparent;
+    this.frustumCulled = false; // while it is filled
+  }
+
+  /** Whether there is room for another mesh. */
+  takes({ vertices, indices }: Amounts): boolean {
+    const { room } = this;
+    return room.meshes > 0 && room.vertices >= vertices && room.indices >= indices;
+  }
+
+  addMesh(mesh: SrcMesh, part: BufferGeometry, amounts: Amounts, place: Matrix4, constants: DecodeConstants): void {
+    const { geometry, room } = this;
+    const isFirst = this.meshes.length === 0;
+    // A batch takes all attributes for those of its meshes.
+    for (const name in this.constants) delete geometry.attributes[name];
+    const instance = this.addInstance(this.addGeometry(part));
+    this.setMatrixAt(instance, place);
+    if (isFirst) this.decode(constants);
+    Object.assign(geometry.attributes, this.constants);
+    for (const attribute of [geometry.index, ...Object.values(geometry.attributes)]) {
+      if (attribute instanceof BufferAttribute) mergeRanges(attribute);
+    }
+    this.meshes.push(mesh);
+    this.boundingBox = this.boundingSphere = null;
+    room.meshes -= 1;
+    room.vertices -= amounts.vertices;
+    room.indices -= amounts.indices;
+  }
+
+  /** Makes of the plain attributes that batches have those that are read decoded, before they go to the GPU. */
+  private decode(constants: DecodeConstants): void {
+    const { geometry, decoding } = this;
+    for (const name of ['normal', 'color', 'uv'] as const) {
+      const affine = decoding[name];
+      const isWords = name === 'normal' && decoding.octahedral;
+      if (!affine && !isWords) continue;
+      const old = geometry.getAttribute(name) as BufferAttribute;
+      const { array, itemSize } = old;
+      const made = isWords
+        ? new OctahedralWords(array, 1)
+        : (attributeOver(array, itemSize, itemSize, false, affine) as BufferAttribute);
+      for (const { start, count } of old.updateRanges) made.addUpdateRange(start, count);
+      geometry.setAttribute(name, made);
+    }
+    const named = new DecodedGeometry();
+    constants.addTo(named, decoding);
+    Object.assign(this.constants, named.attributes);
+  }
+
+  /** No more meshes will come. */
+  finish(): void {
+    this.computeBoundingBox();
+    this.computeBoundingSphere();
+    this.frustumCulled = true;
+    if (this.wasDrawn) return;
+    // All of it goes to the GPU at once; ranges would stay behind.
+    for (const attribute of [this.geometry.index, ...Object.values(this.geometry.attributes)]) {
+      if (attribute instanceof BufferAttribute) attribute.clearUpdateRanges();
+    }
+  }
+
+  override onBeforeRender: BatchedMesh['onBeforeRender'] = (...parameters) => {
+    this.wasDrawn = true;
+    BatchedMesh.prototype.onBeforeRender.apply(this, parameters);
+  };
+
   override raycast(raycaster: Raycaster, intersects: Intersection[]): void {
     const first = intersects.length;
     super.raycast(raycaster, intersects);
@@ -81,179 +146,153 @@ class SRCBatch extends BatchedMesh {
   }
 }
 
+/** Ranges that lie one behind the other become one: thousands of meshes come, and go to the GPU with the next frame. */
+function mergeRanges({ updateRanges }: BufferAttribute): void {
+  const last = updateRanges.at(-1),
+    before = updateRanges.at(-2);
+  if (!last || !before || before.start + before.count !== last.start) return;
+  before.count += last.count;
+  updateRanges.pop();
+}
+
 /** Meshes of one batch in the order of their instance IDs: see SRCModel.meshOf. */
 export interface BatchData {
-  meshes: SrcMesh[];
+  meshes: readonly SrcMesh[];
 }
 
 /**
- * Collects triangle meshes and draws all of one material at once. Each keeps its own place in the batch, so it can be
- * hidden, culled, picked and told by its ID. Codes stay codes; a mesh's matrix decodes its positions. Texture
- * coordinates become floats where their decoding differs from mesh to mesh, which a batch cannot express.
+ * Draws all triangle meshes of one material at once, each as soon as it is there. Each keeps its own place in the batch,
+ * so it can be hidden, culled, picked and told by its ID. Codes stay codes; a mesh's matrix decodes its positions.
+ * Texture coordinates become floats where their decoding differs from mesh to mesh, which a batch cannot express.
  *
- * Data are copied when they come: thousands of geometries that wait for their batch would cost more than it does.
+ * The header says how many meshes agree, and how large they are, so batches have room for those that are to come.
  */
 export class Batcher {
-  private readonly groups = new Map<string, Group>();
+  readonly batches: SRCBatch[] = [];
+  private readonly families = new Map<string, Family>();
+  private readonly familyOf = new Map<SrcMesh, Family>();
 
   constructor(
+    private readonly header: SrcHeader,
     private readonly materials: MaterialTable,
     private readonly constants: DecodeConstants,
   ) {}
 
-  /** `shift` leads from the file's origin to the mesh's own. The GPU keeps matrices in floats, so a batch has one. */
-  add(mesh: SrcMesh, source: GeometrySource, shift: readonly [number, number, number]): void {
-    const { geometry, decoding } = source;
-    const { index } = geometry;
-    const names: string[] = [];
-    for (const name in geometry.attributes) if (!CONSTANT_NAMES.has(name)) names.push(name);
-    let key = `${this.materials.numberOf(mesh)} ${index !== null} ${source.kind} ${shift.join(' ')}`;
-    if (decoding.normal) key += ` ${decoding.normal.scale} ${decoding.normal.offset}`;
-    if (decoding.color) key += ` ${decoding.color.scale} ${decoding.color.offset}`;
-    for (const name of names.sort()) key += ` ${name} ${signature(geometry, name)}`;
-
-    let group = this.groups.get(key);
-    if (!group) {
-      group = {
-        shift,
-        entries: [],
-        vertices: 0,
-        columns: names.map((name) => columnFor(geometry, name)),
-        indices: index && new Uint16Array(0),
-        indexCount: 0,
-        decoding: { ...decoding },
-        hasColors: source.hasColors,
-        hasNormals: source.hasNormals,
-      };
-      this.groups.set(key, group);
-    }
-    const vertices = geometry.getAttribute('position').count;
-    for (const column of group.columns) append(column, group.vertices, geometry.getAttribute(column.name), vertices);
-    group.vertices += vertices;
-    if (index && group.indices) {
-      const isWide = index.array instanceof Uint32Array && group.indices instanceof Uint16Array;
-      if (isWide) group.indices = Uint32Array.from(group.indices);
-      group.indices = withRoom(group.indices, group.indexCount + index.count);
-      group.indices.set(index.array as Uint16Array, group.indexCount);
-      group.indexCount += index.count;
-    }
-    const { scale, offset } = source;
-    group.entries.push({ mesh, vertices, indices: index?.count ?? 0, scale, offset, uv: decoding.uv });
-  }
-
-  /** Makes the batches of all meshes so far, in steps of a few milliseconds: null where no batch is ready. */
-  *finish(): Generator<BatchedMesh | null, void> {
-    for (const [key, group] of this.groups) {
-      this.groups.delete(key);
-      yield* this.batchOf(group);
-    }
-  }
-
-  private *batchOf(group: Group): Generator<BatchedMesh | null, void> {
-    const { entries, columns, decoding } = group;
-    const first = entries[0]!.mesh;
-    decoding.uv = commonUv(group);
-    const kind = kindOf(decoding);
-    const material = this.materials.get(first.material, 'triangles', kind, {
-      colors: group.hasColors,
-      flat: !group.hasNormals,
-      batched: true,
-    });
-    const batch = new SRCBatch(entries.length, group.vertices, group.indexCount, material);
-    const rotation = new Quaternion();
-    let vertex = 0,
-      index = 0;
-    for (let nth = 0; nth < entries.length; ++nth) {
-      const { mesh, vertices, indices, scale, offset } = entries[nth]!;
-      const part = new DecodedGeometry();
-      for (const { name, array, itemSize, normalized } of columns) {
-        const own = array.subarray(vertex * itemSize, (vertex + vertices) * itemSize);
-        part.setAttribute(name, new BufferAttribute(own, itemSize, normalized));
+  /** Looks which meshes will come, in steps of about a millisecond. */
+  *plan(meshes: Iterable<SrcMesh>): Generator<void, void> {
+    let seen = 0;
+    for (const mesh of meshes) {
+      if (++seen % MESHES_PER_STEP === 0) yield;
+      if (!isTriangles(mesh) || this.familyOf.has(mesh)) continue;
+      const key = this.keyOf(mesh);
+      const uv = decodingText(mesh.attributes.find(({ name }) => name === 'texcoord'));
+      let family = this.families.get(key);
+      if (!family) {
+        family = { remaining: { meshes: 0, vertices: 0, indices: 0 }, uv, batch: null };
+        this.families.set(key, family);
       }
-      if (group.indices) part.setIndex(new BufferAttribute(group.indices.subarray(index, index + indices), 1));
-      part.boundedBy(mesh);
-      const instance = batch.addInstance(batch.addGeometry(part));
-      batch.setMatrixAt(instance, matrix.compose(offset, rotation, scale));
-      vertex += vertices;
-      index += indices;
-      if (nth % MESHES_PER_STEP === MESHES_PER_STEP - 1) yield null;
+      if (family.uv !== uv) family.uv = null;
+      change(family.remaining, amountsOf(mesh), 1);
+      this.familyOf.set(mesh, family);
     }
-    // Only see-through meshes need an order.
-    batch.sortObjects = material.transparent;
-    const { geometry } = batch;
-    // All of it goes to the GPU at once; thousands of ranges would stay behind.
-    geometry.index?.clearUpdateRanges();
-    for (const { name } of columns) (geometry.getAttribute(name) as BufferAttribute).clearUpdateRanges();
-    if (decoding.octahedral) {
-      const words = geometry.getAttribute('normal').array;
-      geometry.setAttribute('normal', new OctahedralAttribute(new InterleavedBuffer(words, 1), 1, 0));
+  }
+
+  /** The new batch that a mesh was put into, or null where it was put into one that was there. */
+  add(mesh: SrcMesh, source: GeometrySource, shift: readonly [number, number, number]): Object3D | null {
+    if (!this.familyOf.has(mesh)) for (const work = this.plan([mesh]); !work.next().done; );
+    const family = this.familyOf.get(mesh)!;
+    const { geometry, scale, offset } = source;
+    const part = new DecodedGeometry();
+    for (const [name, attribute] of Object.entries(geometry.attributes)) {
+      if (CONSTANT_NAMES.has(name)) continue;
+      const isMixed = name === 'uv' && family.uv === null;
+      const isApart = attribute instanceof InterleavedBufferAttribute;
+      part.setAttribute(name, isMixed ? values(attribute) : isApart ? picked(attribute) : attribute);
     }
-    // Batches make plain attributes; these are read decoded again.
-    for (const name of ['normal', 'color', 'uv'] as const) {
-      const affine = decoding[name];
-      if (!affine) continue;
-      const { array, itemSize } = geometry.getAttribute(name);
-      geometry.setAttribute(name, attributeOver(array, itemSize, itemSize, false, affine));
+    part.setIndex(geometry.index);
+    part.boundedBy(mesh);
+
+    const amounts = amountsOf(mesh);
+    let made: SRCBatch | null = null;
+    if (!family.batch?.takes(amounts)) {
+      const { remaining } = family;
+      const room = {
+        meshes: Math.min(remaining.meshes, LARGEST.meshes),
+        vertices: Math.max(amounts.vertices, Math.min(remaining.vertices, LARGEST.vertices)),
+        indices: Math.max(amounts.indices, Math.min(remaining.indices, LARGEST.indices)),
+      };
+      family.batch = made = this.batchFor(mesh, source, family, room);
+      made.position.fromArray(shift);
     }
-    // Added last: a batch takes all others for attributes of its meshes.
-    this.constants.addTo(geometry, decoding);
-    batch.computeBoundingBox();
-    yield null;
-    batch.computeBoundingSphere();
-    batch.position.fromArray(group.shift);
+    family.batch.addMesh(mesh, part, amounts, matrix.compose(offset, NO_ROTATION, scale), this.constants);
+    change(family.remaining, amounts, -1);
+    return made;
+  }
+
+  /** After the last mesh, in steps of a few milliseconds. */
+  *finish(): Generator<void, void> {
+    for (const batch of this.batches) {
+      batch.finish();
+      yield;
+    }
+  }
+
+  private batchFor(mesh: SrcMesh, source: GeometrySource, family: Family, room: Amounts): SRCBatch {
+    const decoding = { ...source.decoding, uv: family.uv === null ? null : source.decoding.uv };
+    const { hasColors, hasNormals } = source;
+    const flags = { colors: hasColors, flat: !hasNormals, batched: true };
+    const material = this.materials.get(mesh.material, 'triangles', kindOf(decoding), flags);
+    const batch = new SRCBatch(decoding, room, material);
+    this.batches.push(batch);
     batch.name = material.name;
-    const data: BatchData = { meshes: entries.map((entry) => entry.mesh) };
-    batch.userData = { material: first.material?.id ?? '', batch: data };
-    yield batch;
+    const data: BatchData = { meshes: batch.meshes };
+    batch.userData = { material: mesh.material?.id ?? '', batch: data };
+    return batch;
   }
-}
 
-function signature(geometry: BufferGeometry, name: string): string {
-  const { itemSize, normalized } = geometry.getAttribute(name);
-  return `${rawOf(geometry.getAttribute(name)).array.constructor.name} ${itemSize} ${normalized}`;
-}
-
-function columnFor(geometry: BufferGeometry, name: string): Column {
-  const { itemSize, normalized } = geometry.getAttribute(name);
-  const Type = rawOf(geometry.getAttribute(name)).array.constructor as new (length: number) => TypedArray;
-  return { name, array: new Type(0), itemSize, normalized };
-}
-
-/** The array, or one of twice its size with the same beginning. */
-function withRoom<T extends TypedArray>(array: T, wanted: number): T {
-  if (array.length >= wanted) return array;
-  const larger = new (array.constructor as new (length: number) => T)(Math.max(wanted, 2 * array.length));
-  larger.set(array as never);
-  return larger;
-}
-
-function append(column: Column, vertex: number, attribute: AnyAttribute, count: number): void {
-  const { itemSize } = column;
-  const { array: from, stride, offset } = rawOf(attribute);
-  const to = (column.array = withRoom(column.array, (vertex + count) * itemSize));
-  if (stride === itemSize) {
-    to.set(from.subarray(0, count * itemSize), vertex * itemSize);
-    return;
-  }
-  for (let i = 0, at = vertex * itemSize; i < count; ++i) {
-    for (let c = 0; c < itemSize; ++c) to[at++] = from[i * stride + offset + c]!;
-  }
-}
-
-/** The decoding of a group's texture coordinates, in common: where there is none they become values. */
-function commonUv({ entries, columns }: Group): Affine | null {
-  const text = (uv: Affine | null) => uv && `${uv.scale} ${uv.offset}`;
-  const { uv } = entries[0]!;
-  const common = text(uv);
-  const column = columns.find(({ name }) => name === 'uv');
-  if (!column || entries.every((entry) => entry.uv === uv || text(entry.uv) === common)) return uv;
-  const values = new Float32Array(column.array.length);
-  let at = 0;
-  for (const { vertices, uv: own } of entries) {
-    for (const end = at + 2 * vertices; at < end; ++at) {
-      values[at] = own ? column.array[at]! * own.scale[at & 1]! + own.offset[at & 1]! : column.array[at]!;
+  /** The same for meshes that can be drawn at once. The GPU keeps matrices in floats, so a batch has one origin. */
+  private keyOf(mesh: SrcMesh): string {
+    const shift = betweenOrigins(this.header.origin, mesh.origin);
+    const isIndexed = mesh.indices !== null || mesh.drawnAs !== TRIANGLES;
+    let key = `${this.materials.numberOf(mesh)} ${isIndexed} ${shift}`;
+    for (const attribute of mesh.attributes) {
+      const { name, view } = attribute;
+      key += ` ${name} ${view.componentType} ${view.components} ${view.componentBytes}`;
+      if (name === 'texcoord') continue;
+      // The positions' decoding is each mesh's own.
+      if (attribute !== positionOf(mesh)) key += decodingText(attribute);
     }
+    return key;
   }
-  column.array = values;
-  return null;
+}
+
+/** Equal for attributes that are decoded alike. */
+function decodingText(attribute: SrcAttribute | undefined): string {
+  const { view, fit } = attribute ?? {};
+  if (!view?.decoded && !fit) return '';
+  return ` ${view!.decodeOffset} ${view!.decodeScale} ${fit?.offset} ${fit?.scale}`;
+}
+
+/** What a mesh needs of a batch, at most. */
+function amountsOf(mesh: SrcMesh): Amounts {
+  const vertices = positionOf(mesh)?.view.count ?? 0;
+  const count = mesh.indices?.count ?? 0;
+  const indices = mesh.drawnAs === TRIANGLES ? count : 3 * Math.max(0, (mesh.indices ? count : vertices) - 2);
+  return { meshes: 1, vertices, indices };
+}
+
+function change(amounts: Amounts, by: Amounts, sign: 1 | -1): void {
+  amounts.meshes += sign * by.meshes;
+  amounts.vertices += sign * by.vertices;
+  amounts.indices += sign * by.indices;
+}
+
+/** Texture coordinates as floats. */
+function values(attribute: AnyAttribute): BufferAttribute {
+  const floats = new Float32Array(2 * attribute.count);
+  for (let i = 0; i < attribute.count; ++i) {
+    floats[2 * i] = attribute.getX(i);
+    floats[2 * i + 1] = attribute.getY(i);
+  }
+  return new BufferAttribute(floats, 2);
 }

@@ -144,9 +144,14 @@ test.each([
   120_000,
 );
 
-test.each(['many', 'many-cmp1'])('%s small meshes look the same in one batch per material', async (name) => {
-  const { mean, strays, objects, picture } = await browser.call('batched', `/${name}.src`);
-  browser.keep(name, picture);
+test.each([
+  ['many', false],
+  ['many-cmp1', false],
+  ['many', true],
+  ['many-cmp1', true],
+])('%s small meshes look the same in one batch per material (drawn while it fills: %s)', async (name, whileFilled) => {
+  const { mean, strays, objects, picture } = await browser.call('batched', `/${name}.src`, whileFilled);
+  browser.keep(whileFilled ? `${name}-while-filled` : name, picture);
   expect(objects).toBe(3);
   expect(strays).toBe(0);
   // See-through meshes of three materials cannot all be drawn back to front when each material is drawn at once.

@@ -200,10 +200,21 @@ async function aim(src: string, targets: [number, number, number][], batch: bool
   return hits;
 }
 
+/** A file in batches that are drawn now and then while they fill. */
+async function drawnWhileFilled(src: string): Promise<SRCModel> {
+  let meshes = 0,
+    model: SRCModel | null = null;
+  for await (const event of new SRCLoader().setBatch(true).stream(src)) {
+    ({ model } = event);
+    if (event.type === 'mesh' && ++meshes % 70 === 1) draw(model.scene, 'lit');
+  }
+  return model!;
+}
+
 /** A file drawn mesh by mesh and in batches. */
-async function batched(src: string) {
+async function batched(src: string, whileFilled: boolean) {
   const single = await new SRCLoader().loadAsync(src);
-  const batches = await new SRCLoader().setBatch(true).loadAsync(src);
+  const batches = whileFilled ? await drawnWhileFilled(src) : await new SRCLoader().setBatch(true).loadAsync(src);
   const ours = draw(single.scene, 'lit');
   const calls = renderer.info.render.calls;
   const picture = renderer.domElement.toDataURL();
