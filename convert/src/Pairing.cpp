@@ -1,5 +1,6 @@
 #include "Pairing.h"
 
+#include "CornerComparison.h"
 #include "PointGrid.h"
 
 #include <kel/src/format/MetadataKeys.h>
@@ -41,6 +42,11 @@ std::size_t partsFrom(const std::vector<ComparableMesh>& meshes, std::size_t fir
     return count;
 }
 
+/// Of the diagonal of all meshes: boxes that differ by less are nearly the same.
+constexpr double ALIKE = 1e-3;
+/// Meshes at one place that are looked at for the one that is most like another.
+constexpr std::size_t MOST_TRIES = 64;
+
 using Group = std::vector<const WholeMesh*>;
 
 /// How far the boxes of equal meshes may be apart.
@@ -56,6 +62,11 @@ double reachOf(const WholeMesh& a, const WholeMesh& b) {
     return reach;
 }
 
+/// Whether any step of a node's path has one; a path of slashes alone belongs to many nodes.
+bool hasName(const std::string& node) {
+    return node.find_first_not_of('/') != std::string::npos;
+}
+
 bool agree(const WholeMesh& a, const WholeMesh& b) {
     if (a.primitives != b.primitives) return false;
     const double reach = reachOf(a, b);
@@ -66,8 +77,14 @@ bool agree(const WholeMesh& a, const WholeMesh& b) {
             return false;
     }
     const std::string &nodeA = a.first().node, &nodeB = b.first().node;
-    if (a.first().name == b.first().name && !nodeA.empty() && !nodeB.empty() && nodeA != nodeB) return false;
+    if (a.first().name == b.first().name && hasName(nodeA) && hasName(nodeB) && nodeA != nodeB) return false;
     return comparedAttributes(a.first(), b.first()) == comparedAttributes(b.first(), a.first());
+}
+
+/// How far apart the ends of the boxes are.
+double unlikeness(const WholeMesh& a, const WholeMesh& b) {
+    if (a.box.isEmpty() || b.box.isEmpty()) return INFINITY;
+    return std::max(distanceBetween(a.box.min, b.box.min), distanceBetween(a.box.max, b.box.max));
 }
 
 /// Pairs two groups of equal size.
@@ -83,6 +100,7 @@ public:
             }
             byPlace();
             byNode();
+            byBox();
             bySize();
         }
         std::size_t next = 0;
@@ -131,13 +149,50 @@ private:
         std::map<std::string_view, std::vector<std::size_t>> places;
         for (std::size_t j = b.size(); j-- > 0;) {
             const std::string& node = b[j]->first().node;
-            if (!isTaken[j] && !node.empty()) places[node].push_back(j);
+            if (!isTaken[j] && hasName(node)) places[node].push_back(j);
         }
         for (std::size_t i = 0; i < a.size(); ++i) {
             const auto found = places.find(a[i]->first().node);
             if (partner[i] != NONE || found == places.end() || found->second.empty()) continue;
-            take(i, found->second.back());
-            found->second.pop_back();
+            // Primitives of one mesh have one node.
+            std::vector<std::size_t>& there = found->second;
+            const std::size_t most = std::min(there.size(), MOST_TRIES);
+            const auto best =
+                std::min_element(there.rbegin(), there.rbegin() + static_cast<std::ptrdiff_t>(most),
+                                 [&](std::size_t x, std::size_t y) {
+                                     return unlikeness(*a[i], *b[x]) < unlikeness(*a[i], *b[y]);
+                                 });
+            take(i, *best);
+            there.erase(best.base() - 1);
+        }
+    }
+
+    /// Each with the one whose box is most like its own, if that is nearly so: a file that was made anew has other
+    /// names and another order, is off by more than its encoding says, and lacks triangles without an area.
+    void byBox() {
+        Bounds all;
+        for (const WholeMesh* mesh : a)
+            all.add(mesh->box);
+        const double reach = ALIKE * all.diagonal();
+        if (!std::isfinite(reach)) return;
+        PointGrid grid(reach, b.size());
+        for (std::size_t j = b.size(); j-- > 0;) {
+            if (!isTaken[j] && !b[j]->box.isEmpty()) grid.add(b[j]->box.min, static_cast<std::uint32_t>(j));
+        }
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            if (partner[i] != NONE || a[i]->box.isEmpty()) continue;
+            std::size_t best = NONE;
+            double least = reach;
+            std::size_t tries = MOST_TRIES;
+            grid.visit(a[i]->box.min, [&](std::uint32_t j) {
+                const double apart = isTaken[j] ? INFINITY : unlikeness(*a[i], *b[j]);
+                if (apart < least || (apart == least && best == NONE)) {
+                    least = apart;
+                    best = j;
+                }
+                return least == 0.0 || --tries == 0 ? PointGrid::STOP : PointGrid::GO_ON;
+            });
+            if (best != NONE) take(i, best);
         }
     }
 

@@ -20,8 +20,8 @@ constexpr std::size_t SAMPLES_PER_PRIMITIVE = 4, FEWEST_SAMPLES = 64, MOST_SAMPL
 /// Points are taken from all over first. Where each takes more effort than this, for lying far from the
 /// surface, these are all.
 constexpr std::size_t STRIDE = 64, EFFORT_PER_PRIMITIVE = 64, LEAST_EFFORT = 100000;
-/// Primitives at one place that are asked for the attributes that fit best.
-constexpr std::size_t CANDIDATES = 16;
+/// Primitives near a point that are asked for the attributes that fit best.
+constexpr std::size_t CANDIDATES = 32;
 /// Values between vertices are rounded.
 constexpr double ANGLE_NOISE = 0.01, VALUE_NOISE = 1e-5;
 /// A primitive whose corners may move by this part of its width keeps no direction.
@@ -215,9 +215,10 @@ private:
                 noise = std::max(noise, 16 * std::numeric_limits<double>::epsilon() * std::abs(coordinate));
             if (std::isnan(found.distance)) found.distance = std::numeric_limits<double>::infinity();
             tally.add(found.distance <= noise ? 0.0 : found.distance, corners.positionLimit, point);
+            // At a sharp edge the nearest primitive may be the neighbour of the one that the point came from.
             if (withAttributes && found.distance <= corners.reach + noise)
                 compareAttributes(primitive, weights, isA, point,
-                                  surface.within(point, found.distance + noise, CANDIDATES));
+                                  surface.within(point, corners.reach + noise, CANDIDATES));
         };
         std::vector<bool> isDone(from.positions.size());
         const std::size_t mostEffort =

@@ -170,14 +170,25 @@ SurfacePoint SurfaceTree::nearest(const Point& point, std::uint32_t guess) const
 }
 
 std::vector<SurfacePoint> SurfaceTree::within(const Point& point, double distance, std::size_t most) const {
-    std::vector<SurfacePoint> all;
-    const double limit = distance * distance * (1 + 4 * std::numeric_limits<double>::epsilon());
+    std::vector<SurfacePoint> nearest; // a heap, the farthest in front
+    double limit = distance * distance * (1 + 4 * std::numeric_limits<double>::epsilon());
+    const auto isNearer = [](const SurfacePoint& a, const SurfacePoint& b) {
+        return std::make_pair(a.distance, a.primitive) < std::make_pair(b.distance, b.primitive);
+    };
     visit(point, limit, [&](const SurfacePoint& found) {
-        if (!(found.distance <= limit) || all.size() == most) return;
-        all.push_back(found);
-        all.back().distance = std::sqrt(found.distance);
+        if (!(found.distance <= limit)) return;
+        if (nearest.size() == most) {
+            if (!isNearer(found, nearest.front())) return;
+            std::pop_heap(nearest.begin(), nearest.end(), isNearer);
+            nearest.pop_back();
+        }
+        nearest.push_back(found);
+        std::push_heap(nearest.begin(), nearest.end(), isNearer);
+        if (nearest.size() == most) limit = nearest.front().distance;
     });
-    return all;
+    for (SurfacePoint& found : nearest)
+        found.distance = std::sqrt(found.distance);
+    return nearest;
 }
 
 } // namespace kel::convert

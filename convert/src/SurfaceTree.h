@@ -28,7 +28,7 @@ public:
     ///
     /// guess  a primitive that may be near; the result is the same whichever it is, but for equally near ones
     SurfacePoint nearest(const Point& point, std::uint32_t guess = 0) const;
-    /// Up to `most` that are no farther than `distance`, in a fixed order.
+    /// The nearest ones, up to `most`, that are no farther than `distance`.
     std::vector<SurfacePoint> within(const Point& point, double distance, std::size_t most) const;
 
 private:

@@ -1,3 +1,5 @@
+#include "FaultModels.h"
+
 #include <kel/convert/Compare.h>
 #include <kel/convert/ConvertError.h>
 #include <reader/Files.h>
@@ -90,6 +92,69 @@ TEST(Compare, MeshesInAnotherOrderThatAreALittleOffBelongTogether) {
     a.meshes.push_back(written(square(10.0f)).meshes.front());
     b.meshes.push_back(written(square(0.125f)).meshes.front());
     EXPECT_EQ(compare(a, b).maxDistance, 0.125);
+}
+
+/// Two squares, 10 apart; and the same as another program may write them: in another order, without names, slightly
+/// off, one with a triangle that has no area.
+std::pair<ComparableScene, ComparableScene> madeAnew() {
+    ComparableScene a = written(square(0.0f)), b = written(square(10.0f));
+    a.meshes.push_back(written(square(10.0f)).meshes.front());
+    b.meshes.push_back(written(square(0.001f)).meshes.front());
+    b.meshes[0].corners.insert(b.meshes[0].corners.end(), {0, 0, 0});
+    for (ComparableMesh& mesh : b.meshes)
+        mesh.name.clear();
+    return {std::move(a), std::move(b)};
+}
+
+TEST(Compare, MeshesWithoutNamesBelongToThoseWithTheirBox) {
+    const auto [a, b] = madeAnew();
+    EXPECT_NEAR(compare(a, b).maxDistance, 0.001, 1e-9);
+}
+
+TEST(Compare, NodesWithoutNamesBringNothingTogether) {
+    auto [a, b] = madeAnew();
+    a.meshes[0].node = b.meshes[0].node = "/";
+    a.meshes[1].node = b.meshes[1].node = "//";
+    EXPECT_NEAR(compare(a, b).maxDistance, 0.001, 1e-9);
+}
+
+/// Two unit squares that meet at a right angle, each cut from its middle into four triangles or along a diagonal
+/// into two, with a normal each.
+kel::src::SrcWriterInput fold(float x, float z, bool fromTheMiddle) {
+    fault_models::Part part;
+    std::vector<float> positions, normals;
+    const auto add = [&](bool lies, const std::vector<std::array<float, 2>>& corners,
+                         const std::vector<std::uint32_t>& indices) {
+        const auto first = static_cast<std::uint32_t>(positions.size() / 3);
+        for (const auto& [across, along] : corners) {
+            const float out = across - 1.0f; // up to the edge that both share
+            positions.insert(positions.end(), {x + (lies ? out : 0.0f), along, z + (lies ? 0.0f : out)});
+            normals.insert(normals.end(), {lies ? 0.0f : 1.0f, 0.0f, lies ? 1.0f : 0.0f});
+        }
+        for (const std::uint32_t index : indices)
+            part.indices.push_back(first + index);
+    };
+    for (const bool lies : {true, false}) {
+        if (fromTheMiddle) {
+            add(lies, {{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0.5f, 0.5f}}, {0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4});
+        } else {
+            add(lies, {{0, 0}, {1, 0}, {1, 1}, {0, 1}}, {0, 1, 2, 0, 2, 3});
+        }
+    }
+    part.attributes["position"] = {3, positions};
+    part.attributes["normal"] = {3, normals};
+    return fault_models::inputOf({"fold", {part}});
+}
+
+TEST(Compare, AtASharpEdgeTheSurfaceThatFitsCountsNotTheNearestOne) {
+    // The lying square is 0.002 off, so that what stands is nearer to its edge.
+    CompareLimits limits;
+    limits.position = 0.004;
+    limits.ignored = {DifferenceKind::TOPOLOGY};
+    const CompareReport report =
+        compare(written(fold(0, 0, false)), written(fold(0.001f, 0.002f, true)), limits);
+    EXPECT_NEAR(report.maxDistance, std::hypot(0.001, 0.002), 1e-6); // at the far sides
+    EXPECT_LT(report.maxAngle, 0.01);
 }
 
 TEST(Compare, PositionsAreThoseAboutTheTrueOrigin) {

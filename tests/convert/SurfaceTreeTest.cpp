@@ -70,13 +70,20 @@ TEST(SurfaceTree, FindsWhatEachTriangleAloneWouldFind) {
     const SurfaceTree tree(mesh);
     for (int i = 0; i < 300; ++i) {
         const Point point{12 * number() - 2, 12 * number() - 2, 12 * number() - 2};
-        double least = 1e300;
+        std::vector<double> distances;
         for (std::size_t t = 0; t < 300; ++t) {
             const auto first = corners.begin() + static_cast<std::ptrdiff_t>(3 * t);
-            least = std::min(least, distanceTo(meshOf(3, {first, first + 3}), point));
+            distances.push_back(distanceTo(meshOf(3, {first, first + 3}), point));
         }
-        EXPECT_DOUBLE_EQ(tree.nearest(point).distance, least);
-        EXPECT_EQ(tree.within(point, least * 1.0000001, 16).size(), 1u);
+        std::sort(distances.begin(), distances.end());
+        EXPECT_DOUBLE_EQ(tree.nearest(point).distance, distances[0]);
+        EXPECT_EQ(tree.within(point, distances[0] * 1.0000001, 16).size(), 1u);
+        std::vector<double> nearest;
+        for (const SurfacePoint& found : tree.within(point, 100.0, 5))
+            nearest.push_back(found.distance);
+        std::sort(nearest.begin(), nearest.end());
+        distances.resize(5);
+        EXPECT_THAT(nearest, testing::Pointwise(testing::DoubleEq(), distances));
     }
 }
 
