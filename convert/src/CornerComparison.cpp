@@ -110,8 +110,8 @@ std::optional<Turning> CornerComparison::meet(std::size_t primitiveA, std::size_
         const Turning turning{turn, isReversed};
         bool meets = true;
         for (std::size_t c = 0; c < size && meets; ++c)
-            meets = distanceBetween(a.positions[cornerOfA(primitiveA, c)],
-                                    b.positions[cornerOfB(primitiveB, c, turning)]) <= reach;
+            meets = isWithin(a.positions[cornerOfA(primitiveA, c)],
+                             b.positions[cornerOfB(primitiveB, c, turning)], reach);
         if (!meets) continue;
         for (auto attribute = attributes.begin(); withAttributes && meets && attribute != attributes.end();
              ++attribute) {

@@ -54,6 +54,12 @@ inline double distanceBetween(const Point& a, const Point& b) {
     return 0.0;
 }
 
+/// As distanceBetween(a, b) <= reach; mostly one coordinate tells that it is not.
+inline bool isWithin(const Point& a, const Point& b, double reach) {
+    return !(std::abs(a[0] - b[0]) > reach) && !(std::abs(a[1] - b[1]) > reach) &&
+           distanceBetween(a, b) <= reach;
+}
+
 /// An attribute that two meshes have, and how far it may differ.
 class SharedAttribute {
 public:
@@ -118,7 +124,7 @@ public:
     std::uint32_t cornerOfB(std::size_t primitive, std::size_t corner, Turning turning) const {
         const std::size_t turn = turning.turn;
         const std::size_t place = turning.isReversed ? turn + size - corner : turn + corner;
-        return b.corners[primitive * size + place % size];
+        return b.corners[primitive * size + (place < size ? place : place - size)];
     }
 
     /// The turning that brings all corners within reach; none when there is none.

@@ -65,6 +65,15 @@ private:
         return corners.meet(a, b, demand == Demand::CORNERS_TURNED_ROUND, demand == Demand::EVERYTHING);
     }
 
+    /// Most neighbours have no corner where a's first one is; no way of turning them helps.
+    bool shareACorner(std::uint32_t a, std::uint32_t b) const {
+        const Point& first = corners.a.positions[corners.cornerOfA(a, 0)];
+        for (std::size_t c = 0; c < corners.size; ++c) {
+            if (isWithin(first, corners.b.positions[corners.cornerOfB(b, c, {})], corners.reach)) return true;
+        }
+        return false;
+    }
+
     void take(std::uint32_t a, std::uint32_t b, Turning turning) {
         partnerOfA[a] = b;
         partnerOfB[b] = a;
@@ -108,6 +117,7 @@ private:
             std::uint32_t found = NONE;
             Turning turning;
             grid.visit(middleOf(corners.a, a), [&](std::uint32_t b) {
+                if (!shareACorner(a, b)) return --tries == 0 ? PointGrid::STOP : PointGrid::GO_ON;
                 isLonely[a] =
                     isLonely[a] && !corners.meet(a, b, false, false) && !corners.meet(a, b, true, false);
                 const auto met = isLonely[a] || partnerOfB[b] != NONE ? std::nullopt : meet(a, b, demand);
@@ -154,7 +164,8 @@ private:
         std::vector<std::pair<std::uint32_t, Turning>> choices;
         std::size_t tries = MOST_CANDIDATES;
         grid.visit(middleOf(corners.a, a), [&](std::uint32_t b) {
-            const auto met = askedBy[b] == root ? std::nullopt : meet(a, b, Demand::EVERYTHING);
+            const bool asks = askedBy[b] != root && shareACorner(a, b);
+            const auto met = asks ? meet(a, b, Demand::EVERYTHING) : std::nullopt;
             if (met) {
                 askedBy[b] = root;
                 choices.emplace_back(b, *met);
