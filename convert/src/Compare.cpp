@@ -42,6 +42,10 @@ private:
     ComparableMesh all;
 };
 
+/// Of the diagonal: floats about another origin may move positions by as much without anyone's saying so. Models
+/// that would lose more get an origin nearby.
+constexpr double LARGEST_ROUNDING = 1e-6;
+
 class Comparison {
 public:
     explicit Comparison(const CompareLimits& limits) : limits(limits) {}
@@ -155,7 +159,8 @@ private:
     }
 
     void compareGeometry(const ComparableMesh& a, const ComparableMesh& b, ComparedPair& pair) {
-        CornerComparison corners(a, b, limits);
+        const double diagonal = std::max(report.a.bounds.diagonal(), report.b.bounds.diagonal());
+        CornerComparison corners(a, b, limits, LARGEST_ROUNDING * diagonal);
         PrimitiveMatches matches = matchPrimitives(corners);
         const LostPrimitives lost = measureUnmatched(corners, matches);
         const Topology topologyA = topologyOf(a);

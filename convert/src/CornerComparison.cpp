@@ -91,12 +91,12 @@ double SharedAttribute::difference(const float* valueA, const float* valueB) con
 }
 
 CornerComparison::CornerComparison(const ComparableMesh& a, const ComparableMesh& b,
-                                   const CompareLimits& limits)
+                                   const CompareLimits& limits, double mostRounding)
     : a(a), b(b), size(a.cornersPerPrimitive) {
-    double loss = a.positionLoss + b.positionLoss;
-    if (a.origin != b.origin) loss += a.positionRounding + b.positionRounding;
-    positionLimit = limits.position.value_or(loss);
-    reach = std::max(loss, positionLimit);
+    const double loss = a.positionLoss + b.positionLoss;
+    const double rounding = a.origin != b.origin ? a.positionRounding + b.positionRounding : 0.0;
+    positionLimit = limits.position.value_or(loss + std::min(rounding, mostRounding));
+    reach = std::max(loss + rounding, positionLimit);
     for (const auto& [name, attribute] : a.attributes) {
         const auto other = b.attributes.find(name);
         if (other != b.attributes.end() && other->second.components == attribute.components)

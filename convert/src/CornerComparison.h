@@ -109,7 +109,9 @@ struct Turning {
 /// Two meshes, what of them is compared corner by corner, and what was found.
 class CornerComparison {
 public:
-    CornerComparison(const ComparableMesh& a, const ComparableMesh& b, const CompareLimits& limits);
+    /// mostRounding  that is allowed where the origins differ, unless the limits say how much
+    CornerComparison(const ComparableMesh& a, const ComparableMesh& b, const CompareLimits& limits,
+                     double mostRounding);
 
     const ComparableMesh &a, &b;
     const std::size_t size; ///< corners per primitive

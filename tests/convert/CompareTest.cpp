@@ -167,6 +167,15 @@ TEST(Compare, PositionsAreThoseAboutTheTrueOrigin) {
     EXPECT_EQ(report.differences[0].kind, DifferenceKind::POSITIONS);
 }
 
+TEST(Compare, WhatFloatsFarFromZeroHaveLostIsADifference) {
+    // About zero the steps between floats are 0.5 there.
+    const CompareReport report =
+        compare(written(about("[0, 0, 5400000]", 0.25f)), written(square(5400000.25f)));
+    ASSERT_FALSE(report.same());
+    EXPECT_EQ(report.differences[0].kind, DifferenceKind::POSITIONS);
+    EXPECT_EQ(report.differences[0].amount, 0.25);
+}
+
 TEST(Compare, DoublesDecideFarFromZero) {
     // A sixteenth is less than a float of this size can tell.
     const std::string far = "[5400000.0625, 0, 0]", near = "[5400000, 0, 0]";
